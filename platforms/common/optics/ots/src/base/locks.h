@@ -1,0 +1,99 @@
+// Mutexes are taken by trying first; a thread that has to wait says so to the deadlock monitor.
+#pragma once
+
+#include <pthread.h>
+
+#include <cerrno>
+#include <cstdint>
+
+#include "lum.h"
+#include "ptd.h"
+
+namespace lum {
+
+// Who takes a lock, as the deadlock monitor is told.
+struct lock_site {
+  const char *function;
+  std::uint32_t line;
+};
+
+// Clears `mutex` and makes it error-checking; when that fails it is left cleared.
+void make_error_checking(pthread_mutex_t &mutex);
+
+// A mutex of the library.
+class library_lock {
+ public:
+  explicit library_lock(pthread_mutex_t &mutex) : mutex_(mutex) {}
+  int try_take() { return pthread_mutex_trylock(&mutex_); }
+  int wait() { return pthread_mutex_lock(&mutex_); }
+  int release() { return pthread_mutex_unlock(&mutex_); }
+  pthread_mutex_t *mutex() { return &mutex_; }
+
+ private:
+  pthread_mutex_t &mutex_;
+};
+
+// A port's mutex. A deletion keeps it until the port is gone, which may be never when the batch is
+// refused or not answered. So keeping it is a mark beside the mutex, set by its holder: whoever
+// finds the mark comes back, the keeping thread with EDEADLK, as from any error-checking mutex,
+// every other with ECANCELED. The mutex itself is then free, and may be destroyed once nobody can
+// reach the node.
+class port_lock {
+ public:
+  explicit port_lock(lum_port_data &port) : port_(port) {}
+  int try_take();
+  int wait();
+  int release();
+  void keep();  // by the holder
+  pthread_mutex_t *mutex() { return &port_.port_mutex; }
+
+ private:
+  lum_port_data &port_;
+};
+
+// Holds a lock for a scope. A lock that could not be taken is released anyway, as every user of the
+// library's mutexes does; error() then tells why.
+template <typename Lock>
+class hold {
+ public:
+  template <typename Target>
+  hold(Target &target, lock_site site) : lock_(target) {
+    error_ = lock_.try_take();
+    if (error_ == EBUSY) {
+      ptd_set_mutex_block(lock_.mutex(), site.function, site.line);
+      error_ = lock_.wait();
+      ptd_unset_mutex_block(lock_.mutex());
+    }
+    held_ = error_ == 0;
+    if (!held_) lock_.release();
+  }
+  hold(const hold &) = delete;
+  hold &operator=(const hold &) = delete;
+  ~hold() {
+    if (held_) lock_.release();
+  }
+
+  int error() const { return error_; }
+
+  // Releases the lock now and returns the mutex's answer; may be called again, to be refused.
+  int release() {
+    held_ = false;
+    return lock_.release();
+  }
+
+  // Leaves the lock taken beyond the scope.
+  void keep() {
+    if (held_) lock_.keep();
+    held_ = false;
+  }
+
+ private:
+  Lock lock_;
+  int error_;
+  bool held_;
+};
+
+using library_hold = hold<library_lock>;
+using port_hold = hold<port_lock>;
+
+}  // namespace lum
