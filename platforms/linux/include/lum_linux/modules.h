@@ -1,0 +1,118 @@
+// All modules of the node: which one is in which port, transfers to them, what is known of those
+// transfers, faults, removal and insertion.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "lum_linux/image.h"
+#include "lum_linux/module_faults.h"
+#include "lum_linux/module_memory.h"
+#include "lum_linux/node_description.h"
+
+namespace lum_linux {
+
+class module_entry;
+
+// Transfers are those of the three callbacks; looking into a module from outside does not count.
+struct module_statistics {
+  uint64_t attempted = 0;
+  uint64_t failed = 0;
+  uint64_t bytes_read = 0;
+  uint64_t bytes_written = 0;
+  std::chrono::system_clock::time_point last_success{};  // the epoch: never
+  std::chrono::system_clock::time_point last_failure{};
+  cerrno last_error = 0;                       // code of the last failed transfer, 0: none failed
+  std::chrono::microseconds last_duration{0};  // of the last transfer, faults included
+};
+
+struct module_status {
+  module_backend backend = module_backend::file;
+  std::string location;
+  bool present = false;
+  bool pulled = false;     // taken out with remove() or by a fault, whatever the backend has
+  uint64_t insertion = 0;  // differs once another module is in the cage, or the same one again
+  std::chrono::milliseconds busy_for{0};  // how long the transfer under way has been
+  fault_script faults;
+  module_statistics statistics;
+};
+
+// One module and where it belongs.
+struct module_placement {
+  uint32_t rsip = 0;
+  module_backend backend = module_backend::file;
+  std::unique_ptr<module_memory> memory;
+  std::filesystem::path description;  // simulated: read again by insert(); may be empty
+  fault_script faults;
+};
+
+// Any thread may make any call at any time. Each module has a lock of its own that one transfer
+// holds from its start to its end: a module that hangs holds up nobody but those who want a
+// transfer with it. A port that the node does not have gets module_bad_argument.
+class modules {
+ public:
+  // The modules of a node. An empty cage is fine; returns null with `error` ("file:line: message")
+  // for a simulated module whose description is wrong.
+  static std::unique_ptr<modules> open(const node_description &node, std::string &error);
+  // Modules placed by hand. The last of several for one port counts.
+  explicit modules(std::vector<module_placement> placements);
+  ~modules();
+  modules(const modules &) = delete;
+  modules &operator=(const modules &) = delete;
+
+  // The three callbacks of lum_platform_cbs. They wait for the module's lock and for the transfer;
+  // stop() ends both waits. A null pointer or a length below 1 gets module_bad_argument. What a
+  // failed read was to fill stays as it was.
+  cerrno read_byte(uint32_t slot, uint32_t instance, uint32_t port, uint32_t page, uint32_t offset,
+                   uint8_t *value);
+  cerrno read_block(uint32_t slot, uint32_t instance, uint32_t port, uint32_t page, uint32_t offset,
+                    int32_t length, uint8_t *buffer);
+  cerrno write_byte(uint32_t slot, uint32_t instance, uint32_t port, uint32_t page, uint32_t offset,
+                    uint8_t value);
+
+  // The ports that have a cage, in ascending order.
+  std::vector<uint32_t> ports() const;
+  // Whether there is a module in the port's cage now. Waits at most a quarter of a second for the
+  // module's lock, and answers what it knew last when it did not get it.
+  bool present(uint32_t rsip) const;
+  // What is known of a module; nothing for an unknown port. `present` is asked for as above.
+  std::optional<module_status> status(uint32_t rsip) const;
+  // As status(), with `present` and `insertion` as known last: waits for nothing.
+  std::optional<module_status> last_status(uint32_t rsip) const;
+
+  // Replaces the module's faults; a transfer that hangs goes on unless the new script hangs too.
+  cerrno set_faults(uint32_t rsip, const fault_script &faults);
+  // Lets the transfer that hangs, and those to come, go on; the other faults stay.
+  cerrno release(uint32_t rsip);
+
+  // Takes the module out of its cage, whatever the backend has, until it is inserted again.
+  cerrno remove(uint32_t rsip);
+  // Puts it back. A simulated cage that never had a module reads its description first and gets 2
+  // when there is none.
+  cerrno insert(uint32_t rsip);
+  // Puts another module in: one made from a description. Simulated modules only. `error` says
+  // what is wrong with the description.
+  cerrno insert(uint32_t rsip, const std::filesystem::path &description, std::string &error);
+
+  // Look into a module and change a byte of it past the faults and the statistics. Wait at most a
+  // second for the module's lock, then module_busy.
+  cerrno peek(uint32_t rsip, uint32_t page, uint32_t offset, std::span<uint8_t> out) const;
+  cerrno poke(uint32_t rsip, uint32_t page, uint32_t offset, uint8_t value);
+
+  // Ends every wait with module_absent, and answers that to every transfer from now on.
+  void stop();
+
+ private:
+  module_entry *find(uint32_t rsip) const;
+
+  std::map<uint32_t, std::unique_ptr<module_entry>> entries_;  // by rsip without its rack; fixed
+};
+
+}  // namespace lum_linux
