@@ -1,0 +1,110 @@
+// What the performance-monitoring and alarm stores hold, for whoever shows it. The library fills
+// them through pm_ui.h and ptah.h.
+//
+// Every call may come from any thread and waits for nothing but the store's own lock. Times are
+// those of the store's clock.
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "pm_ui.h"
+#include "ptah.h"
+
+namespace lum_linux {
+
+using store_time = std::chrono::system_clock::time_point;
+using store_clock = std::function<store_time()>;
+
+// Sets both stores' clock; an empty one goes back to the system's. It is called with a store's lock
+// held and must not call back.
+void stores_set_clock(store_clock clock);
+
+// ---- Performance monitoring ----
+
+// The values of a pm_ui_optics_record, in its order.
+enum class pm_value : std::size_t {
+  reading_3,
+  reading_4_a,
+  reading_4_b,
+  reading_4_c,
+  power_1,
+  power_0
+};
+inline constexpr std::size_t pm_value_count = 6;
+std::string_view pm_value_name(pm_value value);
+std::string_view pm_value_unit(pm_value value);
+
+struct pm_statistics {
+  uint32_t current = 0;  // the latest
+  uint32_t minimum = 0;
+  uint32_t maximum = 0;
+  double average = 0;
+};
+
+// One interval of time. Bins start at multiples of their length since the epoch (UTC). A value's
+// statistics mean nothing while there are no samples.
+struct pm_bin {
+  store_time start;
+  std::chrono::seconds length{0};
+  uint64_t samples = 0;
+  bool partial = false;  // the interface, or the record, came only after the bin's start
+  std::array<pm_statistics, pm_value_count> values{};
+};
+
+inline constexpr std::chrono::seconds pm_short_bin = std::chrono::minutes(15);
+inline constexpr std::chrono::seconds pm_long_bin = std::chrono::hours(24);
+inline constexpr std::size_t pm_short_history = 32;  // finished bins kept
+inline constexpr std::size_t pm_long_history = 7;
+
+struct pm_interface {
+  uint32_t ifhandle = 0;
+  uint32_t iftype = 0;
+  std::string name;
+  std::optional<pm_ui_optics_record> latest;  // absent until there is one
+  store_time updated;                         // when the latest came
+  pm_bin quarter;                             // the current 15 minutes
+  pm_bin day;                                 // the current 24 hours
+  std::vector<pm_bin> quarters;               // finished bins that had samples, newest first
+  std::vector<pm_bin> days;
+};
+
+// All interfaces, in the order of their handles.
+std::vector<pm_interface> pm_interfaces();
+std::optional<pm_interface> pm_find(uint32_t ifhandle);
+
+// Forgets every interface.
+void pm_forget_all();
+
+// ---- Alarms and counters ----
+
+// What the 55 values count. They stop at the largest 32-bit number.
+inline constexpr std::size_t ptah_publishes = 0;
+inline constexpr std::size_t ptah_bitmap_changes = 1;
+inline constexpr std::size_t ptah_first_raise = 2;  // of bitmap bit 0; bit n is n further on
+inline constexpr std::size_t ptah_counted_bits = PTAH_VALUES - ptah_first_raise;
+
+struct ptah_interface {
+  uint32_t ifhandle = 0;
+  uint32_t iftype = 0;
+  std::string name;
+  bool enabled = true;
+  uint64_t handle = 0;                // the port's own
+  ptah_al_all all{};                  // stored bitmap and counters
+  uint64_t published = 0;             // bitmap as last published
+  std::optional<store_time> changed;  // when the stored bitmap last changed
+  std::optional<store_time> cleared;  // when the counters were last set back
+};
+
+std::vector<ptah_interface> ptah_interfaces();
+std::optional<ptah_interface> ptah_find(uint32_t ifhandle);
+void ptah_forget_all();
+
+}  // namespace lum_linux
