@@ -40,7 +40,7 @@ class uniqueness {
 
   std::map<uint32_t, uint32_t> slots;
   std::map<uint32_t, uint32_t> instances;  // slot << 8 | instance
-  std::map<uint32_t, uint32_t> positions;  // rsip
+  std::map<uint32_t, uint32_t> numbers;    // of the ports of one instance
   std::map<uint32_t, uint32_t> handles;
   std::map<std::string, uint32_t> names;
   std::map<std::string, uint32_t> modules;
@@ -50,8 +50,7 @@ class uniqueness {
   problem_list &problems_;
 };
 
-// Where an instance or port stands. Positions are compared only when every number of theirs is
-// good.
+// Where an instance or port stands; not known when a number of it is wrong.
 struct place {
   uint32_t slot = 0;
   uint32_t instance = 0;
@@ -185,6 +184,7 @@ void node_reader::read_instance(const toml::table &source, place where, slot_des
                   fmt::format("instance {} of slot {}", where.instance, where.slot),
                   "one [[slot.instance]] for each instance");
   }
+  unique_.numbers.clear();
   for (const toml::table *port : table.tables("port", "[[slot.instance.port]]", false)) {
     read_port(*port, where, instance);
   }
@@ -215,17 +215,14 @@ void node_reader::read_position(toml_table &table, place where, port_description
   const auto number = table.integer("number", 0, 255);
   port.number = value_or(number, 0u);
   port.rsip = make_rsip(node_.rack, where.slot, where.instance, port.number);
-  bool position_is_good = where.known && number;
-  if (position_is_good) {
-    position_is_good = unique_.check(
-        unique_.positions, port.rsip, number->line,
-        fmt::format("port {} of instance {}/{}", port.number, where.slot, where.instance),
-        "a number of its own for each port of an instance");
-  }
+  const bool number_is_good =
+      number && unique_.check(unique_.numbers, port.number, number->line,
+                              fmt::format("port number {}", port.number),
+                              "a number of its own for each port of an instance");
   const auto name =
       table.text("name", max_name_bytes,
                  fmt::format("{}/{}/{}/{}", node_.rack, where.slot, where.instance, port.number));
-  if (name && (position_is_good || table.has("name"))) {
+  if (name && ((number_is_good && where.known) || table.has("name"))) {
     port.name = name->value;
     unique_.check(unique_.names, port.name, name->line, fmt::format("port name '{}'", port.name),
                   "a name of its own for each port");
@@ -259,6 +256,8 @@ void node_reader::read_module_file(toml_table &table, port_description &port) {
   if (!file) return;
   port.module.file = resolve(file->value);
   want_folder_of("module", port.module.file, file->line);
+  // Modules in memory may well be built from one and the same description.
+  if (port.module.backend == module_backend::simulated) return;
   std::error_code error;
   const fs::path real = fs::weakly_canonical(port.module.file, error);
   unique_.check(unique_.modules, (error ? port.module.file : real).string(), file->line,

@@ -86,9 +86,10 @@ class interface_manager {
   // to be called from a completion.
   bool wait_idle(std::chrono::milliseconds bound) const;
 
-  // Faults. Each of the "next" kind counts batches; a later call replaces what is left of an
-  // earlier one, and 0 takes it back. They combine: a batch is first refused, else dropped, else
-  // failed whole, else answered empty, else its elements are failed, else its data are malformed.
+  // Faults. Each of the "next" kind counts batches as they are requested; a later call replaces
+  // what is left of an earlier one, and 0 takes it back. A batch meets one of them at most, in this
+  // order: refused, dropped, failed whole, answered empty, its create replies malformed. Its
+  // elements may fail besides when it is carried out, which is when it is answered.
   void refuse_next(uint32_t batches, cerrno code);
   void drop_next(uint32_t batches);  // accepted, carried out by nobody, never answered
   void fail_next(uint32_t batches, cerrno batch_error);
