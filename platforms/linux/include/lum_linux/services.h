@@ -32,7 +32,7 @@ event_manager event_manager_create(const std::string &name);
 bool event_manager_destroy(event_manager manager,
                            std::chrono::milliseconds bound = std::chrono::seconds(2));
 
-// Waits until every pulse sent so far has been handled; false when `bound` passed before, for an
+// Waits until no pulse is queued and no handler runs; false when `bound` passed before, for an
 // unknown handle and on the manager's own thread.
 bool event_manager_drain(event_manager manager, std::chrono::milliseconds bound);
 
