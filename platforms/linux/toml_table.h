@@ -52,6 +52,8 @@ class toml_table {
   // A text without control characters, of 1 to `max_bytes` bytes.
   std::optional<located<std::string>> text(std::string_view key, size_t max_bytes,
                                            std::optional<std::string> fallback = {});
+  // A value of any kind, for the caller to judge; null when there is none.
+  const toml::node *any(std::string_view key) { return find(key); }
   // A sub-table; null when there is none.
   const toml::table *table(std::string_view key);
   // The tables of an array of tables, whose headers read `header`; a missing or empty array is
