@@ -110,9 +110,16 @@ class modules {
   void stop();
 
  private:
-  module_entry *find(uint32_t rsip) const;
+  struct cage {
+    uint32_t rsip = 0;
+    std::unique_ptr<module_entry> entry;
+  };
 
-  std::map<uint32_t, std::unique_ptr<module_entry>> entries_;  // by rsip without its rack; fixed
+  module_entry *find(uint32_t rsip) const;
+  module_entry *find(uint32_t slot, uint32_t instance, uint32_t port) const;
+
+  // By rsip without its rack, which transfers do not name. Does not change after construction.
+  std::map<uint32_t, cage> entries_;
 };
 
 }  // namespace lum_linux

@@ -1,0 +1,354 @@
+#include "images/image_compiler.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace lum_linux {
+namespace {
+
+constexpr uint32_t min_pages = 4;
+constexpr uint32_t default_identifier = 0x18;
+constexpr double max_word = 65535;
+
+constexpr std::size_t max_text = 4096;
+
+// The word of a power: hundredths of a dBm. Below zero it is one more than the two's complement,
+// which is how these modules count; -0.01 dBm has no word of its own and becomes -0.02 dBm.
+uint16_t power_word(double dbm) {
+  const long hundredths = std::lround(dbm * 100);
+  if (hundredths >= 0) return static_cast<uint16_t>(hundredths);
+  return static_cast<uint16_t>(std::min(hundredths + 0x10001, 0xFFFFl));
+}
+constexpr double min_dbm = -40.97;  // beyond these, bit 12 no longer tells the sign
+constexpr double max_dbm = 40.95;
+
+uint16_t word(double value) { return static_cast<uint16_t>(std::lround(value)); }
+
+// A word below zero is written in two's complement.
+uint16_t signed_word(double value) {
+  return static_cast<uint16_t>(static_cast<int32_t>(std::lround(value)));
+}
+
+bool is_printable(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), [](char c) { return c >= 0x20 && c <= 0x7E; });
+}
+
+std::optional<double> number_of(const toml::node &node) {
+  if (const auto *integer = node.as_integer()) return static_cast<double>(integer->get());
+  if (const auto *real = node.as_floating_point()) return real->get();
+  return {};
+}
+
+uint32_t line_of(const toml::node &node) { return node.source().begin.line; }
+
+int hex_digit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+// Three bytes such as "00.1f.22".
+std::optional<std::array<uint8_t, 3>> parse_oui(std::string_view text) {
+  std::array<uint8_t, 3> oui{};
+  if (text.size() != 8 || text[2] != '.' || text[5] != '.') return {};
+  for (std::size_t i = 0; i < oui.size(); ++i) {
+    const int high = hex_digit(text[3 * i]);
+    const int low = hex_digit(text[3 * i + 1]);
+    if (high < 0 || low < 0) return {};
+    oui[i] = static_cast<uint8_t>(high << 4 | low);
+  }
+  return oui;
+}
+
+}  // namespace
+
+module_image image_compiler::compile(const toml::table &document) {
+  toml_table table(document, "the module", problems_);
+  const auto pages = table.integer("pages", min_pages, module_max_pages, min_pages);
+  const auto page_count = static_cast<std::size_t>(pages ? pages->value : module_max_pages);
+  image_.bytes.assign(module_page_size * (page_count + 1), 0);
+  if (const auto map = table.text("memory_map", max_text, "old")) {
+    has_new_map_ = map->value == "new";
+    if (!has_new_map_ && map->value != "old") {
+      problems_.add(map->line,
+                    fmt::format("'memory_map' is \"{}\", expected \"old\" or \"new\"", map->value));
+    }
+  }
+  compile_identity(table);
+  compile_measurements(table);
+  compile_flags(table);
+  for (uint32_t sub_port = 0; sub_port < sub_ports_places.size(); ++sub_port) {
+    compile_sub_port(table, sub_port);
+  }
+  compile_faults(table);
+  compile_raw(table);
+  table.refuse_unknown_keys();
+  finish_checksum();
+  return std::move(image_);
+}
+
+void image_compiler::compile_identity(toml_table &table) {
+  if (const auto identifier = table.integer("identifier", 0, 255, default_identifier)) {
+    const auto value = static_cast<uint8_t>(identifier->value);
+    put("identifier", identifier->line, identifier_place, value);
+    put("identifier", identifier->line, page_0_identifier_place, value);
+  }
+  for (const text_place &place : text_places) {
+    const std::string key = place.key;
+    const bool is_given = table.has(key);
+    const bool is_required = key == "vendor";
+    const auto text = table.text(
+        key, place.size, is_required ? std::nullopt : std::optional<std::string>(std::string()));
+    if (!text || (!is_given && !place.is_always_there)) continue;
+    if (is_printable(text->value)) {
+      put_text(key, text->line, place, text->value);
+    } else {
+      problems_.add(text->line, fmt::format("'{}' holds a character that is not ASCII, expected a "
+                                            "text in ASCII; [[raw]] takes any byte",
+                                            key));
+    }
+  }
+  compile_oui(table);
+  compile_firmware(table);
+}
+
+void image_compiler::compile_oui(toml_table &table) {
+  const auto text = table.text("oui", max_text, "00.00.00");
+  if (!text) return;
+  const auto oui = parse_oui(text->value);
+  if (!oui) {
+    problems_.add(text->line, fmt::format("'oui' is \"{}\", expected three bytes in hexadecimal "
+                                          "such as \"00.1f.22\"",
+                                          text->value));
+    return;
+  }
+  for (uint32_t i = 0; i < oui->size(); ++i) {
+    put("oui", text->line, {oui_place.page, oui_place.offset + i}, (*oui)[i]);
+  }
+}
+
+void image_compiler::compile_firmware(toml_table &table) {
+  constexpr const char *expected = "two bytes such as [1, 7], or two digits such as \"17\"";
+  const toml::node *node = table.any("firmware");
+  if (!node) {
+    problems_.add(table.line(),
+                  fmt::format("missing key 'firmware' in the module, expected {}", expected));
+    return;
+  }
+  const uint32_t line = line_of(*node);
+  if (node->is_array()) {
+    if (const auto bytes = numbers(table, "firmware", 2, 0, 255, false)) {
+      put("firmware", line, firmware_place, static_cast<uint8_t>(bytes->value[0]));
+      put("firmware", line, {firmware_place.page, firmware_place.offset + 1},
+          static_cast<uint8_t>(bytes->value[1]));
+    }
+    return;
+  }
+  const auto *digits = node->as_string();
+  const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
+  if (!digits || digits->get().size() != 2 || !is_digit((*digits)->at(0)) ||
+      !is_digit((*digits)->at(1))) {
+    problems_.add(line, fmt::format("'firmware' is something else, expected {}", expected));
+    return;
+  }
+  put_text("firmware", line, {"firmware", firmware_place, 2, true}, digits->get());
+}
+
+void image_compiler::compile_measurements(toml_table &table) {
+  if (const auto celsius = number(table, "temperature", -128, 127.99)) {
+    put_word("temperature", celsius->line, temperature_place, signed_word(celsius->value * 256));
+  }
+  if (const auto volts = number(table, "supply", 0, 6.5535)) {
+    put_word("supply", volts->line, supply_place, word(volts->value * 10000));
+  }
+}
+
+void image_compiler::compile_flags(toml_table &table) {
+  const toml::table *source = table.table("flags");
+  if (!source) return;
+  toml_table flags(*source, "the flags", problems_);
+  for (const uint32_t offset : flag_offsets) {
+    const std::string key = std::to_string(offset);
+    const auto value = flags.integer(key, 0, 255, 0);
+    if (value) put("flags." + key, value->line, {0, offset}, static_cast<uint8_t>(value->value));
+  }
+  flags.refuse_unknown_keys();
+}
+
+void image_compiler::compile_sub_port(toml_table &table, uint32_t sub_port) {
+  const std::string where = fmt::format("sub_port_{}", sub_port);
+  const toml::table *source = table.table(where);
+  if (!source) return;
+  const sub_port_places &places = sub_ports_places[sub_port];
+  toml_table inner(*source, where, problems_);
+  compile_readings(inner, places, where);
+  if (const auto status = numbers(inner, "status", places.status.size(), 0, 255, false)) {
+    for (std::size_t i = 0; i < places.status.size(); ++i) {
+      put(where + ".status", status->line, layout(places.status[i]),
+          static_cast<uint8_t>(status->value[i]));
+    }
+  }
+  const auto put_setting = [&](const char *key, byte_place place) {
+    const auto value = inner.integer(key, 0, 65535, 0);
+    if (value && inner.has(key)) {
+      put_word(where + "." + key, value->line, place, static_cast<uint16_t>(value->value));
+    }
+  };
+  put_setting("setting_a", layout(places.setting_a));
+  put_setting("setting_b", layout(places.setting_b));
+  put_setting("p2_setting", {2, places.p2_setting});
+  if (const auto pair = numbers(inner, "thresholds", 2, -32768, 32767, false)) {
+    put_word(where + ".thresholds", pair->line, {2, places.thresholds},
+             signed_word(pair->value[0]));
+    put_word(where + ".thresholds", pair->line, {2, places.thresholds + 2},
+             signed_word(pair->value[1]));
+  }
+  inner.refuse_unknown_keys();
+}
+
+// Either in units or as the five words themselves; a reading given both ways has to agree.
+void image_compiler::compile_readings(toml_table &table, const sub_port_places &places,
+                                      const std::string &where) {
+  if (const auto words = numbers(table, "readings", places.readings.size(), 0, max_word, false)) {
+    for (std::size_t i = 0; i < places.readings.size(); ++i) {
+      put_word(where + ".readings", words->line, {0, places.readings[i]}, word(words->value[i]));
+    }
+  }
+  if (const auto powers = numbers(table, "powers_dbm", 3, min_dbm, max_dbm, true)) {
+    for (std::size_t i = 0; i < powers->value.size(); ++i) {
+      put_word(where + ".powers_dbm", powers->line, {0, places.readings[i]},
+               power_word(powers->value[i]));
+    }
+  }
+  for (const std::size_t i : {3u, 4u}) {
+    const std::string key = fmt::format("reading_{}", i);
+    if (const auto tenths = number(table, key, 0, max_word / 10)) {
+      put_word(where + "." + key, tenths->line, {0, places.readings[i]}, word(tenths->value * 10));
+    }
+  }
+}
+
+// Raw bytes come last and take the place of what other keys have set.
+void image_compiler::compile_raw(toml_table &table) {
+  for (const toml::table *source : table.tables("raw", "[[raw]]", false)) {
+    toml_table raw(*source, "the raw bytes", problems_);
+    const auto pages = static_cast<int64_t>(image_.bytes.size() / module_page_size) - 1;
+    const auto page = raw.integer("page", 0, pages - 1, 0);
+    const auto offset = raw.integer("offset", 0, 255);
+    const auto bytes = numbers(raw, "bytes", 0, 0, 255, false);
+    if (!raw.has("bytes")) raw.text("bytes", 1);  // says that they are missing
+    raw.refuse_unknown_keys();
+    if (!page || !offset || !bytes) continue;
+    const bool is_lower = offset->value < module_page_size;
+    const auto room = static_cast<std::size_t>((is_lower ? 128 : 256) - offset->value);
+    if (bytes->value.size() > room) {
+      problems_.add(bytes->line,
+                    fmt::format("'bytes' holds {} bytes, expected at most {} from offset {} on",
+                                bytes->value.size(), room, offset->value));
+      continue;
+    }
+    for (std::size_t i = 0; i < bytes->value.size(); ++i) {
+      const std::size_t position = eeprom_position(static_cast<uint32_t>(page->value),
+                                                   static_cast<uint32_t>(offset->value)) +
+                                   i;
+      image_.bytes[position] = static_cast<uint8_t>(bytes->value[i]);
+      origins_[position] = {"raw", bytes->line};
+    }
+  }
+}
+
+void image_compiler::compile_faults(toml_table &table) {
+  const auto text = table.text("faults", max_text, "none");
+  std::string error;
+  if (text && !parse_fault_script(text->value, image_.faults, error)) {
+    problems_.add(text->line, fmt::format("'faults': {}", error));
+  }
+}
+
+void image_compiler::finish_checksum() {
+  const std::size_t position = eeprom_position(0, checksum_offset);
+  if (origins_.contains(position)) return;
+  image_.bytes[position] = page_0_checksum(image_);
+}
+
+std::optional<located<double>> image_compiler::number(toml_table &table, std::string_view key,
+                                                      double min, double max) {
+  const toml::node *node = table.any(key);
+  if (!node) return {};
+  const auto value = number_of(*node);
+  if (value && *value >= min && *value <= max) return located<double>{*value, line_of(*node)};
+  problems_.add(
+      line_of(*node),
+      value ? fmt::format("'{}' is {}, expected a number from {} to {}", key, *value, min, max)
+            : fmt::format("'{}' is no number, expected one from {} to {}", key, min, max));
+  return {};
+}
+
+std::optional<located<std::vector<double>>> image_compiler::numbers(toml_table &table,
+                                                                    std::string_view key,
+                                                                    std::size_t count, double min,
+                                                                    double max, bool fractions) {
+  const toml::node *node = table.any(key);
+  if (!node) return {};
+  const std::string expected =
+      fmt::format("an array of {}{}numbers from {} to {}",
+                  count > 0 ? fmt::format("{} ", count) : "", fractions ? "" : "whole ", min, max);
+  const toml::array *array = node->as_array();
+  if (!array || array->empty() || (count > 0 && array->size() != count)) {
+    problems_.add(
+        line_of(*node),
+        array ? fmt::format("'{}' has {} elements, expected {}", key, array->size(), expected)
+              : fmt::format("'{}' is no array, expected {}", key, expected));
+    return {};
+  }
+  located<std::vector<double>> result{{}, line_of(*node)};
+  for (const toml::node &element : *array) {
+    const auto value = number_of(element);
+    if (!value || !(*value >= min && *value <= max) || (!fractions && !element.is_integer())) {
+      problems_.add(
+          line_of(element),
+          fmt::format("'{}' holds {}, expected {}", key,
+                      value ? fmt::format("{}", *value) : std::string("something else"), expected));
+      return {};
+    }
+    result.value.push_back(*value);
+  }
+  return result;
+}
+
+byte_place image_compiler::layout(uint32_t offset) const {
+  if (has_new_map_) return {new_layout_page, offset + new_layout_shift};
+  return {old_layout_page, offset};
+}
+
+void image_compiler::put(const std::string &key, uint32_t line, byte_place place, uint8_t value) {
+  const std::size_t position = eeprom_position(place.page, place.offset);
+  const auto [first, is_new] = origins_.emplace(position, origin{key, line});
+  if (!is_new && image_.bytes[position] != value) {
+    problems_.add(line, fmt::format("'{}' wants {} in byte {} of page {}, which '{}' in line {} "
+                                    "has set to {}; expected the same value",
+                                    key, value, place.offset, place.page, first->second.key,
+                                    first->second.line, image_.bytes[position]));
+    return;
+  }
+  image_.bytes[position] = value;
+}
+
+void image_compiler::put_word(const std::string &key, uint32_t line, byte_place place,
+                              uint16_t value) {
+  put(key, line, place, static_cast<uint8_t>(value >> 8));
+  put(key, line, {place.page, place.offset + 1}, static_cast<uint8_t>(value & 0xFF));
+}
+
+void image_compiler::put_text(const std::string &key, uint32_t line, const text_place &place,
+                              std::string_view text) {
+  for (uint32_t i = 0; i < place.size; ++i) {
+    const char c = i < text.size() ? text[i] : ' ';
+    put(key, line, {place.at.page, place.at.offset + i}, static_cast<uint8_t>(c));
+  }
+}
+
+}  // namespace lum_linux

@@ -1,0 +1,68 @@
+// Turns one parsed module description into bytes.
+#pragma once
+
+#include <toml++/toml.h>
+
+#include <cstdint>
+#include <initializer_list>
+#include <map>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "images/image_places.h"
+#include "lum_linux/image.h"
+#include "toml_table.h"
+
+namespace lum_linux {
+
+class image_compiler {
+ public:
+  explicit image_compiler(problem_list &problems) : problems_(problems) {}
+
+  // Worth something only when no problem has come up.
+  module_image compile(const toml::table &document);
+
+ private:
+  // A byte that a key has set.
+  struct origin {
+    std::string key;
+    uint32_t line;
+  };
+
+  void compile_identity(toml_table &table);
+  void compile_oui(toml_table &table);
+  void compile_firmware(toml_table &table);
+  void compile_measurements(toml_table &table);
+  void compile_flags(toml_table &table);
+  void compile_sub_port(toml_table &table, uint32_t sub_port);
+  void compile_readings(toml_table &table, const sub_port_places &places, const std::string &where);
+  void compile_raw(toml_table &table);
+  void compile_faults(toml_table &table);
+  void finish_checksum();
+
+  // The value of a key as a number from min to max; nothing when it is not there or wrong.
+  std::optional<located<double>> number(toml_table &table, std::string_view key, double min,
+                                        double max);
+  // The value of a key as an array of exactly `count` numbers (any number of them from 1 on when
+  // `count` is 0). Whole numbers only unless `fractions`.
+  std::optional<located<std::vector<double>>> numbers(toml_table &table, std::string_view key,
+                                                      std::size_t count, double min, double max,
+                                                      bool fractions);
+
+  byte_place layout(uint32_t offset) const;
+  // Two keys may set one byte only to the same value.
+  void put(const std::string &key, uint32_t line, byte_place place, uint8_t value);
+  void put_word(const std::string &key, uint32_t line, byte_place place, uint16_t value);
+  void put_text(const std::string &key, uint32_t line, const text_place &place,
+                std::string_view text);
+
+  problem_list &problems_;
+  module_image image_;
+  bool has_new_map_ = false;
+  std::map<std::size_t, origin> origins_;  // by position in the image
+};
+
+}  // namespace lum_linux

@@ -1,0 +1,150 @@
+// A module's memory in an `eeprom` file.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <functional>
+#include <utility>
+
+#include "lum_linux/module_memory.h"
+#include "modules/unique_fd.h"
+
+namespace lum_linux {
+namespace {
+
+// Codes of a missing file, and those that the kernel's driver gives for an empty cage.
+cerrno code_of(int error) {
+  switch (error) {
+    case ENOENT:
+    case ENOTDIR:
+    case ENXIO:
+    case ENODEV:
+    case EREMOTEIO:
+      return module_absent;
+    default:
+      return static_cast<cerrno>(error);
+  }
+}
+
+class file_memory final : public module_memory {
+ public:
+  explicit file_memory(std::filesystem::path file) : file_(std::move(file)) {}
+
+  cerrno read(uint32_t page, uint32_t offset, std::span<uint8_t> out) override;
+  cerrno write(uint32_t page, uint32_t offset, uint8_t value) override;
+  bool present() override;
+  uint64_t insertion() override;
+  std::string location() const override { return file_.native(); }
+
+ private:
+  unique_fd open(int flags, cerrno &code) const;
+
+  std::filesystem::path file_;
+};
+
+cerrno read_at(int fd, std::size_t position, std::span<uint8_t> out) {
+  while (!out.empty()) {
+    const ssize_t count = ::pread(fd, out.data(), out.size(), static_cast<off_t>(position));
+    if (count < 0) {
+      if (errno == EINTR) continue;
+      return code_of(errno);
+    }
+    if (count == 0) return module_failing;
+    out = out.subspan(static_cast<std::size_t>(count));
+    position += static_cast<std::size_t>(count);
+  }
+  return module_ok;
+}
+
+// Bytes of the lower page and of an upper page lie apart unless the page is 0.
+cerrno read_window(int fd, uint32_t page, uint32_t offset, std::span<uint8_t> out) {
+  const std::size_t lower =
+      offset < module_page_size ? std::min<std::size_t>(out.size(), module_page_size - offset) : 0;
+  cerrno rc = module_ok;
+  if (lower > 0) rc = read_at(fd, offset, out.first(lower));
+  if (rc == module_ok && out.size() > lower) {
+    const uint32_t upper = offset + static_cast<uint32_t>(lower);
+    rc = read_at(fd, eeprom_position(page, upper), out.subspan(lower));
+  }
+  return rc;
+}
+
+cerrno file_memory::read(uint32_t page, uint32_t offset, std::span<uint8_t> out) {
+  cerrno code = module_ok;
+  const unique_fd fd = open(O_RDONLY, code);
+  return fd ? read_window(fd.get(), page, offset, out) : code;
+}
+
+cerrno file_memory::write(uint32_t page, uint32_t offset, uint8_t value) {
+  cerrno code = module_ok;
+  const unique_fd fd = open(O_RDWR, code);
+  if (!fd) return code;
+  const std::size_t position = eeprom_position(page, offset);
+  struct stat info = {};
+  if (::fstat(fd.get(), &info) != 0) return static_cast<cerrno>(errno);
+  // A file of the kernel may show no size; there only a read tells where it ends.
+  if (info.st_size == 0) {
+    uint8_t there = 0;
+    code = read_at(fd.get(), position, {&there, 1});
+    if (code != module_ok) return code;
+  } else if (position >= static_cast<std::size_t>(info.st_size)) {
+    return module_failing;
+  }
+  ssize_t count = 0;
+  do {
+    count = ::pwrite(fd.get(), &value, 1, static_cast<off_t>(position));
+  } while (count < 0 && errno == EINTR);
+  if (count < 0) return code_of(errno);
+  return count == 1 ? module_ok : module_failing;
+}
+
+bool file_memory::present() {
+  cerrno code = module_ok;
+  const unique_fd fd = open(O_RDONLY, code);
+  if (!fd) return code != module_absent;
+  uint8_t first = 0;
+  return read_at(fd.get(), 0, {&first, 1}) != module_absent;
+}
+
+// A file put in another's place has another inode or, where the number is used again, another time
+// of birth.
+uint64_t file_memory::insertion() {
+  struct statx info = {};
+  if (::statx(AT_FDCWD, file_.c_str(), 0, STATX_INO | STATX_BTIME, &info) != 0) return 0;
+  uint64_t number = info.stx_ino;
+  const auto mix = [&number](uint64_t value) {
+    number = (number ^ value) * 0x9E3779B97F4A7C15ull;
+    number ^= number >> 29;
+  };
+  mix(uint64_t{info.stx_dev_major} << 32 | info.stx_dev_minor);
+  if (info.stx_mask & STATX_BTIME) {
+    mix(static_cast<uint64_t>(info.stx_btime.tv_sec));
+    mix(info.stx_btime.tv_nsec);
+  }
+  return number;
+}
+
+// O_NONBLOCK: whatever stands in the file's place must not hold up the caller.
+unique_fd file_memory::open(int flags, cerrno &code) const {
+  unique_fd fd(::open(file_.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  struct stat info = {};
+  if (!fd || ::fstat(fd.get(), &info) != 0) {
+    code = code_of(errno);
+    return unique_fd();
+  }
+  if (!S_ISREG(info.st_mode)) {
+    code = module_failing;
+    return unique_fd();
+  }
+  return fd;
+}
+
+}  // namespace
+
+std::unique_ptr<module_memory> make_file_memory(std::filesystem::path file) {
+  return std::make_unique<file_memory>(std::move(file));
+}
+
+}  // namespace lum_linux

@@ -1,0 +1,255 @@
+#include "modules/module_entry.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace lum_linux {
+namespace {
+
+constexpr std::chrono::milliseconds presence_bound(250);
+constexpr std::chrono::milliseconds look_bound(1000);
+
+}  // namespace
+
+class module_entry::memory_hold {
+ public:
+  // Expects the mutex held and the memory free.
+  memory_hold(module_entry &entry, lock &held) : entry_(entry), held_(held) {
+    entry_.busy_ = true;
+    entry_.busy_since_ = clock::now();
+  }
+  ~memory_hold() {
+    if (!held_.owns_lock()) held_.lock();
+    entry_.busy_ = false;
+    entry_.changed_.notify_all();
+  }
+  memory_hold(const memory_hold &) = delete;
+  memory_hold &operator=(const memory_hold &) = delete;
+
+ private:
+  module_entry &entry_;
+  lock &held_;
+};
+
+module_entry::module_entry(module_placement placement)
+    : backend_(placement.backend),
+      memory_(std::move(placement.memory)),
+      description_(std::move(placement.description)) {
+  faults_.set(placement.faults);
+  note(memory_->present(), memory_->insertion());
+}
+
+cerrno module_entry::transfer(transfer_kind kind, uint32_t page, uint32_t offset,
+                              std::span<uint8_t> bytes) {
+  lock held(mutex_);
+  changed_.wait(held, [this] { return !busy_ || stopped_; });
+  if (stopped_) return module_absent;
+  const memory_hold hold(*this, held);
+  const clock::time_point started = clock::now();
+  ++statistics_.attempted;
+  const cerrno rc = is_module_place(page, offset, bytes.size())
+                        ? carry_out(held, kind, page, offset, bytes)
+                        : module_bad_argument;
+  count(kind, bytes.size(), rc, started);
+  return rc;
+}
+
+cerrno module_entry::carry_out(lock &held, transfer_kind kind, uint32_t page, uint32_t offset,
+                               std::span<uint8_t> bytes) {
+  if (pulled_) {
+    if (faults_.met_empty_cage()) put_back();
+    return module_absent;
+  }
+  const transfer_plan plan = faults_.begin(kind);
+  cerrno rc = wait_out_faults(held);
+  if (rc == module_ok) rc = plan.refusal;
+  if (rc == module_ok && kind == transfer_kind::write_byte) {
+    rc = access(held, [&] { return memory_->write(page, offset, bytes[0]); });
+  } else if (rc == module_ok) {
+    std::array<uint8_t, 2 * module_page_size> brought;
+    const std::span<uint8_t> read = std::span(brought).first(bytes.size());
+    rc = access(held, [&] { return memory_->read(page, offset, read); });
+    if (rc == module_ok) {
+      faults_.spoil(plan, kind, page, offset, read);
+      std::copy(read.begin(), read.end(), bytes.begin());
+    }
+  }
+  if (faults_.finished()) pulled_ = true;
+  return rc;
+}
+
+// Also keeps what the access tells about the module's presence.
+cerrno module_entry::access(lock &held, const std::function<cerrno()> &use) {
+  const bool was_there = there_;
+  uint64_t insertion = memory_insertion_;
+  held.unlock();
+  const cerrno rc = use();
+  if (!was_there && rc != module_absent) insertion = memory_->insertion();
+  held.lock();
+  note(rc != module_absent, insertion);
+  return rc;
+}
+
+cerrno module_entry::wait_out_faults(lock &held) {
+  const auto is_over = [this] { return stopped_ || pulled_; };
+  const auto delay = faults_.script().delay;
+  if (delay.count() > 0) changed_.wait_for(held, delay, is_over);
+  changed_.wait(held, [&] { return !faults_.script().hang || is_over(); });
+  return is_over() ? module_absent : module_ok;
+}
+
+bool module_entry::present() { return status(true).present; }
+
+module_status module_entry::status(bool ask) {
+  lock held(mutex_);
+  if (ask) ask_presence(held);
+  module_status result;
+  result.backend = backend_;
+  result.location = memory_->location();
+  result.present = there_ && !pulled_ && !stopped_;
+  result.pulled = pulled_;
+  result.insertion = insertion_;
+  if (busy_) {
+    result.busy_for =
+        std::chrono::duration_cast<std::chrono::milliseconds>(clock::now() - busy_since_);
+  }
+  result.faults = faults_.script();
+  result.statistics = statistics_;
+  return result;
+}
+
+void module_entry::ask_presence(lock &held) {
+  changed_.wait_for(held, presence_bound, [this] { return !busy_ || stopped_; });
+  if (busy_ || stopped_) return;
+  const memory_hold hold(*this, held);
+  held.unlock();
+  const bool there = memory_->present();
+  const uint64_t insertion = there ? memory_->insertion() : 0;
+  held.lock();
+  note(there, insertion);
+}
+
+// A module that has come, or another one in the place of the one known, is a new insertion.
+void module_entry::note(bool there, uint64_t insertion) {
+  if (there && (!there_ || insertion != memory_insertion_)) {
+    ++insertion_;
+    faults_.forget();
+  }
+  there_ = there;
+  memory_insertion_ = insertion;
+}
+
+void module_entry::set_faults(const fault_script &faults) {
+  const std::lock_guard held(mutex_);
+  faults_.set(faults);
+  changed_.notify_all();
+}
+
+void module_entry::release() {
+  const std::lock_guard held(mutex_);
+  faults_.release();
+  changed_.notify_all();
+}
+
+void module_entry::remove() {
+  const std::lock_guard held(mutex_);
+  pulled_ = true;
+  changed_.notify_all();
+}
+
+cerrno module_entry::insert() {
+  {
+    lock held(mutex_);
+    ask_presence(held);
+    if (pulled_) put_back();
+    if (there_ || backend_ != module_backend::simulated || description_.empty()) {
+      return there_ ? module_ok : cerrno{2};
+    }
+  }
+  std::string error;
+  return insert(description_, error);
+}
+
+cerrno module_entry::insert(const std::filesystem::path &description, std::string &error) {
+  if (backend_ != module_backend::simulated) {
+    error = "only a simulated module can be replaced";
+    return module_unsupported;
+  }
+  std::error_code code;
+  const bool is_there = std::filesystem::exists(description, code);
+  const image_result result = read_module_image(description);
+  if (!result.image) {
+    for (const auto &problem : result.problems) {
+      if (!error.empty()) error += '\n';
+      error += to_string(problem);
+    }
+    return is_there ? module_bad_argument : cerrno{2};
+  }
+  lock held(mutex_);
+  const cerrno rc = wait_for_memory(held);
+  if (rc != module_ok) {
+    error = rc == module_busy ? "the module's transfer under way does not end" : "stopped";
+    return rc;
+  }
+  const memory_hold hold(*this, held);
+  memory_->replace(*result.image);
+  pulled_ = false;
+  faults_.set(result.image->faults);
+  note(true, memory_->insertion());
+  return module_ok;
+}
+
+void module_entry::put_back() {
+  pulled_ = false;
+  ++insertion_;
+  faults_.forget();
+}
+
+cerrno module_entry::peek(uint32_t page, uint32_t offset, std::span<uint8_t> out) {
+  if (!is_module_place(page, offset, out.size())) return module_bad_argument;
+  return with_memory([&] { return memory_->read(page, offset, out); });
+}
+
+cerrno module_entry::poke(uint32_t page, uint32_t offset, uint8_t value) {
+  if (!is_module_place(page, offset, 1)) return module_bad_argument;
+  return with_memory([&] { return memory_->write(page, offset, value); });
+}
+
+cerrno module_entry::with_memory(const std::function<cerrno()> &use) {
+  lock held(mutex_);
+  const cerrno rc = wait_for_memory(held);
+  if (rc != module_ok) return rc;
+  if (pulled_) return module_absent;
+  const memory_hold hold(*this, held);
+  return access(held, use);
+}
+
+cerrno module_entry::wait_for_memory(lock &held) {
+  changed_.wait_for(held, look_bound, [this] { return !busy_ || stopped_; });
+  if (stopped_) return module_absent;
+  return busy_ ? module_busy : module_ok;
+}
+
+void module_entry::stop() {
+  const std::lock_guard held(mutex_);
+  stopped_ = true;
+  changed_.notify_all();
+}
+
+void module_entry::count(transfer_kind kind, std::size_t bytes, cerrno rc,
+                         clock::time_point started) {
+  const auto now = std::chrono::system_clock::now();
+  statistics_.last_duration =
+      std::chrono::duration_cast<std::chrono::microseconds>(clock::now() - started);
+  if (rc != module_ok) {
+    ++statistics_.failed;
+    statistics_.last_error = rc;
+    statistics_.last_failure = now;
+    return;
+  }
+  statistics_.last_success = now;
+  (kind == transfer_kind::write_byte ? statistics_.bytes_written : statistics_.bytes_read) += bytes;
+}
+
+}  // namespace lum_linux

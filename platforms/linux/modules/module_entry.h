@@ -1,0 +1,76 @@
+// One module of the rack: its memory, its lock, its faults and what is known of its transfers.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <mutex>
+#include <span>
+#include <string>
+
+#include "lum_linux/modules.h"
+#include "modules/fault_injector.h"
+
+namespace lum_linux {
+
+// The memory belongs to one caller at a time: who has set busy_ under mutex_. The mutex itself is
+// never held during an access to the memory, a delay or a hang, so that everything else about the
+// module can be asked and changed meanwhile.
+class module_entry {
+ public:
+  explicit module_entry(module_placement placement);
+
+  // `bytes` is what to read into, or the one byte to write.
+  cerrno transfer(transfer_kind kind, uint32_t page, uint32_t offset, std::span<uint8_t> bytes);
+
+  bool present();
+  module_status status(bool ask);
+
+  void set_faults(const fault_script &faults);
+  void release();
+  void remove();
+  cerrno insert();
+  cerrno insert(const std::filesystem::path &description, std::string &error);
+
+  cerrno peek(uint32_t page, uint32_t offset, std::span<uint8_t> out);
+  cerrno poke(uint32_t page, uint32_t offset, uint8_t value);
+
+  void stop();
+
+ private:
+  using lock = std::unique_lock<std::mutex>;
+  using clock = std::chrono::steady_clock;
+
+  class memory_hold;  // has the memory while it lives
+
+  cerrno carry_out(lock &held, transfer_kind kind, uint32_t page, uint32_t offset,
+                   std::span<uint8_t> bytes);
+  cerrno wait_out_faults(lock &held);
+  cerrno access(lock &held, const std::function<cerrno()> &use);
+  cerrno with_memory(const std::function<cerrno()> &use);
+  cerrno wait_for_memory(lock &held);
+  void ask_presence(lock &held);
+  void note(bool there, uint64_t insertion);
+  void put_back();
+  void count(transfer_kind kind, std::size_t bytes, cerrno rc, clock::time_point started);
+
+  const module_backend backend_;
+  const std::unique_ptr<module_memory> memory_;
+  const std::filesystem::path description_;
+
+  std::mutex mutex_;  // guards everything below
+  std::condition_variable changed_;
+  bool busy_ = false;
+  bool stopped_ = false;
+  bool pulled_ = false;
+  bool there_ = false;             // the memory had a module when it was last asked
+  uint64_t memory_insertion_ = 0;  // and this was its number
+  uint64_t insertion_ = 0;
+  clock::time_point busy_since_{};
+  fault_injector faults_;
+  module_statistics statistics_;
+};
+
+}  // namespace lum_linux
