@@ -39,6 +39,8 @@ int wavl_running(const wavl_tree *tree);
 /* The calls below may come from any threads at the same time; each is atomic. They never call back
  * into the user but for the comparator, which runs with the tree's own lock held.
  *
+ * On a tree that is not running they find nothing and change nothing.
+ *
  * A node that has been taken out may still be given to wavl_get_next for as long as its memory
  * lives and its key is unchanged: the answer is then the node that follows that key. */
 

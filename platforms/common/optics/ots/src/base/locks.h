@@ -27,6 +27,7 @@ class library_lock {
   int try_take() { return pthread_mutex_trylock(&mutex_); }
   int wait() { return pthread_mutex_lock(&mutex_); }
   int release() { return pthread_mutex_unlock(&mutex_); }
+  void keep() {}  // stays taken
   pthread_mutex_t *mutex() { return &mutex_; }
 
  private:
@@ -51,13 +52,17 @@ class port_lock {
   lum_port_data &port_;
 };
 
-// Holds a lock for a scope. A lock that could not be taken is released anyway, as every user of the
-// library's mutexes does; error() then tells why.
+// What becomes of a lock that could not be taken. Most users release it anyway; users of a module
+// go on without it, and their own release at the end is then refused.
+enum class after_failure { release_anyway, leave };
+
+// Holds a lock for a scope. error() tells why it could not be taken.
 template <typename Lock>
 class hold {
  public:
   template <typename Target>
-  hold(Target &target, lock_site site) : lock_(target) {
+  hold(Target &target, lock_site site, after_failure policy = after_failure::release_anyway)
+      : lock_(target) {
     error_ = lock_.try_take();
     if (error_ == EBUSY) {
       ptd_set_mutex_block(lock_.mutex(), site.function, site.line);
@@ -65,7 +70,7 @@ class hold {
       ptd_unset_mutex_block(lock_.mutex());
     }
     held_ = error_ == 0;
-    if (!held_) lock_.release();
+    if (!held_ && policy == after_failure::release_anyway) lock_.release();
   }
   hold(const hold &) = delete;
   hold &operator=(const hold &) = delete;
