@@ -1,0 +1,193 @@
+// The ports database: nodes are added, given their port handle, found and removed.
+#include <atomic>
+#include <cerrno>
+#include <cstddef>
+
+#include "base/locks.h"
+#include "base/memory.h"
+#include "base/shared.h"
+#include "base/trace.h"
+#include "lum_ports_db/lum_ports_db.h"
+
+using namespace lum;
+
+lum_ports_db lum_platform;
+
+static constexpr char trace_area[] = "lum_ports_db";
+
+static int by_rsip(const void *first, const void *second);
+static int by_port_handle(const void *first, const void *second);
+static bool claim_handle(port_node &node);
+static void drop_node(port_node *node);
+
+cerrno lum_ports_db_init() {
+  return wavl_init(&lum_platform.tree, 2, offsetof(lum_port_node_info, links), by_rsip,
+                   by_port_handle);
+}
+
+cerrno lum_ports_db_add_entry(std::uint32_t rsip, const lum_port_data *data) {
+  if (!wavl_running(&lum_platform.tree)) {
+    LUM_ERROR(206, "wavl is not running\n");
+    return EAGAIN;
+  }
+  c_object<port_node> node = zeroed_object<port_node>();
+  if (!node) {
+    LUM_ERROR(207, "calloc failure\n");
+    return ENOMEM;
+  }
+  LUM_INFO(208, "insert into lum_port_db wavl tree rsip: 0x%x\n", rsip);
+  node->rsip = rsip;
+  node->data = *data;
+
+  library_hold lock(lum_platform.mutex, {__func__, __LINE__});
+  if (lock.error() != 0) {
+    LUM_ERROR(209, "mutex lock failure, errno: %d\n", lock.error());
+    return lock.error();
+  }
+  cerrno result = 0;
+  if (wavl_insert_thread(&lum_platform.tree, 0, node.get())) {
+    node.release();
+    ++lum_platform.rsip_count;
+    lum_inc_ots_cntrs(LUM_SUB_PORTS);
+  } else {
+    node.reset();
+    LUM_INFO(210, "insert into lum_port_db wavl tree failed cur %d\n", lum_platform.rsip_count);
+    result = EFAULT;
+  }
+  if (const int rc = lock.release(); rc != 0) {
+    LUM_ERROR(211, "mutex unlock failure, errno: %d\n", rc);
+    return rc;
+  }
+  return result;
+}
+
+// A node that could not take the mutex stays in the database and keeps its memory: it is freed when
+// it is removed.
+cerrno lum_ports_db_update_entry(std::uint32_t rsip, std::uint32_t port_handle) {
+  ports_reader reader;
+  auto *node = static_cast<port_node *>(lum_ports_db_find_entry(rsip));
+  if (node == nullptr) {
+    LUM_INFO(212, "insert into lum_port_db wavl tree failed  %d\n",
+             shared_load(lum_platform.port_handle_count));
+    return EFAULT;
+  }
+  if (claim_handle(*node)) shared_store(node->port_handle, port_handle);
+  LUM_INFO(213, "insert into lum_port_db wavl tree port_handle %d, 0x%x\n", port_handle,
+           port_handle);
+
+  library_hold lock(lum_platform.mutex, {__func__, __LINE__});
+  if (lock.error() != 0) {
+    LUM_ERROR(214, "ports DB mutex lock failed, errno: %d\n", lock.error());
+    return lock.error();
+  }
+  if (wavl_insert_thread(&lum_platform.tree, 1, node)) {
+    node->in_handle_index = 1;
+    shared_store(lum_platform.port_handle_count, lum_platform.port_handle_count + 1);
+  } else {
+    drop_node(node);
+    LUM_INFO(215, "insert into lum_port_db wavl tree failed %d\n", lum_platform.port_handle_count);
+  }
+  if (const int rc = lock.release(); rc != 0) {
+    LUM_ERROR(216, "ports DB mutex unlock failed, errno: %d\n", rc);
+    return rc;
+  }
+  return 0;
+}
+
+lum_port_node_info *lum_ports_db_find_entry(std::uint32_t rsip) {
+  if (!wavl_running(&lum_platform.tree)) {
+    LUM_ERROR(217, "wavl is not running\n");
+    return nullptr;
+  }
+  lum_port_node_info key = {};
+  key.rsip = rsip;
+  library_hold lock(lum_platform.mutex, {__func__, __LINE__});
+  if (lock.error() != 0) {
+    LUM_ERROR(218, "ports DB mutex lock failed, errno: %d\n", lock.error());
+    return nullptr;
+  }
+  auto *node = static_cast<lum_port_node_info *>(wavl_search(&lum_platform.tree, &key, 0));
+  return lock.release() == 0 ? node : nullptr;
+}
+
+lum_port_node_info *lum_get_port_node_from_rsip(std::uint32_t rsip) {
+  return lum_ports_db_find_entry(rsip);
+}
+
+lum_port_node_info *lum_get_port_node_from_port_handle(std::uint32_t port_handle) {
+  if (!wavl_running(&lum_platform.tree)) {
+    LUM_ERROR(219, "wavl is not running\n");
+    return nullptr;
+  }
+  lum_port_node_info key = {};
+  key.port_handle = port_handle;
+  return static_cast<lum_port_node_info *>(wavl_search(&lum_platform.tree, &key, 1));
+}
+
+cerrno lum_ports_db_remove_entry(std::uint32_t rsip) {
+  ports_reader reader;
+  auto *node = static_cast<port_node *>(lum_ports_db_find_entry(rsip));
+  if (node == nullptr) return ENOENT;
+
+  library_hold lock(lum_platform.mutex, {__func__, __LINE__});
+  if (lock.error() != 0) {
+    LUM_ERROR(220, "ports DB mutex lock failed, errno: %d\n", lock.error());
+    return lock.error();
+  }
+  cerrno result = 0;
+  if (wavl_delete(&lum_platform.tree, node)) {
+    retire_node(node);
+    --lum_platform.rsip_count;
+    shared_store(lum_platform.port_handle_count, lum_platform.port_handle_count - 1);
+    lum_dec_ots_cntrs(LUM_SUB_PORTS);
+    LUM_INFO(221, "ports DB delete done, rsip 0x%x\n", rsip);
+  } else {
+    LUM_ERROR(222, "ports DB delete err, rsip 0x%x\n", rsip);
+    result = EFAULT;
+  }
+  if (const int rc = lock.release(); rc != 0) {
+    LUM_ERROR(223, "ports DB mutex unlock failed, errno: %d\n", rc);
+    return rc;
+  }
+  return result;
+}
+
+cerrno lum_ports_db_walk_via_rsip(wavl_callback callback, void *context) {
+  ports_reader reader;
+  wavl_walk(&lum_platform.tree, 0, callback, context);
+  return 0;
+}
+
+static int compare_keys(std::uint32_t first, std::uint32_t second) {
+  return first < second ? 0 : first == second ? 1 : 2;
+}
+
+// A null node sorts before any node.
+static int compare_nodes(const void *first, const void *second,
+                         std::uint32_t lum_port_node_info::*key) {
+  if (first == nullptr) return second == nullptr ? 1 : 0;
+  if (second == nullptr) return 2;
+  return compare_keys(shared_load(static_cast<const lum_port_node_info *>(first)->*key),
+                      shared_load(static_cast<const lum_port_node_info *>(second)->*key));
+}
+
+static int by_rsip(const void *first, const void *second) {
+  return compare_nodes(first, second, &lum_port_node_info::rsip);
+}
+
+static int by_port_handle(const void *first, const void *second) {
+  return compare_nodes(first, second, &lum_port_node_info::port_handle);
+}
+
+// A node's handle is set once: its place in index 1 hangs on it. A second update of the node finds
+// it in the index and fails on that.
+static bool claim_handle(port_node &node) {
+  return std::atomic_ref(node.handle_claimed).exchange(1) == 0;
+}
+
+// Takes a node whose handle could not be indexed out of the database. Under the database mutex.
+static void drop_node(port_node *node) {
+  wavl_delete_thread(&lum_platform.tree, 0, node);
+  if (node->in_handle_index) wavl_delete_thread(&lum_platform.tree, 1, node);
+  retire_node(node);
+}
