@@ -1,0 +1,24 @@
+// The entity agent's interface operations, one entry each.
+#include "base/bytes.h"
+#include "base/trace.h"
+#include "ea_server.h"
+#include "lum_utils/lum_utils.h"
+
+using namespace lum;
+
+static constexpr char trace_area[] = "lum_ots_ea_hdlr";
+
+cerrno lum_ots_ea_hdlrs(std::uint32_t operation, const void *entry, void *) {
+  const std::span<const std::uint8_t> record(static_cast<const std::uint8_t *>(entry),
+                                             EA_REQUEST_ENTRY_SIZE);
+  const char *name = ea_operation_name(operation);
+  LUM_INFO(67, "***Servicing %s for Optics ifhandle 0x%x admin status = %d state ready = %d ***\n",
+           name == nullptr ? "(null)" : name, get<std::uint32_t>(record, EA_REQUEST_ENTRY_IFHANDLE),
+           get<std::uint8_t>(record, EA_REQUEST_ENTRY_ADMIN),
+           get<std::uint8_t>(record, EA_REQUEST_ENTRY_STATE_READY));
+  return 0;
+}
+
+cerrno lum_ots_handle_admin_update() { return 0; }
+
+cerrno lum_ots_fill_hw_info() { return 0; }
