@@ -1,0 +1,165 @@
+// An operator's test event forces alarms on, or readings up, for one sub-port:
+// <anything>#Ots<rack>_<slot>_<instance>_<port>_<sub-port>#<test>#<alarm>#<status>.
+#include <charconv>
+#include <cstring>
+#include <iterator>
+#include <optional>
+#include <string_view>
+
+#include "base/shared.h"
+#include "base/trace.h"
+#include "lum_ports_db/lum_ports_db.h"
+#include "test_event.h"
+
+#include <cerrno>
+
+using namespace lum;
+
+static constexpr char trace_area[] = "lum_pm_alarm_test";
+
+char test_string[4][40] = {"test_suite_0", "test_suite_1", "test_suite_2", "test_suite_3"};
+
+namespace {
+
+constexpr test_event_record test_records[] = {{100, lum_ots_test_alarms_pm}};
+
+struct test_request {
+  char name[LUM_IFNAME_SIZE];
+  std::uint32_t rack, slot, instance, port, sub_port;
+  std::uint32_t test, alarm, status;
+};
+
+std::optional<test_request> parse(const char *text);
+void inject_alarm(lum_test_injection &injection, const test_request &request);
+void offset_readings(lum_test_injection &injection, const test_request &request);
+
+}  // namespace
+
+cerrno lum_pm_alarm_test_init(std::uint64_t, std::uint32_t suite) {
+  if (suite >= std::size(test_string)) return EINVAL;
+  test_event_init_tests_v2(test_string[suite], 0, lum_get_ctx()->evm, test_records,
+                           std::size(test_records));
+  return 0;
+}
+
+void lum_pm_alarm_test_cleanup(std::uint32_t suite) {
+  if (suite < std::size(test_string)) test_event_close_tests(test_string[suite]);
+}
+
+void lum_ots_test_alarms_pm(void *, const char *text) {
+  const std::optional<test_request> request = parse(text);
+  if (!request) {
+    LUM_ERROR(71, "Invalid inputs \n");
+    return;
+  }
+  LUM_INFO(72, "intf-name[%s] test[%d] alarm-id[%d] status[%d] RSIP[%d:%d:%d:%d:%d] \n",
+           request->name, request->test, request->alarm, request->status, request->rack,
+           request->slot, request->instance, request->port, request->sub_port);
+  const std::uint32_t rsip =
+      pack_rsip(request->rack, request->slot, request->instance, request->port);
+  ports_reader reader;
+  lum_port_node_info *node = lum_get_port_node_from_rsip(rsip);
+  if (node == nullptr || request->sub_port >= LUM_SUB_PORTS) {
+    LUM_ERROR(73, "Invalid inputs \n");
+    return;
+  }
+  LUM_INFO(74, "Port Found for rsip=0x%x test id %d \n", rsip, request->test);
+  lum_test_injection &injection = node->data.test[request->sub_port];
+  if (request->test == 1) inject_alarm(injection, *request);
+  if (request->test == 2) offset_readings(injection, *request);
+}
+
+namespace {
+
+// Takes the text up to the next '#', or all of it.
+std::string_view take_field(std::string_view &rest) {
+  const std::size_t end = rest.find('#');
+  const std::string_view field = rest.substr(0, end);
+  rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
+  return field;
+}
+
+bool to_number(std::string_view text, int base, std::uint32_t &number) {
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
+  return error == std::errc() && end == text.data() + text.size();
+}
+
+bool parse_name(std::string_view name, test_request &request) {
+  constexpr std::string_view prefix = "Ots";
+  if (!name.starts_with(prefix)) return false;
+  name.remove_prefix(prefix.size());
+  std::uint32_t *const numbers[] = {&request.rack, &request.slot, &request.instance, &request.port,
+                                    &request.sub_port};
+  for (std::uint32_t *number : numbers) {
+    const std::size_t end = number == &request.sub_port ? name.size() : name.find('_');
+    if (end == std::string_view::npos || !to_number(name.substr(0, end), 10, *number)) return false;
+    name.remove_prefix(end == name.size() ? end : end + 1);
+  }
+  return true;
+}
+
+// Nothing for a text of any other form.
+std::optional<test_request> parse(const char *text) {
+  if (text == nullptr) return std::nullopt;
+  std::string_view rest = text;
+  if (rest.find('#') == std::string_view::npos) return std::nullopt;
+  take_field(rest);
+  const std::string_view name = take_field(rest);
+  test_request request = {};
+  if (name.size() >= sizeof request.name || !parse_name(name, request)) return std::nullopt;
+  name.copy(request.name, name.size());
+  for (std::uint32_t *number : {&request.test, &request.alarm, &request.status}) {
+    if (!to_number(take_field(rest), 16, *number)) return std::nullopt;
+  }
+  return request;
+}
+
+std::uint64_t bits_of_alarm(std::uint32_t alarm, bool is_sub_port_1) {
+  constexpr std::uint64_t common = 0x1 | 0x2 | 0x4 | 0x80000 | 0x100000;
+  constexpr std::uint64_t of_sub_port_1 = 0x20000 | 0x40000;
+  switch (alarm) {
+    case 10:
+      return 0x2;
+    case 12:
+      return 0x1;
+    case 17:
+      return 0x4;
+    case 18:
+      return 0x80000;
+    case 19:
+      return 0x100000;
+    case 20:
+      return is_sub_port_1 ? 0x20000 : 0;
+    case 21:
+      return is_sub_port_1 ? 0x40000 : 0;
+    case 22:
+      return is_sub_port_1 ? common | of_sub_port_1 : common;
+    default:
+      return 0;
+  }
+}
+
+void inject_alarm(lum_test_injection &injection, const test_request &request) {
+  const std::uint64_t bits = bits_of_alarm(request.alarm, request.sub_port != 0);
+  if (request.status == 1) {
+    shared_or(injection.test_alarm_bits, bits);
+  } else {
+    shared_and(injection.test_alarm_bits, ~bits);
+  }
+}
+
+void offset_readings(lum_test_injection &injection, const test_request &request) {
+  struct reading_offset {
+    std::uint32_t alarm;
+    std::size_t offset;
+    std::uint16_t value;
+  };
+  constexpr reading_offset offsets[] = {{1, 0, 100}, {2, 2, 500}, {3, 3, 500}, {4, 1, 500}};
+  constexpr std::uint32_t all = 5;
+  for (const reading_offset &o : offsets) {
+    if (request.alarm != o.alarm && request.alarm != all) continue;
+    shared_store(injection.pm_test_offsets[o.offset], request.status != 0 ? o.value : 0);
+  }
+}
+
+}  // namespace
