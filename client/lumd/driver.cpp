@@ -1,0 +1,109 @@
+#include "driver.h"
+
+#include <cstring>
+#include <vector>
+
+#include "cages.h"
+#include "data_feed.h"
+#include "log.h"
+#include "lum.h"
+#include "lum_linux/modules.h"
+#include "lum_linux/services.h"
+
+namespace lumd {
+namespace {
+
+constexpr std::chrono::seconds cage_period(1);
+constexpr std::chrono::seconds feed_period(5);
+
+bool start_library(lum_linux::platform &platform, bool &restarted, std::string &error) {
+  if (const cerrno rc = lum_lib_init(); !CERR_IS_OK(rc)) {
+    error = fmt::format("the checkpoint store cannot be used: {}", cerr_strerror(rc));
+    return false;
+  }
+  const auto store = lum_linux::checkpoints_status();
+  if (!store.set_aside.empty()) {
+    say("the checkpoint store was not usable ({}) and is now {}", store.set_aside_reason,
+        store.set_aside.string());
+  }
+  restarted = store.restart;
+
+  lum_infra_params params = {};
+  params.evm = platform.evm();
+  params.restart = restarted ? 1 : 0;
+  params.pm_alarm_test = 1;
+  std::strncpy(params.process_name, "lumd", sizeof params.process_name - 1);
+  params.platform_cbs = &platform.callbacks();
+  if (const cerrno rc = lum_infra_init(&params); !CERR_IS_OK(rc)) {
+    error = fmt::format("the library did not start: {}", cerr_strerror(rc));
+    return false;
+  }
+  return true;
+}
+
+bool create_instance(const lum_linux::node_description &node, uint32_t slot,
+                     const lum_linux::instance_description &instance) {
+  const lum_slot_props slot_props = {1, instance.capacity};
+  if (const cerrno rc = lum_plat_init(node.rack, slot, instance.number, &slot_props);
+      !CERR_IS_OK(rc)) {
+    say("slot {} instance {} was not opened: {}", slot, instance.number, cerr_strerror(rc));
+    return false;
+  }
+  std::vector<lum_port_props> ports;
+  for (const auto &port : instance.ports) {
+    lum_port_props props = {};
+    props.rsip = port.rsip;
+    props.port_index = port.number;
+    props.port_handle = port.handle;
+    ports.push_back(props);
+  }
+  if (ports.empty()) return true;
+  const cerrno rc = lum_create_ports(static_cast<uint32_t>(ports.size()), ports.data());
+  if (!CERR_IS_OK(rc)) {
+    say("the ports of slot {} instance {} were not created: {}", slot, instance.number,
+        cerr_strerror(rc));
+  }
+  return CERR_IS_OK(rc);
+}
+
+}  // namespace
+
+driver::driver(std::unique_ptr<lum_linux::platform> platform) : platform_(std::move(platform)) {}
+
+std::unique_ptr<driver> driver::start(const lum_linux::node_description &node, std::string &error) {
+  auto platform = lum_linux::platform::start(node, error);
+  if (!platform) return nullptr;
+  auto result = std::unique_ptr<driver>(new driver(std::move(platform)));
+  if (!start_library(*result->platform_, result->restarted_, error)) return nullptr;
+  return result;
+}
+
+driver::~driver() { stop(); }
+
+bool driver::create_ports() {
+  bool good = true;
+  {
+    std::lock_guard lock(lifecycle_);
+    for (const auto &slot : node().slots) {
+      for (const auto &instance : slot.instances) {
+        good = create_instance(node(), slot.number, instance) && good;
+      }
+    }
+  }
+  cages_ = std::make_unique<periodic>("lumd-cages", cage_period, [this] { watch_cages(*this); });
+  feed_ = std::make_unique<periodic>("lumd-feed", feed_period, [] { feed_monitoring(); });
+  return good;
+}
+
+void driver::stop() {
+  if (!platform_) return;
+  platform_->modules().stop();
+  if (cages_) cages_->stop();
+  if (feed_) feed_->stop();
+  platform_->stop(std::chrono::seconds(2));
+  for (const ctrace_handle channel : {ct_err, ct_info, ct_debug, ct_periodic}) {
+    if (channel != 0) ctrace_dump(channel);
+  }
+}
+
+}  // namespace lumd

@@ -1,0 +1,53 @@
+// The node at work: platform, library and slots, brought up in the order the library wants and
+// taken down within a bound.
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "lum_linux/platform.h"
+#include "periodic.h"
+
+namespace lumd {
+
+class driver {
+ public:
+  // Starts the platform and the library; there are no ports yet. Returns null with `error` saying
+  // what failed. SIGTERM and SIGINT are to be blocked before: the threads inherit it.
+  static std::unique_ptr<driver> start(const lum_linux::node_description &node, std::string &error);
+
+  ~driver();
+  driver(const driver &) = delete;
+  driver &operator=(const driver &) = delete;
+
+  // Opens every slot and creates every port of the description, then starts to watch the cages and
+  // to feed the monitoring services. Returns false when a call failed; what failed has been said.
+  bool create_ports();
+
+  lum_linux::platform &platform() { return *platform_; }
+  const lum_linux::node_description &node() const { return platform_->node(); }
+  bool restarted() const { return restarted_; }
+  std::chrono::system_clock::time_point started() const { return started_; }
+
+  // Held by whoever opens slots and creates or deletes ports: the library wants that from one
+  // thread at a time.
+  std::mutex &lifecycle() { return lifecycle_; }
+
+  // Ends everything that can be ended, each step within a bound, and writes the traces out. The
+  // library's own threads go on until the process exits.
+  void stop();
+
+ private:
+  explicit driver(std::unique_ptr<lum_linux::platform> platform);
+
+  std::unique_ptr<lum_linux::platform> platform_;
+  bool restarted_ = false;
+  std::chrono::system_clock::time_point started_ = std::chrono::system_clock::now();
+  std::mutex lifecycle_;
+  std::unique_ptr<periodic> cages_;
+  std::unique_ptr<periodic> feed_;
+};
+
+}  // namespace lumd

@@ -1,0 +1,69 @@
+// The server of the JSON API: HTTP/1.1 on a Unix socket and, read-only, on a loopback TCP port.
+// Everything a stranger can do to it is bounded: header and body sizes, idle time, connections.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace lumd {
+
+struct http_request {
+  std::string method;  // "GET", "POST", ...
+  std::string target;  // path and query as sent
+  std::string body;
+  bool read_only = false;  // came in where nothing may be changed
+};
+
+struct http_reply {
+  unsigned status = 200;
+  std::string content_type = "application/json";
+  std::string body;
+  std::string allow;  // methods that the path knows; goes out with a 405
+};
+
+// Runs on a thread of the server, several at a time. An exception becomes a 500.
+using http_handler = std::function<http_reply(const http_request &)>;
+
+struct http_options {
+  std::filesystem::path socket;           // made with mode 0600; an abandoned one is replaced
+  std::optional<std::uint16_t> tcp_port;  // 0: any free port
+  unsigned threads = 3;
+  std::size_t header_limit = 8 * 1024;
+  std::size_t body_limit = 256 * 1024;
+  std::size_t connections = 64;
+  std::chrono::seconds idle{15};  // for a request to come in, and for a reply to go out
+};
+
+class http_server {
+ public:
+  // Takes the socket and the port; connections wait until serve() is called. Returns null with
+  // `error` saying what failed, for example that another driver answers on the socket.
+  static std::unique_ptr<http_server> open(const http_options &options, std::string &error);
+
+  // As stop() with its default bound.
+  ~http_server();
+  http_server(const http_server &) = delete;
+  http_server &operator=(const http_server &) = delete;
+
+  // The TCP port taken, or 0.
+  std::uint16_t tcp_port() const;
+
+  // Starts to answer. Once.
+  void serve(http_handler handler);
+
+  // Removes the socket and ends the server's threads. Returns false when a handler was still
+  // running after `bound`; its thread is left behind.
+  bool stop(std::chrono::milliseconds bound = std::chrono::milliseconds(500));
+
+ private:
+  struct core;
+  explicit http_server(std::shared_ptr<core> state);
+  std::shared_ptr<core> core_;
+};
+
+}  // namespace lumd

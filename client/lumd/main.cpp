@@ -1,0 +1,173 @@
+// lumd: the reference driver, in the foreground.
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <thread>
+
+#include "driver.h"
+#include "http_server.h"
+#include "log.h"
+#include "lum.h"
+#include "lum_linux/image.h"
+#include "node_lock.h"
+#include "routes.h"
+
+namespace {
+
+using namespace lumd;
+
+constexpr int exit_failed = 1;
+constexpr int exit_wrong_description = 2;
+constexpr std::chrono::milliseconds stop_bound(4500);
+
+struct options {
+  std::string config;
+  std::string socket;
+  bool check = false;
+};
+
+bool is_good(const lum_linux::description_result &result) {
+  for (const auto &problem : result.problems) {
+    fmt::print(stderr, "{}\n", to_string(problem));
+  }
+  return result.node.has_value();
+}
+
+// The descriptions of simulated modules belong to the node's.
+bool modules_are_good(const lum_linux::node_description &node) {
+  bool good = true;
+  for (const auto *port : node.ports()) {
+    std::error_code error;
+    if (port->module.backend != lum_linux::module_backend::simulated ||
+        !std::filesystem::exists(port->module.file, error)) {
+      continue;
+    }
+    for (const auto &problem : lum_linux::read_module_image(port->module.file).problems) {
+      fmt::print(stderr, "{}\n", to_string(problem));
+      good = false;
+    }
+  }
+  return good;
+}
+
+sigset_t stop_signals() {
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, SIGTERM);
+  sigaddset(&set, SIGINT);
+  return set;
+}
+
+// Every thread inherits the blocked signals, so that only main takes them.
+void block_stop_signals() {
+  const sigset_t set = stop_signals();
+  pthread_sigmask(SIG_BLOCK, &set, nullptr);
+  signal(SIGPIPE, SIG_IGN);
+}
+
+void wait_for_stop_signal() {
+  const sigset_t set = stop_signals();
+  int number = 0;
+  while (sigwait(&set, &number) != 0) {
+  }
+  say("stopping");
+}
+
+// Whatever hangs, the process is gone soon: a driver that does not stop keeps the node from being
+// started again.
+void leave_at_the_latest() {
+  std::thread([] {
+    std::this_thread::sleep_for(stop_bound);
+    say("something does not end; leaving it behind");
+    _exit(exit_failed);
+  }).detach();
+}
+
+// Ends the process without running destructors: the library's polling thread goes on to the end.
+[[noreturn]] void leave(int code) {
+  std::fflush(nullptr);
+  _exit(code);
+}
+
+void report_ready(const driver &node, const http_server &server, std::size_t ports) {
+  say("node \"{}\": {} ports, {} start", node.node().name, ports,
+      node.restarted() ? "warm" : "cold");
+  if (server.tcp_port() != 0) say("read-only API on http://127.0.0.1:{}/", server.tcp_port());
+}
+
+int run(lum_linux::node_description description, const options &chosen) {
+  if (!chosen.socket.empty()) {
+    description.api_socket = std::filesystem::absolute(chosen.socket);
+  }
+  block_stop_signals();
+
+  std::string error;
+  const auto lock = node_lock::take(description.state_directory, error);
+  if (!lock) {
+    say("{}", error);
+    return exit_failed;
+  }
+  http_options http;
+  http.socket = description.api_socket;
+  http.tcp_port = description.http_port;
+  const auto server = http_server::open(http, error);
+  if (!server) {
+    say("{}", error);
+    return exit_failed;
+  }
+  const auto node = driver::start(description, error);
+  if (!node) {
+    say("{}", error);
+    server->stop();
+    leave(exit_failed);
+  }
+  server->serve([&driver = *node](const http_request &request) { return answer(driver, request); });
+  const bool created = node->create_ports();
+  report_ready(*node, *server, description.ports().size());
+  if (!created) say("the node is not complete; the API shows what there is");
+
+  wait_for_stop_signal();
+  leave_at_the_latest();
+  server->stop();
+  node->stop();
+  say("stopped");
+  leave(0);
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  options chosen;
+  CLI::App app(
+      "The optics driver of one node: manages its OTS ports and serves the API that lumctl "
+      "talks to. Runs in the foreground until SIGTERM or SIGINT.",
+      "lumd");
+  app.add_option("--config", chosen.config, "The node's description, a TOML file")->required();
+  app.add_option("--socket", chosen.socket, "The API's socket, instead of the description's");
+  app.add_flag("--check", chosen.check, "Only say whether the description is right");
+  app.set_version_flag("--version", fmt::format("lumd {}.{}.{}", LUM_VERSION_MAJOR,
+                                                LUM_VERSION_MINOR, LUM_VERSION_PATCH));
+  app.footer(
+      "Exit status: 0 stopped as asked, 1 could not start or not stop, 2 wrong description "
+      "or usage.");
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError &stop) {
+    return app.exit(stop) == 0 ? 0 : exit_wrong_description;
+  }
+
+  const auto result = lum_linux::read_node_description(chosen.config);
+  if (!is_good(result) || !modules_are_good(*result.node)) return exit_wrong_description;
+  if (chosen.check) {
+    fmt::print("{}: right, {} ports\n", chosen.config, result.node->ports().size());
+    return 0;
+  }
+  try {
+    return run(*result.node, chosen);
+  } catch (const std::exception &error) {
+    say("{}", error.what());
+    leave(exit_failed);
+  }
+}

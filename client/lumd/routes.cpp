@@ -1,0 +1,12 @@
+#include "routes.h"
+
+#include <array>
+
+namespace lumd {
+
+http_reply answer(driver &node, const http_request &request) {
+  const std::array groups = {port_routes(), controller_routes(), module_routes(), node_routes()};
+  return answer(node, groups, request);
+}
+
+}  // namespace lumd

@@ -1,0 +1,18 @@
+// The API, one group of routes per subject.
+#pragma once
+
+#include <span>
+
+#include "router.h"
+
+namespace lumd {
+
+std::span<const route> port_routes();
+std::span<const route> controller_routes();
+std::span<const route> module_routes();
+std::span<const route> node_routes();
+
+// Answers a request from all of them.
+http_reply answer(driver &node, const http_request &request);
+
+}  // namespace lumd
