@@ -1,0 +1,73 @@
+#!/usr/bin/env bash
+# Format, lint, catalogue, headers, exports, sanitizers and short fuzz runs. Stops at the first failure.
+#
+# usage: tools/check.sh [format|lint|catalogue|headers|exports|asan|tsan|fuzz ...]   (no argument: all)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+jobs=${JOBS:-$(nproc)}
+library=platforms/common/optics/ots
+services=platforms/common/services/include
+
+sources() { git ls-files '*.c' '*.h' '*.cpp' '*.hpp'; }
+
+check_format() {
+  sources | xargs clang-format-14 --dry-run -Werror
+}
+
+check_lint() {
+  cmake --preset release >/dev/null
+  cmake --build --preset release --target trace_catalogue >/dev/null
+  git ls-files "$library/src/*.cpp" | xargs -P "$jobs" -n 4 clang-tidy-14 --quiet -p build 2>/dev/null
+}
+
+check_catalogue() {
+  python3 tools/trace_catalogue.py --source $library/src
+}
+
+# The exported headers stand alone, as C and as C++, with every warning on.
+check_headers() {
+  local header
+  for header in $library/include/lum.h $services/*.h; do
+    gcc -std=c11 -Wall -Wextra -Wpedantic -Werror -fsyntax-only -x c -I$services "$header"
+    g++ -std=c++20 -Wall -Wextra -Wpedantic -Werror -fsyntax-only -x c++ -I$services "$header"
+  done
+}
+
+# The shared object gives exactly what its version script names.
+check_exports() {
+  cmake --preset release >/dev/null
+  cmake --build --preset release --target lum >/dev/null
+  diff <(nm -D --defined-only build/$library/liblum.so | awk '$2 != "A" {sub(/@.*/, "", $3); print $3}' | sort) \
+       <(sed -n 's/^ *\([a-z_0-9]*\);$/\1/p' $library/liblum.map | sort) >&2
+}
+
+check_sanitizer() {
+  cmake --preset "$1" >/dev/null
+  cmake --build --preset "$1" -j "$jobs"
+  ctest --preset "$1" -j "$jobs"
+}
+check_asan() { check_sanitizer asan; }
+check_tsan() { check_sanitizer tsan; }
+
+check_fuzz() {
+  cmake --preset fuzz >/dev/null
+  cmake --build --preset fuzz -j "$jobs"
+  local fuzzer corpus
+  for fuzzer in build/fuzz/fuzz_*; do
+    [ -x "$fuzzer" ] && [ -f "$fuzzer" ] || continue
+    corpus=$(mktemp -d)
+    "$fuzzer" -max_total_time="${FUZZ_SECONDS:-10}" -rss_limit_mb=2048 -print_final_stats=1 "$corpus" 2>&1 |
+      grep -E 'number_of_executed_units|ERROR|SUMMARY|panic' || true
+    test "${PIPESTATUS[0]}" -eq 0
+    rm -rf "$corpus"
+  done
+}
+
+steps=("$@")
+[ ${#steps[@]} -gt 0 ] || steps=(format catalogue headers exports lint asan tsan fuzz)
+for step in "${steps[@]}"; do
+  echo "== $step"
+  "check_$step"
+done
+echo "== every check held"
