@@ -55,7 +55,7 @@ struct pm_bin {
   store_time start;
   std::chrono::seconds length{0};
   uint64_t samples = 0;
-  bool partial = false;  // the interface, or the record, came only after the bin's start
+  bool partial = false;  // the interface was created, or the clock set back, within it
   std::array<pm_statistics, pm_value_count> values{};
 };
 
