@@ -81,10 +81,11 @@ lum_port_props *lum_slot_properties_init(std::uint32_t slot, std::uint32_t insta
   const auto capacity = static_cast<std::uint16_t>(record->capacity);
   c_array<lum_port_props> entries = zeroed_array<lum_port_props>(capacity);
 
+  lum_port_props *array = entries.get();
   std::lock_guard lock(table_lock);
-  c_array<lum_port_props> replaced(props->entries);
+  const c_array<lum_port_props> replaced(props->entries);
   *props = {record->used, record->capacity, 0, entries.release()};
-  return props->entries;
+  return array;
 }
 
 // The entries' context cells stay with whoever holds them.

@@ -46,7 +46,7 @@ cerrno lum_ports_db_add_entry(std::uint32_t rsip, const lum_port_data *data) {
   }
   cerrno result = 0;
   if (wavl_insert_thread(&lum_platform.tree, 0, node.get())) {
-    node.release();
+    static_cast<void>(node.release());
     ++lum_platform.rsip_count;
     lum_inc_ots_cntrs(LUM_SUB_PORTS);
   } else {
