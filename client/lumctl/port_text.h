@@ -1,0 +1,17 @@
+// One port in full, for people.
+#pragma once
+
+#include <string>
+
+#include "api_client.h"
+#include "style.h"
+
+namespace lumctl {
+
+// Identity, state, readings and transfers.
+std::string describe_port(const json &port, const style &where);
+
+// 256 bytes of a module, 16 a line, with the characters they are.
+std::string hex_dump(const json &page);
+
+}  // namespace lumctl

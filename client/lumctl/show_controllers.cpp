@@ -1,0 +1,42 @@
+#include <fmt/format.h>
+
+#include "commands.h"
+#include "port_cells.h"
+
+namespace lumctl {
+namespace {
+
+void print_controllers(const json &answer, const style &output) {
+  const std::vector<line_format> formats = {
+      {{{"CONTROLLER"}, {"IFHANDLE"}, {"STATE", true}, {"UPDATES", true}}, 0}};
+  std::vector<record> records;
+  for (const json &controller : answer.at("controllers")) {
+    records.push_back({{{{{text_or_dash(controller.at("name")), colour::strong},
+                          {fmt::format("0x{:08x}", controller.at("ifhandle").get<std::uint32_t>())},
+                          {fmt::format("{}", controller.at("state").get<std::uint32_t>())},
+                          {fmt::format("{}", controller.at("updates").get<std::uint32_t>())}}}},
+                       {}});
+  }
+  fmt::print("{}", render(formats, records, output));
+  const json &batches = answer.at("batches");
+  const auto count = [&batches](const char *name) { return batches.at(name).get<std::uint64_t>(); };
+  fmt::print("{} controllers; batches: {} create, {} delete, {} update, {} refused, {} pending\n",
+             records.size(), count("create"), count("delete"), count("update"), count("refused"),
+             count("pending"));
+}
+
+}  // namespace
+
+void add_show_controllers(CLI::App &show_app, command_line &line) {
+  CLI::App *command =
+      show_app.add_subcommand("controllers", "What the interface manager knows of the controllers");
+  command->add_flag("--json", line.as_json, "Print what the driver answered");
+  command->callback([&line] {
+    line.chosen = [&line] {
+      return show(line, "/v1/controllers",
+                  [&line](const json &answer) { print_controllers(answer, line.output); });
+    };
+  });
+}
+
+}  // namespace lumctl
