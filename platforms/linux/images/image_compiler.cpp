@@ -151,7 +151,10 @@ void image_compiler::compile_firmware(toml_table &table) {
   const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
   if (!digits || digits->get().size() != 2 || !is_digit((*digits)->at(0)) ||
       !is_digit((*digits)->at(1))) {
-    problems_.add(line, fmt::format("'firmware' is something else, expected {}", expected));
+    problems_.add(line, fmt::format("'firmware' is {}, expected {}",
+                                    digits ? fmt::format("\"{}\"", digits->get())
+                                           : std::string("of another kind"),
+                                    expected));
     return;
   }
   put_text("firmware", line, {"firmware", firmware_place, 2, true}, digits->get());
@@ -239,7 +242,11 @@ void image_compiler::compile_raw(toml_table &table) {
     const auto page = raw.integer("page", 0, pages - 1, 0);
     const auto offset = raw.integer("offset", 0, 255);
     const auto bytes = numbers(raw, "bytes", 0, 0, 255, false);
-    if (!raw.has("bytes")) raw.text("bytes", 1);  // says that they are missing
+    if (!raw.has("bytes")) {
+      problems_.add(raw.line(),
+                    "missing key 'bytes' in the raw bytes, expected an array of whole "
+                    "numbers from 0 to 255");
+    }
     raw.refuse_unknown_keys();
     if (!page || !offset || !bytes) continue;
     const bool is_lower = offset->value < module_page_size;
