@@ -1,0 +1,28 @@
+// The library is started once in a process and never taken down, so each test needs a process of
+// its own: ctest gives it one.
+#include <gmock/gmock.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+class one_test_only : public testing::EmptyTestEventListener {
+  void OnTestProgramStart(const testing::UnitTest &tests) override {
+    if (tests.test_to_run_count() <= 1) return;
+    std::fputs(
+        "Each test needs a process of its own: use ctest, or name one with "
+        "--gtest_filter.\n",
+        stderr);
+    std::exit(2);
+  }
+};
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  testing::InitGoogleMock(&argc, argv);
+  testing::GTEST_FLAG(death_test_style) = "threadsafe";
+  testing::UnitTest::GetInstance()->listeners().Append(new one_test_only);
+  return RUN_ALL_TESTS();
+}

@@ -1,0 +1,108 @@
+#include "record.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <mutex>
+
+#include "spin.h"
+
+namespace support {
+namespace {
+
+// Never destroyed: the polling thread outlives main.
+struct event_log {
+  spin lock;
+  std::vector<event> events;
+};
+
+event_log &the_log() {
+  static event_log &log = *new event_log;
+  return log;
+}
+
+template <typename Visit>
+void for_each_event(Visit visit) {
+  event_log &log = the_log();
+  const std::lock_guard hold(log.lock);
+  for (const event &each : log.events) visit(each);
+}
+
+void append(event what) {
+  event_log &log = the_log();
+  const std::lock_guard hold(log.lock);
+  log.events.push_back(std::move(what));
+}
+
+bool is_one_of(std::string_view name, std::initializer_list<std::string_view> names) {
+  return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+}  // namespace
+
+std::ostream &operator<<(std::ostream &out, const trace_line &line) {
+  return out << line.channel << " point " << line.point << " [" << line.file << "]" << line.tag
+             << ":" << line.text << " (" << line.signature << ")";
+}
+
+void record_call(std::string_view name, std::vector<std::string> arguments) {
+  std::string text = std::string(name) + "(";
+  for (std::size_t i = 0; i < arguments.size(); ++i) text += (i == 0 ? "" : ", ") + arguments[i];
+  append({std::string(name), text + ")", std::nullopt});
+}
+
+void record_trace(trace_line line) {
+  std::string text = line.tag + ": " + line.text;
+  append({"ctrace_internal", std::move(text), std::move(line)});
+}
+
+void clear_record() {
+  event_log &log = the_log();
+  const std::lock_guard hold(log.lock);
+  log.events.clear();
+}
+
+std::vector<std::string> calls() {
+  std::vector<std::string> found;
+  for_each_event([&](const event &each) {
+    if (!each.trace) found.push_back(each.text);
+  });
+  return found;
+}
+
+std::vector<std::string> calls(std::initializer_list<std::string_view> names) {
+  std::vector<std::string> found;
+  for_each_event([&](const event &each) {
+    if (!each.trace && is_one_of(each.name, names)) found.push_back(each.text);
+  });
+  return found;
+}
+
+std::vector<trace_line> traces() {
+  std::vector<trace_line> found;
+  for_each_event([&](const event &each) {
+    if (each.trace) found.push_back(*each.trace);
+  });
+  return found;
+}
+
+std::vector<std::string> story(std::initializer_list<std::string_view> names) {
+  std::vector<std::string> found;
+  for_each_event([&](const event &each) {
+    if (each.trace || is_one_of(each.name, names)) found.push_back(each.text);
+  });
+  return found;
+}
+
+std::string shown(hex number) {
+  char text[32];
+  std::snprintf(text, sizeof text, "0x%llx", static_cast<unsigned long long>(number.value));
+  return text;
+}
+
+std::string shown(const char *text) {
+  return text == nullptr ? "null" : '"' + std::string(text) + '"';
+}
+
+std::string shown(const void *pointer) { return pointer == nullptr ? "null" : "set"; }
+
+}  // namespace support

@@ -1,0 +1,58 @@
+#include "script.h"
+
+#include <atomic>
+#include <cerrno>
+
+namespace support {
+
+static constinit std::atomic<bool> any_rule{false};
+
+script_book &script = *new script_book;
+
+void script_book::fail(std::string_view call, unsigned nth, cerrno code, const void *object) {
+  add({std::string(call), nth, code, object, 0});
+}
+
+void script_book::fail_with_errno(std::string_view call, unsigned nth, cerrno code, int error) {
+  add({std::string(call), nth, code, nullptr, error});
+}
+
+void script_book::fail_first(std::string_view call, unsigned count, cerrno code,
+                             const void *object) {
+  for (unsigned nth = 1; nth <= count; ++nth) fail(call, nth, code, object);
+}
+
+void script_book::fail_always(std::string_view call, cerrno code, const void *object) {
+  fail(call, 0, code, object);
+}
+
+void script_book::forget() {
+  const std::lock_guard hold(lock_);
+  rules_.clear();
+}
+
+std::optional<cerrno> script_book::verdict(std::string_view call, const void *object) {
+  const std::lock_guard hold(lock_);
+  const rule *met = nullptr;
+  for (rule &each : rules_) {
+    if (each.call != call || (each.object != nullptr && each.object != object)) continue;
+    ++each.seen;
+    if (met == nullptr && (each.nth == 0 || each.nth == each.seen)) met = &each;
+  }
+  if (met == nullptr) return std::nullopt;
+  if (met->error != 0) errno = met->error;
+  return met->code;
+}
+
+void script_book::add(rule added) {
+  const std::lock_guard hold(lock_);
+  rules_.push_back(std::move(added));
+  any_rule.store(true);
+}
+
+std::optional<cerrno> planned(std::string_view call, const void *object) {
+  if (!any_rule.load(std::memory_order_relaxed)) return std::nullopt;
+  return script.verdict(call, object);
+}
+
+}  // namespace support
