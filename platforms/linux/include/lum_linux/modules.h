@@ -63,6 +63,7 @@ class modules {
   static std::unique_ptr<modules> open(const node_description &node, std::string &error);
   // Modules placed by hand. The last of several for one port counts.
   explicit modules(std::vector<module_placement> placements);
+  // Not while a call is under way: stop(), then wait for the callers.
   ~modules();
   modules(const modules &) = delete;
   modules &operator=(const modules &) = delete;
