@@ -10,7 +10,7 @@
 namespace lumctl {
 namespace {
 
-constexpr std::size_t columns_unless_known = 100;
+constexpr std::size_t columns_unless_known = 120;
 
 std::size_t terminal_columns() {
   if (const char *asked = std::getenv("COLUMNS")) {

@@ -10,7 +10,7 @@ enum class colour { none, good, bad, warning, faint, strong };
 
 struct style {
   bool colours = false;     // standard output is a terminal and NO_COLOR is not set
-  std::size_t columns = 0;  // of the terminal, or what COLUMNS says; 100 where neither knows
+  std::size_t columns = 0;  // of the terminal, or what COLUMNS says; 120 where neither knows
 };
 
 style style_of_output();

@@ -9,54 +9,47 @@
 namespace lumd {
 namespace {
 
-enum class change { none, removed, inserted, replaced };
+using lum_linux::module_status;
 
-change what_changed(const lum_port_data &port, const lum_linux::module_status &cage,
-                    uint64_t known_insertion) {
-  const bool known = port.inserted != 0;
-  if (known && !cage.present) return change::removed;
-  if (!known && cage.present) return change::inserted;
-  if (cage.present && known_insertion != 0 && cage.insertion != known_insertion) {
-    return change::replaced;
-  }
-  return change::none;
+// What was seen of a cage at the last look.
+struct last_look {
+  bool present = true;
+  uint64_t insertion = 0;
+};
+
+// The library takes a cage for filled when its controllers are confirmed, so what it believes is
+// compared each time, not only what has changed in the cage.
+void tell_library(uint32_t rsip, const lum_port_data &port, const module_status &cage,
+                  const last_look &before) {
+  const bool is_another =
+      cage.present && before.insertion != 0 && cage.insertion != before.insertion;
+  if (port.inserted != 0 && (!cage.present || is_another)) lum_update_vendor_info(rsip, 0);
+  if (cage.present && (port.inserted == 0 || is_another)) lum_update_vendor_info(rsip, 1);
 }
 
-void tell(uint32_t rsip, const std::string &name, change what) {
-  switch (what) {
-    case change::none:
-      return;
-    case change::removed:
-      say("port {}: no module in the cage", name);
-      lum_update_vendor_info(rsip, 0);
-      return;
-    case change::inserted:
-      lum_update_vendor_info(rsip, 1);
-      say("port {}: a module is in the cage", name);
-      return;
-    case change::replaced:
-      lum_update_vendor_info(rsip, 0);
-      lum_update_vendor_info(rsip, 1);
-      say("port {}: another module is in the cage", name);
-      return;
+void tell_operator(const std::string &name, const module_status &cage, const last_look &before) {
+  if (!cage.present && before.present) {
+    say("port {}: no module in the cage", name);
+  } else if (cage.present && !before.present) {
+    say("port {}: a module is in the cage", name);
+  } else if (cage.present && before.insertion != 0 && cage.insertion != before.insertion) {
+    say("port {}: another module is in the cage", name);
   }
 }
 
 }  // namespace
 
 void watch_cages(driver &node) {
-  // Which module was there at the last look. This thread's alone.
-  static std::map<uint32_t, uint64_t> known_insertions;
+  static std::map<uint32_t, last_look> looks;  // this thread's alone
 
   for (const lum_linux::port_description *port : node.node().ports()) {
     const auto cage = node.platform().modules().status(port->rsip);
-    if (!cage) continue;
-    uint64_t &known_insertion = known_insertions[port->rsip];
     const auto copy = copy_port(port->rsip);
-    if (copy && !is_going(*copy)) {
-      tell(port->rsip, port->name, what_changed(copy->data, *cage, known_insertion));
-    }
-    known_insertion = cage->present ? cage->insertion : 0;
+    if (!cage || !copy || !is_created(*copy) || is_going(*copy)) continue;
+    last_look &before = looks[port->rsip];
+    tell_operator(port->name, *cage, before);
+    tell_library(port->rsip, copy->data, *cage, before);
+    before = {cage->present, cage->present ? cage->insertion : 0};
   }
 }
 

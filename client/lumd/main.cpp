@@ -11,7 +11,6 @@
 #include "log.h"
 #include "lum.h"
 #include "lum_linux/image.h"
-#include "node_lock.h"
 #include "routes.h"
 
 namespace {
@@ -103,12 +102,14 @@ int run(lum_linux::node_description description, const options &chosen) {
   }
   block_stop_signals();
 
-  std::string error;
-  const auto lock = node_lock::take(description.state_directory, error);
-  if (!lock) {
-    say("{}", error);
+  // Most likely the folder of the socket, and always one of those that the platform makes.
+  std::error_code refused;
+  std::filesystem::create_directories(description.state_directory, refused);
+  if (refused) {
+    say("{}: {}", description.state_directory.native(), refused.message());
     return exit_failed;
   }
+  std::string error;
   http_options http;
   http.socket = description.api_socket;
   http.tcp_port = description.http_port;

@@ -108,6 +108,12 @@ std::unique_ptr<lum_hw_info_out> hardware_report(uint32_t ifhandle) {
   return record;
 }
 
+// The modules count powers below zero from 0x10001 down, and bit 12 tells them from those above.
+double power_dbm(uint16_t reading) {
+  const bool below_zero = (reading & 0x1000) != 0;
+  return (below_zero ? reading - 0x10001 : reading) / 100.0;
+}
+
 uint32_t word_at(const lum_hw_info_out &record, std::size_t position) {
   uint32_t word = 0;
   std::memcpy(&word, reinterpret_cast<const unsigned char *>(&record) + position, sizeof word);
@@ -121,7 +127,7 @@ json show_readings(const lum_dom_area &area, const lum_hw_info_out *report) {
   for (std::size_t i = 0; i < std::size(area.readings); ++i) {
     json reading = {{"raw", area.readings[i]}};
     if (i < powers) {
-      reading["dbm"] = static_cast<int16_t>(area.readings[i]) / 100.0;
+      reading["dbm"] = power_dbm(area.readings[i]);
       if (report != nullptr) reading["microwatt"] = word_at(*report, reported[i]) / 10.0;
     } else {
       reading["value"] = area.readings[i] / 10.0;
