@@ -4,8 +4,11 @@
 #include <gmock/gmock.h>
 
 #include <cstdint>
+#include <initializer_list>
+#include <ostream>
 #include <string>
-#include <string_view>
+#include <utility>
+#include <vector>
 
 #include "record.h"
 
@@ -57,6 +60,57 @@ inline line_matcher debug(uint32_t point, std::string text) {
   return {"lum_debug", "LUM_DEBUG", point, std::move(text)};
 }
 inline line_matcher debug(std::string text) { return debug(0, std::move(text)); }
+
+// Lines that come in this order, whatever comes between them.
+class lines_in_order {
+ public:
+  using is_gtest_matcher = void;
+  lines_in_order(std::initializer_list<line_matcher> expected) : expected_(expected) {}
+
+  bool MatchAndExplain(const std::vector<trace_line> &lines, std::ostream *why) const {
+    auto next = expected_.begin();
+    for (const trace_line &line : lines) {
+      if (next != expected_.end() && next->MatchAndExplain(line, nullptr)) ++next;
+    }
+    if (next == expected_.end()) return true;
+    if (why != nullptr) {
+      *why << "which miss the line that ";
+      next->DescribeTo(why);
+    }
+    return false;
+  }
+  void DescribeTo(std::ostream *out) const {
+    *out << "have " << expected_.size() << " lines in order";
+  }
+  void DescribeNegationTo(std::ostream *out) const { *out << "lack a line of the order"; }
+
+ private:
+  std::vector<line_matcher> expected_;
+};
+
+// Calls or story texts that come in this order, whatever comes between them.
+class texts_in_order {
+ public:
+  using is_gtest_matcher = void;
+  texts_in_order(std::initializer_list<std::string> expected) : expected_(expected) {}
+
+  bool MatchAndExplain(const std::vector<std::string> &texts, std::ostream *why) const {
+    auto next = expected_.begin();
+    for (const std::string &text : texts) {
+      if (next != expected_.end() && text == *next) ++next;
+    }
+    if (next == expected_.end()) return true;
+    if (why != nullptr) *why << "which miss \"" << *next << '"';
+    return false;
+  }
+  void DescribeTo(std::ostream *out) const {
+    *out << "have " << expected_.size() << " texts in order";
+  }
+  void DescribeNegationTo(std::ostream *out) const { *out << "lack a text of the order"; }
+
+ private:
+  std::vector<std::string> expected_;
+};
 
 // Any line on the error channel.
 MATCHER(an_error, "is on the error channel") { return arg.channel == "lum_error"; }
