@@ -78,6 +78,7 @@ checkpoint_store::opened checkpoint_store::open(const fs::path &file, const appl
       store->database_.close(false);
       store.reset();
       result.set_aside = set_aside(file);
+      std::replace(reason.begin(), reason.end(), '\n', ' ');
       result.set_aside_reason = reason;
       if (!result.set_aside.empty()) continue;
       result.code = errno != 0 ? static_cast<cerrno>(errno) : EIO;
