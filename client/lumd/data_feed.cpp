@@ -5,9 +5,9 @@
 
 namespace lumd {
 
-void feed_monitoring() {
+void feed_monitoring(const cage_watch &cages) {
   for (const auto &[rsip, port] : copy_ports()) {
-    if (!has_readings(port) || is_going(port)) continue;
+    if (!cages.has_readings(rsip) || is_going(port)) continue;
     for (const lum_sub_port_intf &controller : port.data.sub_port) {
       if (controller.created != 0) lum_update_pm_ptah_data(controller.ifhandle);
     }

@@ -3,7 +3,6 @@
 #include <cstring>
 #include <vector>
 
-#include "cages.h"
 #include "data_feed.h"
 #include "log.h"
 #include "lum.h"
@@ -42,7 +41,7 @@ bool start_library(lum_linux::platform &platform, bool &restarted, std::string &
 }
 
 bool create_instance(const lum_linux::node_description &node, uint32_t slot,
-                     const lum_linux::instance_description &instance) {
+                     const lum_linux::instance_description &instance, cage_watch &cages) {
   const lum_slot_props slot_props = {1, instance.capacity};
   if (const cerrno rc = lum_plat_init(node.rack, slot, instance.number, &slot_props);
       !CERR_IS_OK(rc)) {
@@ -63,12 +62,14 @@ bool create_instance(const lum_linux::node_description &node, uint32_t slot,
     say("the ports of slot {} instance {} were not created: {}", slot, instance.number,
         cerr_strerror(rc));
   }
+  for (const auto &port : instance.ports) cages.begin(port.rsip);
   return CERR_IS_OK(rc);
 }
 
 }  // namespace
 
-driver::driver(std::unique_ptr<lum_linux::platform> platform) : platform_(std::move(platform)) {}
+driver::driver(std::unique_ptr<lum_linux::platform> platform)
+    : platform_(std::move(platform)), cages_(platform_->node(), platform_->modules()) {}
 
 std::unique_ptr<driver> driver::start(const lum_linux::node_description &node, std::string &error) {
   auto platform = lum_linux::platform::start(node, error);
@@ -86,20 +87,21 @@ bool driver::create_ports() {
     std::lock_guard lock(lifecycle_);
     for (const auto &slot : node().slots) {
       for (const auto &instance : slot.instances) {
-        good = create_instance(node(), slot.number, instance) && good;
+        good = create_instance(node(), slot.number, instance, cages_) && good;
       }
     }
   }
-  cages_ = std::make_unique<periodic>("lumd-cages", cage_period, [this] { watch_cages(*this); });
-  feed_ = std::make_unique<periodic>("lumd-feed", feed_period, [] { feed_monitoring(); });
+  cage_thread_ = std::make_unique<periodic>("lumd-cages", cage_period, [this] { cages_.look(); });
+  feed_thread_ =
+      std::make_unique<periodic>("lumd-feed", feed_period, [this] { feed_monitoring(cages_); });
   return good;
 }
 
 void driver::stop() {
   if (!platform_) return;
   platform_->modules().stop();
-  if (cages_) cages_->stop();
-  if (feed_) feed_->stop();
+  if (cage_thread_) cage_thread_->stop();
+  if (feed_thread_) feed_thread_->stop();
   platform_->stop(std::chrono::seconds(2));
   for (const ctrace_handle channel : {ct_err, ct_info, ct_debug, ct_periodic}) {
     if (channel != 0) ctrace_dump(channel);

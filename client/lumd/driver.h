@@ -7,6 +7,7 @@
 #include <mutex>
 #include <string>
 
+#include "cages.h"
 #include "lum_linux/platform.h"
 #include "periodic.h"
 
@@ -27,6 +28,7 @@ class driver {
   bool create_ports();
 
   lum_linux::platform &platform() { return *platform_; }
+  cage_watch &cages() { return cages_; }
   const lum_linux::node_description &node() const { return platform_->node(); }
   bool restarted() const { return restarted_; }
   std::chrono::system_clock::time_point started() const { return started_; }
@@ -46,8 +48,9 @@ class driver {
   bool restarted_ = false;
   std::chrono::system_clock::time_point started_ = std::chrono::system_clock::now();
   std::mutex lifecycle_;
-  std::unique_ptr<periodic> cages_;
-  std::unique_ptr<periodic> feed_;
+  cage_watch cages_;
+  std::unique_ptr<periodic> cage_thread_;
+  std::unique_ptr<periodic> feed_thread_;
 };
 
 }  // namespace lumd

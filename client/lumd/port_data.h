@@ -29,11 +29,4 @@ inline bool is_created(const port_copy &port) {
   return port.data.sub_port[0].created != 0 && port.data.sub_port[1].created != 0;
 }
 
-// The module is there and has been polled: one without temperature and supply voltage at once does
-// not exist.
-inline bool has_readings(const port_copy &port) {
-  return port.data.inserted != 0 &&
-         (port.data.module_temperature != 0 || port.data.module_word_16 != 0);
-}
-
 }  // namespace lumd

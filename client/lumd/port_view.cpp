@@ -21,11 +21,11 @@ constexpr double temperature_unit = 1.0 / 256;  // degrees
 constexpr double supply_unit = 0.0001;          // volts
 constexpr int powers = 3;                       // of the five readings of a sub-port
 
-double rounded(double value, double step) { return std::round(value / step) * step; }
+double rounded(double value, double per_unit) { return std::round(value * per_unit) / per_unit; }
 
 double seconds_since(system_clock::time_point then) {
   const std::chrono::duration<double> age = system_clock::now() - then;
-  return rounded(std::max(0.0, age.count()), 0.001);
+  return rounded(std::max(0.0, age.count()), 1000);
 }
 
 bool last_transfer_failed(const module_status &module) {
@@ -150,7 +150,7 @@ json show_monitoring(uint32_t ifhandle) {
   return shown;
 }
 
-json show_sub_port(const port_copy &port, std::size_t number) {
+json show_sub_port(const port_copy &port, std::size_t number, bool has_readings) {
   const lum_sub_port_intf &controller = port.data.sub_port[number];
   const bool exists = controller.created != 0;
   json shown = {{"sub_port", number},
@@ -159,7 +159,7 @@ json show_sub_port(const port_copy &port, std::size_t number) {
                 {"created", exists}};
   json readings = json::array();
   json status = json::array();
-  if (has_readings(port)) {
+  if (has_readings) {
     const auto report = exists ? hardware_report(controller.ifhandle) : nullptr;
     readings = show_readings(port.data.dom[number], report.get());
     status = port.data.dom[number].status;
@@ -187,28 +187,28 @@ json show_module(const module_status &module) {
   return shown;
 }
 
-json show_dom(const port_copy &port, const module_status &module) {
+json show_dom(const port_copy &port, const module_status &module, bool has_readings) {
   json shown = {{"enabled", port.data.is_dom_enabled != 0},
                 {"transceiver_disabled", port.data.transceiver_disabled != 0}};
-  if (has_readings(port)) shown["last_poll_age_s"] = seconds_since(module.statistics.last_success);
+  if (has_readings) shown["last_poll_age_s"] = seconds_since(module.statistics.last_success);
   return shown;
 }
 
-void add_module_data(const port_copy &port, json &shown) {
+void add_module_data(const port_copy &port, bool has_readings, json &shown) {
   const lum_port_data &data = port.data;
   shown["vendor"] = show_vendor(data.vendor);
   shown["firmware"] = nullptr;
   shown["temperature_c"] = nullptr;
   shown["supply_v"] = nullptr;
   shown["flags"] = nullptr;
-  if (data.inserted != 0 && (has_readings(port) || data.vendor.fw_version != 0)) {
+  if (data.inserted != 0 && (has_readings || data.vendor.fw_version != 0)) {
     const uint32_t version = data.vendor.fw_version;
     shown["firmware"] = {{"version", version},
                          {"text", fmt::format("{}.{:02}", version >> 8 & 0xFF, version & 0xFF)}};
   }
-  if (!has_readings(port)) return;
-  shown["temperature_c"] = rounded(data.module_temperature * temperature_unit, 0.001);
-  shown["supply_v"] = rounded(data.module_word_16 * supply_unit, 0.0001);
+  if (!has_readings) return;
+  shown["temperature_c"] = rounded(data.module_temperature * temperature_unit, 1000);
+  shown["supply_v"] = rounded(data.module_word_16 * supply_unit, 10000);
   shown["flags"] = data.module_flags;
 }
 
@@ -257,10 +257,12 @@ json show_port(driver &node, const lum_linux::port_description &port, const port
   }
   shown["inserted"] = copy->data.inserted != 0;
   shown["new_memmap"] = copy->data.new_memmap != 0;
-  add_module_data(*copy, shown);
+  const bool has_readings = copy->data.inserted != 0 && node.cages().has_readings(port.rsip);
+  add_module_data(*copy, has_readings, shown);
   shown["led"] = show_led(port.rsip);
-  shown["dom"] = show_dom(*copy, module);
-  shown["sub_ports"] = json::array({show_sub_port(*copy, 0), show_sub_port(*copy, 1)});
+  shown["dom"] = show_dom(*copy, module, has_readings);
+  shown["sub_ports"] =
+      json::array({show_sub_port(*copy, 0, has_readings), show_sub_port(*copy, 1, has_readings)});
   return shown;
 }
 

@@ -1,0 +1,33 @@
+# The commands that stay the same; tools/ and CMakeLists.txt do the work.
+#
+#   make demo                 a simulated shelf, every step of its tour checked
+#   make demo MODULES=DIR     a shelf of the module dumps (*.eeprom) in DIR
+#   make test                 every test
+#   make bench                the benchmarks
+#   make check                format, lint, catalogue, sanitizers, short fuzz runs
+
+JOBS ?= $(shell nproc)
+
+.PHONY: demo test bench check
+.SILENT:
+
+demo:
+	tools/setup test
+	mkdir -p build && cmake --preset release >build/configure.log || { cat build/configure.log; exit 1; }
+	cmake --build build -j $(JOBS) --target lumd lumctl lum-module-image
+	python3 tools/demo --build build $(if $(MODULES),--modules "$(MODULES)")
+
+test:
+	tools/setup test
+	cmake --preset release
+	cmake --build build -j $(JOBS)
+	ctest --test-dir build -j $(JOBS) --output-on-failure
+
+bench:
+	tools/setup bench
+	cmake --preset bench
+	cmake --build build/bench -j $(JOBS) --target bench
+
+check:
+	tools/setup check
+	tools/check.sh

@@ -1,0 +1,45 @@
+"""A tour of the driver on a simulated shelf, every step of it checked.
+
+usage: python3 tools/demo --build DIR [--modules DIR]
+"""
+
+import argparse
+import pathlib
+import signal
+import subprocess
+import sys
+import tempfile
+
+import dumps
+import tour
+from steps import StepFailed, Steps, report_failure
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("--build", type=pathlib.Path, required=True, help="where lumd was built")
+    parser.add_argument("--modules", type=pathlib.Path, help="show the dumps of this folder instead")
+    arguments = parser.parse_args()
+    build = arguments.build.resolve()
+    # Ended from outside, the tour still takes its driver and its folder with it.
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
+
+    steps = Steps()
+    with tempfile.TemporaryDirectory(prefix="lum-demo-") as folder:
+        try:
+            if arguments.modules:
+                dumps.run(steps, build, folder, arguments.modules)
+            else:
+                tour.run(steps, build, folder)
+        except StepFailed as failure:
+            report_failure(failure, folder)
+            return 1
+        except (RuntimeError, OSError, subprocess.SubprocessError) as failure:
+            report_failure(f"{type(failure).__name__}: {failure}", folder)
+            return 1
+    steps.finish()
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
