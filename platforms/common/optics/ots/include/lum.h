@@ -7,7 +7,8 @@
  * What holds for every call, unless its comment says otherwise:
  * - The result is a cerrno: 0 is success, 12 out of memory, 22 a bad argument or an unknown port.
  * - Pointers are read or written during the call only; the caller keeps ownership of its memory.
- * - The call takes no lock and may come from any thread.
+ * - The call takes no lock, beyond the database mutex for a moment where it looks a port up, and
+ * may come from any thread.
  * - "Waits for" names what the call may wait for: the bus (a module transfer, at worst five
  *   attempts 30 ms apart), the disk (one checkpoint write), a lock, or nothing.
  * - rack, slot, instance and port are 0 to 255; slot-table calls know slots 0 to 15 and instances
@@ -111,8 +112,8 @@ typedef struct lum_platform_cbs {
   /* Writes whether a firmware upgrade of the port's module is in progress: 0 no, other yes. Must
    * not be null. */
   cerrno (*fw_upgrade_status)(uint32_t rsip, uint32_t *status);
-  /* Reads one byte of the module's memory. Called with the port's mutex held when polling or
-   * provisioning. Null: reads succeed and change nothing. */
+  /* Reads one byte of the module's memory. Called with the port's mutex held but for identity reads
+   * and the visits that follow a failed transfer. Null: reads succeed and change nothing. */
   cerrno (*i2c_read_byte)(uint32_t slot, uint32_t instance, uint32_t port, uint32_t page,
                           uint32_t offset, uint8_t *value);
   /* Reads `length` (2 or more) consecutive bytes. As above. */
@@ -147,7 +148,7 @@ LUM_ASSERT_LAYOUT(offsetof(lum_infra_params, process_name) == 20);
 typedef struct lum_ctx {
   uint8_t controller_count; /* controllers the interface manager is believed to hold; wraps */
   uint32_t restart;
-  uint32_t resync; /* 1 from lum_replay_controllers to the next resync or creation */
+  uint32_t resync; /* 1 from lum_replay_controllers to the next resync, slot or creation */
   uint32_t client_data;
   char process_name[LUM_PROCESS_NAME_SIZE];
   event_manager evm;
@@ -295,9 +296,9 @@ typedef struct lum_port_data {
   uint32_t new_memmap;          /* module uses the newer memory map */
   lum_chkpt_record chkpt;       /* live checkpoint state */
   uint8_t is_dom_enabled;       /* polling wanted */
-  pthread_mutex_t port_mutex;   /* held for every use of the module */
-  uint64_t mutex_kept_by;       /* thread of the deletion that keeps the mutex; 0 none */
-  uint32_t mutex_ready;         /* the mutex has been initialised */
+  pthread_mutex_t port_mutex;   /* held while polling and provisioning the module */
+  /* The thread of the deletion that keeps the mutex, which then counts as taken; 0 none. */
+  uint64_t mutex_kept_by;
 } lum_port_data;
 LUM_ASSERT_LAYOUT(offsetof(lum_port_data, led_state) == 32);
 LUM_ASSERT_LAYOUT(offsetof(lum_port_data, dom) ==
@@ -484,7 +485,7 @@ uint32_t lum_infra_init(const lum_infra_params *params);
 lum_ctx *lum_get_ctx(void);
 
 /* Initialises, in table order, the internal modules that are not initialised yet; stops at the
- * first failure and returns its code. Called by lum_infra_init. */
+ * first failure and returns its code. Called by lum_infra_init, never beside itself. */
 uint32_t lum_modules_init(event_manager evm, uint32_t restart);
 
 /* Tells every module that wants to know of a created port. `argument` goes to the modules as it is.
@@ -529,7 +530,7 @@ cerrno lum_construct_if_name(uint32_t iftype, uint32_t rack, uint32_t slot, uint
 
 /* Takes a name apart. Every output may be null; one that is not produced is left untouched, so the
  * caller zeroes them first. `*iftype` becomes LUM_IFTYPE_OTS, or 0 for a name of another type.
- * Returns 0 or the name parser's code. */
+ * Returns 0, or the code of the name parser or of the slot's conversion. */
 cerrno lum_parse_if_name(const char *ifname, uint32_t *iftype, uint32_t *rack, uint32_t *slot,
                          uint32_t *instance, uint32_t *port, uint32_t *sub_port_valid,
                          uint32_t *sub_port);
@@ -546,8 +547,8 @@ cerrno lum_ports_db_init(void);
 cerrno lum_ports_db_add_entry(uint32_t rsip, const lum_port_data *data);
 
 /* Gives a node its port handle. Returns 0, 14 when the rsip is unknown, or a mutex code. A handle
- * that another node has drops this node from the database, and returns 0. Takes the database
- * mutex. */
+ * that another node has, and a second update of the same node, drop this node from the database and
+ * return 0. Takes the database mutex. */
 cerrno lum_ports_db_update_entry(uint32_t rsip, uint32_t port_handle);
 
 /* Return the node of an rsip, or null. Take the database mutex. */
@@ -600,7 +601,7 @@ cerrno lum_get_intfname_for_port(uint32_t rack, uint32_t slot, uint32_t instance
  */
 
 /* Initialiser of the "PD Data Module": clears and starts the ports database. Arguments ignored.
- * Returns 0 or 22; a database that cannot be started ends the process. */
+ * Returns 0 or 22; a database that cannot be started ends the process. During start-up only. */
 cerrno lum_platform_data_init(event_manager evm, uint32_t restart);
 
 /* Adds a node for each listed port. Returns 0, 22, or the first failure's code, the ports before it
@@ -615,8 +616,9 @@ cerrno lum_platform_ports_deinit(uint32_t rack, uint32_t slot, uint32_t instance
 /* Hook without behaviour. Always 0. */
 cerrno lum_ctx_derive_hw_nodeid(uint32_t rack, uint32_t slot, uint32_t instance);
 
-/* Opens an instance of a slot. Returns its array of `props->capacity` entries, owned by the
- * library, or null when there is no memory or no such slot. */
+/* Opens an instance of a slot. Returns its array of `props->capacity` entries, owned by the library
+ * and valid until the instance is closed or opened again; null when there is no memory or no such
+ * slot. */
 lum_port_props *lum_slot_properties_init(uint32_t slot, uint32_t instance,
                                          const lum_slot_props *props);
 
@@ -642,7 +644,8 @@ uint16_t lum_plat_get_port_handle(uint32_t slot, uint32_t instance, uint16_t por
 /* Gives the entry of a port handle a new context cell holding `value`. */
 void lum_plat_set_sdev_ctx(uint32_t slot, uint32_t instance, uint32_t port_handle, uint32_t value);
 
-/* Returns the context cell of a port handle, owned by the library, or null. */
+/* Returns the context cell of a port handle, or null. The library owns it and frees it with the
+ * port's removal, on the interface manager's thread. */
 uint32_t *lum_plat_get_sdev_ctx(uint32_t slot, uint32_t instance, uint32_t port_handle);
 
 /* Count the controllers the library accounts for; taking away stops at 0. */
@@ -798,8 +801,9 @@ cerrno lum_i2c_read_write(uint32_t direction, uint32_t slot, uint32_t instance, 
  * Returns 0, or 22 when the port is unknown. Waits for the bus. */
 cerrno lum_update_vendor_info(uint32_t rsip, int32_t inserted);
 
-/* Sets and reads a port's LED; `ignored` is ignored. Set returns the callback's code, get 0; both
- * 22 when the port is unknown. */
+/* Sets and reads a port's LED; `ignored` is ignored. Set returns the callback's code, or 22
+ * when the port is unknown; get returns 0, or 22 when the callback fails and the port is unknown.
+ */
 cerrno lum_optics_led_set_state(uint32_t rsip, uint32_t ignored, uint32_t state);
 cerrno lum_optics_led_get_state(uint32_t rsip, uint32_t ignored, uint32_t *state);
 
@@ -815,7 +819,8 @@ cerrno lum_optics_get_fw_upgrd_status(uint32_t rsip, uint32_t *status);
 
 /* Takes over the fields of `records` that `changed_bits` name, one of each per interface handle,
  * writes them into the modules and saves them. An unknown handle ends the call there. Returns the
- * last save's result, or 22 when an array is null or `count` is below 1. Takes the port's mutex.
+ * last save's result, or 22 when nothing was saved: an array is null, `count` is below 1, or the
+ * first handle is unknown. Takes the port's mutex.
  * Waits for the bus and the disk. */
 cerrno lum_set_hw_info(int32_t count, const uint32_t *ifhandles, const lum_hw_info_in *records,
                        const uint64_t *changed_bits);
@@ -828,16 +833,16 @@ cerrno lum_set_hw_info_by_ifh(int32_t count, const uint32_t *ifhandles,
 cerrno lum_get_hw_info(int32_t count, const uint32_t *ifhandles, lum_hw_info_out *records);
 cerrno lum_get_hw_info_by_ifh(int32_t count, const uint32_t *ifhandles, lum_hw_info_out *records);
 
-/* Writes the settings named by `changed_bits` into the module. `sub_port` is 0 or 1. Returns 0, or
- * the trace's result when the mutex cannot be released. Takes the port's mutex. Waits for the
- * bus. */
+/* Writes the settings named by `changed_bits` into the module. `sub_port` is 0 or 1. Returns 0, 22
+ * for another sub-port or null, or the trace's result when the mutex cannot be released. Takes the
+ * port's mutex. Waits for the bus. */
 cerrno lum_provision_port_cfg_data(uint32_t sub_port, lum_port_data *data, uint64_t changed_bits);
 
 /* Sweeps the listed ports at their creation. Returns the last sweep's result. */
 cerrno lum_fill_initial_hw_info(uint32_t rack, uint32_t slot, uint32_t instance, uint32_t count,
                                 const uint32_t *ports);
 
-/* Returns 0, or 22 when the port has no handle. */
+/* Returns 0, or 22 when the port's handle cannot be looked up. */
 cerrno lum_module_sweep_hw_status(uint32_t restart, uint32_t rack, uint32_t slot, uint32_t instance,
                                   uint32_t port);
 

@@ -38,10 +38,12 @@ int port_lock::wait() {
 }
 
 int port_lock::release() {
-  if (shared_load(port_.mutex_kept_by) == this_thread()) {
+  const std::uint64_t keeper = shared_load(port_.mutex_kept_by);
+  if (keeper == this_thread()) {
     shared_store(port_.mutex_kept_by, 0);
     return 0;
   }
+  if (keeper != 0) return EPERM;
   return pthread_mutex_unlock(&port_.port_mutex);
 }
 

@@ -1,5 +1,5 @@
-// A lock of the library's own that no user sees: never marked to the deadlock monitor, never kept,
-// always the innermost. Use with std::lock_guard.
+// A lock of the library's own that no user sees: never marked to the deadlock monitor, and no other
+// lock of the library is waited for under it. Use with std::lock_guard.
 #pragma once
 
 #include <atomic>

@@ -145,7 +145,7 @@ cerrno lum_update_port(std::uint32_t rack, std::uint32_t slot, std::uint32_t ins
   return 0;
 }
 
-// The resync marker stays until the next resync or creation.
+// The resync marker stays until the next resync, slot or creation.
 cerrno lum_replay_controllers() {
   shared_store(lum_get_ctx()->resync, 1);
   LUM_INFO(38, "Replaying controllers for all ports\n");
@@ -186,19 +186,14 @@ cerrno lum_set_controller_ready_info(std::int32_t count, const std::uint32_t *if
   return rc;
 }
 
-// Gives a new node its handle and its mutex.
+// Gives a new node its handle. Its mutex it has from the start: any thread may have found it
+// already.
 static void prepare_port(std::uint32_t rsip, std::uint32_t port_handle) {
   lum_ports_db_update_entry(rsip, port_handle);
   ports_reader reader;
-  lum_port_node_info *node = lum_get_port_node_from_rsip(rsip);
-  if (node == nullptr) {
+  if (lum_get_port_node_from_rsip(rsip) == nullptr) {
     LUM_ERROR(42, "Port not found in DB for rsip=0x%x\n", rsip);
-    return;
   }
-  shared_store(node->data.mutex_kept_by, 0);
-  if (node->data.mutex_ready != 0) return;
-  make_error_checking(node->data.port_mutex);
-  node->data.mutex_ready = 1;
 }
 
 // Keeps the port's mutex, so that no use of the module starts before the node goes.

@@ -31,7 +31,8 @@ std::uint32_t lum_lib_init() {
 }
 
 std::uint32_t lum_infra_init(const lum_infra_params *params) {
-  library_hold lock(start_up_mutex, {"lum_infra_init", __LINE__});
+  library_hold lock(start_up_mutex, {"lum_infra_init", __LINE__}, after_failure::leave);
+  if (lock.error() != 0) return static_cast<std::uint32_t>(lock.error());
   if (init_done == 1) {
     LUM_INFO(1, "init already done, returning EOK!\n");
     return 0;

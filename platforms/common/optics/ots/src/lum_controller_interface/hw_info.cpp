@@ -20,7 +20,7 @@ namespace {
 
 cerrno report(const lum_port_node_info &node, std::uint32_t ifhandle,
               std::span<std::uint8_t> record);
-void report_alarms(const lum_port_data &port, std::uint32_t sub_port, std::uint32_t ifhandle,
+void report_alarms(const lum_port_data &port, std::uint32_t sub_port,
                    std::span<std::uint8_t> record);
 void report_identity(const lum_port_data &port, std::span<std::uint8_t> record);
 void report_readings(const lum_port_data &port, std::uint32_t sub_port,
@@ -123,16 +123,16 @@ cerrno report(const lum_port_node_info &node, std::uint32_t ifhandle,
 
   const std::uint32_t sub_port = sub_port_of(port, ifhandle);
   put<std::uint32_t>(record, LUM_HW_OUT_KIND, 83);
-  report_alarms(port, sub_port, ifhandle, record);
+  report_alarms(port, sub_port, record);
   report_identity(port, record);
   report_readings(port, sub_port, record);
   return rc;
 }
 
-void report_alarms(const lum_port_data &port, std::uint32_t sub_port, std::uint32_t ifhandle,
+void report_alarms(const lum_port_data &port, std::uint32_t sub_port,
                    std::span<std::uint8_t> record) {
   ptah_al_all all = {};
-  ptah_al_get_all_from_ptah(ifhandle, &all);
+  ptah_al_get_all_from_ptah(shared_load(port.sub_port[sub_port].ifhandle), &all);
   put<std::uint64_t>(record, LUM_HW_OUT_ALARMS, all.bitmap | module_alarms(port, sub_port));
   for (std::size_t i = 0; i < PTAH_VALUES; ++i) {
     put<std::uint32_t>(record, LUM_HW_OUT_PTAH_VALUES + i * sizeof(std::uint32_t), all.values[i]);

@@ -28,7 +28,7 @@ struct place {
   std::uint32_t offset;
 };
 
-cerrno write_byte(const lum_platform_cbs &callbacks, const place &at, std::uint8_t value);
+cerrno write_byte(const lum_platform_cbs &callbacks, const place &at, const std::uint8_t *buffer);
 cerrno read_bytes(const lum_platform_cbs &callbacks, const place &at, std::int32_t length,
                   std::uint8_t *buffer);
 cerrno read_once(const lum_platform_cbs &callbacks, const place &at, std::int32_t length,
@@ -54,7 +54,7 @@ cerrno lum_i2c_read_write(std::uint32_t direction, std::uint32_t slot, std::uint
     }
   }
   const place at = {slot, instance, port, page, offset};
-  return direction == write_direction ? write_byte(callbacks, at, *buffer)
+  return direction == write_direction ? write_byte(callbacks, at, buffer)
                                       : read_bytes(callbacks, at, length, buffer);
 }
 
@@ -67,7 +67,9 @@ namespace {
 // The fifth attempt's outcome is traced whatever it is.
 cerrno read_bytes(const lum_platform_cbs &callbacks, const place &at, std::int32_t length,
                   std::uint8_t *buffer) {
-  if (length < 1) return 0;
+  const bool has_callback =
+      length == 1 ? callbacks.i2c_read_byte != nullptr : callbacks.i2c_read_block != nullptr;
+  if (length < 1 || !has_callback) return 0;
   const c_array<std::uint8_t> scratch =
       zeroed_array<std::uint8_t>(static_cast<std::size_t>(length));
   if (!scratch) return ENOMEM;
@@ -85,10 +87,10 @@ cerrno read_bytes(const lum_platform_cbs &callbacks, const place &at, std::int32
 cerrno read_once(const lum_platform_cbs &callbacks, const place &at, std::int32_t length,
                  std::uint8_t *scratch, std::uint8_t *buffer) {
   cerrno rc = 0;
-  if (length == 1 && callbacks.i2c_read_byte != nullptr) {
+  if (length == 1) {
     rc = callbacks.i2c_read_byte(at.slot, at.instance, at.port, at.page, at.offset, scratch);
     *buffer = *scratch;
-  } else if (length >= 2 && callbacks.i2c_read_block != nullptr) {
+  } else {
     rc = callbacks.i2c_read_block(at.slot, at.instance, at.port, at.page, at.offset, length,
                                   scratch);
     std::memcpy(buffer, scratch, static_cast<std::size_t>(length));
@@ -96,8 +98,9 @@ cerrno read_once(const lum_platform_cbs &callbacks, const place &at, std::int32_
   return rc;
 }
 
-cerrno write_byte(const lum_platform_cbs &callbacks, const place &at, std::uint8_t value) {
+cerrno write_byte(const lum_platform_cbs &callbacks, const place &at, const std::uint8_t *buffer) {
   if (callbacks.i2c_write_byte == nullptr) return 0;
+  const std::uint8_t value = *buffer;
   const auto write = [&] {
     return callbacks.i2c_write_byte(at.slot, at.instance, at.port, at.page, at.offset, value);
   };

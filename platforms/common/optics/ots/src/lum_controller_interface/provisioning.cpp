@@ -84,7 +84,7 @@ void write_settings(const module_writer &module, const lum_port_data &port, std:
 cerrno lum_set_hw_info(std::int32_t count, const std::uint32_t *ifhandles,
                        const lum_hw_info_in *records, const std::uint64_t *changed_bits) {
   LUM_INFO(119, "set hw info num ports %d\n", count);
-  if (ifhandles == nullptr || records == nullptr || changed_bits == nullptr) {
+  if (ifhandles == nullptr || records == nullptr) {
     LUM_ERROR(120, "Invalid i/p params in retrieve hw info cb fn");
     return EINVAL;
   }
@@ -92,6 +92,7 @@ cerrno lum_set_hw_info(std::int32_t count, const std::uint32_t *ifhandles,
     LUM_ERROR(121, "Invalid count in retrieve hw cb");
     return EINVAL;
   }
+  if (changed_bits == nullptr) return EINVAL;
   ports_reader reader;
   cerrno rc = EINVAL;
   for (std::int32_t i = 0; i < count; ++i) {

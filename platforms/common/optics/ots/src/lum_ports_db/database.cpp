@@ -18,6 +18,7 @@ static constexpr char trace_area[] = "lum_ports_db";
 static int by_rsip(const void *first, const void *second);
 static int by_port_handle(const void *first, const void *second);
 static bool claim_handle(port_node &node);
+static bool insert_by_handle(port_node &node, std::uint32_t port_handle);
 static void drop_node(port_node *node);
 
 cerrno lum_ports_db_init() {
@@ -38,6 +39,7 @@ cerrno lum_ports_db_add_entry(std::uint32_t rsip, const lum_port_data *data) {
   LUM_INFO(208, "insert into lum_port_db wavl tree rsip: 0x%x\n", rsip);
   node->rsip = rsip;
   node->data = *data;
+  make_error_checking(node->data.port_mutex);
 
   library_hold lock(lum_platform.mutex, {__func__, __LINE__});
   if (lock.error() != 0) {
@@ -80,8 +82,7 @@ cerrno lum_ports_db_update_entry(std::uint32_t rsip, std::uint32_t port_handle) 
     LUM_ERROR(214, "ports DB mutex lock failed, errno: %d\n", lock.error());
     return lock.error();
   }
-  if (wavl_insert_thread(&lum_platform.tree, 1, node)) {
-    node->in_handle_index = 1;
+  if (insert_by_handle(*node, port_handle)) {
     shared_store(lum_platform.port_handle_count, lum_platform.port_handle_count + 1);
   } else {
     drop_node(node);
@@ -179,15 +180,26 @@ static int by_port_handle(const void *first, const void *second) {
   return compare_nodes(first, second, &lum_port_node_info::port_handle);
 }
 
-// A node's handle is set once: its place in index 1 hangs on it. A second update of the node finds
-// it in the index and fails on that.
+// Before it takes the mutex an update sets the handle of a node that has none. Only the first does:
+// the node may be in index 1 by the time a second comes, and its place there hangs on the handle.
 static bool claim_handle(port_node &node) {
   return std::atomic_ref(node.handle_claimed).exchange(1) == 0;
 }
 
-// Takes a node whose handle could not be indexed out of the database. Under the database mutex.
+// Fails for a handle that is taken, a node that has its place already, and one that was removed
+// while this thread waited. Under the database mutex.
+static bool insert_by_handle(port_node &node, std::uint32_t port_handle) {
+  if (node.retired_at != 0) return false;
+  if (!node.in_handle_index) shared_store(node.port_handle, port_handle);
+  if (!wavl_insert_thread(&lum_platform.tree, 1, &node)) return false;
+  node.in_handle_index = 1;
+  return true;
+}
+
+// Takes a node whose handle could not be indexed out of the database, unless it is out already.
+// Under the database mutex.
 static void drop_node(port_node *node) {
-  wavl_delete_thread(&lum_platform.tree, 0, node);
+  if (!wavl_delete_thread(&lum_platform.tree, 0, node)) return;
   if (node->in_handle_index) wavl_delete_thread(&lum_platform.tree, 1, node);
   retire_node(node);
 }

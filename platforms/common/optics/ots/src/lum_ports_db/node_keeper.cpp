@@ -69,7 +69,7 @@ void push_retired(port_node *node) {
 }
 
 void free_node(port_node *node) {
-  if (node->data.mutex_ready != 0) pthread_mutex_destroy(&node->data.port_mutex);
+  pthread_mutex_destroy(&node->data.port_mutex);
   std::free(node);
   freed_count.fetch_add(1);
 }

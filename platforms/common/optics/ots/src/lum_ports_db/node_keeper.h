@@ -13,9 +13,9 @@ namespace lum {
 
 // A node as the library allocates it.
 struct port_node : lum_port_node_info {
-  std::uint32_t handle_claimed;   // port_handle has been set; it never changes afterwards
+  std::uint32_t handle_claimed;   // an update has set port_handle
   std::uint32_t in_handle_index;  // in index 1; under the database mutex
-  std::uint64_t retired_at;       // the keeper's
+  std::uint64_t retired_at;       // not 0: removed; written under the database mutex
   port_node *next_retired;        // the keeper's
 };
 
