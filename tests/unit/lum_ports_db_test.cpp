@@ -1,9 +1,9 @@
 // Ports database: adding, handles, finding, removing.
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
-#include <limits>
 #include <memory>
 #include <string>
 #include <thread>
