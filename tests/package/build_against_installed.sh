@@ -1,0 +1,41 @@
+#!/usr/bin/env bash
+# Installs a build into a folder of its own and builds the example driver against what is there: once
+# through find_package, once through pkg-config.
+#
+# usage: build_against_installed.sh BUILD_DIRECTORY SOURCE_DIRECTORY C_COMPILER
+set -euo pipefail
+build=$1 source=$2 compiler=$3
+
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+prefix=$folder/prefix
+cmake --install "$build" --prefix "$prefix" >"$folder/install.log" || { cat "$folder/install.log"; exit 1; }
+
+# Moved after the installation: nothing may hold the place where it was first.
+mv "$prefix" "$folder/moved"
+prefix=$folder/moved
+libraries=$(dirname "$(find "$prefix" -name liblum.so)")
+
+expect_usage() {
+  local status=0
+  "$@" >"$folder/out" 2>&1 || status=$?
+  grep -q '^usage: ' "$folder/out" && [ "$status" -eq 2 ] || { cat "$folder/out"; exit 1; }
+}
+
+cmake -S "$source/tests/package/find_package" -B "$folder/by-cmake" \
+  -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_C_COMPILER="$compiler" \
+  -DDRIVER_SOURCE="$source/examples/minimal_driver.c" >"$folder/cmake.log" || { cat "$folder/cmake.log"; exit 1; }
+cmake --build "$folder/by-cmake"
+expect_usage "$folder/by-cmake/driver"
+
+export PKG_CONFIG_PATH=$libraries/pkgconfig
+read -ra flags <<<"$(pkg-config --cflags --libs lum)"
+"$compiler" -std=c11 -D_DEFAULT_SOURCE -Wall -Wextra -Wpedantic -Werror \
+  "$source/examples/minimal_driver.c" "${flags[@]}" -llum_linux -o "$folder/by-pkg-config"
+expect_usage env LD_LIBRARY_PATH="$libraries" "$folder/by-pkg-config"
+
+[ "$(pkg-config --modversion lum)" = "$(sed -n 's/^project(lum VERSION \([0-9.]*\).*/\1/p' "$source/CMakeLists.txt")" ]
+for file in sbin/lumd bin/lumctl bin/lum-module-image lib/systemd/system/lumd.service \
+            share/man/man8/lumd.8 share/man/man1/lumctl.1 share/bash-completion/completions/lumctl; do
+  [ -s "$prefix/$file" ] || { echo "$file was not installed"; exit 1; }
+done
