@@ -174,7 +174,8 @@ interface_manager::core::queue::iterator interface_manager::core::choose(
 }
 
 // Carries the batch out with the lock held and completes it without.
-void interface_manager::core::answer(std::unique_lock<std::mutex> &lock, queue::iterator chosen) {
+void interface_manager::core::answer(std::unique_lock<std::mutex> &lock,
+                                     const queue::iterator &chosen) {
   const im_batch batch = std::move(*chosen);
   waiting_.erase(chosen);
   ++running_;

@@ -105,7 +105,7 @@ class interface_manager::core : public std::enable_shared_from_this<core> {
   using queue = std::deque<im_batch>;
 
   void run();
-  void answer(std::unique_lock<std::mutex> &lock, queue::iterator chosen);
+  void answer(std::unique_lock<std::mutex> &lock, const queue::iterator &chosen);
   queue::iterator choose(im_clock::time_point now, std::optional<im_clock::time_point> &wake);
   bool decide_fate(im_batch &batch);
   void carry_out(const im_batch &batch, im_reply &reply);
