@@ -24,6 +24,11 @@ class ratio_table : public benchmark::BenchmarkReporter {
 
   void ReportRuns(const std::vector<Run> &runs) override {
     for (const Run &run : runs) {
+      if (run.error_occurred) {
+        std::fprintf(stderr, "%s: %s\n", run.run_name.function_name.c_str(),
+                     run.error_message.c_str());
+        failed_ = true;
+      }
       if (run.run_type != Run::RT_Iteration || run.error_occurred) continue;
       const std::string name = run.run_name.function_name;
       const std::size_t end = name.rfind('/');
@@ -33,9 +38,12 @@ class ratio_table : public benchmark::BenchmarkReporter {
     }
   }
 
+  bool failed() const { return failed_; }
+
   void Finalize() override {
     std::printf("%-44s %10s  %s\n", "", "ratio", "reference point");
     for (const auto &[name, pair] : pairs_) {
+      if (pair.measured.empty() || pair.reference.empty()) continue;
       const std::size_t bar = name.find('|');
       std::printf("%-44s %10.2f  %s\n", name.substr(0, bar).c_str(),
                   median(pair.measured) / median(pair.reference), name.substr(bar + 1).c_str());
@@ -48,6 +56,7 @@ class ratio_table : public benchmark::BenchmarkReporter {
     samples reference;
   };
   std::map<std::string, sides> pairs_;
+  bool failed_ = false;
 };
 
 }  // namespace
@@ -90,5 +99,5 @@ int main(int argc, char **argv) {
   bench::services();
   ratio_table table;
   benchmark::RunSpecifiedBenchmarks(&table);
-  return 0;
+  return table.failed() ? 1 : 0;
 }

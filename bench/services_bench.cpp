@@ -8,7 +8,6 @@
 #include <string>
 
 #include "bench.h"
-#include "chkpt.h"
 #include "ctrace.h"
 #include "lum.h"
 #include "lum_linux/services.h"
@@ -28,27 +27,16 @@ const std::filesystem::path &folder() {
 }
 
 void save(benchmark::State &state) {
-  static const std::uint64_t table = [] {
+  bench::start_ports();
+  static const bool opened = [] {
     lum_linux::checkpoints_set_path(folder() / "store.db");
-    chkpt_appdesc application;
-    chkpt_tbldesc description;
-    chkpt_appdesc_init(&application);
-    chkpt_tbldesc_init(&description);
     std::uint32_t restart = 0;
-    std::uint64_t handle = 0;
-    chkpt_init(0, &application);
-    chkpt_register(&description, 40, &restart, &handle);
-    return handle;
+    return lum_chkpt_init(lum_get_ctx(), &restart) == 0;
   }();
-  static const std::uint64_t id = [] {
-    std::uint64_t entry = 0;
-    chkpt_create(table, 1, &entry);
-    return entry;
-  }();
-  lum_chkpt_record record = {};
+  lum_port_data *port = &lum_get_port_node_from_port_handle(1)->data;
   for (auto _ : state) {
-    ++record.port_cfg[0].threshold;
-    if (chkpt_save(table, id, &record, sizeof record) != 0) state.SkipWithError("not saved");
+    ++port->port_cfg[0].threshold;
+    if (!opened || lum_chkpt_save(port) != 0) state.SkipWithError("not saved");
   }
 }
 
