@@ -55,7 +55,7 @@ std::string bash_completion(const CLI::App &app) {
 void add_completion(CLI::App &app, command_line &line) {
   CLI::App *command =
       app.add_subcommand("completion", "Print the shell's completion of this command line");
-  command->require_subcommand(1);
+  command->require_subcommand(0, 1);
   command->add_subcommand("bash", "For bash")->callback([&app, &line] {
     line.chosen = [&app] {
       fmt::print("{}", bash_completion(app));

@@ -19,7 +19,7 @@ int main(int argc, char **argv) {
   line.socket = from_environment != nullptr ? from_environment : default_socket;
 
   CLI::App app("Talks to lumd, the optics driver of one node.", "lumctl");
-  app.require_subcommand(1);
+  app.require_subcommand(0, 1);
   app.add_option("--socket", line.socket, "The driver's socket; LUMD_SOCKET in the environment");
   app.set_version_flag("--version", "lumctl " LUMCTL_VERSION);
   app.footer("Exit status: 0 done, 1 refused or not found, 2 wrong usage, 3 driver not reachable.");
@@ -27,6 +27,7 @@ int main(int argc, char **argv) {
   add_completion(app, line);
   try {
     app.parse(argc, argv);
+    if (!line.chosen) return fail(exit_usage, "a command is missing; try --help");
     return line.chosen();
   } catch (const CLI::Success &asked) {
     return app.exit(asked);

@@ -8,7 +8,7 @@ namespace lumctl {
 
 void add_show(CLI::App &app, command_line &line) {
   CLI::App *show = app.add_subcommand("show", "Show the node, its ports and what is in them");
-  show->require_subcommand(1);
+  show->require_subcommand(0, 1);
   add_show_ports(*show, line);
   add_show_port(*show, line);
   add_show_controllers(*show, line);

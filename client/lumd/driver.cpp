@@ -1,6 +1,7 @@
 #include "driver.h"
 
 #include <cstring>
+#include <thread>
 #include <vector>
 
 #include "data_feed.h"
@@ -81,20 +82,22 @@ std::unique_ptr<driver> driver::start(const lum_linux::node_description &node, s
 
 driver::~driver() { stop(); }
 
-bool driver::create_ports() {
-  bool good = true;
-  {
-    std::lock_guard lock(lifecycle_);
-    for (const auto &slot : node().slots) {
-      for (const auto &instance : slot.instances) {
-        good = create_instance(node(), slot.number, instance, cages_) && good;
-      }
-    }
-  }
+void driver::bring_up() {
   cage_thread_ = std::make_unique<periodic>("lumd-cages", cage_period, [this] { cages_.look(); });
   feed_thread_ =
       std::make_unique<periodic>("lumd-feed", feed_period, [this] { feed_monitoring(cages_); });
-  return good;
+  std::thread([this] { create_ports(); }).detach();
+}
+
+void driver::create_ports() {
+  std::lock_guard lock(lifecycle_);
+  bool good = true;
+  for (const auto &slot : node().slots) {
+    for (const auto &instance : slot.instances) {
+      good = create_instance(node(), slot.number, instance, cages_) && good;
+    }
+  }
+  if (!good) say("the node is not complete; the API shows what there is");
 }
 
 void driver::stop() {

@@ -23,9 +23,10 @@ class driver {
   driver(const driver &) = delete;
   driver &operator=(const driver &) = delete;
 
-  // Opens every slot and creates every port of the description, then starts to watch the cages and
-  // to feed the monitoring services. Returns false when a call failed; what failed has been said.
-  bool create_ports();
+  // Begins, on threads of its own, to open every slot, to create every port of the description, to
+  // watch the cages and to feed the monitoring services: a module that hangs may keep the creation
+  // waiting. The driver must live until the process ends from then on.
+  void bring_up();
 
   lum_linux::platform &platform() { return *platform_; }
   cage_watch &cages() { return cages_; }
@@ -43,6 +44,7 @@ class driver {
 
  private:
   explicit driver(std::unique_ptr<lum_linux::platform> platform);
+  void create_ports();
 
   std::unique_ptr<lum_linux::platform> platform_;
   bool restarted_ = false;

@@ -125,9 +125,8 @@ int run(lum_linux::node_description description, const options &chosen) {
     leave(exit_failed);
   }
   server->serve([&driver = *node](const http_request &request) { return answer(driver, request); });
-  const bool created = node->create_ports();
   report_ready(*node, *server, description.ports().size());
-  if (!created) say("the node is not complete; the API shows what there is");
+  node->bring_up();
 
   wait_for_stop_signal();
   leave_at_the_latest();

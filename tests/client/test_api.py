@@ -1,0 +1,113 @@
+"""The API, spoken to without lumctl: also by those who cannot speak it."""
+
+import json
+import random
+import re
+import socket
+import stat
+import time
+
+import support
+
+
+class Api(support.ShelfTest):
+    def setUp(self):
+        super().setUp()
+        self.cage = self.add_module("iivi-old-map")
+        self.start("http_port = 0")
+        said = re.search(r"http://127\.0\.0\.1:(\d+)/", self.driver.log.read_text())
+        self.port = int(said.group(1))
+
+    def connect(self, tcp=False):
+        if tcp:
+            return socket.create_connection(("127.0.0.1", self.port), timeout=10)
+        connection = socket.socket(socket.AF_UNIX)
+        connection.settimeout(10)
+        connection.connect(str(self.shelf.socket))
+        return connection
+
+    def say(self, data, tcp=False):
+        """What comes back for some bytes, after which this side says no more."""
+        with self.connect(tcp) as connection:
+            answer = b""
+            try:
+                connection.sendall(data)
+                connection.shutdown(socket.SHUT_WR)
+                while part := connection.recv(65536):
+                    answer += part
+            except (BrokenPipeError, ConnectionResetError):
+                pass
+        return answer
+
+    def ask(self, method, target, body="", tcp=False):
+        """Status, headers and JSON body of one request."""
+        request = (f"{method} {target} HTTP/1.1\r\nHost: x\r\nConnection: close\r\n"
+                   f"Content-Length: {len(body)}\r\n\r\n{body}")
+        head, _, answer = self.say(request.encode(), tcp).partition(b"\r\n\r\n")
+        return int(head.split()[1]), head.decode(), json.loads(answer)
+
+    def test_both_ways_in(self):
+        for tcp in (False, True):
+            status, head, body = self.ask("GET", "/v1/ports", tcp=tcp)
+            self.assertEqual((status, len(body["ports"])), (200, 1))
+            self.assertIn("application/json", head)
+        mode = stat.S_IMODE(self.shelf.socket.stat().st_mode)
+        self.assertEqual(mode, 0o600)
+
+    def test_names_are_decoded(self):
+        self.assertEqual(self.ask("GET", "/v1/ports/0%2F1%2F0%2f1")[2]["name"], "0/1/0/1")
+        self.assertEqual(self.ask("GET", "/v1/ports/0%2F1%2F0%2F9")[0], 404)
+
+    def test_what_is_not_there(self):
+        for target in ("/", "/v1", "/v2/ports", "/v1/ports/", "/v1/ports/a/b/c", "*"):
+            status, _, body = self.ask("GET", target)
+            self.assertEqual(status, 404, target)
+            self.assertIn("error", body)
+
+    def test_methods_that_a_path_does_not_take(self):
+        for tcp in (False, True):
+            for method in ("POST", "DELETE", "PUT", "HACK"):
+                status, head, _ = self.ask(method, "/v1/ports", tcp=tcp)
+                self.assertEqual(status, 405)
+                self.assertIn("Allow: GET", head)
+
+    def test_wrong_encoding_and_bodies(self):
+        for target in ("/v1/ports/%", "/v1/ports/%4", "/v1/ports/%zz", "/v1/node?a=%"):
+            self.assertEqual(self.ask("GET", target)[0], 400, target)
+        self.assertEqual(self.ask("GET", "/v1/ports", body="{")[0], 400)
+        self.assertEqual(self.ask("GET", "/v1/modules/0%2F1%2F0%2F1?page=256")[0], 400)
+        self.assertEqual(self.ask("GET", "/v1/modules/0%2F1%2F0%2F1?page=x")[0], 400)
+        self.assertEqual(self.ask("GET", "/v1/modules/0%2F1%2F0%2F1?page=200")[0], 409)
+
+    def test_too_much(self):
+        answer = self.say(b"GET / HTTP/1.1\r\nX: " + b"x" * 100_000 + b"\r\n\r\n")
+        self.assertIn(b" 431 ", answer[:20])
+        answer = self.say(b"POST / HTTP/1.1\r\nContent-Length: 999999999\r\n\r\n")
+        self.assertIn(b" 413 ", answer[:20])
+        deep = "[" * 200_000
+        self.assertEqual(self.ask("GET", "/v1/ports", body=deep)[0], 400)
+
+    def test_several_requests_on_one_connection(self):
+        request = b"GET /v1/node HTTP/1.1\r\nHost: x\r\n\r\n"
+        self.assertEqual(self.say(request * 3).count(b"HTTP/1.1 200"), 3)
+
+    def test_nonsense_is_refused_and_survived(self):
+        self.assertIn(b" 400 ", self.say(b"\x16\x03\x01\x02\x00\x01\x00\r\n\r\n")[:20])
+        self.assertIn(b" 400 ", self.say(b"GET / HTTP/9\r\n\r\n")[:20])
+        self.assertEqual(self.say(b""), b"")
+        draw = random.Random(1)
+        good = bytearray(b"GET /v1/ports/0%2F1%2F0%2F1?a=b HTTP/1.1\r\nHost: x\r\n"
+                         b"Content-Length: 2\r\nTransfer-Encoding: chunked\r\n\r\n{}")
+        for turn in range(300):
+            bad = bytearray(good)
+            for _ in range(draw.randint(1, 6)):
+                bad[draw.randrange(len(bad))] = draw.randrange(256)
+            self.say(bytes(bad[:draw.randint(1, len(bad))]), tcp=turn % 2 == 0)
+        self.assertEqual(self.ask("GET", "/v1/ports")[0], 200)
+
+    def test_those_who_say_nothing_are_many_and_do_not_block(self):
+        silent = [self.connect() for _ in range(100)]
+        time.sleep(0.3)
+        for connection in silent:
+            connection.close()
+        self.assertIsNotNone(self.driver.wait_for(lambda ports: True, 5))

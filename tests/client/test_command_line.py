@@ -1,0 +1,54 @@
+"""Exit codes and one-line errors of lumctl, and what it prints besides."""
+
+import support
+from support import LUMCTL, LUMD, run
+
+
+class CommandLine(support.ShelfTest):
+    def fails(self, status, *arguments):
+        done = run(LUMCTL, *arguments)
+        self.assertEqual(done.returncode, status, done.stderr)
+        self.assertEqual(done.stdout, "")
+        self.assertEqual(done.stderr.count("\n"), 1, done.stderr)
+        self.assertTrue(done.stderr.startswith("lumctl: "), done.stderr)
+        return done.stderr
+
+    def test_wrong_usage_is_2(self):
+        self.fails(2)
+        self.assertIn("frobnicate", self.fails(2, "frobnicate"))
+        self.assertIn("--frobnicate", self.fails(2, "show", "ports", "--frobnicate"))
+        self.fails(2, "show")
+        self.fails(2, "show", "port")
+        self.fails(2, "show", "module", "0/1/0/1", "--page", "256")
+
+    def test_no_driver_is_3(self):
+        self.assertIn("/nowhere/socket", self.fails(3, "--socket", "/nowhere/socket", "show", "ports"))
+        self.fails(3, "--socket", "x" * 200, "show", "node")
+
+    def test_something_that_is_no_driver_is_3(self):
+        abandoned = self.shelf.folder / "abandoned"
+        abandoned.write_text("")
+        self.fails(3, "--socket", abandoned, "show", "ports")
+
+    def test_unknown_port_is_1(self):
+        self.add_module("iivi-old-map")
+        self.start()
+        socket = self.shelf.socket
+        self.assertIn("nobody", self.fails(1, "--socket", socket, "show", "port", "nobody"))
+        self.fails(1, "--socket", socket, "show", "module", "a/b/c%2f")
+
+    def test_help_and_version(self):
+        for command in (LUMCTL, LUMD):
+            for asked in ("--help", "--version"):
+                done = run(command, asked)
+                self.assertEqual((done.returncode, done.stderr), (0, ""))
+                self.assertTrue(done.stdout)
+        self.assertEqual(run(LUMD, "--frobnicate").returncode, 2)
+
+    def test_completion_is_good_bash(self):
+        done = run(LUMCTL, "completion", "bash")
+        self.assertEqual(done.returncode, 0)
+        shell = run("bash", "-c", done.stdout + """
+            COMP_WORDS=(lumctl --socket here show po); COMP_CWORD=4; _lumctl
+            echo "${COMPREPLY[@]}" """)
+        self.assertEqual((shell.stdout, shell.stderr), ("ports port\n", ""))
