@@ -39,6 +39,8 @@ bool is_one_of(std::string_view name, std::initializer_list<std::string_view> na
 
 }  // namespace
 
+std::function<void(const trace_line &)> &at_trace = *new std::function<void(const trace_line &)>;
+
 std::ostream &operator<<(std::ostream &out, const trace_line &line) {
   return out << line.channel << " point " << line.point << " [" << line.file << "]" << line.tag
              << ":" << line.text << " (" << line.signature << ")";
@@ -50,9 +52,14 @@ void record_call(std::string_view name, std::vector<std::string> arguments) {
   append({std::string(name), text + ")", std::nullopt});
 }
 
-void record_trace(trace_line line) {
+void record_trace(const trace_line &line) {
   std::string text = line.tag + ": " + line.text;
-  append({"ctrace_internal", std::move(text), std::move(line)});
+  append({"ctrace_internal", std::move(text), line});
+  static thread_local bool busy = false;
+  if (busy || !at_trace) return;
+  busy = true;
+  at_trace(line);
+  busy = false;
 }
 
 void clear_record() {

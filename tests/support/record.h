@@ -3,6 +3,7 @@
 
 #include <concepts>
 #include <cstdint>
+#include <functional>
 #include <initializer_list>
 #include <optional>
 #include <ostream>
@@ -33,7 +34,11 @@ struct event {
 
 // Safe from any thread.
 void record_call(std::string_view name, std::vector<std::string> arguments);
-void record_trace(trace_line line);
+void record_trace(const trace_line &line);
+
+// Runs with every trace line, on its thread, once the line is recorded. Not itself for lines that
+// it causes. To be set while nothing traces.
+extern std::function<void(const trace_line &)> &at_trace;
 
 // Forgets what has been recorded.
 void clear_record();

@@ -128,7 +128,7 @@ cerrno ctrace_internal(ctrace_handle handle, uint32_t point, uint32_t nargs, uin
   line.text = formatted(format + prefix.size(), arguments);
   va_end(arguments);
   check_convention(line, one);
-  record_trace(std::move(line));
+  record_trace(line);
   return script.answer("ctrace_internal");
 }
 
