@@ -18,7 +18,6 @@ using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::IsSupersetOf;
 using testing::MatchesRegex;
 using testing::Not;
 

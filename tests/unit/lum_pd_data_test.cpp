@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -83,7 +84,8 @@ TEST_F(platform_ports, each_port_gets_a_node_made_of_the_template) {
   std::strcpy(expected->sub_port[1].ifname, "Ots1_3_2_9_1");
   expected->sub_port[0].iftype = 188;
   expected->sub_port[1].iftype = 188;
-  EXPECT_EQ(std::memcmp(&node.data, expected.get(), sizeof *expected), 0);
+  // The mutex behind the rest is the node's own.
+  EXPECT_EQ(std::memcmp(&node.data, expected.get(), offsetof(lum_port_data, port_mutex)), 0);
   EXPECT_STREQ(data_at(0x01030207).sub_port[0].ifname, "Ots1_3_2_7_0");
 }
 

@@ -10,13 +10,9 @@
 #include "trace_service.h"
 
 using namespace support;
-using testing::AllOf;
 using testing::ElementsAre;
-using testing::Field;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
-using testing::ResultOf;
 using testing::StartsWith;
 
 namespace {
