@@ -1,0 +1,24 @@
+// How much memory the process has allocated and not freed.
+#pragma once
+
+#include <malloc.h>
+
+#include <cstddef>
+
+#include "settings.h"
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#include <sanitizer/allocator_interface.h>
+#endif
+
+namespace stress {
+
+inline std::size_t allocated_bytes() {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  return __sanitizer_get_current_allocated_bytes();
+#else
+  const struct mallinfo2 info = mallinfo2();
+  return info.uordblks + info.hblkhd;
+#endif
+}
+
+}  // namespace stress
