@@ -82,15 +82,17 @@ extern "C" {
 typedef struct lum_platform_cbs {
   /* Sends a create or delete batch (operation LUM_IM_CREATE or LUM_IM_DELETE). `names` holds
    * `count` names, of which those of empty elements are null; `payload` holds `payload_count`
-   * (= count) elements of LUM_CREATE_ELEMENT_SIZE or LUM_DELETE_ELEMENT_SIZE bytes and is to be
-   * copied during the call. `context` goes to `complete` unchanged, exactly once per accepted batch
-   * and never for a refused one. Called from the thread that creates, replays or deletes. Null:
-   * nothing is sent and the batch counts as sent. */
+   * (= count) elements of LUM_CREATE_ELEMENT_SIZE or LUM_DELETE_ELEMENT_SIZE bytes. Both are gone
+   * when the call returns and are to be copied. `context` goes to `complete` unchanged, exactly
+   * once per accepted batch and never for a refused one. Called from the thread that creates,
+   * replays or deletes, and from inside a create completion. Null: nothing is sent and the batch
+   * counts as sent. */
   cerrno (*im_req_by_name)(const char *const *names, uint16_t iftype, const void *payload,
                            uint32_t payload_count, uint32_t operation, void *context,
                            uint32_t count, imca_completion complete);
   /* Sends an update batch of `count` elements of LUM_UPDATE_ELEMENT_SIZE bytes; `payload_size` is
-   * the payload's size in bytes. Otherwise as above. */
+   * the payload's size in bytes; `ifhandles` is gone once `complete` is called. Otherwise as above.
+   */
   cerrno (*im_update_req_by_ifhandle)(const uint32_t *ifhandles, uint32_t iftype,
                                       const void *payload, uint32_t payload_size,
                                       uint32_t operation, void *context, uint32_t count,
@@ -205,7 +207,8 @@ typedef struct lum_sub_port_intf {
   uint16_t iftype;              /* LUM_IFTYPE_OTS */
   uint8_t zero[12];
   uint32_t controller_up;
-  uint32_t created; /* 1 between the confirmed creation and the confirmed deletion */
+  uint32_t created; /* 1 from the creation's completion to the deletion's; an element
+                         skipped as benign has an ifhandle of 0 */
 } lum_sub_port_intf;
 LUM_ASSERT_LAYOUT(sizeof(lum_sub_port_intf) == 92);
 
@@ -362,7 +365,8 @@ typedef struct lum_controller_create_entry {
 LUM_ASSERT_LAYOUT(offsetof(lum_controller_create_entry, id) == 0);
 
 /* The three requests. Each is allocated zero-filled with calloc, as are its arrays, and freed by
- * the matching done-handler. */
+ * the matching done-handler; of an update request only the handles are, states and attrs stay with
+ * the caller and are read during the call only. */
 typedef struct lum_controller_create_request {
   uint32_t intf_type;
   int32_t count;
@@ -761,13 +765,15 @@ cerrno lum_controllers_delete(lum_controller_delete_request *request, const uint
 cerrno lum_get_ifname_from_ctx(uint32_t ifhandle, char *name);
 
 /* Completions given to the interface manager; they run on its thread. A create reply whose
- * successful element cannot be decoded ends the process. */
+ * successful element cannot be decoded ends the process. Creation may wait for the bus and the
+ * disk, when it has to be made again; deletion for the disk. */
 void lum_im_create_complete_resp_cb(imca_reply_info_type *reply, void *context);
 void lum_im_update_complete_resp_cb(imca_reply_info_type *reply, void *context);
 void lum_im_delete_complete_resp_cb(imca_reply_info_type *reply, void *context);
 
 /* Bring the ports database up to date with a finished batch, tell the client, and free the request
- * and its arrays (of an update request, its handles only). */
+ * and its arrays (of an update request, its handles only). A create request without entries is left
+ * alone. A port's last deletion waits for the disk. */
 void lum_controller_create_done(lum_controller_create_request *request);
 void lum_controller_update_done(lum_controller_update_request *request);
 void lum_controller_delete_done(lum_controller_delete_request *request);
@@ -777,7 +783,7 @@ void lum_controller_delete_done(lum_controller_delete_request *request);
 cerrno lum_update_ifhandle(const char *ifname, uint32_t ifhandle);
 
 /* Build and send the batches of the listed ports, one port, or every port. Return 0, 12, or the
- * request's code. */
+ * request's code. Creation waits for the bus and the disk. */
 cerrno lum_ots_controllers_create(uint32_t rack, uint32_t slot, uint32_t instance, uint32_t count,
                                   const uint32_t *ports);
 cerrno lum_ots_controllers_update(uint32_t rack, uint32_t slot, uint32_t instance, uint32_t port,

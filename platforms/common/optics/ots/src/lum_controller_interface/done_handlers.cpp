@@ -13,12 +13,16 @@ static constexpr char trace_area[] = "lum_controller_interface";
 
 namespace {
 
+std::size_t array_size(std::int32_t count) {
+  return count < 0 ? 0 : static_cast<std::size_t>(count);
+}
+
 // What the client is told of a batch.
 struct notification {
   explicit notification(std::int32_t count)
-      : rsips(zeroed_array<std::uint32_t>(static_cast<std::size_t>(count))),
-        sub_ports(zeroed_array<std::uint32_t>(static_cast<std::size_t>(count))),
-        ifhandles(zeroed_array<std::uint32_t>(static_cast<std::size_t>(count))) {}
+      : rsips(zeroed_array<std::uint32_t>(array_size(count))),
+        sub_ports(zeroed_array<std::uint32_t>(array_size(count))),
+        ifhandles(zeroed_array<std::uint32_t>(array_size(count))) {}
   explicit operator bool() const { return rsips && sub_ports && ifhandles; }
 
   c_array<std::uint32_t> rsips;
@@ -65,7 +69,6 @@ void lum_controller_create_done(lum_controller_create_request *request) {
       LUM_ERROR(81, "wrong intf type %d in create done", request->intf_type);
       continue;
     }
-    if (id.sub_port >= LUM_SUB_PORTS) continue;
     if (told) {
       told.rsips[i] = rsip;
       told.sub_ports[i] = id.sub_port;
@@ -94,7 +97,7 @@ void lum_controller_update_done(lum_controller_update_request *request) {
   const c_object<lum_controller_update_request> owned(request);
   const c_array<std::uint32_t> ifhandles(request->ifhandles);
   const std::int32_t count = request->count;
-  const c_array<std::uint32_t> rsips = zeroed_array<std::uint32_t>(static_cast<std::size_t>(count));
+  const c_array<std::uint32_t> rsips = zeroed_array<std::uint32_t>(array_size(count));
   if (count < 1) {
     LUM_ERROR(85, "Invalid count %d in cntrl update cb", count);
   } else if (rsips && ifhandles) {
@@ -136,7 +139,7 @@ cerrno lum_update_ifhandle(const char *ifname, std::uint32_t ifhandle) {
   }
   ports_reader reader;
   lum_port_node_info *node = lum_get_port_node_from_rsip(rsip);
-  if (node == nullptr || sub_port >= LUM_SUB_PORTS) {
+  if (node == nullptr) {
     LUM_ERROR(90, "Port Not Found in DB\n for rsip=%d", rsip);
     return EINVAL;
   }
@@ -146,6 +149,7 @@ cerrno lum_update_ifhandle(const char *ifname, std::uint32_t ifhandle) {
   record.valid |= LUM_DEVID_PORT_HANDLE;
   LUM_INFO(92, "if type:%d ifname %s rsip:%d port_handle:0x%x", iftype, record.ifname, rsip,
            record.port_handle);
+  if (sub_port >= LUM_SUB_PORTS) return EINVAL;
   shared_write(&node->data.device_id[sub_port], &record, sizeof record);
   shared_store(node->data.sub_port[sub_port].ifhandle, ifhandle);
   return 0;
@@ -157,10 +161,12 @@ namespace {
 // ports' result.
 cerrno created(lum_port_node_info &node, const lum_controller_id &id) {
   lum_port_data &port = node.data;
-  lum_sub_port_intf &interface = port.sub_port[id.sub_port];
-  shared_store(interface.ifhandle, id.ifhandle);
-  shared_store(interface.created, 1);
-  lum_update_ifhandle(interface.ifname, id.ifhandle);
+  if (id.sub_port < LUM_SUB_PORTS) {
+    lum_sub_port_intf &interface = port.sub_port[id.sub_port];
+    shared_store(interface.ifhandle, id.ifhandle);
+    shared_store(interface.created, 1);
+    lum_update_ifhandle(interface.ifname, id.ifhandle);
+  }
   const cerrno rc = lum_pm_ptah_port_op(1, id);
   if (rc != 0) LUM_ERROR(93, "PM PTAH instance create failed");
   if (shared_load(port.sub_port[0].created) != 0 && shared_load(port.sub_port[1].created) != 0) {

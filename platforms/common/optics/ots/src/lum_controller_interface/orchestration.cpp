@@ -122,12 +122,12 @@ cerrno lum_ots_controllers_update(std::uint32_t rack, std::uint32_t slot, std::u
 // A port that is not found leaves two empty handles at the end of the batch.
 cerrno lum_ots_controllers_delete(std::uint32_t rack, std::uint32_t slot, std::uint32_t instance,
                                   std::uint32_t count, const std::uint32_t *ports) {
-  if (count > max_ports) return ENOMEM;
-  const std::uint32_t size = LUM_SUB_PORTS * count;
+  const std::uint32_t size = count > max_ports ? 0 : LUM_SUB_PORTS * count;
   const c_array<std::uint16_t> types = zeroed_array<std::uint16_t>(size);
   c_array<std::uint32_t> ifhandles = zeroed_array<std::uint32_t>(size);
   c_object<lum_controller_delete_request> request = zeroed_object<lum_controller_delete_request>();
-  if (!types || !ifhandles || !request) {
+  if (count > max_ports) errno = ENOMEM;
+  if (count > max_ports || !types || !ifhandles || !request) {
     LUM_ERROR(160, "calloc failed with errno: %d\n", errno);
     return ENOMEM;
   }

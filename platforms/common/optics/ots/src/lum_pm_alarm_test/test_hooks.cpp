@@ -1,5 +1,6 @@
 // An operator's test event forces alarms on, or readings up, for one sub-port:
 // <anything>#Ots<rack>_<slot>_<instance>_<port>_<sub-port>#<test>#<alarm>#<status>.
+#include <algorithm>
 #include <charconv>
 #include <cstring>
 #include <iterator>
@@ -59,11 +60,12 @@ void lum_ots_test_alarms_pm(void *, const char *text) {
       pack_rsip(request->rack, request->slot, request->instance, request->port);
   ports_reader reader;
   lum_port_node_info *node = lum_get_port_node_from_rsip(rsip);
-  if (node == nullptr || request->sub_port >= LUM_SUB_PORTS) {
+  if (node == nullptr) {
     LUM_ERROR(73, "Invalid inputs \n");
     return;
   }
   LUM_INFO(74, "Port Found for rsip=0x%x test id %d \n", rsip, request->test);
+  if (request->sub_port >= LUM_SUB_PORTS) return;
   lum_test_injection &injection = node->data.test[request->sub_port];
   if (request->test == 1) inject_alarm(injection, *request);
   if (request->test == 2) offset_readings(injection, *request);
@@ -85,9 +87,10 @@ bool to_number(std::string_view text, int base, std::uint32_t &number) {
 }
 
 bool parse_name(std::string_view name, test_request &request) {
-  constexpr std::string_view prefix = "Ots";
-  if (!name.starts_with(prefix)) return false;
-  name.remove_prefix(prefix.size());
+  constexpr std::string_view kind = "Ots";
+  const std::size_t start = name.find(kind);
+  if (start == std::string_view::npos) return false;
+  name.remove_prefix(start + kind.size());
   std::uint32_t *const numbers[] = {&request.rack, &request.slot, &request.instance, &request.port,
                                     &request.sub_port};
   for (std::uint32_t *number : numbers) {
@@ -96,6 +99,15 @@ bool parse_name(std::string_view name, test_request &request) {
     name.remove_prefix(end == name.size() ? end : end + 1);
   }
   return true;
+}
+
+// A hexadecimal number as scanf reads it: blanks around it and 0x in front of it do not matter.
+bool to_hexadecimal(std::string_view text, std::uint32_t &number) {
+  constexpr std::string_view blanks = " \t\r\n";
+  text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
+  text = text.substr(0, text.find_last_not_of(blanks) + 1);
+  if (text.starts_with("0x") || text.starts_with("0X")) text.remove_prefix(2);
+  return to_number(text, 16, number);
 }
 
 // Nothing for a text of any other form.
@@ -109,7 +121,7 @@ std::optional<test_request> parse(const char *text) {
   if (name.size() >= sizeof request.name || !parse_name(name, request)) return std::nullopt;
   name.copy(request.name, name.size());
   for (std::uint32_t *number : {&request.test, &request.alarm, &request.status}) {
-    if (!to_number(take_field(rest), 16, *number)) return std::nullopt;
+    if (!to_hexadecimal(take_field(rest), *number)) return std::nullopt;
   }
   return request;
 }
