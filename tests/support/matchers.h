@@ -26,14 +26,22 @@ class line_matcher {
     copy.file_ = std::move(file);
     return copy;
   }
+  // Behind the area, thread and tag that every line starts with: a letter for each argument.
+  line_matcher signed_as(std::string letters) const {
+    line_matcher copy = *this;
+    copy.signature_ = "sds" + std::move(letters);
+    return copy;
+  }
 
   bool MatchAndExplain(const trace_line &line, std::ostream *) const {
     return line.channel == channel_ && line.tag == tag_ && line.text == text_ &&
-           (point_ == 0 || line.point == point_) && (file_.empty() || line.file == file_);
+           (point_ == 0 || line.point == point_) && (file_.empty() || line.file == file_) &&
+           (signature_.empty() || line.signature == signature_);
   }
   void DescribeTo(std::ostream *out) const {
     *out << "is " << channel_ << " point " << point_ << " [" << file_ << "]" << tag_ << ":"
          << text_;
+    if (!signature_.empty()) *out << " (" << signature_ << ")";
   }
   void DescribeNegationTo(std::ostream *out) const {
     *out << "not: ";
@@ -46,6 +54,7 @@ class line_matcher {
   uint32_t point_;  // 0: any
   std::string text_;
   std::string file_;
+  std::string signature_;
 };
 
 inline line_matcher info(uint32_t point, std::string text) {

@@ -10,6 +10,7 @@
 #include <map>
 #include <mutex>
 
+#include "blocks.h"
 #include "lum.h"
 #include "record.h"
 #include "script.h"
@@ -118,6 +119,8 @@ using namespace support;
 extern "C" {
 
 void *__real_calloc(size_t count, size_t size);
+void __real_free(void *block);
+cerrno __real_lum_ctx_derive_hw_nodeid(uint32_t rack, uint32_t slot, uint32_t instance);
 int __real_pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
                           void *(*start)(void *), void *argument);
 int __real_pthread_sigmask(int how, const sigset_t *set, sigset_t *old);
@@ -137,7 +140,20 @@ void *__wrap_calloc(size_t count, size_t size) {
     errno = ENOMEM;
     return nullptr;
   }
-  return __real_calloc(count, size);
+  void *block = __real_calloc(count, size);
+  note_block(block, count * size);
+  return block;
+}
+
+void __wrap_free(void *block) {
+  forget_block(block);
+  __real_free(block);
+}
+
+cerrno __wrap_lum_ctx_derive_hw_nodeid(uint32_t rack, uint32_t slot, uint32_t instance) {
+  note("lum_ctx_derive_hw_nodeid", rack, slot, instance);
+  if (const auto code = planned("lum_ctx_derive_hw_nodeid")) return *code;
+  return __real_lum_ctx_derive_hw_nodeid(rack, slot, instance);
 }
 
 int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
