@@ -13,7 +13,7 @@ JOBS ?= $(shell nproc)
 
 demo:
 	tools/setup test
-	mkdir -p build && cmake --preset release >build/configure.log || { cat build/configure.log; exit 1; }
+	cmake --preset release >/dev/null
 	cmake --build build -j $(JOBS) --target lumd lumctl lum-module-image
 	python3 tools/demo --build build $(if $(MODULES),--modules "$(MODULES)")
 

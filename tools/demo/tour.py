@@ -139,7 +139,7 @@ def poll_twice(steps, driver, described, watched):
     second = driver.wait_for(all_polled(names, polls(first, names)), 2 * CYCLE)
     between = time.monotonic() - first_seen
     steps.check("the second cycle comes 5 s after the first",
-                second is not None and abs(between - CYCLE) < 1.5, f"{between:.1f} s")
+                second is not None and abs(between - CYCLE) < 2, f"{between:.1f} s")
     steps.check(f"what has changed in a module is shown: {watched.name} is at {warmer} C now",
                 int(second[watched.name]["temperature_c"]) == warmer)
 
