@@ -37,7 +37,7 @@ lum_linux::node_description describe(const node_shape &shape, const std::vector<
       description.rsip = port.rsip;
       description.handle = port.handle;
       description.name = "p" + std::to_string(port.handle);
-      description.led = description.name;
+      if (shape.leds) description.led = description.name;
       description.module.backend = lum_linux::module_backend::simulated;
       description.module.file = folder / "modules" / (description.name + ".toml");
       write_file(description.module.file, shape.module ? shape.module(port) : plain_module(port));

@@ -25,6 +25,7 @@ struct node_shape {
   uint32_t first_slot = 1;
   uint32_t slots = 4;
   uint32_t ports_per_slot = 8;
+  bool leds = true;
   // The description of a port's module; a plain one unless given.
   std::function<std::string(const port_place &)> module;
 };
