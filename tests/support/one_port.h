@@ -11,8 +11,8 @@
 
 namespace support {
 
-inline constexpr uint32_t handle_0 = 0x1001;  // sub-port 0
-inline constexpr uint32_t handle_1 = 0x1002;
+inline constexpr uint32_t handle_0 = 0x801;  // sub-port 0
+inline constexpr uint32_t handle_1 = 0x802;
 
 // A second name for sub-port 0, which only the client knows: by the rule of handles it means
 // sub-port 1.

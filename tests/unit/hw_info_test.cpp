@@ -279,8 +279,8 @@ TEST_F(hw_info, ptah_is_asked_for_the_sub_ports_own_handle) {
   report(handle_1);
   report(foreign_handle);
   EXPECT_THAT(calls({"ptah_al_get_all_from_ptah"}),
-              ElementsAre("ptah_al_get_all_from_ptah(0x1001)", "ptah_al_get_all_from_ptah(0x1002)",
-                          "ptah_al_get_all_from_ptah(0x1002)"));
+              ElementsAre("ptah_al_get_all_from_ptah(0x801)", "ptah_al_get_all_from_ptah(0x802)",
+                          "ptah_al_get_all_from_ptah(0x802)"));
 }
 
 TEST_F(hw_info, any_handle_but_that_of_sub_port_0_means_sub_port_1) {

@@ -112,7 +112,7 @@ TEST_F(set_hw_info, steps_are_traced) {
   const std::vector<trace_line> lines = traces_of(area);
   ASSERT_THAT(lines, SizeIs(6));
   EXPECT_THAT(lines[0], info(119, "set hw info num ports 1\n"));
-  EXPECT_THAT(lines[1], info(122, "index 0 ifh 0x1001 changed bits [0x10000000000]\n"));
+  EXPECT_THAT(lines[1], info(122, "index 0 ifh 0x801 changed bits [0x10000000000]\n"));
   EXPECT_THAT(lines[2].text,
               testing::MatchesRegex("index 0 port_node: 0x[0-9a-f]+ rsip: 0x30107\n"));
   EXPECT_EQ(lines[2].point, 123u);
@@ -128,7 +128,7 @@ TEST_F(set_hw_info, several_handles_are_handled_in_order) {
   const uint64_t bits[] = {0x200, 0x40000};
   EXPECT_EQ(lum_set_hw_info(2, handles, records, bits), 0u);
   EXPECT_THAT(transfers(), ElementsAre(wrote(2, 178, 0x02), wrote(2, 179, 0x30), wrote(3, 133, 1)));
-  EXPECT_THAT(traces_of(area), Contains(info("index 1 ifh 0x1001 changed bits [0x40000]\n")));
+  EXPECT_THAT(traces_of(area), Contains(info("index 1 ifh 0x801 changed bits [0x40000]\n")));
   EXPECT_THAT(calls({"chkpt_save"}), SizeIs(2));
 }
 
