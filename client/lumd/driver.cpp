@@ -2,9 +2,8 @@
 
 #include <cstring>
 #include <thread>
-#include <vector>
 
-#include "data_feed.h"
+#include "lifecycle.h"
 #include "log.h"
 #include "lum.h"
 #include "lum_linux/modules.h"
@@ -14,9 +13,10 @@ namespace lumd {
 namespace {
 
 constexpr std::chrono::seconds cage_period(1);
-constexpr std::chrono::seconds feed_period(5);
+constexpr std::chrono::seconds feed_period(1);
 
-bool start_library(lum_linux::platform &platform, bool &restarted, std::string &error) {
+bool start_library(lum_linux::platform &platform, polling_clock &polling, bool alarm_tests,
+                   bool &restarted, std::string &error) {
   if (const cerrno rc = lum_lib_init(); !CERR_IS_OK(rc)) {
     error = fmt::format("the checkpoint store cannot be used: {}", cerr_strerror(rc));
     return false;
@@ -31,9 +31,10 @@ bool start_library(lum_linux::platform &platform, bool &restarted, std::string &
   lum_infra_params params = {};
   params.evm = platform.evm();
   params.restart = restarted ? 1 : 0;
-  params.pm_alarm_test = 1;
+  params.pm_alarm_test = alarm_tests ? 1 : 0;
   std::strncpy(params.process_name, "lumd", sizeof params.process_name - 1);
-  params.platform_cbs = &platform.callbacks();
+  const lum_platform_cbs callbacks = polling.watch(platform.callbacks());
+  params.platform_cbs = &callbacks;
   if (const cerrno rc = lum_infra_init(&params); !CERR_IS_OK(rc)) {
     error = fmt::format("the library did not start: {}", cerr_strerror(rc));
     return false;
@@ -41,42 +42,25 @@ bool start_library(lum_linux::platform &platform, bool &restarted, std::string &
   return true;
 }
 
-bool create_instance(const lum_linux::node_description &node, uint32_t slot,
-                     const lum_linux::instance_description &instance, cage_watch &cages) {
-  const lum_slot_props slot_props = {1, instance.capacity};
-  if (const cerrno rc = lum_plat_init(node.rack, slot, instance.number, &slot_props);
-      !CERR_IS_OK(rc)) {
-    say("slot {} instance {} was not opened: {}", slot, instance.number, cerr_strerror(rc));
-    return false;
-  }
-  std::vector<lum_port_props> ports;
-  for (const auto &port : instance.ports) {
-    lum_port_props props = {};
-    props.rsip = port.rsip;
-    props.port_index = port.number;
-    props.port_handle = port.handle;
-    ports.push_back(props);
-  }
-  if (ports.empty()) return true;
-  const cerrno rc = lum_create_ports(static_cast<uint32_t>(ports.size()), ports.data());
-  if (!CERR_IS_OK(rc)) {
-    say("the ports of slot {} instance {} were not created: {}", slot, instance.number,
-        cerr_strerror(rc));
-  }
-  for (const auto &port : instance.ports) cages.begin(port.rsip);
-  return CERR_IS_OK(rc);
-}
-
 }  // namespace
 
 driver::driver(std::unique_ptr<lum_linux::platform> platform)
-    : platform_(std::move(platform)), cages_(platform_->node(), platform_->modules()) {}
+    : platform_(std::move(platform)),
+      cages_(platform_->node(), platform_->modules()),
+      feed_(platform_->modules(), cages_) {}
 
-std::unique_ptr<driver> driver::start(const lum_linux::node_description &node, std::string &error) {
+std::unique_ptr<driver> driver::start(const lum_linux::node_description &node, bool alarm_tests,
+                                      std::string &error) {
   auto platform = lum_linux::platform::start(node, error);
   if (!platform) return nullptr;
   auto result = std::unique_ptr<driver>(new driver(std::move(platform)));
-  if (!start_library(*result->platform_, result->restarted_, error)) return nullptr;
+  result->platform_->observe_controllers(
+      [&told = result->told_](bool created,
+                              std::span<const lum_linux::controller_event> controllers) {
+        told.note(created, controllers);
+      });
+  if (!start_library(*result->platform_, result->polling_, alarm_tests, result->restarted_, error))
+    return nullptr;
   return result;
 }
 
@@ -85,7 +69,7 @@ driver::~driver() { stop(); }
 void driver::bring_up() {
   cage_thread_ = std::make_unique<periodic>("lumd-cages", cage_period, [this] { cages_.look(); });
   feed_thread_ =
-      std::make_unique<periodic>("lumd-feed", feed_period, [this] { feed_monitoring(cages_); });
+      std::make_unique<periodic>("lumd-feed", feed_period, [this] { feed_.feed_polled(); });
   std::thread([this] { create_ports(); }).detach();
 }
 
@@ -94,7 +78,7 @@ void driver::create_ports() {
   bool good = true;
   for (const auto &slot : node().slots) {
     for (const auto &instance : slot.instances) {
-      good = create_instance(node(), slot.number, instance, cages_) && good;
+      good = CERR_IS_OK(create_missing_ports(*this, slot.number, instance)) && good;
     }
   }
   if (!good) say("the node is not complete; the API shows what there is");

@@ -8,16 +8,21 @@
 #include <string>
 
 #include "cages.h"
+#include "data_feed.h"
 #include "lum_linux/platform.h"
 #include "periodic.h"
+#include "polling_clock.h"
+#include "told_controllers.h"
 
 namespace lumd {
 
 class driver {
  public:
   // Starts the platform and the library; there are no ports yet. Returns null with `error` saying
-  // what failed. SIGTERM and SIGINT are to be blocked before: the threads inherit it.
-  static std::unique_ptr<driver> start(const lum_linux::node_description &node, std::string &error);
+  // what failed. SIGTERM and SIGINT are to be blocked before: the threads inherit it. With
+  // `alarm_tests` the library's hooks for injected alarms and readings are there.
+  static std::unique_ptr<driver> start(const lum_linux::node_description &node, bool alarm_tests,
+                                       std::string &error);
 
   ~driver();
   driver(const driver &) = delete;
@@ -30,13 +35,17 @@ class driver {
 
   lum_linux::platform &platform() { return *platform_; }
   cage_watch &cages() { return cages_; }
+  polling_clock &polling() { return polling_; }
   const lum_linux::node_description &node() const { return platform_->node(); }
   bool restarted() const { return restarted_; }
   std::chrono::system_clock::time_point started() const { return started_; }
 
   // Held by whoever opens slots and creates or deletes ports: the library wants that from one
   // thread at a time.
-  std::mutex &lifecycle() { return lifecycle_; }
+  std::timed_mutex &lifecycle() { return lifecycle_; }
+
+  // The controllers that exist, as the library has told.
+  const told_controllers &told() const { return told_; }
 
   // Ends everything that can be ended, each step within a bound, and writes the traces out. The
   // library's own threads go on until the process exits.
@@ -49,8 +58,11 @@ class driver {
   std::unique_ptr<lum_linux::platform> platform_;
   bool restarted_ = false;
   std::chrono::system_clock::time_point started_ = std::chrono::system_clock::now();
-  std::mutex lifecycle_;
+  std::timed_mutex lifecycle_;
+  told_controllers told_;
   cage_watch cages_;
+  data_feed feed_;
+  polling_clock polling_;
   std::unique_ptr<periodic> cage_thread_;
   std::unique_ptr<periodic> feed_thread_;
 };

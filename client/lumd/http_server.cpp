@@ -82,6 +82,8 @@ class socket_path {
 struct http_server::core : std::enable_shared_from_this<http_server::core> {
   http_options options;
   net::io_context loop;
+  net::io_context changes;  // has threads of its own
+  net::executor_work_guard<net::io_context::executor_type> changes_to_come{changes.get_executor()};
   net::local::stream_protocol::acceptor local{loop};
   net::ip::tcp::acceptor tcp{loop};
   std::uint16_t port = 0;
@@ -96,7 +98,7 @@ struct http_server::core : std::enable_shared_from_this<http_server::core> {
 
   bool open_local(std::string &error);
   bool open_tcp(std::string &error);
-  void run();
+  void run(net::io_context &what);
   template <typename Protocol>
   void accept(net::basic_socket_acceptor<Protocol> &acceptor, bool read_only);
 };
@@ -152,7 +154,21 @@ class session : public std::enable_shared_from_this<session<Protocol, Core>> {
     request.body = message.body();
     request.read_only = read_only_;
     stream_.expires_never();
-    send(handle(request), keep_alive);
+    if (request.method == "GET") {
+      send(handle(request), keep_alive);
+    } else {
+      change(std::move(request), keep_alive);
+    }
+  }
+
+  // A change may have to wait for a module; those who only look are answered meanwhile.
+  void change(http_request request, bool keep_alive) {
+    net::post(core_->changes,
+              [self = this->shared_from_this(), request = std::move(request), keep_alive] {
+                auto reply = std::make_shared<http_reply>(self->handle(request));
+                net::post(self->stream_.get_executor(),
+                          [self, reply, keep_alive] { self->send(*reply, keep_alive); });
+              });
   }
 
   http_reply handle(const http_request &request) noexcept {
@@ -267,10 +283,10 @@ void http_server::core::accept(net::basic_socket_acceptor<Protocol> &acceptor, b
   });
 }
 
-void http_server::core::run() {
+void http_server::core::run(net::io_context &what) {
   for (;;) {
     try {
-      loop.run();
+      what.run();
       break;
     } catch (const std::exception &) {
       // One connection's failure, such as no memory for it; the others go on.
@@ -300,15 +316,19 @@ void http_server::serve(http_handler handler) {
   core_->handler = std::move(handler);
   core_->accept(core_->local, false);
   if (core_->tcp.is_open()) core_->accept(core_->tcp, true);
-  core_->running = core_->options.threads;
+  core_->running = core_->options.threads + core_->options.changing_threads;
   for (unsigned i = 0; i < core_->options.threads; ++i) {
-    core_->threads.emplace_back([state = core_] { state->run(); });
+    core_->threads.emplace_back([state = core_] { state->run(state->loop); });
+  }
+  for (unsigned i = 0; i < core_->options.changing_threads; ++i) {
+    core_->threads.emplace_back([state = core_] { state->run(state->changes); });
   }
 }
 
 bool http_server::stop(std::chrono::milliseconds bound) {
   core_->path.remove();
   core_->loop.stop();
+  core_->changes.stop();
   std::unique_lock lock(core_->mutex);
   const bool all = core_->ended.wait_for(lock, bound, [this] { return core_->running == 0; });
   lock.unlock();

@@ -32,7 +32,8 @@ using http_handler = std::function<http_reply(const http_request &)>;
 struct http_options {
   std::filesystem::path socket;           // made with mode 0600; an abandoned one is replaced
   std::optional<std::uint16_t> tcp_port;  // 0: any free port
-  unsigned threads = 3;
+  unsigned threads = 3;                   // answer GET
+  unsigned changing_threads = 4;          // answer everything else
   std::size_t header_limit = 8 * 1024;
   std::size_t body_limit = 256 * 1024;
   std::size_t connections = 64;

@@ -2,13 +2,15 @@
 
 #include <fmt/format.h>
 
-#include <array>
 #include <cmath>
 #include <cstring>
 
+#include "configuration.h"
 #include "driver.h"
 #include "lum_linux/modules.h"
 #include "lum_linux/stores.h"
+#include "module_flags.h"
+#include "readings.h"
 
 namespace lumd {
 namespace {
@@ -17,15 +19,10 @@ using lum_linux::module_status;
 using std::chrono::system_clock;
 
 constexpr std::chrono::seconds stuck_after(2);
-constexpr double temperature_unit = 1.0 / 256;  // degrees
-constexpr double supply_unit = 0.0001;          // volts
-constexpr int powers = 3;                       // of the five readings of a sub-port
-
-double rounded(double value, double per_unit) { return std::round(value * per_unit) / per_unit; }
 
 double seconds_since(system_clock::time_point then) {
   const std::chrono::duration<double> age = system_clock::now() - then;
-  return rounded(std::max(0.0, age.count()), 1000);
+  return std::round(std::max(0.0, age.count()) * 1000) / 1000;
 }
 
 bool last_transfer_failed(const module_status &module) {
@@ -39,7 +36,7 @@ module_status module_of(driver &node, const lum_linux::port_description &port) {
 
 port_state judge(driver &node, const lum_linux::port_description &port, const port_copy *copy,
                  const module_status &module) {
-  if (copy == nullptr) return port_state::not_created;
+  if (copy == nullptr) return port_state::absent;
   if (is_going(*copy)) return port_state::going;
   if (!is_created(*copy)) return port_state::coming_up;
   if (copy->data.inserted == 0) return port_state::empty;
@@ -50,7 +47,7 @@ port_state judge(driver &node, const lum_linux::port_description &port, const po
 
 std::string reason_for(port_state state, const module_status &module) {
   switch (state) {
-    case port_state::not_created:
+    case port_state::absent:
       return "the port has not been created, or has been deleted";
     case port_state::going:
       return "the interface manager has not confirmed the deletion yet";
@@ -101,36 +98,16 @@ json show_led(uint32_t rsip) {
   return {{"state", state}, {"name", name}};
 }
 
-// What the library reports of a controller to the management plane, or null.
-std::unique_ptr<lum_hw_info_out> hardware_report(uint32_t ifhandle) {
-  auto record = std::make_unique<lum_hw_info_out>();
-  if (!CERR_IS_OK(lum_get_hw_info_by_ifh(1, &ifhandle, record.get()))) return nullptr;
-  return record;
-}
-
-// The modules count powers below zero from 0x10001 down, and bit 12 tells them from those above.
-double power_dbm(uint16_t reading) {
-  const bool below_zero = (reading & 0x1000) != 0;
-  return (below_zero ? reading - 0x10001 : reading) / 100.0;
-}
-
-uint32_t word_at(const lum_hw_info_out &record, std::size_t position) {
-  uint32_t word = 0;
-  std::memcpy(&word, reinterpret_cast<const unsigned char *>(&record) + position, sizeof word);
-  return word;
-}
-
-json show_readings(const lum_dom_area &area, const lum_hw_info_out *report) {
-  static constexpr std::array<std::size_t, powers> reported = {
-      LUM_HW_OUT_POWER_0, LUM_HW_OUT_POWER_1, LUM_HW_OUT_POWER_2};
+json show_readings(const lum_dom_area &area) {
   json readings = json::array();
   for (std::size_t i = 0; i < std::size(area.readings); ++i) {
-    json reading = {{"raw", area.readings[i]}};
+    const uint16_t raw = area.readings[i];
+    json reading = {{"raw", raw}};
     if (i < powers) {
-      reading["dbm"] = power_dbm(area.readings[i]);
-      if (report != nullptr) reading["microwatt"] = word_at(*report, reported[i]) / 10.0;
+      reading["dbm"] = power_dbm(raw);
+      reading["microwatt"] = power_microwatt(raw);
     } else {
-      reading["value"] = area.readings[i] / 10.0;
+      reading["value"] = reading_value(raw);
     }
     readings.push_back(std::move(reading));
   }
@@ -157,11 +134,11 @@ json show_sub_port(const port_copy &port, std::size_t number, bool has_readings)
                 {"ifname", text_of(controller.ifname)},
                 {"ifhandle", controller.ifhandle},
                 {"created", exists}};
+  shown["configuration"] = show_configuration(port.data.port_cfg[number]);
   json readings = json::array();
   json status = json::array();
   if (has_readings) {
-    const auto report = exists ? hardware_report(controller.ifhandle) : nullptr;
-    readings = show_readings(port.data.dom[number], report.get());
+    readings = show_readings(port.data.dom[number]);
     status = port.data.dom[number].status;
   }
   shown["readings"] = std::move(readings);
@@ -201,23 +178,25 @@ void add_module_data(const port_copy &port, bool has_readings, json &shown) {
   shown["temperature_c"] = nullptr;
   shown["supply_v"] = nullptr;
   shown["flags"] = nullptr;
+  shown["raised"] = nullptr;
   if (data.inserted != 0 && (has_readings || data.vendor.fw_version != 0)) {
     const uint32_t version = data.vendor.fw_version;
     shown["firmware"] = {{"version", version},
                          {"text", fmt::format("{}.{:02}", version >> 8 & 0xFF, version & 0xFF)}};
   }
   if (!has_readings) return;
-  shown["temperature_c"] = rounded(data.module_temperature * temperature_unit, 1000);
-  shown["supply_v"] = rounded(data.module_word_16 * supply_unit, 10000);
+  shown["temperature_c"] = temperature_celsius(data.module_temperature);
+  shown["supply_v"] = supply_volts(data.module_word_16);
   shown["flags"] = data.module_flags;
+  shown["raised"] = raised_flags(data.module_flags);
 }
 
 }  // namespace
 
 std::string_view port_state_name(port_state state) {
   switch (state) {
-    case port_state::not_created:
-      return "not created";
+    case port_state::absent:
+      return "absent";
     case port_state::going:
       return "deleting";
     case port_state::coming_up:
@@ -261,6 +240,7 @@ json show_port(driver &node, const lum_linux::port_description &port, const port
   add_module_data(*copy, has_readings, shown);
   shown["led"] = show_led(port.rsip);
   shown["dom"] = show_dom(*copy, module, has_readings);
+  add_upkeep(*copy, shown);
   shown["sub_ports"] =
       json::array({show_sub_port(*copy, 0, has_readings), show_sub_port(*copy, 1, has_readings)});
   return shown;

@@ -9,12 +9,12 @@ namespace lumd {
 
 // What a port is up to, from what hinders it most.
 enum class port_state {
-  not_created,  // not in the library's database
-  going,        // its deletion is under way
-  coming_up,    // its controllers are not both confirmed yet
-  empty,        // no module in the cage
-  upgrading,    // the module's firmware is being upgraded; not polled
-  failing,      // the module's last transfer failed, or does not end
+  absent,     // not in the library's database
+  going,      // its deletion is under way
+  coming_up,  // its controllers are not both confirmed yet
+  empty,      // no module in the cage
+  upgrading,  // the module's firmware is being upgraded; not polled
+  failing,    // the module's last transfer failed, or does not end
   up,
 };
 std::string_view port_state_name(port_state state);

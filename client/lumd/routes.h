@@ -11,6 +11,10 @@ std::span<const route> port_routes();
 std::span<const route> controller_routes();
 std::span<const route> module_routes();
 std::span<const route> node_routes();
+std::span<const route> lifecycle_routes();
+std::span<const route> settings_routes();
+std::span<const route> module_action_routes();
+std::span<const route> im_routes();
 
 // Answers a request from all of them.
 http_reply answer(driver &node, const http_request &request);

@@ -45,6 +45,12 @@ api_reply get_module(driver &node, const api_request &request) {
   json shown = show_port(node, *port, copy ? &*copy : nullptr);
   shown["module"]["backend"] = backend_name(status->backend);
   shown["module"]["faults"] = to_string(status->faults);
+  shown["module"]["pulled"] = status->pulled;
+  shown["module"]["insertion"] = status->insertion;
+  shown["module"]["busy_ms"] = status->busy_for.count();
+  shown["module"]["bytes_read"] = status->statistics.bytes_read;
+  shown["module"]["bytes_written"] = status->statistics.bytes_written;
+  shown["module"]["last_transfer_us"] = status->statistics.last_duration.count();
   if (const auto asked = request.query.find("page"); asked != request.query.end()) {
     uint32_t page = 0;
     if (!read_page_number(asked->second, page)) {

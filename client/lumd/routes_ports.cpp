@@ -6,11 +6,14 @@
 namespace lumd {
 namespace {
 
-api_reply get_ports(driver &node, const api_request &) {
+// With ?existing only the ports that exist, else also those that are only described.
+api_reply get_ports(driver &node, const api_request &request) {
+  const bool existing_only = request.query.contains("existing");
   const auto copies = copy_ports();
   json ports = json::array();
   for (const lum_linux::port_description *port : node.node().ports()) {
     const auto found = copies.find(port->rsip);
+    if (existing_only && found == copies.end()) continue;
     ports.push_back(show_port(node, *port, found == copies.end() ? nullptr : &found->second));
   }
   return {200, {{"ports", std::move(ports)}}};

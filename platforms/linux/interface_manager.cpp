@@ -93,6 +93,27 @@ im_statistics interface_manager::statistics() const {
   return core_->statistics;
 }
 
+im_behaviour interface_manager::behaviour() const {
+  const std::lock_guard lock(core_->mutex);
+  im_behaviour now;
+  now.refuse = core_->refuse.left;
+  now.refuse_code = core_->refuse_code;
+  now.drop = core_->drop.left;
+  now.fail = core_->fail.left;
+  now.fail_code = core_->fail_code;
+  now.empty = core_->empty.left;
+  now.malform = core_->malform.left;
+  now.malformation = core_->malformation;
+  now.fail_names.insert(core_->elements.names.begin(), core_->elements.names.end());
+  now.fail_nth = core_->elements.nth;
+  now.fail_nth_code = core_->elements.nth_code;
+  now.delay_min = core_->delay_min;
+  now.delay_max = core_->delay_max;
+  now.out_of_order = core_->out_of_order;
+  now.held = core_->held;
+  return now;
+}
+
 bool interface_manager::wait_idle(std::chrono::milliseconds bound) const {
   return core_->wait_idle(bound);
 }

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -50,6 +51,25 @@ struct im_statistics {
   uint64_t pending = 0;  // batches accepted and neither answered nor dropped yet
 };
 
+// What has been asked of the manager and is still to come: batches left, and what is in force.
+struct im_behaviour {
+  uint32_t refuse = 0;
+  cerrno refuse_code = 0;
+  uint32_t drop = 0;
+  uint32_t fail = 0;
+  cerrno fail_code = 0;
+  uint32_t empty = 0;
+  uint32_t malform = 0;
+  im_malformation malformation = im_malformation::none;
+  std::map<std::string, cerrno> fail_names;
+  uint32_t fail_nth = 0;
+  cerrno fail_nth_code = 0;
+  std::chrono::milliseconds delay_min{0};
+  std::chrono::milliseconds delay_max{0};
+  bool out_of_order = false;
+  bool held = false;
+};
+
 // All calls may come from any threads, the completion's included. None waits but where it says so,
 // and no lock is held while a completion runs.
 class interface_manager {
@@ -81,6 +101,7 @@ class interface_manager {
   std::optional<std::string> name_of(uint32_t handle) const;
   std::optional<uint32_t> handle_of(const std::string &name) const;
   im_statistics statistics() const;
+  im_behaviour behaviour() const;
 
   // Waits until no batch is pending and no completion runs; false when `bound` passed before. Not
   // to be called from a completion.

@@ -1,0 +1,33 @@
+#include "configuration.h"
+
+#include <string>
+
+namespace lumd {
+
+json show_configuration(const lum_port_cfg &configuration) {
+  json shown = json::object();
+  json changed = json::array();
+  for (const setting &setting : settings) {
+    const std::string name(setting.name);
+    const uint32_t value = configuration.*setting.field;
+    if (setting.is_signed) {
+      shown[name] = static_cast<int32_t>(value);
+    } else {
+      shown[name] = value;
+    }
+    if ((configuration.changed_bits & setting.change_bit) != 0) changed.push_back(name);
+  }
+  shown["changed_bits"] = configuration.changed_bits;
+  shown["changed"] = std::move(changed);
+  return shown;
+}
+
+void add_upkeep(const port_copy &port, json &shown) {
+  shown["checkpoint"] = {{"id", port.data.chkpt.chkpt_id},
+                         {"created", port.data.chkpt.created != 0}};
+  shown["mutex_kept"] = port.data.mutex_kept_by != 0;
+  shown["provisioning"] = {{"needed", port.data.provisioning_needed != 0},
+                           {"forced", port.data.force_reprovisioning != 0}};
+}
+
+}  // namespace lumd
