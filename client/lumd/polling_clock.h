@@ -1,0 +1,60 @@
+// When the library polls: measured on its polling thread, in the callbacks that it makes there.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+
+#include "lum.h"
+
+namespace lumd {
+
+// One pass over all ports.
+struct polling_cycle {
+  std::chrono::steady_clock::time_point started;
+  std::chrono::steady_clock::time_point ended;
+  uint32_t ports = 0;  // looked at, those that are not polled included
+  // How much later it started than five seconds after the one before; absent for the first.
+  std::optional<std::chrono::steady_clock::duration> lateness;
+};
+
+struct polling_report {
+  uint64_t cycles = 0;  // ended
+  bool running = false;
+  bool paused = false;                // the switch that pauses all polling is set
+  polling_cycle current;              // while it is running
+  std::optional<polling_cycle> last;  // the latest that has ended
+};
+
+// All calls may come from any threads and wait for nothing but a short lock.
+class polling_clock {
+ public:
+  // A copy of `callbacks` that tells this clock of the calls. One clock at a time; it must live
+  // until the process ends.
+  lum_platform_cbs watch(const lum_platform_cbs &callbacks);
+
+  polling_report report();
+
+  // For the callbacks, on the polling thread.
+  void visit(uint32_t rsip);
+  void enter();
+  void leave();
+
+ private:
+  using clock = std::chrono::steady_clock;
+  void end_when_quiet(clock::time_point now);
+  void end();
+
+  std::mutex mutex_;  // guards the rest
+  uint64_t cycles_ = 0;
+  bool running_ = false;
+  bool counted_ = false;  // the current cycle is among the cycles that have ended
+  bool inside_ = false;   // a callback is running
+  uint32_t last_rsip_ = 0;
+  clock::time_point last_activity_;
+  polling_cycle current_;
+  std::optional<polling_cycle> last_;
+};
+
+}  // namespace lumd
