@@ -36,7 +36,7 @@ int64_t memory_at_rest() {
 }  // namespace
 
 TEST(memory, creating_and_deleting_the_same_64_ports_leaves_memory_where_it_was) {
-  const auto rounds = stress::setting("LUM_MEMORY_ROUNDS", 1000, 40);
+  const auto rounds = stress::setting("LUM_MEMORY_ROUNDS", 1000, 20);
   const stress::watchdog dog(600s, {});
   stress::node_shape shape;
   shape.ports_per_slot = 16;

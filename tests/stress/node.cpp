@@ -4,6 +4,8 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "lum_linux/image.h"
+
 namespace stress {
 namespace {
 
@@ -17,6 +19,16 @@ std::string plain_module(const port_place &port) {
          "\"\ntemperature = 41.25\nsupply = 3.3\n"
          "[sub_port_0]\npowers_dbm = [-2.85, 2.1, -19.4]\nthresholds = [320, 220]\n"
          "[sub_port_1]\npowers_dbm = [-5.5, 15.0, -20.2]\nthresholds = [260, 160]\n";
+}
+
+void make_eeprom(const std::filesystem::path &file, const std::string &text) {
+  if (std::filesystem::exists(file)) return;
+  std::filesystem::create_directories(file.parent_path());
+  const lum_linux::image_result made = lum_linux::compile_module_image(text, "module.toml");
+  std::string error = "a wrong module description";
+  if (!made.image || !lum_linux::write_module_image(*made.image, file, error)) {
+    throw std::runtime_error(error);
+  }
 }
 
 lum_linux::node_description describe(const node_shape &shape, const std::vector<port_place> &ports,
@@ -38,9 +50,16 @@ lum_linux::node_description describe(const node_shape &shape, const std::vector<
       description.handle = port.handle;
       description.name = "p" + std::to_string(port.handle);
       if (shape.leds) description.led = description.name;
-      description.module.backend = lum_linux::module_backend::simulated;
-      description.module.file = folder / "modules" / (description.name + ".toml");
-      write_file(description.module.file, shape.module ? shape.module(port) : plain_module(port));
+      const std::string text = shape.module ? shape.module(port) : plain_module(port);
+      if (shape.module_files) {
+        description.module.backend = lum_linux::module_backend::file;
+        description.module.file = module_file(folder, port, ".eeprom");
+        make_eeprom(description.module.file, text);
+      } else {
+        description.module.backend = lum_linux::module_backend::simulated;
+        description.module.file = module_file(folder, port, ".toml");
+        write_file(description.module.file, text);
+      }
       the_instance.ports.push_back(description);
     }
     node.slots.push_back({shape.first_slot + s, {the_instance}});
@@ -65,17 +84,28 @@ uint32_t load(const T &field) {
 
 }  // namespace
 
-node::node(const node_shape &shape) : shape_(shape) {
+node::node(const node_shape &shape) : shape_(shape), ports_(places_of(shape)) {
+  if (shape_.folder.empty()) shape_.folder = own_folder_.emplace().path();
+  std::string error;
+  platform_ = lum_linux::platform::start(describe(shape_, ports_, shape_.folder), error);
+  if (!platform_) throw std::runtime_error(error);
+  start_library(*platform_);
+}
+
+std::vector<port_place> places_of(const node_shape &shape) {
+  std::vector<port_place> places;
   for (uint32_t slot = shape.first_slot; slot < shape.first_slot + shape.slots; ++slot) {
     for (uint32_t port = 0; port < shape.ports_per_slot; ++port) {
-      ports_.push_back({slot, port, lum_linux::make_rsip(rack, slot, instance, port),
+      places.push_back({slot, port, lum_linux::make_rsip(rack, slot, instance, port),
                         0x1000 + (slot << 8) + port});
     }
   }
-  std::string error;
-  platform_ = lum_linux::platform::start(describe(shape_, ports_, folder_.path()), error);
-  if (!platform_) throw std::runtime_error(error);
-  start_library(*platform_);
+  return places;
+}
+
+std::filesystem::path module_file(const std::filesystem::path &folder, const port_place &port,
+                                  const std::string &suffix) {
+  return folder / "modules" / ("p" + std::to_string(port.handle) + suffix);
 }
 
 cerrno node::create_slot(uint32_t slot) const {

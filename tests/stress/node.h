@@ -1,9 +1,11 @@
-// A node of simulated modules with the library started on it. There is one in a process.
+// A node of simulated or file-backed modules with the library started on it. There is one in a
+// process.
 #pragma once
 
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,11 +23,17 @@ struct port_place {
   uint32_t handle;
 };
 
+// Where the module of a port is kept, below the node's folder.
+std::filesystem::path module_file(const std::filesystem::path &folder, const port_place &port,
+                                  const std::string &suffix);
+
 struct node_shape {
   uint32_t first_slot = 1;
   uint32_t slots = 4;
   uint32_t ports_per_slot = 8;
   bool leds = true;
+  bool module_files = false;     // modules are eeprom files, made where they are not there yet
+  std::filesystem::path folder;  // of everything the node keeps; one of its own unless given
   // The description of a port's module; a plain one unless given.
   std::function<std::string(const port_place &)> module;
 };
@@ -53,9 +61,12 @@ class node {
  private:
   node_shape shape_;
   std::vector<port_place> ports_;
-  work_folder folder_;
+  std::optional<work_folder> own_folder_;
   std::unique_ptr<lum_linux::platform> platform_;
 };
+
+// The ports of a shape, in rsip order.
+std::vector<port_place> places_of(const node_shape &shape);
 
 // The name of a port's controller, and the handle the library has for it, 0 when it has none.
 std::string controller_name(const port_place &port, uint32_t sub_port);
