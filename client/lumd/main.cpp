@@ -25,6 +25,7 @@ struct options {
   std::string config;
   std::string socket;
   bool check = false;
+  bool alarm_tests = false;
 };
 
 bool is_good(const lum_linux::description_result &result) {
@@ -118,7 +119,7 @@ int run(lum_linux::node_description description, const options &chosen) {
     say("{}", error);
     return exit_failed;
   }
-  const auto node = driver::start(description, error);
+  const auto node = driver::start(description, chosen.alarm_tests, error);
   if (!node) {
     say("{}", error);
     server->stop();
@@ -146,6 +147,8 @@ int main(int argc, char **argv) {
       "lumd");
   app.add_option("--config", chosen.config, "The node's description, a TOML file")->required();
   app.add_option("--socket", chosen.socket, "The API's socket, instead of the description's");
+  app.add_flag("--alarm-tests", chosen.alarm_tests,
+               "Let lumctl inject alarms and readings for tests");
   app.add_flag("--check", chosen.check, "Only say whether the description is right");
   app.set_version_flag("--version", fmt::format("lumd {}.{}.{}", LUM_VERSION_MAJOR,
                                                 LUM_VERSION_MINOR, LUM_VERSION_PATCH));

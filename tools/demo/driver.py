@@ -19,7 +19,8 @@ class Driver:
     def __enter__(self):
         with open(self.log, "w") as log:
             self.process = subprocess.Popen(
-                [self.build / "lumd", "--config", self.shelf.description], stdout=log, stderr=log
+                [self.build / "lumd", "--config", self.shelf.description, "--alarm-tests"],
+                stdout=log, stderr=log,
             )
         return self
 
