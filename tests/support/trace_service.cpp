@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "catalogue.h"
 #include "ctrace.h"
 #include "record.h"
 #include "script.h"
@@ -17,7 +18,6 @@ using namespace support;
 namespace {
 
 constexpr std::string_view prefix = "[%s][tid:%d]%s:";
-constexpr uint32_t catalogue_points = 278;
 
 struct known_channel {
   const char *name;
@@ -72,10 +72,14 @@ void check_convention(const trace_line &line, uint32_t one) {
   EXPECT_EQ(line.signature, letters_of(line.format)) << line.format;
   EXPECT_EQ(line.nargs, line.signature.size()) << line.format;
   EXPECT_EQ(one, 1u) << line.format;
-  EXPECT_GE(line.point, 1u) << line.format;
-  EXPECT_LE(line.point, catalogue_points) << line.format;
+  ASSERT_GE(line.point, 1u) << line.format;
+  ASSERT_LE(line.point, trace_catalogue().size()) << line.format;
+  const catalogue_entry &entry = trace_catalogue()[line.point - 1];
+  EXPECT_EQ(as_written(line.format.substr(prefix.size())), entry.message) << line.point;
+  EXPECT_EQ(line.file, entry.area) << line.format;
+  EXPECT_EQ(line.tag, expected_tag(entry.channel)) << line.format;
   if (line.channel != "closed") {
-    EXPECT_EQ(line.tag, expected_tag(line.channel)) << line.format;
+    EXPECT_EQ(line.channel, entry.channel) << line.format;
   }
 }
 
