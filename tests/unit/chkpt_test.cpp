@@ -11,7 +11,6 @@
 
 using namespace support;
 using testing::Contains;
-using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Not;
