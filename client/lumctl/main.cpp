@@ -24,6 +24,12 @@ int main(int argc, char **argv) {
   app.set_version_flag("--version", "lumctl " LUMCTL_VERSION);
   app.footer("Exit status: 0 done, 1 refused or not found, 2 wrong usage, 3 driver not reachable.");
   add_show(app, line);
+  add_port(app, line);
+  add_set(app, line);
+  add_module(app, line);
+  add_replay(app, line);
+  add_resync(app, line);
+  add_im(app, line);
   add_completion(app, line);
   try {
     app.parse(argc, argv);

@@ -10,7 +10,7 @@ namespace {
 constexpr std::size_t bytes_per_line = 16;
 
 std::string line(const std::string &name, const std::string &value) {
-  return fmt::format("{:<14} {}\n", name + ":", value);
+  return fmt::format("{:<14} {}\n", name.empty() ? "" : name + ":", value);
 }
 
 std::string with_unit(const json &port, const char *name, int digits, const char *unit) {
@@ -39,6 +39,10 @@ std::string describe_transfers(const json &module) {
   if (module.contains("backend")) {
     text += line("Backend", text_or_dash(module.at("backend")));
     text += line("Faults", text_or_dash(module.at("faults")));
+    text += line("Bytes", fmt::format("{} read, {} written, the last transfer took {} us",
+                                      module.at("bytes_read").get<std::uint64_t>(),
+                                      module.at("bytes_written").get<std::uint64_t>(),
+                                      module.at("last_transfer_us").get<std::uint64_t>()));
   }
   return text;
 }
@@ -57,6 +61,23 @@ std::string describe_flags(const json &flags) {
   std::string text;
   for (const json &flag : flags) text += fmt::format("{:02x} ", flag.get<unsigned>());
   return text.empty() ? "-" : text.substr(0, text.size() - 1);
+}
+
+// The raised flags by name, a line each.
+std::string describe_raised(const json &raised) {
+  std::string text;
+  if (!raised.is_array()) return text;
+  for (const json &name : raised) text += line("", text_or_dash(name));
+  return text;
+}
+
+// What keeps the port's settings and locks.
+std::string describe_upkeep(const json &port) {
+  const json &record = port.at("checkpoint");
+  return line("Checkpoint", record.at("created").get<bool>()
+                                ? fmt::format("record {}", record.at("id").get<std::uint64_t>())
+                                : "none") +
+         line("Mutex", port.at("mutex_kept").get<bool>() ? "kept by the deletion" : "not kept");
 }
 
 std::string describe_reading(std::size_t number, const json &reading) {
@@ -80,6 +101,7 @@ std::string describe_sub_port(const json &sub_port) {
   if (!sub_port.at("status").empty()) {
     text += "  status bytes  " + describe_flags(sub_port.at("status")) + "\n";
   }
+  text += "  settings      " + describe_configuration(sub_port.at("configuration")) + "\n";
   if (sub_port.contains("pm") && sub_port.at("pm").contains("alarms")) {
     text += fmt::format("  alarms        0x{:x}\n",
                         sub_port.at("pm").at("alarms").get<std::uint64_t>());
@@ -111,10 +133,28 @@ std::string describe_port(const json &port, const style &where) {
     text += line("LED", painted(where, led.text, led.paint));
     text += line("DOM", describe_dom(port));
     text += line("Flags", describe_flags(port.at("flags")));
+    text += describe_raised(port.at("raised"));
+    text += describe_upkeep(port);
   }
   text += describe_transfers(port.at("module"));
   for (const json &sub_port : port.at("sub_ports")) text += describe_sub_port(sub_port);
   return text;
+}
+
+std::string describe_configuration(const json &configuration) {
+  static constexpr std::pair<const char *, const char *> fields[] = {{"threshold", "threshold"},
+                                                                     {"p2_setting", "p2-setting"},
+                                                                     {"mode", "mode"},
+                                                                     {"setting_a", "setting-a"},
+                                                                     {"setting_b", "setting-b"},
+                                                                     {"enable", "enable"},
+                                                                     {"sub1", "sub1"}};
+  std::string text;
+  for (const auto &[member, name] : fields) {
+    text += fmt::format("{} {}, ", name, configuration.at(member).get<std::int64_t>());
+  }
+  return text +
+         fmt::format("changed 0x{:x}", configuration.at("changed_bits").get<std::uint64_t>());
 }
 
 std::string hex_dump(const json &page) {

@@ -6,15 +6,31 @@
 namespace lumctl {
 namespace {
 
+std::string hexadecimal(const json &handle) {
+  return handle.is_number() ? fmt::format("0x{:08x}", handle.get<std::uint32_t>()) : "-";
+}
+
+std::string count_or_dash(const json &number) {
+  return number.is_number() ? fmt::format("{}", number.get<std::uint32_t>()) : "-";
+}
+
+// Whether the library has the controller under the same handle.
+cell library_cell(const json &controller) {
+  if (controller.at("agrees").get<bool>()) return {"agrees", colour::good};
+  if (controller.at("library_ifhandle").is_null()) return {"does not know it", colour::warning};
+  return {"has " + hexadecimal(controller.at("library_ifhandle")), colour::bad};
+}
+
 void print_controllers(const json &answer, const style &output) {
   const std::vector<line_format> formats = {
-      {{{"CONTROLLER"}, {"IFHANDLE"}, {"STATE", true}, {"UPDATES", true}}, 0}};
+      {{{"CONTROLLER"}, {"IFHANDLE"}, {"STATE", true}, {"UPDATES", true}, {"LIBRARY"}}, 0}};
   std::vector<record> records;
   for (const json &controller : answer.at("controllers")) {
     records.push_back({{{{{text_or_dash(controller.at("name")), colour::strong},
-                          {fmt::format("0x{:08x}", controller.at("ifhandle").get<std::uint32_t>())},
-                          {fmt::format("{}", controller.at("state").get<std::uint32_t>())},
-                          {fmt::format("{}", controller.at("updates").get<std::uint32_t>())}}}},
+                          {hexadecimal(controller.at("ifhandle"))},
+                          {count_or_dash(controller.at("state"))},
+                          {count_or_dash(controller.at("updates"))},
+                          library_cell(controller)}}},
                        {}});
   }
   fmt::print("{}", render(formats, records, output));

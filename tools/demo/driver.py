@@ -41,8 +41,8 @@ class Driver:
         return done.stdout
 
     def ports(self):
-        """Every port's view, by its name."""
-        views = json.loads(self.lumctl("show", "ports", "--json"))["ports"]
+        """The view of every port of the description, by its name."""
+        views = json.loads(self.lumctl("show", "ports", "--all", "--json"))["ports"]
         return {view["name"]: view for view in views}
 
     def wait_for(self, condition, seconds):
