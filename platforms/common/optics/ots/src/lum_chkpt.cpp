@@ -106,7 +106,10 @@ cerrno lum_chkpt_save(lum_port_data *data) {
   record.created = 1;
   record.key = shared_load(data->chkpt.key);
   record.chkpt_id = shared_load(data->chkpt.chkpt_id);
-  shared_read(record.port_cfg, data->port_cfg, sizeof record.port_cfg);
+  {
+    std::lock_guard cfg(port_cfg_lock);
+    shared_read(record.port_cfg, data->port_cfg, sizeof record.port_cfg);
+  }
   const cerrno rc = chkpt_save(context->chkpt_table, record.chkpt_id, &record, record_size);
   if (rc != 0) {
     LUM_ERROR(236,
@@ -190,6 +193,7 @@ cerrno load(std::uint64_t table, std::uint32_t key, lum_port_data &port) {
            size);
   if (rc != 0) return rc;
   shared_write(&port.chkpt, &record, sizeof record);
+  std::lock_guard cfg(port_cfg_lock);
   shared_write(port.port_cfg, record.port_cfg, sizeof record.port_cfg);
   return 0;
 }

@@ -1,5 +1,6 @@
 // A lock of the library's own that no user sees: never marked to the deadlock monitor, and no other
-// lock of the library is waited for under it. Use with std::lock_guard.
+// lock of the library is waited for under it but a quiet one that is held for a moment. Use with
+// std::lock_guard.
 #pragma once
 
 #include <atomic>

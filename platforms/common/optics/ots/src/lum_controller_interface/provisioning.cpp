@@ -1,6 +1,7 @@
 // Configuration on its way into the modules.
 #include <array>
 #include <cerrno>
+#include <mutex>
 
 #include "base/bytes.h"
 #include "base/locks.h"
@@ -147,6 +148,7 @@ void take_over(lum_port_data &port, std::uint32_t sub_port, const lum_hw_info_in
   const auto copy = [&](std::uint32_t &field, std::size_t position) {
     shared_store(field, get<std::uint32_t>(bytes_of(record), position));
   };
+  std::lock_guard lock(port_cfg_lock);
   shared_or(cfg.changed_bits, changed_bits);
   if ((changed_bits & LUM_CHANGE_THRESHOLD) != 0) copy(cfg.threshold, LUM_HW_IN_THRESHOLD);
   if ((changed_bits & LUM_CHANGE_P2_SETTING) != 0) copy(cfg.p2_setting, LUM_HW_IN_P2_SETTING);

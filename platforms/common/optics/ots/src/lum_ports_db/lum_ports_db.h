@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "base/quiet_lock.h"
 #include "lum.h"
 #include "lum_ports_db/node_keeper.h"
 
@@ -26,6 +27,10 @@ inline bool stands_at(const lum_port_data &port, std::uint32_t rack, std::uint32
 // The sub-port that an interface handle means: the port's first handle means sub-port 0, any other
 // sub-port 1.
 std::uint32_t sub_port_of(const lum_port_data &port, std::uint32_t ifhandle);
+
+// Held for the moment in which a port's configuration is changed or copied, so that a saved record
+// holds whole changes only, also while the other sub-port is being changed.
+inline quiet_lock port_cfg_lock;
 
 // All nodes in rsip order, without the database mutex. The walk is a reader section; a node that is
 // removed while the walk stands on it is followed by its successor.
