@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <cmath>
 #include <cstring>
 
 #include "configuration.h"
@@ -11,6 +10,7 @@
 #include "lum_linux/stores.h"
 #include "module_flags.h"
 #include "readings.h"
+#include "times.h"
 
 namespace lumd {
 namespace {
@@ -19,11 +19,6 @@ using lum_linux::module_status;
 using std::chrono::system_clock;
 
 constexpr std::chrono::seconds stuck_after(2);
-
-double seconds_since(system_clock::time_point then) {
-  const std::chrono::duration<double> age = system_clock::now() - then;
-  return std::round(std::max(0.0, age.count()) * 1000) / 1000;
-}
 
 bool last_transfer_failed(const module_status &module) {
   return module.statistics.failed > 0 &&

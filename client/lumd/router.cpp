@@ -9,6 +9,11 @@ namespace {
 http_reply to_http(const api_reply &reply) {
   http_reply result;
   result.status = reply.status;
+  if (!reply.text_type.empty()) {
+    result.content_type = reply.text_type;
+    result.body = reply.text;
+    return result;
+  }
   // Module texts may hold any bytes; JSON holds UTF-8 only.
   result.body = reply.body.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
   return result;

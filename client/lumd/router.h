@@ -26,7 +26,10 @@ struct api_request {
 
 struct api_reply {
   unsigned status = 200;
-  json body;
+  json body = nullptr;
+  // What goes out instead of the body when it has a type.
+  std::string text = {};
+  std::string text_type = {};
 };
 
 // {"error": message}

@@ -1,4 +1,4 @@
-#include <fmt/chrono.h>
+#include <fmt/format.h>
 
 #include "driver.h"
 #include "lum.h"
@@ -6,6 +6,7 @@
 #include "port_data.h"
 #include "port_view.h"
 #include "routes.h"
+#include "times.h"
 
 namespace lumd {
 namespace {
@@ -55,22 +56,20 @@ api_reply get_node(driver &node, const api_request &) {
   const lum_linux::node_description &description = node.node();
   const lum_ctx &context = *lum_get_ctx();
   const std::chrono::duration<double> uptime = std::chrono::system_clock::now() - node.started();
-  return {
-      200,
-      {{"name", description.name},
-       {"rack", description.rack},
-       {"version", version()},
-       {"description", std::filesystem::absolute(description.source).string()},
-       {"started", fmt::format("{:%Y-%m-%dT%H:%M:%SZ}",
-                               fmt::gmtime(std::chrono::system_clock::to_time_t(node.started())))},
-       {"uptime_s", std::max<int64_t>(0, static_cast<int64_t>(uptime.count()))},
-       {"restart", node.restarted()},
-       {"ports", description.ports().size()},
-       {"port_states", count_states(node)},
-       {"controllers", __atomic_load_n(&context.controller_count, __ATOMIC_RELAXED)},
-       {"resync", __atomic_load_n(&context.resync, __ATOMIC_RELAXED) != 0},
-       {"checkpoints", show_checkpoints()},
-       {"traces", show_traces()}}};
+  return {200,
+          {{"name", description.name},
+           {"rack", description.rack},
+           {"version", version()},
+           {"description", std::filesystem::absolute(description.source).string()},
+           {"started", utc_text(node.started())},
+           {"uptime_s", std::max<int64_t>(0, static_cast<int64_t>(uptime.count()))},
+           {"restart", node.restarted()},
+           {"ports", description.ports().size()},
+           {"port_states", count_states(node)},
+           {"controllers", __atomic_load_n(&context.controller_count, __ATOMIC_RELAXED)},
+           {"resync", __atomic_load_n(&context.resync, __ATOMIC_RELAXED) != 0},
+           {"checkpoints", show_checkpoints()},
+           {"traces", show_traces()}}};
 }
 
 constexpr route routes[] = {

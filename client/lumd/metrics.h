@@ -1,0 +1,15 @@
+// What is measured, and under which names; docs/metrics.md lists them all.
+#pragma once
+
+#include "driver.h"
+#include "metrics_page.h"
+
+namespace lumd {
+
+// The ports, their modules and sub-ports.
+void add_port_metrics(driver &node, metrics_page &page);
+
+// The driver itself: build, polling, interface manager, checkpoints, traces. Waits for the disk.
+void add_node_metrics(driver &node, metrics_page &page);
+
+}  // namespace lumd
