@@ -36,8 +36,10 @@ void cage_watch::begin(uint32_t rsip) {
   const auto module = modules_.last_status(rsip);
   if (!module) return;
   std::lock_guard lock(mutex_);
-  cages_[rsip].transfers_before_polling = good_transfers(*module);
-  cages_[rsip].polled = false;
+  cage &now = cages_[rsip];
+  now.transfers_before_polling = good_transfers(*module);
+  now.polled = false;
+  now.insertion = module->insertion;
 }
 
 void cage_watch::look() {
