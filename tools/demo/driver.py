@@ -17,14 +17,21 @@ class Driver:
         self.process = None
 
     def __enter__(self):
-        with open(self.log, "w") as log:
+        self.log.write_text("")
+        self.start()
+        return self
+
+    def __exit__(self, *_):
+        self.kill()
+
+    def start(self):
+        with open(self.log, "a") as log:
             self.process = subprocess.Popen(
                 [self.build / "lumd", "--config", self.shelf.description, "--alarm-tests"],
                 stdout=log, stderr=log,
             )
-        return self
 
-    def __exit__(self, *_):
+    def kill(self):
         if self.process.poll() is None:
             self.process.kill()
         self.process.wait()

@@ -5,6 +5,7 @@ import subprocess
 import time
 import tomllib
 
+import changes
 import shelf as shelves
 from driver import Driver
 
@@ -96,6 +97,7 @@ def run(steps, build, folder):
         poll_twice(steps, driver, described, watched)
         raise_and_clear_alarm(steps, driver, watched, described)
         report_bad_cages(steps, driver, described, empty, failing)
+        changes.run(steps, driver, described, watched)
         asked = time.monotonic()
         status = driver.stop(6)
         steps.check("SIGTERM stops the driver within 5 s, and its socket is gone",
