@@ -4,6 +4,8 @@
 
 #include <cmath>
 
+#include "progress.h"
+
 namespace lumctl {
 namespace {
 
@@ -12,6 +14,11 @@ constexpr double longest_wait = 20;
 bool was_accepted(const json &reply) {
   return reply.contains("result") && reply.at("result").is_object() &&
          reply.at("result").at("code") == 0;
+}
+
+std::optional<std::chrono::milliseconds> wait_of(const json &body) {
+  if (!body.contains("wait_ms")) return std::nullopt;
+  return std::chrono::milliseconds(body.at("wait_ms").get<unsigned>());
 }
 
 }  // namespace
@@ -31,7 +38,10 @@ void put_wait(const waiting &wanted, json &body) {
 
 int change(const command_line &line, const std::string &target, const json &body,
            const std::function<void(const json &)> &print, bool must_be_complete) {
-  const api_result result = call(line.socket, "POST", target, body);
+  const api_result result = [&] {
+    const progress bar("waiting for the driver", wait_of(body));
+    return call(line.socket, "POST", target, body);
+  }();
   if (result.what == outcome::refused) return fail(exit_refused, result.error);
   if (result.what == outcome::unreachable) return fail(exit_unreachable, result.error);
   try {

@@ -29,12 +29,18 @@ void add_show_port(CLI::App &show, command_line &line);
 void add_show_controllers(CLI::App &show, command_line &line);
 void add_show_module(CLI::App &show, command_line &line);
 void add_show_node(CLI::App &show, command_line &line);
+void add_show_pm(CLI::App &show, command_line &line);
+void add_show_alarms(CLI::App &show, command_line &line);
 void add_port(CLI::App &app, command_line &line);
 void add_set(CLI::App &app, command_line &line);
 void add_module(CLI::App &app, command_line &line);
 void add_replay(CLI::App &app, command_line &line);
 void add_resync(CLI::App &app, command_line &line);
 void add_im(CLI::App &app, command_line &line);
+void add_watch(CLI::App &app, command_line &line);
+void add_clear(CLI::App &app, command_line &line);
+void add_inject(CLI::App &app, command_line &line);
+void add_ea(CLI::App &app, command_line &line);
 void add_completion(CLI::App &app, command_line &line);
 
 // Gets `target` and prints it: as JSON when that was asked for, else through `print`. Returns the

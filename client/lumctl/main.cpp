@@ -30,6 +30,10 @@ int main(int argc, char **argv) {
   add_replay(app, line);
   add_resync(app, line);
   add_im(app, line);
+  add_watch(app, line);
+  add_clear(app, line);
+  add_inject(app, line);
+  add_ea(app, line);
   add_completion(app, line);
   try {
     app.parse(argc, argv);

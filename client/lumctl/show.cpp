@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "commands.h"
+#include "progress.h"
 
 namespace lumctl {
 
@@ -14,11 +15,16 @@ void add_show(CLI::App &app, command_line &line) {
   add_show_controllers(*show, line);
   add_show_module(*show, line);
   add_show_node(*show, line);
+  add_show_pm(*show, line);
+  add_show_alarms(*show, line);
 }
 
 int show(const command_line &line, const std::string &target,
          const std::function<void(const json &)> &print) {
-  const api_result result = call(line.socket, "GET", target);
+  const api_result result = [&] {
+    const progress bar("waiting for the driver");
+    return call(line.socket, "GET", target);
+  }();
   if (result.what == outcome::refused) return fail(exit_refused, result.error);
   if (result.what == outcome::unreachable) return fail(exit_unreachable, result.error);
   if (line.as_json) {
