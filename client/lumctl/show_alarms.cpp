@@ -13,8 +13,7 @@ std::string raised_text(const json &interface) {
   const json &injected = interface.at("injected");
   for (const json &name : interface.at("raised")) {
     const bool forced = std::find(injected.begin(), injected.end(), name) != injected.end();
-    text += fmt::format("{}{}{}", text.empty() ? "" : ", ", text_or_dash(name),
-                        forced ? " (injected)" : "");
+    text += fmt::format("{}{}{}", text.empty() ? "" : ", ", text_or_dash(name), forced ? "*" : "");
   }
   return text.empty() ? "-" : text;
 }
@@ -41,6 +40,7 @@ record alarm_record(const json &interface) {
         {fmt::format("{}", counters.at("publishes").get<std::uint64_t>())},
         {counted_text(counters.at("raised"))},
         {raised, raised == "-" ? colour::none : colour::bad}}}};
+  if (raised.find('*') != std::string::npos) result.note = "* is injected by a test";
   if (!interface.at("inserted").get<bool>()) result.note = "no module; this is what was known last";
   return result;
 }
