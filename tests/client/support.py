@@ -45,13 +45,13 @@ class ShelfTest(unittest.TestCase):
     def add_empty(self, slot=1):
         return self.shelf.add_cage(slot, "nothing.eeprom")
 
-    def start(self, extra=""):
+    def start(self, extra="", options=("--alarm-tests",)):
         """Starts the driver on the shelf and waits until it answers."""
         self.shelf.write_description()
         if extra:
             text = self.shelf.description.read_text()
             self.shelf.description.write_text(f"{extra}\n{text}")
-        self.driver = Driver(BUILD, self.shelf)
+        self.driver = Driver(BUILD, self.shelf, options)
         self.driver.__enter__()
         self.addCleanup(self.driver.__exit__)
         self.assertIsNotNone(self.driver.wait_for(lambda ports: True, 10), "lumd does not answer")

@@ -10,9 +10,10 @@ import time
 class Driver:
     """Runs lumd on a shelf for as long as the block lasts; it is always ended with it."""
 
-    def __init__(self, build, shelf):
+    def __init__(self, build, shelf, options=("--alarm-tests",)):
         self.build = build
         self.shelf = shelf
+        self.options = options
         self.log = shelf.folder / "lumd.log"
         self.process = None
 
@@ -27,7 +28,7 @@ class Driver:
     def start(self):
         with open(self.log, "a") as log:
             self.process = subprocess.Popen(
-                [self.build / "lumd", "--config", self.shelf.description, "--alarm-tests"],
+                [self.build / "lumd", "--config", self.shelf.description, *self.options],
                 stdout=log, stderr=log,
             )
 

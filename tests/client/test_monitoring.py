@@ -1,0 +1,73 @@
+"""What performance monitoring and the alarm service keep."""
+
+from monitored import Monitored
+
+
+class Monitoring(Monitored):
+    def test_pm_of_every_sub_port(self):
+        self.begin()
+        interfaces = self.does("show", "pm")["interfaces"]
+        self.assertEqual([(i["port"], i["sub_port"]) for i in interfaces], [
+            (cage.name, sub_port)
+            for cage in (self.first, self.second, self.other, self.alarmed)
+            for sub_port in (0, 1)])
+        quarter, day = interfaces[0]["bins"]
+        self.assertEqual([(b["length"], b["length_s"]) for b in (quarter, day)],
+                         [("15min", 900), ("24h", 86400)])
+        self.assertGreaterEqual(quarter["samples"], 1)
+        self.assertTrue(day["partial"])
+        values = self.values(self.first, 0)
+        self.assertEqual(list(values), ["reading_3", "reading_4_a", "reading_4_b", "reading_4_c",
+                                        "power_1", "power_0"])
+        self.assertEqual([values["power_1"][kind]
+                          for kind in ("current", "minimum", "maximum", "average")], [16218] * 4)
+        self.assertEqual((values["reading_3"]["current"], values["reading_4_c"]["current"]),
+                         (26, 2043))
+        text = self.says("show", "pm", self.first.name)
+        for part in ("15min", "24h", "1621.8", "518.8", "reading_4 ", "uW"):
+            self.assertIn(part, text)
+        bins = self.does("show", "pm", self.first.name, "--bins", "24h")["interfaces"][0]["bins"]
+        self.assertEqual([b["length"] for b in bins], ["24h"])
+
+    def test_pm_follows_the_polling_cycles(self):
+        self.begin()
+        before = self.does("show", "pm")["interfaces"][0]["bins"][0]["samples"]
+        cycles = self.does("watch", "--count", "1")["polling"]["cycles"]
+        self.says("watch", "--count", "3")
+        after = self.does("show", "pm")["interfaces"][0]["bins"][0]["samples"]
+        polled = self.does("watch", "--count", "1")["polling"]["cycles"] - cycles
+        self.assertAlmostEqual(after - before, polled, delta=1)
+
+    def test_pm_of_what_is_not_there(self):
+        empty = self.add_empty(slot=3)
+        self.begin()
+        self.assertIn("nothing is monitored yet", self.says("show", "pm", empty.name))
+        self.assertIn("no port", self.fails(1, "show", "pm", "nobody"))
+        self.fails(2, "show", "pm", "--bins", "7d")
+
+    def test_a_modules_own_alarms_by_name(self):
+        self.begin()
+        shown = self.does("show", "alarms")
+        self.assertEqual([(i["port"], i["sub_port"], i["raised"]) for i in shown["interfaces"]],
+                         [(self.alarmed.name, 0, ["flag-10", "flag-64-high"])])
+        self.assertEqual(shown["interfaces"][0]["bitmap"], 0x80002)
+        self.assertEqual(shown["known"], 8)
+        self.assertEqual([kind["bit"] for kind in shown["kinds"]],
+                         [0x1, 0x2, 0x4, 0x20000, 0x40000, 0x80000, 0x100000])
+        self.assertIn("flag-10, flag-64-high", self.says("show", "alarms"))
+        self.assertEqual(len(self.says("show", "alarms", "--all").splitlines()), 1 + 8)
+
+    def test_counters_and_their_clearing(self):
+        self.begin()
+        counters = self.alarms(self.alarmed, 0)["counters"]
+        self.assertEqual(counters["raised"], {"flag-10": 1, "flag-64-high": 1})
+        self.assertEqual(counters["bitmap_changes"], 1)
+        self.assertEqual(self.does("clear", "stats", self.first.name)["cleared"], 2)
+        self.assertEqual(self.alarms(self.alarmed, 0)["counters"]["bitmap_changes"], 1)
+        self.assertEqual(self.does("clear", "stats")["cleared"], 8)
+        known = self.alarms(self.alarmed, 0)
+        self.assertEqual((known["counters"]["bitmap_changes"], known["counters"]["raised"]),
+                         (0, {}))
+        self.assertEqual(known["bitmap"], 0x80002, "the alarms stay")
+        self.assertIn("no port", self.fails(1, "clear", "stats", "nobody"))
+        self.fails(2, "clear")

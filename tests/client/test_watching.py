@@ -1,0 +1,115 @@
+"""The live view, and what is drawn while a command waits."""
+
+import json
+import os
+import pty
+import select
+import signal
+import subprocess
+import time
+
+from actions import Actions
+from support import LUMCTL, run
+
+TAKE, GIVE_BACK = b"\x1b[?1049h", b"\x1b[?1049l"
+
+
+class Terminal:
+    """A command on a terminal of its own."""
+
+    def __init__(self, *arguments):
+        self.output = b""
+        self.pid, self.master = pty.fork()
+        if self.pid == 0:
+            os.environ.update(TERM="xterm", COLUMNS="100")
+            os.execv(arguments[0], [str(argument) for argument in arguments])
+
+    def read_until(self, condition, seconds):
+        deadline = time.monotonic() + seconds
+        while not condition(self.output) and time.monotonic() < deadline:
+            if select.select([self.master], [], [], 0.1)[0]:
+                try:
+                    self.output += os.read(self.master, 65536)
+                except OSError:
+                    break
+        return condition(self.output)
+
+    def kill(self, number):
+        os.kill(self.pid, number)
+
+    def end(self):
+        """Its wait status, once everything it has drawn is read."""
+        self.read_until(lambda _: False, 5)
+        os.close(self.master)
+        return os.waitpid(self.pid, 0)[1]
+
+
+class Watching(Actions):
+    def watch(self, *options):
+        return Terminal(LUMCTL, "--socket", self.shelf.socket, "watch", *options)
+
+    def test_redrawn_as_cycles_end(self):
+        self.begin()
+        terminal = self.watch()
+        self.assertTrue(terminal.read_until(lambda drawn: drawn.count(b"\x1b[H\x1b[1m") >= 3, 20))
+        terminal.kill(signal.SIGINT)
+        self.assertEqual(terminal.end(), 0)
+        self.assertTrue(terminal.output.startswith(TAKE))
+        self.assertTrue(terminal.output.endswith(GIVE_BACK))
+        for text in (b"Ots0_1_0_1_0", b"II-VI", b"cycle "):
+            self.assertIn(text, terminal.output)
+
+    def test_the_terminal_comes_back_when_it_is_ended(self):
+        self.begin()
+        terminal = self.watch("--interval", "0.2")
+        self.assertTrue(terminal.read_until(lambda drawn: b"cycle " in drawn, 5))
+        terminal.kill(signal.SIGTERM)
+        self.assertEqual(terminal.end(), signal.SIGTERM)
+        self.assertTrue(terminal.output.endswith(GIVE_BACK))
+
+    def test_the_driver_may_go_and_come_back(self):
+        self.begin()
+        terminal = self.watch("--interval", "0.2")
+        self.assertTrue(terminal.read_until(lambda drawn: b"cycle " in drawn, 5))
+        self.driver.stop(6)
+        self.assertTrue(terminal.read_until(lambda drawn: b"cannot be reached" in drawn, 10))
+        self.driver.start()
+        seen = len(terminal.output)
+        self.assertTrue(terminal.read_until(lambda drawn: b"cycle " in drawn[seen:], 10))
+        terminal.kill(signal.SIGINT)
+        self.assertEqual(terminal.end(), 0)
+
+    def test_plain_where_there_is_no_terminal(self):
+        self.begin()
+        shown = self.says("watch", "--interval", "0.2", "--count", "3")
+        self.assertEqual(shown.count("  cycle "), 3)
+        self.assertNotIn("\x1b", shown)
+        self.assertEqual(shown.count("Ots0_1_0_2_1"), 3)
+
+    def test_a_line_of_json_for_each_picture(self):
+        self.begin()
+        done = run(LUMCTL, "--socket", self.shelf.socket, "watch", "--count", "2", "--interval",
+                   "0.1", "--json")
+        pictures = [json.loads(line) for line in done.stdout.splitlines()]
+        self.assertEqual([len(picture["ports"]) for picture in pictures], [3, 3])
+        self.assertIn("cycles", pictures[0]["polling"])
+
+    def test_what_it_refuses(self):
+        self.fails(3, "watch", "--count", "1")
+        self.fails(2, "watch", "--count", "0")
+        self.fails(2, "watch", "--interval", "0")
+        self.fails(2, "watch", "soon")
+
+    def test_a_bar_while_a_command_waits(self):
+        self.begin()
+        self.does("im", "hold", "on")
+        terminal = Terminal(LUMCTL, "--socket", self.shelf.socket, "port", "update",
+                            self.first.name, "up", "--wait", "2")
+        self.assertNotEqual(terminal.end(), 0)
+        self.assertIn(b"#", terminal.output)
+        self.assertIn(b"waiting for the driver", terminal.output)
+        with subprocess.Popen(
+                [LUMCTL, "--socket", self.shelf.socket, "port", "update", self.first.name, "up",
+                 "--wait", "2"], stdout=subprocess.PIPE, stderr=subprocess.PIPE) as plain:
+            self.assertNotIn(b"#", plain.communicate()[1], "no terminal, no bar")
+        self.does("im", "behave")
