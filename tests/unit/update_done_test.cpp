@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -12,7 +11,9 @@
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
+using testing::Eq;
 using testing::IsEmpty;
+using testing::Not;
 
 namespace {
 
