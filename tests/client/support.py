@@ -54,10 +54,10 @@ class ShelfTest(unittest.TestCase):
         self.driver = Driver(BUILD, self.shelf, options)
         self.driver.__enter__()
         self.addCleanup(self.driver.__exit__)
-        self.assertIsNotNone(self.driver.wait_for(lambda ports: True, 10), "lumd does not answer")
+        self.assertIsNotNone(self.driver.wait_for(lambda ports: True, 30), "lumd does not answer")
         return self.driver
 
-    def wait_for_state(self, cage, state, seconds=10):
+    def wait_for_state(self, cage, state, seconds=20):
         ports = self.driver.wait_for(lambda now: now[cage.name]["state"] == state, seconds)
         self.assertIsNotNone(
             ports, f"{cage.name} is {self.driver.ports()[cage.name]['state']}, not {state}")
