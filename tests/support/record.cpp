@@ -13,6 +13,7 @@ namespace {
 struct event_log {
   spin lock;
   std::vector<event> events;
+  bool echo = false;  // trace lines
 };
 
 event_log &the_log() {
@@ -30,6 +31,7 @@ void for_each_event(Visit visit) {
 void append(event what) {
   event_log &log = the_log();
   const std::lock_guard hold(log.lock);
+  if (log.echo && what.trace) std::fprintf(stderr, "%s\n", what.text.c_str());
   log.events.push_back(std::move(what));
 }
 
@@ -60,6 +62,12 @@ void record_trace(const trace_line &line) {
   busy = true;
   at_trace(line);
   busy = false;
+}
+
+void echo_traces() {
+  event_log &log = the_log();
+  const std::lock_guard hold(log.lock);
+  log.echo = true;
 }
 
 void clear_record() {

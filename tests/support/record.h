@@ -40,6 +40,9 @@ void record_trace(const trace_line &line);
 // it causes. To be set while nothing traces.
 extern std::function<void(const trace_line &)> &at_trace;
 
+// From now on trace lines go to standard error too, where a test of the process's end can see them.
+void echo_traces();
+
 // Forgets what has been recorded.
 void clear_record();
 

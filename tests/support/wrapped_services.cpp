@@ -8,11 +8,13 @@
 #include "node_ids.h"
 #include "record.h"
 #include "script.h"
+#include "tree_comparators.h"
 #include "wavl.h"
 
 namespace support {
 
 node_id_rules &node_ids = *new node_id_rules;
+wavl_comparator tree_comparators[2];
 
 }  // namespace support
 
@@ -55,10 +57,11 @@ cerrno __wrap_wavl_init(wavl_tree *tree, uint32_t indices, uint32_t link_offset,
   if (const auto code = script.verdict("wavl_init")) return *code;
   va_list arguments;
   va_start(arguments, link_offset);
-  const auto first = va_arg(arguments, wavl_comparator);
-  const auto second = indices > 1 ? va_arg(arguments, wavl_comparator) : nullptr;
+  for (uint32_t i = 0; i < 2 && i < indices; ++i) {
+    tree_comparators[i] = va_arg(arguments, wavl_comparator);
+  }
   va_end(arguments);
-  return __real_wavl_init(tree, indices, link_offset, first, second);
+  return __real_wavl_init(tree, indices, link_offset, tree_comparators[0], tree_comparators[1]);
 }
 
 int __wrap_wavl_running(const wavl_tree *tree) {

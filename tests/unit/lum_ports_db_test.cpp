@@ -1,17 +1,15 @@
 // Ports database: adding, handles, finding, removing.
 #include <gmock/gmock.h>
 
-#include <atomic>
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include "library.h"
-#include "lum_ports_db/lum_ports_db.h"
+#include "ports_db_fixture.h"
+#include "tree_comparators.h"
 
 using namespace support;
 using testing::Contains;
@@ -20,23 +18,6 @@ using testing::IsEmpty;
 using testing::MatchesRegex;
 
 namespace {
-
-constexpr uint32_t rsip = 0x30007;
-
-// The database set up, without the rest of the library.
-class ports_db : public testing::Test {
- protected:
-  void SetUp() override {
-    open_traces();
-    ASSERT_EQ(lum_platform_data_init(0, 0), 0u);
-    clear_record();
-  }
-  cerrno add(uint32_t at) {
-    auto data = std::make_unique<lum_port_data>();
-    data->port = at & 0xFF;
-    return lum_ports_db_add_entry(at, data.get());
-  }
-};
 
 // ---- Set-up ----
 
@@ -64,7 +45,41 @@ TEST(ports_db_before_init, add_returns_11_and_both_finds_return_null) {
   EXPECT_THAT(calls({"wavl_insert_thread", "wavl_search"}), IsEmpty());
 }
 
-// ---- Comparators, through the order of the tree ----
+// ---- Comparators ----
+
+class comparators : public ports_db, public testing::WithParamInterface<unsigned> {
+ protected:
+  int compare(const void *first, const void *second) {
+    return tree_comparators[GetParam()](first, second);
+  }
+  static lum_port_node_info *with_key(uint32_t key) {
+    static lum_port_node_info nodes[2];
+    static unsigned next = 0;
+    lum_port_node_info &node = nodes[next++ % 2];
+    node.rsip = GetParam() == 0 ? key : 0;
+    node.port_handle = GetParam() == 1 ? key : 0;
+    return &node;
+  }
+};
+
+TEST_P(comparators, smaller_is_0_equal_1_greater_2) {
+  EXPECT_EQ(compare(with_key(1), with_key(2)), 0);
+  EXPECT_EQ(compare(with_key(2), with_key(2)), 1);
+  EXPECT_EQ(compare(with_key(2), with_key(1)), 2);
+}
+
+TEST_P(comparators, keys_are_unsigned) {
+  EXPECT_EQ(compare(with_key(0x7FFFFFFF), with_key(0x80000000)), 0);
+  EXPECT_EQ(compare(with_key(0xFFFFFFFF), with_key(0)), 2);
+}
+
+TEST_P(comparators, null_node_sorts_before_any_node) {
+  EXPECT_EQ(compare(nullptr, nullptr), 1);
+  EXPECT_EQ(compare(nullptr, with_key(0)), 0);
+  EXPECT_EQ(compare(with_key(0), nullptr), 2);
+}
+
+INSTANTIATE_TEST_SUITE_P(each_index, comparators, testing::Values(0u, 1u));
 
 TEST_F(ports_db, keys_are_compared_unsigned) {
   for (const uint32_t key : {0x80000000u, 0xFFFFFFFFu, 0u, 0x7FFFFFFFu, 1u})
@@ -368,102 +383,6 @@ TEST_F(ports_db, remove_that_cannot_unlock_returns_the_unlocks_code) {
   EXPECT_EQ(lum_ports_db_remove_entry(rsip), 1u);
   EXPECT_THAT(traces(), ElementsAre(info("ports DB delete done, rsip 0x30007\n"),
                                     error("ports DB mutex unlock failed, errno: 1\n")));
-}
-
-// ---- Walking ----
-
-TEST_F(ports_db, walk_visits_index_0_in_rsip_order_and_returns_0) {
-  for (const uint32_t at : {3u, 1u, 2u}) ASSERT_EQ(add(at), 0u);
-  std::vector<uint32_t> seen;
-  const auto visit = [](void *node, void *context) {
-    auto &list = *static_cast<std::vector<uint32_t> *>(context);
-    list.push_back(static_cast<lum_port_node_info *>(node)->rsip);
-    return 0;
-  };
-  EXPECT_EQ(lum_ports_db_walk_via_rsip(visit, &seen), 0u);
-  EXPECT_THAT(seen, ElementsAre(1u, 2u, 3u));
-  EXPECT_THAT(calls({"wavl_walk"}), ElementsAre("wavl_walk(0)"));
-}
-
-TEST_F(ports_db, walk_that_the_callback_ends_returns_0_as_well) {
-  for (const uint32_t at : {3u, 1u, 2u}) ASSERT_EQ(add(at), 0u);
-  unsigned visits = 0;
-  const auto stop = [](void *, void *context) {
-    ++*static_cast<unsigned *>(context);
-    return 1;
-  };
-  EXPECT_EQ(lum_ports_db_walk_via_rsip(stop, &visits), 0u);
-  EXPECT_EQ(visits, 1u);
-}
-
-TEST_F(ports_db, walk_that_stands_on_a_removed_node_goes_on_with_its_successor) {
-  for (const uint32_t at : {1u, 2u, 3u}) ASSERT_EQ(add(at), 0u);
-  std::vector<uint32_t> seen;
-  for (const lum_port_node_info &node : lum::all_ports()) {
-    seen.push_back(node.rsip);
-    if (node.rsip == 1) {
-      ASSERT_EQ(lum_ports_db_remove_entry(1), 0u);
-      ASSERT_EQ(lum_ports_db_remove_entry(2), 0u);
-    }
-  }
-  EXPECT_THAT(seen, ElementsAre(1u, 3u));
-}
-
-TEST_F(ports_db, removed_nodes_memory_lives_while_a_walk_is_open) {
-  ASSERT_EQ(add(rsip), 0u);
-  {
-    lum::ports_reader reader;
-    const lum_port_node_info *node = lum_ports_db_find_entry(rsip);
-    ASSERT_EQ(lum_ports_db_remove_entry(rsip), 0u);
-    EXPECT_EQ(node->data.port, 7u);
-    EXPECT_EQ(lum::node_keeper_counts().freed, 0u);
-  }
-  EXPECT_EQ(lum::node_keeper_counts().freed, 1u);
-}
-
-TEST_F(ports_db, another_threads_walk_holds_the_memory_too) {
-  ASSERT_EQ(add(rsip), 0u);
-  std::atomic<int> stage{0};
-  std::thread walker([&] {
-    lum::ports_reader reader;
-    const lum_port_node_info *node = lum_ports_db_find_entry(rsip);
-    stage.store(1);
-    stage.notify_all();
-    stage.wait(1);
-    EXPECT_EQ(node->data.port, 7u);
-  });
-  stage.wait(0);
-  ASSERT_EQ(lum_ports_db_remove_entry(rsip), 0u);
-  EXPECT_EQ(lum::node_keeper_counts().freed, 0u);
-  stage.store(2);
-  stage.notify_all();
-  walker.join();
-  EXPECT_EQ(lum::node_keeper_counts().freed, 1u);
-}
-
-TEST_F(ports_db, ports_come_and_go_beside_walks_and_look_ups) {
-  std::atomic<bool> done{false};
-  std::thread walker([&] {
-    while (!done.load()) {
-      for (const lum_port_node_info &node : lum::all_ports()) EXPECT_LT(node.rsip, 8u);
-    }
-  });
-  std::thread seeker([&] {
-    while (!done.load()) {
-      uint32_t handle = 0;
-      for (uint32_t at = 0; at < 8; ++at) lum_ports_db_rsip2port_handle(at, &handle);
-    }
-  });
-  for (uint32_t round = 0; round < 300; ++round) {
-    const uint32_t at = round % 8;
-    add(at);
-    lum_ports_db_update_entry(at, 100 + at);
-    if (round % 3 != 0) lum_ports_db_remove_entry(at);
-    if (round % 50 == 0) clear_record();
-  }
-  done.store(true);
-  walker.join();
-  seeker.join();
 }
 
 }  // namespace
