@@ -1,18 +1,19 @@
 // The interface manager's answers to create batches, and what becomes of the ports.
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "blocks.h"
 #include "controllers.h"
-#include "performance.h"
 
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 using testing::IsEmpty;
 using testing::Not;
 
@@ -278,6 +279,17 @@ TEST_F(create_completion, replys_count_larger_than_the_requests_touches_no_furth
   EXPECT_THAT(calls({"ctrl_op_notify"}),
               ElementsAre("ctrl_op_notify(1, 4, [0x30007 0x30007 0x30008 0x30008], [0 1 0 1], "
                           "[0x1001 0x1002 0x1003 0x1004])"));
+}
+
+TEST_F(create_completion, index_of_16_bits_comes_to_an_end) {
+  batch_reply reply;
+  reply.elements.resize(0x10003, {0x809A4200, std::nullopt, {}, true});
+  im.answer(sent(), reply);
+  const auto lines = traces();
+  EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                          [](const trace_line &line) { return line.channel == "lum_error"; }),
+            0x10000);
+  EXPECT_EQ(interface_at(second, 1).created, 1u);
 }
 
 TEST_F(create_completion, null_names_are_traced_as_empty) {

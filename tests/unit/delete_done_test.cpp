@@ -1,8 +1,9 @@
 // The ports of a finished delete batch.
 #include <gmock/gmock.h>
 
-#include <cerrno>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include "blocks.h"
@@ -14,7 +15,6 @@ using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::Not;
 
 namespace {
 
@@ -218,6 +218,18 @@ TEST_F(delete_done, handle_of_a_port_already_gone_is_passed_over) {
   EXPECT_THAT(calls({"ctrl_op_notify"}),
               ElementsAre("ctrl_op_notify(0, 4, [0x30008 0x30007 0x30007 0x0], [0 0 1 0], "
                           "[0x1003 0x1001 0x1002 0x1001])"));
+}
+
+// As benign elements leave it: sub-port 0 is found both times.
+TEST_F(delete_done, handle_0_is_a_handle_like_any_other) {
+  interface_at(first, 0).ifhandle = 0;
+  interface_at(first, 1).ifhandle = 0;
+  finish({0, 0});
+  EXPECT_EQ(interface_at(first, 0).created, 0u);
+  EXPECT_EQ(interface_at(first, 1).created, 1u);
+  EXPECT_TRUE(exists(first));
+  EXPECT_THAT(calls({"ctrl_op_notify"}),
+              ElementsAre("ctrl_op_notify(0, 2, [0x30007 0x30007], [0 0], [0x0 0x0])"));
 }
 
 TEST_F(delete_done, without_the_notify_slot_the_ports_go_all_the_same) {

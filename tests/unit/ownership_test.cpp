@@ -3,7 +3,9 @@
 #include <gmock/gmock.h>
 
 #include <cstdint>
-#include <vector>
+#include <optional>
+#include <string>
+#include <utility>
 
 #include "blocks.h"
 #include "controllers.h"
@@ -317,27 +319,36 @@ TEST_F(ownership, whole_life_of_a_slot_leaves_nothing) {
   EXPECT_THAT(blocks.live(), IsEmpty());
 }
 
-TEST_F(ownership, context_cell_that_is_replaced_is_left_with_its_holder) {
+class context_cells : public ownership {
+ protected:
+  void SetUp() override {
+    ownership::SetUp();
+    const lum_slot_props slot = {1, 2};
+    const auto props = props_of({0x50101, 0x50102});
+    lum_slot_properties_init(5, 1, &slot);
+    lum_port_properties_init(5, 1, 2, props.data());
+  }
+  static void give_cell(uint32_t rsip, uint32_t value) {
+    lum_plat_set_sdev_ctx(5, 1, handle_for(rsip), value);
+  }
+};
+
+TEST_F(context_cells, cell_that_is_replaced_is_left_with_its_holder) {
   block_watch blocks;
-  lum_plat_set_sdev_ctx(3, 0, handle_for(first), 1);
-  const uint32_t *held = lum_plat_get_sdev_ctx(3, 0, handle_for(first));
-  lum_plat_set_sdev_ctx(3, 0, handle_for(first), 2);
-  EXPECT_THAT(blocks.live(), ElementsAre(cell_size, cell_size));
+  give_cell(0x50101, 1);
+  const uint32_t *held = lum_plat_get_sdev_ctx(5, 1, handle_for(0x50101));
+  give_cell(0x50101, 2);
   EXPECT_EQ(*held, 1u);
-  lum_port_properties_deinit(3, 0, 7);
+  EXPECT_THAT(blocks.live(), ElementsAre(cell_size, cell_size));
+  lum_port_properties_deinit(5, 1, 1);
   EXPECT_THAT(blocks.live(), ElementsAre(cell_size));
   blocks.release();
 }
 
-TEST_F(ownership, context_cells_of_a_closed_instance_are_left_with_their_holders) {
-  const lum_slot_props slot = {1, 2};
-  const auto props = props_of({0x50101, 0x50102});
-  lum_slot_properties_init(5, 1, &slot);
-  lum_port_properties_init(5, 1, 2, props.data());
+TEST_F(context_cells, cells_of_a_closed_instance_are_left_with_their_holders) {
   block_watch blocks;
-  for (const lum_port_props &each : props) {
-    lum_plat_set_sdev_ctx(5, 1, each.port_handle, each.rsip);
-  }
+  give_cell(0x50101, 1);
+  give_cell(0x50102, 2);
   EXPECT_EQ(lum_plat_deinit(0, 5, 1), 0u);
   EXPECT_THAT(blocks.live(), ElementsAre(cell_size, cell_size));
   blocks.release();

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -11,9 +12,7 @@
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::Eq;
 using testing::IsEmpty;
-using testing::Not;
 
 namespace {
 
