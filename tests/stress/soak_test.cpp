@@ -36,7 +36,7 @@ class soak {
   // One cycle; false when it did not end.
   bool cycle();
   void feed();
-  // Every module is there and works; `rested` has the library's caches in the same state each time.
+  // Puts every module back, working and with new values.
   void mend_all();
   const soak_counts &counts() const { return counts_; }
 
