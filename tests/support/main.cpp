@@ -2,10 +2,22 @@
 // its own: ctest gives it one.
 #include <gmock/gmock.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 
+#ifdef LUM_COVERAGE
+extern "C" void __gcov_dump();
+#endif
+
 namespace {
+
+// A process that ends by abort() counts its lines too.
+void count_lines_of_aborts() {
+#ifdef LUM_COVERAGE
+  std::signal(SIGABRT, [](int) { __gcov_dump(); });
+#endif
+}
 
 class one_test_only : public testing::EmptyTestEventListener {
   void OnTestProgramStart(const testing::UnitTest &tests) override {
@@ -24,5 +36,6 @@ int main(int argc, char **argv) {
   testing::InitGoogleMock(&argc, argv);
   testing::GTEST_FLAG(death_test_style) = "threadsafe";
   testing::UnitTest::GetInstance()->listeners().Append(new one_test_only);
+  count_lines_of_aborts();
   return RUN_ALL_TESTS();
 }
