@@ -9,6 +9,7 @@
 #include "base/shared.h"
 #include "base/trace.h"
 #include "bounded_copy.h"
+#include "lum_controller_interface/port_cfg_lock.h"
 #include "lum_ports_db/lum_ports_db.h"
 
 using namespace lum;
@@ -23,7 +24,8 @@ constexpr std::uint32_t table_version = 0x12003;
 constexpr std::uint16_t table_entries = 0xFE4;
 constexpr std::uint32_t table_kind = 40;
 
-// Two changes of one port at the same time must not reach the storage in the wrong order.
+// Two changes of one port at the same time must not reach the storage in the wrong order. One lock
+// for all ports: the storage writes one record at a time anyway.
 quiet_lock save_order;
 
 // The part of a key that tells the storage where the port is.
@@ -183,7 +185,8 @@ cerrno lum_port_chkpt_delete(lum_port_data *data) {
 
 namespace {
 
-// Gives the port the configuration of its stored record. A record of another size is not its own.
+// Gives the port the configuration of its stored record. The storage refuses a record of another
+// size.
 cerrno load(std::uint64_t table, std::uint32_t key, lum_port_data &port) {
   const std::uint64_t id = shared_load(port.chkpt.chkpt_id);
   lum_chkpt_record record = {};

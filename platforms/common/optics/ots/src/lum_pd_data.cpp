@@ -18,7 +18,7 @@ static std::atomic<std::uint32_t> ots_controllers{0};
 
 static void name_sub_port(lum_port_data &port, std::uint32_t sub_port);
 static bool has_controllers(const lum_port_data &port);
-static cerrno remove_port(lum_port_data &port);
+static cerrno remove_port(lum_port_node_info &node);
 
 cerrno lum_platform_data_init(event_manager, std::uint32_t) {
   if (lum_get_ctx() == nullptr) {
@@ -67,7 +67,7 @@ cerrno lum_platform_ports_deinit(std::uint32_t rack, std::uint32_t slot, std::ui
   LUM_INFO(59, "executing for r/s/i/p: %d/%d/%d/%d\n", rack, slot, instance, port);
   for (lum_port_node_info &node : all_ports()) {
     if (!stands_at(node.data, rack, slot, instance, port) || has_controllers(node.data)) continue;
-    if (const cerrno rc = remove_port(node.data); rc != 0) return rc;
+    if (const cerrno rc = remove_port(node); rc != 0) return rc;
   }
   return 0;
 }
@@ -110,11 +110,12 @@ static bool has_controllers(const lum_port_data &port) {
 
 // The port's mutex is expected to be kept by the deletion. It is destroyed with the node's memory,
 // when no thread can be about to take it.
-static cerrno remove_port(lum_port_data &port) {
+static cerrno remove_port(lum_port_node_info &node) {
+  lum_port_data &port = node.data;
   if (const int rc = port_lock(port).release(); rc != 0) {
     LUM_ERROR(62, "module access unlock failed with rc %d\n", rc);
   }
-  if (const cerrno rc = lum_ports_db_remove_entry(rsip_of(port)); rc != 0) {
+  if (const cerrno rc = lum_ports_db_remove_entry(node.rsip); rc != 0) {
     LUM_ERROR(63, "Error in Removing port %d from inst %d of Ports-DB:\n", port.port,
               port.instance);
     return rc;

@@ -37,8 +37,8 @@ cerrno lum_plat_deinit(std::uint32_t rack, std::uint32_t slot, std::uint32_t ins
 cerrno lum_create_ports(std::uint32_t count, const lum_port_props *props) {
   shared_store(lum_get_ctx()->resync, 0);
   const std::uint32_t first_rsip = count == 0 ? 0 : props[0].rsip;
-  std::uint32_t slot = first_rsip >> 16 & 0xFF;
-  std::uint32_t instance = first_rsip >> 8 & 0xFF;
+  std::uint32_t slot = slot_in(first_rsip);
+  std::uint32_t instance = instance_in(first_rsip);
   LUM_INFO(21, "LUM_API: entry: R/S/I: %d/%d/%d/\n", 0, slot, instance);
   lum_port_properties_init(slot, instance, static_cast<std::uint16_t>(count), props);
 
@@ -49,13 +49,13 @@ cerrno lum_create_ports(std::uint32_t count, const lum_port_props *props) {
   std::uint32_t last_rsip = first_rsip;
   for (std::uint32_t i = 0; i < count; ++i) {
     last_rsip = props[i].rsip;
-    slot = last_rsip >> 16 & 0xFF;
-    instance = last_rsip >> 8 & 0xFF;
-    ports[i] = last_rsip & 0xFF;
+    slot = slot_in(last_rsip);
+    instance = instance_in(last_rsip);
+    ports[i] = port_in(last_rsip);
     handles[i] = lum_plat_get_port_handle(slot, instance, static_cast<std::uint16_t>(ports[i]));
     lum_plat_set_sdev_ctx(slot, instance, handles[i], last_rsip);
   }
-  const std::uint32_t rack = last_rsip >> 24;
+  const std::uint32_t rack = rack_in(last_rsip);
   lum_add_device_to_ports_db(rack, slot, instance, count, ports.get(), handles.get());
   lum_fill_initial_hw_info(rack, slot, instance, count, ports.get());
   const cerrno rc = lum_ots_controllers_create(rack, slot, instance, count, ports.get());

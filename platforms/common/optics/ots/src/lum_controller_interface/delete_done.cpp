@@ -108,14 +108,9 @@ void deleted(lum_port_node_info &node, std::uint32_t sub_port, std::uint32_t ifh
   }
   shared_store(port.sub_port[sub_port].created, 0);
 
-  lum_controller_id id = {};
-  id.rack = static_cast<std::uint8_t>(port.rack);
-  id.slot = static_cast<std::uint8_t>(port.slot);
-  id.instance = static_cast<std::uint8_t>(port.instance);
-  id.port = static_cast<std::uint8_t>(port.port);
-  id.sub_port = static_cast<std::uint8_t>(sub_port);
-  id.ifhandle = ifhandle;
-  if (lum_pm_ptah_port_op(0, id) != 0) LUM_ERROR(110, "PM PTAH instance delete failed");
+  if (lum_pm_ptah_port_op(0, controller_id_of(port, sub_port, ifhandle)) != 0) {
+    LUM_ERROR(110, "PM PTAH instance delete failed");
+  }
 
   if (shared_load(port.sub_port[0].created) == 0 && shared_load(port.sub_port[1].created) == 0) {
     remove_port(node);

@@ -8,6 +8,10 @@
 
 namespace lum {
 
+// The directions of lum_i2c_read_write.
+inline constexpr std::uint32_t module_write = 0;
+inline constexpr std::uint32_t module_read = 1;
+
 // Creates the controllers of `count` ports, of which only those in `ports` are known by number; the
 // others stay empty elements of the batch.
 cerrno create_controllers(std::uint32_t rack, std::uint32_t slot, std::uint32_t instance,

@@ -7,6 +7,7 @@
 #include "base/memory.h"
 #include "base/shared.h"
 #include "base/trace.h"
+#include "lum_controller_interface/lum_controller_interface.h"
 #include "lum_ports_db/lum_ports_db.h"
 
 using namespace lum;
@@ -17,7 +18,6 @@ namespace {
 
 constexpr int max_attempts = 5;
 constexpr useconds_t retry_pause = 30000;  // microseconds
-constexpr std::uint32_t write_direction = 0;
 
 // The place in the modules' memory that a transfer means.
 struct place {
@@ -54,8 +54,8 @@ cerrno lum_i2c_read_write(std::uint32_t direction, std::uint32_t slot, std::uint
     }
   }
   const place at = {slot, instance, port, page, offset};
-  return direction == write_direction ? write_byte(callbacks, at, buffer)
-                                      : read_bytes(callbacks, at, length, buffer);
+  return direction == module_write ? write_byte(callbacks, at, buffer)
+                                   : read_bytes(callbacks, at, length, buffer);
 }
 
 cerrno lum_optics_get_fw_upgrd_status(std::uint32_t rsip, std::uint32_t *status) {

@@ -23,6 +23,7 @@ struct create_batch {
   bool full() const { return filled == size; }
   void add(lum_port_data &port, std::uint32_t sub_port);
   cerrno send();
+  void abandon();
 
   std::uint32_t size;
   std::uint32_t filled = 0;
@@ -58,7 +59,7 @@ cerrno lum::create_controllers(std::uint32_t rack, std::uint32_t slot, std::uint
     if (node != nullptr) rc = create_port(batch, node->data, node->rsip);
   }
   if (batch.filled != 0) return batch.send();
-  batch.request.release()->entries = batch.entries.release();
+  batch.abandon();
   return rc;
 }
 
@@ -84,7 +85,7 @@ cerrno lum_replay_ots_controllers() {
     }
   }
   if (batch.filled != 0) return batch.send();
-  batch.request.release()->entries = batch.entries.release();
+  batch.abandon();
   return 0;
 }
 
@@ -122,12 +123,13 @@ cerrno lum_ots_controllers_update(std::uint32_t rack, std::uint32_t slot, std::u
 // A port that is not found leaves two empty handles at the end of the batch.
 cerrno lum_ots_controllers_delete(std::uint32_t rack, std::uint32_t slot, std::uint32_t instance,
                                   std::uint32_t count, const std::uint32_t *ports) {
-  const std::uint32_t size = count > max_ports ? 0 : LUM_SUB_PORTS * count;
+  const bool countable = count <= max_ports;
+  const std::uint32_t size = countable ? LUM_SUB_PORTS * count : 0;
   const c_array<std::uint16_t> types = zeroed_array<std::uint16_t>(size);
   c_array<std::uint32_t> ifhandles = zeroed_array<std::uint32_t>(size);
   c_object<lum_controller_delete_request> request = zeroed_object<lum_controller_delete_request>();
-  if (count > max_ports) errno = ENOMEM;
-  if (count > max_ports || !types || !ifhandles || !request) {
+  if (!countable || !types || !ifhandles || !request) {
+    if (!countable) errno = ENOMEM;
     LUM_ERROR(160, "calloc failed with errno: %d\n", errno);
     return ENOMEM;
   }
@@ -185,13 +187,8 @@ create_batch::create_batch(std::uint32_t controllers)
 
 void create_batch::add(lum_port_data &port, std::uint32_t sub_port) {
   lum_controller_create_entry &entry = entries[filled];
+  entry.id = controller_id_of(port, sub_port, 0);
   entry.id.valid = 1;
-  entry.id.rack = static_cast<std::uint8_t>(port.rack);
-  entry.id.slot = static_cast<std::uint8_t>(port.slot);
-  entry.id.instance = static_cast<std::uint8_t>(port.instance);
-  entry.id.port = static_cast<std::uint8_t>(port.port);
-  entry.id.sub_port = static_cast<std::uint8_t>(sub_port);
-  entry.id.ifhandle = 0;
   lum_init_controller_capabilities(&entry.attrs, static_cast<std::int32_t>(sub_port));
   names[filled] = port.sub_port[sub_port].ifname;
   types[filled] = port.sub_port[sub_port].iftype;
@@ -212,6 +209,8 @@ cerrno create_batch::send() {
   }
   return sent;
 }
+
+void create_batch::abandon() { request.release()->entries = entries.release(); }
 
 void reset_status(lum_port_data &port) {
   static_assert(sizeof port.dom == LUM_STATUS_AREA_SIZE);

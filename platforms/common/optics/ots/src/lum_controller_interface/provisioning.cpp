@@ -7,6 +7,8 @@
 #include "base/locks.h"
 #include "base/shared.h"
 #include "base/trace.h"
+#include "lum_controller_interface/lum_controller_interface.h"
+#include "lum_controller_interface/port_cfg_lock.h"
 #include "lum_ports_db/lum_ports_db.h"
 
 using namespace lum;
@@ -14,9 +16,6 @@ using namespace lum;
 static constexpr char trace_area[] = "lum_controller_interface";
 
 namespace {
-
-constexpr std::uint32_t write_direction = 0;
-constexpr std::uint32_t read_direction = 1;
 
 // Where a sub-port's settings are. Those on the layout page are given for page 3.
 struct setting_places {
@@ -42,8 +41,7 @@ class module_writer {
 
   void byte(std::uint32_t page, std::uint32_t offset, std::uint32_t value) const {
     auto low = static_cast<std::uint8_t>(value);
-    lum_i2c_read_write(write_direction, port_.slot, port_.instance, port_.port, page, offset, 1,
-                       &low);
+    lum_i2c_read_write(module_write, port_.slot, port_.instance, port_.port, page, offset, 1, &low);
   }
   // High byte first, at the lower offset.
   void word(std::uint32_t page, std::uint32_t offset, std::uint32_t value) const {
@@ -58,7 +56,7 @@ class module_writer {
   }
   std::int16_t read_word(std::uint32_t page, std::uint32_t offset) const {
     std::array<std::uint8_t, 2> bytes = {};
-    lum_i2c_read_write(read_direction, port_.slot, port_.instance, port_.port, page, offset,
+    lum_i2c_read_write(module_read, port_.slot, port_.instance, port_.port, page, offset,
                        static_cast<std::int32_t>(bytes.size()), bytes.data());
     return static_cast<std::int16_t>(get_be16(bytes, 0));
   }

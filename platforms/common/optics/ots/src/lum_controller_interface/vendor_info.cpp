@@ -6,6 +6,7 @@
 #include "base/shared.h"
 #include "base/trace.h"
 #include "bounded_copy.h"
+#include "lum_controller_interface/lum_controller_interface.h"
 #include "lum_ports_db/lum_ports_db.h"
 
 using namespace lum;
@@ -69,12 +70,10 @@ cerrno lum_update_vendor_info(std::uint32_t rsip, std::int32_t inserted) {
 namespace {
 
 void read_identity(std::uint32_t rsip, identity &module) {
-  const std::uint32_t slot = rsip >> 16 & 0xFF;
-  const std::uint32_t instance = rsip >> 8 & 0xFF;
-  const std::uint32_t port = rsip & 0xFF;
   const auto read = [&](std::uint32_t page, std::uint32_t offset, std::int32_t length,
                         std::uint8_t *buffer) {
-    lum_i2c_read_write(1, slot, instance, port, page, offset, length, buffer);
+    lum_i2c_read_write(module_read, slot_in(rsip), instance_in(rsip), port_in(rsip), page, offset,
+                       length, buffer);
   };
   read(3, 128, page_half, module.page_3.data());
   read(0, 128, page_half, module.page_0.data());

@@ -1,10 +1,11 @@
 // The ports database: nodes are added, given their port handle, found and removed.
-#include <atomic>
 #include <cerrno>
 #include <cstddef>
+#include <mutex>
 
 #include "base/locks.h"
 #include "base/memory.h"
+#include "base/quiet_lock.h"
 #include "base/shared.h"
 #include "base/trace.h"
 #include "lum_ports_db/lum_ports_db.h"
@@ -17,7 +18,7 @@ static constexpr char trace_area[] = "lum_ports_db";
 
 static int by_rsip(const void *first, const void *second);
 static int by_port_handle(const void *first, const void *second);
-static bool claim_handle(port_node &node);
+static void store_handle(port_node &node, std::uint32_t port_handle);
 static bool insert_by_handle(port_node &node, std::uint32_t port_handle);
 static void drop_node(port_node *node);
 
@@ -40,6 +41,7 @@ cerrno lum_ports_db_add_entry(std::uint32_t rsip, const lum_port_data *data) {
   node->rsip = rsip;
   node->data = *data;
   make_error_checking(node->data.port_mutex);
+  node->data.mutex_kept_by = 0;
 
   library_hold lock(lum_platform.mutex, {__func__, __LINE__});
   if (lock.error() != 0) {
@@ -73,7 +75,7 @@ cerrno lum_ports_db_update_entry(std::uint32_t rsip, std::uint32_t port_handle) 
              shared_load(lum_platform.port_handle_count));
     return EFAULT;
   }
-  if (claim_handle(*node)) shared_store(node->port_handle, port_handle);
+  store_handle(*node, port_handle);
   LUM_INFO(213, "insert into lum_port_db wavl tree port_handle %d, 0x%x\n", port_handle,
            port_handle);
 
@@ -180,16 +182,20 @@ static int by_port_handle(const void *first, const void *second) {
   return compare_nodes(first, second, &lum_port_node_info::port_handle);
 }
 
-// Before it takes the mutex an update sets the handle of a node that has none. Only the first does:
-// the node may be in index 1 by the time a second comes, and its place there hangs on the handle.
-static bool claim_handle(port_node &node) {
-  return std::atomic_ref(node.handle_claimed).exchange(1) == 0;
+// A node's place in index 1 hangs on its handle, which must not change once the node is there.
+static quiet_lock handle_lock;
+
+// Before it takes the mutex an update gives its handle to a node that is not in index 1.
+static void store_handle(port_node &node, std::uint32_t port_handle) {
+  std::lock_guard lock(handle_lock);
+  if (!node.in_handle_index) shared_store(node.port_handle, port_handle);
 }
 
 // Fails for a handle that is taken, a node that has its place already, and one that was removed
 // while this thread waited. Under the database mutex.
 static bool insert_by_handle(port_node &node, std::uint32_t port_handle) {
   if (node.retired_at != 0) return false;
+  std::lock_guard lock(handle_lock);
   if (!node.in_handle_index) shared_store(node.port_handle, port_handle);
   if (!wavl_insert_thread(&lum_platform.tree, 1, &node)) return false;
   node.in_handle_index = 1;

@@ -107,6 +107,7 @@ cerrno lum_get_s_dev_info(std::uint32_t ifhandle, lum_port_data **out,
     return ENOENT;
   }
   if (device_id != nullptr) *device_id = record;
+  record.ifname[sizeof record.ifname - 1] = '\0';
   return lum_get_port_info(record.ifname, out);
 }
 

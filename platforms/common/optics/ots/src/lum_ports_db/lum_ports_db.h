@@ -3,7 +3,6 @@
 
 #include <cstdint>
 
-#include "base/quiet_lock.h"
 #include "lum.h"
 #include "lum_ports_db/node_keeper.h"
 
@@ -15,8 +14,26 @@ constexpr std::uint32_t pack_rsip(std::uint32_t rack, std::uint32_t slot, std::u
   return rack << 24 | slot << 16 | instance << 8 | port;
 }
 
+constexpr std::uint32_t rack_in(std::uint32_t rsip) { return rsip >> 24; }
+constexpr std::uint32_t slot_in(std::uint32_t rsip) { return rsip >> 16 & 0xFF; }
+constexpr std::uint32_t instance_in(std::uint32_t rsip) { return rsip >> 8 & 0xFF; }
+constexpr std::uint32_t port_in(std::uint32_t rsip) { return rsip & 0xFF; }
+
 inline std::uint32_t rsip_of(const lum_port_data &port) {
   return pack_rsip(port.rack, port.slot, port.instance, port.port);
+}
+
+// How requests name a port's controller; its numbers are cut to 8 bits.
+inline lum_controller_id controller_id_of(const lum_port_data &port, std::uint32_t sub_port,
+                                          std::uint32_t ifhandle) {
+  lum_controller_id id = {};
+  id.rack = static_cast<std::uint8_t>(port.rack);
+  id.slot = static_cast<std::uint8_t>(port.slot);
+  id.instance = static_cast<std::uint8_t>(port.instance);
+  id.port = static_cast<std::uint8_t>(port.port);
+  id.sub_port = static_cast<std::uint8_t>(sub_port);
+  id.ifhandle = ifhandle;
+  return id;
 }
 
 inline bool stands_at(const lum_port_data &port, std::uint32_t rack, std::uint32_t slot,
@@ -27,10 +44,6 @@ inline bool stands_at(const lum_port_data &port, std::uint32_t rack, std::uint32
 // The sub-port that an interface handle means: the port's first handle means sub-port 0, any other
 // sub-port 1.
 std::uint32_t sub_port_of(const lum_port_data &port, std::uint32_t ifhandle);
-
-// Held for the moment in which a port's configuration is changed or copied, so that a saved record
-// holds whole changes only, also while the other sub-port is being changed.
-inline quiet_lock port_cfg_lock;
 
 // All nodes in rsip order, without the database mutex. The walk is a reader section; a node that is
 // removed while the walk stands on it is followed by its successor.

@@ -46,7 +46,9 @@ struct thread_reader {
   reader_slot *slot = nullptr;
   unsigned depth = 0;
   ~thread_reader() {
-    if (slot != nullptr) slot->taken.store(false);
+    if (slot == nullptr) return;
+    slot->taken.store(false);
+    slot = nullptr;  // a section that the thread's end still opens takes a slot of its own
   }
 };
 thread_local thread_reader this_reader;
@@ -117,7 +119,6 @@ void retire_node(port_node *node) {
   node->retired_at = now.fetch_add(1) + 1;
   retired_count.fetch_add(1);
   push_retired(node);
-  free_unreachable_nodes();
 }
 
 keeper_counts node_keeper_counts() { return {retired_count.load(), freed_count.load()}; }

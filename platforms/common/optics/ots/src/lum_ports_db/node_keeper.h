@@ -13,10 +13,10 @@ namespace lum {
 
 // A node as the library allocates it.
 struct port_node : lum_port_node_info {
-  std::uint32_t handle_claimed;   // an update has set port_handle
-  std::uint32_t in_handle_index;  // in index 1; under the database mutex
-  std::uint64_t retired_at;       // not 0: removed; written under the database mutex
-  port_node *next_retired;        // the keeper's
+  std::uint32_t
+      in_handle_index;       // in index 1; written under the database mutex and the handle lock
+  std::uint64_t retired_at;  // not 0: removed; written under the database mutex
+  port_node *next_retired;   // the keeper's
 };
 
 class ports_reader {
@@ -27,7 +27,8 @@ class ports_reader {
   ports_reader &operator=(const ports_reader &) = delete;
 };
 
-// Takes over a node that is in no index any more; its port mutex goes with it.
+// Takes over a node that is in no index any more; its port mutex goes with it. Call inside a reader
+// section: the memory goes at the earliest when that one ends.
 void retire_node(port_node *node);
 
 struct keeper_counts {

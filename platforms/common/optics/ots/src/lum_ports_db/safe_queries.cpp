@@ -42,19 +42,11 @@ cerrno lum_safely_get_ifhandle(std::uint32_t port_handle, std::uint32_t sub_port
 cerrno lum_safely_get_devinfo(std::uint32_t port_handle, std::uint32_t sub_port,
                               lum_device_id_td *out) {
   *out = {};
-  ports_reader reader;
   serial_hold serial(__LINE__, __func__);
-  const lum_port_node_info *node = lum_get_port_node_from_port_handle(port_handle);
-  if (node == nullptr || sub_port >= LUM_SUB_PORTS) return EINVAL;
-  *out = shared_copy(node->data.device_id[sub_port]);
-  return 0;
+  return lum_ports_db_port_handle2devid(port_handle, sub_port, out) == 0 ? 0 : EINVAL;
 }
 
 cerrno lum_safely_get_rsip(std::uint32_t port_handle, std::uint32_t *rsip) {
-  ports_reader reader;
   serial_hold serial(__LINE__, __func__);
-  const lum_port_node_info *node = lum_get_port_node_from_port_handle(port_handle);
-  if (node == nullptr) return LUM_NOT_FOUND;
-  *rsip = node->rsip;
-  return 0;
+  return lum_ports_db_port_handle2rsip(port_handle, rsip);
 }
