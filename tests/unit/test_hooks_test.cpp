@@ -250,13 +250,16 @@ TEST_P(accepted_text, sets_alarm_18) {
   EXPECT_EQ(bits(0), 0x80000u) << GetParam();
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    forms, accepted_text,
-    testing::Values("#Ots0_3_1_7_0#1#12#1", "x#Ots0_3_1_7_0#1#12#1", "a b_c 1#Ots0_3_1_7_0#1#12#1",
-                    "x#Ots0_3_1_7_0#01#00000012#1", "x#Ots0_3_1_7_0#0x1#0x12#0X1",
-                    "x#Ots00_03_01_007_0#1#12#1", "x#port Ots0_3_1_7_0#1#12#1",
-                    "x#Ots0_3_1_7_0# 1# 12# 1", "x#Ots0_3_1_7_0#1#12#1\n", "x#Ots0_3_1_7_0#1#12#1 ",
-                    "x#Ots0_3_1_7_0#1#12#1#", "x#Ots0_3_1_7_0#1#12#1#more"));
+INSTANTIATE_TEST_SUITE_P(forms, accepted_text,
+                         testing::Values("#Ots0_3_1_7_0#1#12#1", "x#Ots0_3_1_7_0#1#12#1",
+                                         "a b_c 1#Ots0_3_1_7_0#1#12#1",
+                                         "x#Ots0_3_1_7_0#01#00000012#1",
+                                         "x#Ots0_3_1_7_0#0x1#0x12#0X1",
+                                         "x#Ots00_03_01_007_0#1#12#1", "x#port Ots0_3_1_7_0#1#12#1",
+                                         "x#Ots0_3_1_7_0# 1# 12# 1", "x#Ots0_3_1_7_0#1#12#1\n",
+                                         "x#Ots0_3_1_7_0#1#12#1 ", "x#Ots0_3_1_7_0#1#12#1#",
+                                         "x#Ots0_3_1_7_0#1#12#1#more", "x#Ots0_3_1_7_0#1#12#1y",
+                                         "x#Ots0_3_1_7_0 x#1#12#1", "x#Ots0_3_1_7_0_9#1#12#1"));
 
 TEST_F(test_hook, text_in_front_of_the_first_hash_may_be_of_any_length) {
   send(std::string(100000, 'x') + "#Ots0_3_1_7_0#1#12#1");
@@ -287,7 +290,7 @@ INSTANTIATE_TEST_SUITE_P(broken_name, refused_text,
                                          "x#Ots99999999999_3_1_7_0#1#12#1"));
 INSTANTIATE_TEST_SUITE_P(not_hexadecimal, refused_text,
                          testing::Values("x#Ots0_3_1_7_0#g#12#1", "x#Ots0_3_1_7_0#1#zz#1",
-                                         "x#Ots0_3_1_7_0#1#12#y", "x#Ots0_3_1_7_0#1#12#1y",
+                                         "x#Ots0_3_1_7_0#1#12#y", "x#Ots0_3_1_7_0#1y#12#1",
                                          "x#Ots0_3_1_7_0#1#1 2#1", "x#Ots0_3_1_7_0#1#0x#1",
                                          "x#Ots0_3_1_7_0#1#100000000#1",
                                          "x#Ots0_3_1_7_0#1#123456789abcdef01#1"));

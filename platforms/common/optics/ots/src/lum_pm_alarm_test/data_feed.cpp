@@ -53,6 +53,7 @@ static void send_readings(const lum_port_data &port, std::uint32_t sub_port,
   const auto offset = [&](std::size_t i) -> std::uint32_t {
     return shared_load(port.test[sub_port].pm_test_offsets[i]);
   };
+  // The sum of an offset and a reading is a reading again: 16 bits, and wraps.
   const auto power = [&](std::size_t offset_number, std::size_t reading_number) {
     return power_of(static_cast<std::uint16_t>(offset(offset_number) + reading(reading_number)));
   };

@@ -1,8 +1,8 @@
 // An operator's test event forces alarms on, or readings up, for one sub-port:
 // <anything>#Ots<rack>_<slot>_<instance>_<port>_<sub-port>#<test>#<alarm>#<status>.
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
-#include <cstring>
 #include <iterator>
 #include <optional>
 #include <string_view>
@@ -11,8 +11,6 @@
 #include "base/trace.h"
 #include "lum_ports_db/lum_ports_db.h"
 #include "test_event.h"
-
-#include <cerrno>
 
 using namespace lum;
 
@@ -81,9 +79,12 @@ std::string_view take_field(std::string_view &rest) {
   return field;
 }
 
-bool to_number(std::string_view text, int base, std::uint32_t &number) {
+// The last number of a name and of a text ends where its digits end; what follows does not matter.
+enum class ending { exact, open };
+
+bool to_number(std::string_view text, int base, ending last, std::uint32_t &number) {
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
-  return error == std::errc() && end == text.data() + text.size();
+  return error == std::errc() && (last == ending::open || end == text.data() + text.size());
 }
 
 bool parse_name(std::string_view name, test_request &request) {
@@ -91,23 +92,23 @@ bool parse_name(std::string_view name, test_request &request) {
   const std::size_t start = name.find(kind);
   if (start == std::string_view::npos) return false;
   name.remove_prefix(start + kind.size());
-  std::uint32_t *const numbers[] = {&request.rack, &request.slot, &request.instance, &request.port,
-                                    &request.sub_port};
+  std::uint32_t *const numbers[] = {&request.rack, &request.slot, &request.instance, &request.port};
   for (std::uint32_t *number : numbers) {
-    const std::size_t end = number == &request.sub_port ? name.size() : name.find('_');
-    if (end == std::string_view::npos || !to_number(name.substr(0, end), 10, *number)) return false;
-    name.remove_prefix(end == name.size() ? end : end + 1);
+    const std::size_t end = name.find('_');
+    if (end == std::string_view::npos) return false;
+    if (!to_number(name.substr(0, end), 10, ending::exact, *number)) return false;
+    name.remove_prefix(end + 1);
   }
-  return true;
+  return to_number(name, 10, ending::open, request.sub_port);
 }
 
 // A hexadecimal number as scanf reads it: blanks around it and 0x in front of it do not matter.
-bool to_hexadecimal(std::string_view text, std::uint32_t &number) {
+bool to_hexadecimal(std::string_view text, ending last, std::uint32_t &number) {
   constexpr std::string_view blanks = " \t\r\n";
   text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
   text = text.substr(0, text.find_last_not_of(blanks) + 1);
   if (text.starts_with("0x") || text.starts_with("0X")) text.remove_prefix(2);
-  return to_number(text, 16, number);
+  return to_number(text, 16, last, number);
 }
 
 // Nothing for a text of any other form.
@@ -120,8 +121,10 @@ std::optional<test_request> parse(const char *text) {
   test_request request = {};
   if (name.size() >= sizeof request.name || !parse_name(name, request)) return std::nullopt;
   name.copy(request.name, name.size());
-  for (std::uint32_t *number : {&request.test, &request.alarm, &request.status}) {
-    if (!to_hexadecimal(take_field(rest), *number)) return std::nullopt;
+  if (!to_hexadecimal(take_field(rest), ending::exact, request.test) ||
+      !to_hexadecimal(take_field(rest), ending::exact, request.alarm) ||
+      !to_hexadecimal(take_field(rest), ending::open, request.status)) {
+    return std::nullopt;
   }
   return request;
 }
