@@ -15,8 +15,6 @@ lum_module module_table[] = {
 };
 std::uint8_t all_modules_done;  // under the start-up lock
 
-const char *text(const char *maybe_null) { return maybe_null == nullptr ? "" : maybe_null; }
-
 }  // namespace
 
 std::span<lum_module> lum::lum_module_table() { return module_table; }
@@ -42,15 +40,15 @@ std::uint32_t lum_modules_init(event_manager evm, std::uint32_t restart) {
 std::uint32_t lum_modules_port_create(const char *ifname, const void *argument) {
   lum_device_id_td port = {};
   if (const cerrno rc = lum_ports_db_ifname2devid(ifname, &port); rc != 0) {
-    LUM_ERROR(180, "failed to get devinfo for ifname:%s, rc:0x%x[%s]\n", text(ifname), rc,
+    LUM_ERROR(180, "failed to get devinfo for ifname:%s, rc:0x%x[%s]\n", or_empty(ifname), rc,
               cerr_strerror(rc));
     return rc;
   }
   for (const lum_module &module : lum_module_table()) {
     if (module.port_create == nullptr) continue;
     if (const cerrno rc = module.port_create(&port, argument); rc != 0) {
-      LUM_ERROR(181, "create handler failed for ifname:%s, module: %s rc:0x%x[%s]\n", text(ifname),
-                module.name, rc, cerr_strerror(rc));
+      LUM_ERROR(181, "create handler failed for ifname:%s, module: %s rc:0x%x[%s]\n",
+                or_empty(ifname), module.name, rc, cerr_strerror(rc));
     }
   }
   return 0;
@@ -60,14 +58,14 @@ std::uint32_t lum_modules_port_create(const char *ifname, const void *argument) 
 std::uint32_t lum_modules_port_delete(const char *ifname) {
   lum_device_id_td port = {};
   if (const cerrno rc = lum_ports_db_ifname2devid(ifname, &port); rc != 0) {
-    LUM_ERROR(182, "Failed to get devinfo for ifname:%s, rc:0x%x[%s]\n", text(ifname), rc,
+    LUM_ERROR(182, "Failed to get devinfo for ifname:%s, rc:0x%x[%s]\n", or_empty(ifname), rc,
               cerr_strerror(rc));
   }
   for (const lum_module &module : lum_module_table()) {
     if (module.port_delete == nullptr) continue;
     if (const cerrno rc = module.port_delete(&port); rc != 0) {
-      LUM_ERROR(183, "delete handler failed for ifname:%s, module: %s rc:0x%x[%s]\n", text(ifname),
-                module.name, rc, cerr_strerror(rc));
+      LUM_ERROR(183, "delete handler failed for ifname:%s, module: %s rc:0x%x[%s]\n",
+                or_empty(ifname), module.name, rc, cerr_strerror(rc));
     }
   }
   return 0;

@@ -11,7 +11,8 @@
 
 namespace lum {
 
-// Who takes a lock, as the deadlock monitor is told.
+// Who takes a lock, as the deadlock monitor is told. Where the line is a bare number it is a name
+// that the monitor's readers know, whatever line the call stands on.
 struct lock_site {
   const char *function;
   std::uint32_t line;

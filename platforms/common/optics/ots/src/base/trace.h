@@ -19,6 +19,9 @@
 
 namespace lum {
 
+// A text argument that may be null.
+inline const char *or_empty(const char *text) { return text == nullptr ? "" : text; }
+
 inline constexpr std::uint32_t trace_points = 278;
 
 consteval std::uint32_t trace_point(std::uint32_t number) {

@@ -10,6 +10,7 @@
 #include "base/shared.h"
 #include "base/trace.h"
 #include "lum_api/lum_api.h"
+#include "lum_controller_interface/lum_controller_interface.h"
 #include "lum_ports_db/lum_ports_db.h"
 
 using namespace lum;
@@ -21,7 +22,6 @@ namespace {
 constexpr unsigned poll_seconds = 5;
 constexpr const char *skip_file = "/tmp/skip_dom_fetch";  // while it exists nothing is polled
 
-constexpr std::uint32_t i2c_read = 1;
 using lower_page = std::array<std::uint8_t, 128>;
 using status_chunk = std::array<std::uint8_t, 23>;
 
@@ -64,12 +64,13 @@ void poll_all_ports(cerrno &last_access_rc) {
     lum_port_data &port = node.data;
     std::uint32_t upgrading = 0;
     lum_optics_get_fw_upgrd_status(rsip_of(port), &upgrading);
-    if (!is_polled(port) || upgrading != 0) {
+    const std::uint32_t enabled = shared_load(port.is_dom_enabled);
+    const std::uint32_t disabled = shared_load(port.transceiver_disabled);
+    if (enabled == 0 || disabled != 0 || upgrading != 0) {
       LUM_INFO(13,
                "DOM thread: DOM is disabled for rsip=0x%x, is_dom_enabled %d, "
                "module_fw_upg_in_prog %d, transceiver_disabled %d\n",
-               rsip_of(port), shared_load(port.is_dom_enabled), upgrading,
-               shared_load(port.transceiver_disabled));
+               rsip_of(port), enabled, upgrading, disabled);
       continue;
     }
     visit(port, last_access_rc);
@@ -94,7 +95,7 @@ void poll(lum_port_data &port, cerrno &last_access_rc) {
     return;
   }
   lower_page lower = {};
-  cerrno rc = lum_i2c_read_write(i2c_read, port.slot, port.instance, port.port, 0, 0,
+  cerrno rc = lum_i2c_read_write(module_read, port.slot, port.instance, port.port, 0, 0,
                                  static_cast<std::int32_t>(lower.size()), lower.data());
   if (rc != 0) {
     last_access_rc = rc;
@@ -103,7 +104,7 @@ void poll(lum_port_data &port, cerrno &last_access_rc) {
   }
   status_chunk chunk = {};
   const bool new_memmap = shared_load(port.new_memmap) != 0;
-  rc = lum_i2c_read_write(i2c_read, port.slot, port.instance, port.port, new_memmap ? 1 : 3,
+  rc = lum_i2c_read_write(module_read, port.slot, port.instance, port.port, new_memmap ? 1 : 3,
                           new_memmap ? 192 : 128, static_cast<std::int32_t>(chunk.size()),
                           chunk.data());
   if (rc != 0) {

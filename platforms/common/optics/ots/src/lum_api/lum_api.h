@@ -1,4 +1,4 @@
-// What the start-up needs of the polling thread.
+// What the files of this area share.
 #pragma once
 
 #include <pthread.h>

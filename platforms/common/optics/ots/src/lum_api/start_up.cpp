@@ -41,7 +41,8 @@ std::uint32_t lum_infra_init(const lum_infra_params *params) {
   copy_parameters(*params);
   lum_init_ctrace(params->evm);
   LUM_INFO(2, "In lum_infra_init ctrace init done!\n");
-  LUM_INFO(3, "rc of modules init = %d\n", lum_modules_init(params->evm, params->restart));
+  const cerrno initialised = lum_modules_init(params->evm, params->restart);
+  LUM_INFO(3, "rc of modules init = %d\n", initialised);
   init_done = 1;
   const cerrno recovered = lum_port_chkpt_recover(&context);
   LUM_INFO(4, "Checkpoint recover done with rc %d.\n", recovered);
@@ -85,14 +86,13 @@ static int start_dom_thread() {
 
 // The two signals are the client's; the new thread and all later ones inherit the block.
 static void block_client_signals() {
+  const auto require = [](int rc, const char *condition) {
+    if (rc != 0) fatal(condition, trace_area, __LINE__, "lum_infra_init");
+  };
   sigset_t signals;
-  if (sigemptyset(&signals) != 0) {
-    fatal("sigemptyset(&signals) == 0", trace_area, __LINE__, "lum_infra_init");
-  }
-  if (sigaddset(&signals, SIGRTMIN + 6) != 0 || sigaddset(&signals, SIGRTMIN + 10) != 0) {
-    fatal("sigaddset(&signals) == 0", trace_area, __LINE__, "lum_infra_init");
-  }
-  if (pthread_sigmask(SIG_BLOCK, &signals, nullptr) != 0) {
-    fatal("pthread_sigmask(SIG_BLOCK, &signals) == 0", trace_area, __LINE__, "lum_infra_init");
-  }
+  require(sigemptyset(&signals), "sigemptyset(&signals) == 0");
+  require(sigaddset(&signals, SIGRTMIN + 6), "sigaddset(&signals, SIGRTMIN + 6) == 0");
+  require(sigaddset(&signals, SIGRTMIN + 10), "sigaddset(&signals, SIGRTMIN + 10) == 0");
+  require(pthread_sigmask(SIG_BLOCK, &signals, nullptr),
+          "pthread_sigmask(SIG_BLOCK, &signals, NULL) == 0");
 }

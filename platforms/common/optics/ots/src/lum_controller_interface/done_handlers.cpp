@@ -81,7 +81,7 @@ void lum_controller_create_done(lum_controller_create_request *request) {
     return;
   }
   const lum_ctx *context = lum_get_ctx();
-  if (told && context != nullptr && context->platform_cbs.ctrl_op_notify != nullptr) {
+  if (count >= 0 && told && context != nullptr && context->platform_cbs.ctrl_op_notify != nullptr) {
     context->platform_cbs.ctrl_op_notify(1, static_cast<std::uint32_t>(count), told.rsips.get(),
                                          told.sub_ports.get(), told.ifhandles.get());
   }
@@ -113,7 +113,7 @@ void lum_controller_update_done(lum_controller_update_request *request) {
 }
 
 cerrno lum_update_ifhandle(const char *ifname, std::uint32_t ifhandle) {
-  const char *shown = ifname == nullptr ? "" : ifname;
+  const char *shown = or_empty(ifname);
   LUM_INFO(87, "Parsing Ifname '%s' ifhandle 0x%x:", shown, ifhandle);
   std::uint32_t iftype = 0, rack = 0, slot = 0, instance = 0, port = 0;
   std::uint32_t sub_port_valid = 0, sub_port = 0;
@@ -131,8 +131,11 @@ cerrno lum_update_ifhandle(const char *ifname, std::uint32_t ifhandle) {
 
   lum_device_id_td record = {};
   record.iftype = iftype;
-  record.valid = LUM_DEVID_IFTYPE | LUM_DEVID_IFNAME;
-  std::strncpy(record.ifname, ifname, LUM_IFNAME_SIZE);
+  record.valid = LUM_DEVID_IFTYPE;
+  if (ifname != nullptr) {
+    std::strncpy(record.ifname, ifname, LUM_IFNAME_SIZE);
+    record.valid |= LUM_DEVID_IFNAME;
+  }
   if (ifhandle != 0) {
     record.ifhandle = ifhandle;
     record.valid |= LUM_DEVID_IFHANDLE;

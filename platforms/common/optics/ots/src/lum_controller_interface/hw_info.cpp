@@ -1,4 +1,5 @@
-// The hardware state of ports, reported from what the polling thread has stored.
+// The hardware state of ports, reported from what the polling thread has stored, and the sweep of a
+// new port.
 #include <algorithm>
 #include <array>
 #include <cerrno>

@@ -29,7 +29,12 @@ const char *name_of(const imca_reply_info_type &reply, std::int64_t i) {
   return reply.names == nullptr ? nullptr : reply.names[i];
 }
 
-const char *shown(const char *name) { return name == nullptr ? "" : name; }
+// Of an update or delete batch, for its trace; 0 when it has none.
+template <typename Request>
+std::uint32_t first_ifhandle(const Request *request) {
+  const bool has_one = request != nullptr && request->ifhandles != nullptr && request->count > 0;
+  return has_one ? request->ifhandles[0] : 0;
+}
 
 void create_again(const imca_reply_info_type &reply, std::int64_t failed);
 std::uint32_t decode_ifhandle(const imca_reply_info_type &reply, std::int64_t i);
@@ -50,7 +55,7 @@ void lum_im_create_complete_resp_cb(imca_reply_info_type *reply, void *context) 
     const cerrno result = result_of(*reply, i);
     const char *name = name_of(*reply, i);
     if (result != 0 || reply->batch_error != 0) {
-      LUM_ERROR(201, "Error in creation of %s is failed:rc:0x%x[%s]", shown(name), result,
+      LUM_ERROR(201, "Error in creation of %s is failed:rc:0x%x[%s]", or_empty(name), result,
                 cerr_strerror(result));
       if (result == LUM_IM_ELEMENT_BENIGN) continue;
       create_again(*reply, i);
@@ -61,29 +66,27 @@ void lum_im_create_complete_resp_cb(imca_reply_info_type *reply, void *context) 
       request->entries[i].id.ifhandle = ifhandle;
     }
     if (reply->ifhandles != nullptr) reply->ifhandles[i] = ifhandle;
-    LUM_INFO(202, "creation of interface 0x%x[%s] is done", ifhandle, shown(name));
+    LUM_INFO(202, "creation of interface 0x%x[%s] is done", ifhandle, or_empty(name));
   }
   lum_controller_create_done(request);
 }
 
 void lum_im_update_complete_resp_cb(imca_reply_info_type *, void *context) {
   auto *request = static_cast<lum_controller_update_request *>(context);
-  const bool has_handle = request != nullptr && request->ifhandles != nullptr && request->count > 0;
   LUM_INFO(203,
            "icpe update cb operations:0x%p bulk count:%d first ifh :0x%xstate change:%d "
            "capability change:%d",
            static_cast<const void *>(request), request == nullptr ? -1 : request->count,
-           has_handle ? request->ifhandles[0] : 0, request == nullptr ? 0 : request->state_change,
+           first_ifhandle(request), request == nullptr ? 0 : request->state_change,
            request == nullptr ? 0 : request->capability_change);
   lum_controller_update_done(request);
 }
 
 void lum_im_delete_complete_resp_cb(imca_reply_info_type *, void *context) {
   auto *request = static_cast<lum_controller_delete_request *>(context);
-  const bool has_handle = request != nullptr && request->ifhandles != nullptr && request->count > 0;
   LUM_INFO(204, "icpe delete cb operations:0x%p bulk count:%d first ifh :0x%x",
            static_cast<const void *>(request), request == nullptr ? -1 : request->count,
-           has_handle ? request->ifhandles[0] : 0);
+           first_ifhandle(request));
   lum_controller_delete_done(request);
 }
 

@@ -93,17 +93,16 @@ constexpr std::uint64_t kept_of_main_1 = ~std::uint64_t{0} << 54;
 
 // Create element.
 constexpr std::size_t create_attrs = 88;
-constexpr member create_options = {72, 4};
-constexpr std::uint32_t create_option_bits = 0x107;
 struct constant {
   std::uint16_t position;
   std::uint8_t width;
-  std::uint32_t value;
+  std::int32_t value;
 };
 constexpr constant create_constants[] = {
-    {1, 1, 1},    {49, 1, 1},   {1880, 4, 48}, {1888, 1, 1}, {1889, 1, 1}, {1890, 1, 1},
-    {1891, 1, 1}, {1892, 1, 1}, {2896, 1, 1},  {2897, 1, 1}, {2898, 1, 1}, {2899, 1, 1},
-    {2900, 1, 1}, {2901, 1, 1}, {2903, 1, 1},  {2904, 1, 1}, {3056, 1, 1}, {3057, 2, 1},
+    {1, 1, 1},    {49, 1, 1},   {72, 4, 0x107}, {1880, 4, 48}, {1888, 1, 1},
+    {1889, 1, 1}, {1890, 1, 1}, {1891, 1, 1},   {1892, 1, 1},  {2896, 1, 1},
+    {2897, 1, 1}, {2898, 1, 1}, {2899, 1, 1},   {2900, 1, 1},  {2901, 1, 1},
+    {2903, 1, 1}, {2904, 1, 1}, {3056, 1, 1},   {3057, 2, 1},
 };
 
 // Update element.
@@ -153,9 +152,8 @@ void lum_controller_attrs_copy(const lum_controller_attrs *source,
 
 void lum::fill_create_element(create_element element, const lum_controller_attrs &attrs) {
   for (const constant &c : create_constants) {
-    put_number(element, c.position, c.width, static_cast<std::int32_t>(c.value));
+    put_number(element, c.position, c.width, c.value);
   }
-  or_bits(element, create_options.position, create_options.width, create_option_bits);
   clear_attrs(attrs_in(element, create_attrs));
   copy_attrs(attrs.bytes, attrs_in(element, create_attrs));
 }

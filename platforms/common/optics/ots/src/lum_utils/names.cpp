@@ -23,7 +23,7 @@ cerrno lum_construct_if_name(std::uint32_t iftype, std::uint32_t rack, std::uint
 cerrno lum_parse_if_name(const char *ifname, std::uint32_t *iftype, std::uint32_t *rack,
                          std::uint32_t *slot, std::uint32_t *instance, std::uint32_t *port,
                          std::uint32_t *sub_port_valid, std::uint32_t *sub_port) {
-  const char *shown = ifname == nullptr ? "" : ifname;
+  const char *shown = or_empty(ifname);
   imc_ifname_info info = {};
   if (const cerrno rc = imc_ifname_parse(ifname, 0, &info); rc != 0) {
     LUM_ERROR(276, "Parsing Ifname '%s' error: %s\n", shown,

@@ -1,4 +1,5 @@
 // Text utilities: state and operation names, trimming, hex dump.
+#include <algorithm>
 #include <array>
 #include <cstdio>
 
@@ -31,14 +32,15 @@ void lum_trim_trailing_spaces(char *buf, std::int32_t len) {
   buf[end] = '\0';
 }
 
-// A last line of fewer than 16 bytes is not traced.
+// One byte is looked at even when there are none to print; a last line of fewer than 16 bytes is
+// not traced.
 void lum_print_hex_buffer_to_trace(const std::uint8_t *buf, std::int32_t len) {
   LUM_INFO(273, "printing %d bytes in hex from %p:\n", len, static_cast<const void *>(buf));
   constexpr int line_bytes = 16;
   constexpr std::uint8_t entry_width = 5;  // "0xNN" and the blank that the next entry leaves
   char line[128] = {};
   std::uint8_t position = 0;
-  const std::int32_t count = len < 1 ? 1 : len;
+  const std::int32_t count = buf == nullptr ? 0 : std::max(len, 1);
   for (std::int32_t i = 0; i < count; ++i) {
     std::snprintf(line + position, sizeof line - position, "0x%02x  ", buf[i]);
     position += entry_width;
