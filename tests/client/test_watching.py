@@ -7,11 +7,24 @@ import select
 import signal
 import subprocess
 import time
+import unittest
 
 from actions import Actions
 from support import LUMCTL, run
 
 TAKE, GIVE_BACK = b"\x1b[?1049h", b"\x1b[?1049l"
+
+
+def has_terminals():
+    try:
+        for end in os.openpty():
+            os.close(end)
+    except OSError:
+        return False
+    return True
+
+
+needs_a_terminal = unittest.skipUnless(has_terminals(), "there are no pseudo-terminals here")
 
 
 class Terminal:
@@ -48,6 +61,7 @@ class Watching(Actions):
     def watch(self, *options):
         return Terminal(LUMCTL, "--socket", self.shelf.socket, "watch", *options)
 
+    @needs_a_terminal
     def test_redrawn_as_cycles_end(self):
         self.begin()
         terminal = self.watch()
@@ -59,6 +73,7 @@ class Watching(Actions):
         for text in (b"Ots0_1_0_1_0", b"II-VI", b"cycle "):
             self.assertIn(text, terminal.output)
 
+    @needs_a_terminal
     def test_the_terminal_comes_back_when_it_is_ended(self):
         self.begin()
         terminal = self.watch("--interval", "0.2")
@@ -67,6 +82,7 @@ class Watching(Actions):
         self.assertEqual(terminal.end(), signal.SIGTERM)
         self.assertTrue(terminal.output.endswith(GIVE_BACK))
 
+    @needs_a_terminal
     def test_the_driver_may_go_and_come_back(self):
         self.begin()
         terminal = self.watch("--interval", "0.2")
@@ -100,6 +116,7 @@ class Watching(Actions):
         self.fails(2, "watch", "--interval", "0")
         self.fails(2, "watch", "soon")
 
+    @needs_a_terminal
     def test_a_bar_while_a_command_waits(self):
         self.begin()
         self.does("im", "hold", "on")
