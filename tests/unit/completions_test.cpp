@@ -13,6 +13,7 @@
 
 using namespace support;
 using testing::Contains;
+using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Not;
@@ -43,6 +44,10 @@ class create_completion : public running_library {
     batch_reply reply = im.success(sent());
     reply.elements[index].result = result;
     return reply;
+  }
+  static std::vector<uint32_t> created_flags() {
+    return {interface_at(first, 0).created, interface_at(first, 1).created,
+            interface_at(second, 0).created, interface_at(second, 1).created};
   }
 };
 
@@ -109,6 +114,29 @@ TEST_F(create_completion, reply_with_element_count_0_works_through_the_entries_o
                           "[0x0 0x0 0x0 0x0])"));
 }
 
+TEST_F(create_completion, reply_with_element_count_0_records_names_but_no_handles) {
+  im.answer(sent(), batch_reply{});
+  for (const uint32_t rsip : {first, second}) {
+    for (const uint32_t sub_port : {0, 1}) {
+      EXPECT_EQ(data_at(rsip).device_id[sub_port].valid, 0xDu);
+      EXPECT_EQ(interface_at(rsip, sub_port).ifhandle, 0u);
+    }
+  }
+  EXPECT_THAT(calls({"pm_ui_port_create"}),
+              ElementsAre("pm_ui_port_create(188, 0x0, \"Ots0_3_0_7_0\")"))
+      << "the others find handle 0 taken";
+}
+
+TEST_F(create_completion, reply_of_fewer_elements_than_the_request_leaves_the_others_handle_0) {
+  batch_reply reply = im.success(sent());
+  reply.elements.resize(2);
+  im.answer(sent(), reply);
+  EXPECT_THAT(calls({"ctrl_op_notify"}),
+              ElementsAre("ctrl_op_notify(1, 4, [0x30007 0x30007 0x30008 0x30008], [0 1 0 1], "
+                          "[0x1001 0x1002 0x0 0x0])"));
+  EXPECT_THAT(created_flags(), ElementsAre(1, 1, 1, 1));
+}
+
 TEST_F(create_completion, benign_element_is_skipped_and_the_rest_completes_normally) {
   im.answer(sent(), with_failed(1, 0x809A4200));
   EXPECT_THAT(traces(), Contains(lum_im.complains(
@@ -121,6 +149,15 @@ TEST_F(create_completion, benign_element_is_skipped_and_the_rest_completes_norma
   EXPECT_THAT(calls({"ctrl_op_notify"}),
               ElementsAre("ctrl_op_notify(1, 4, [0x30007 0x30007 0x30008 0x30008], [0 1 0 1], "
                           "[0x1001 0x0 0x1003 0x1004])"));
+}
+
+TEST_F(create_completion, benign_element_is_not_decoded_and_gets_no_handle) {
+  EXPECT_THAT(im.answer(sent(), with_failed(1, 0x809A4200)),
+              ElementsAre(0x1001, 0, 0x1003, 0x1004));
+  EXPECT_EQ(calls({"create_reply_decode"}).size(), 3u);
+  EXPECT_THAT(traces(), Contains(starting("creation of interface")).Times(3));
+  EXPECT_THAT(traces(),
+              Not(Contains(lum_im.says("ds", "creation of interface 0x0[Ots0_3_0_7_1] is done"))));
 }
 
 TEST_F(create_completion, failed_element_with_a_proper_name_ends_the_answer_there) {
@@ -137,13 +174,19 @@ TEST_F(create_completion, failed_element_with_a_proper_name_ends_the_answer_ther
   EXPECT_THAT(calls({"ctrl_op_notify", "led_set_state"}), IsEmpty());
 }
 
-TEST_F(create_completion, batch_error_counts_for_every_element) {
+TEST_F(create_completion, batch_error_counts_for_every_element_and_ends_the_answer_at_the_first) {
   batch_reply reply = im.success(sent());
   reply.batch_error = 7;
   im.answer(sent(), reply);
-  EXPECT_THAT(traces(), Contains(lum_im.complains(
-                            "sds", "Error in creation of Ots0_3_0_7_0 is failed:rc:0x0[error 0]")));
-  EXPECT_THAT(traces(), Not(Contains(starting("creation of interface"))));
+  EXPECT_THAT(
+      traces(),
+      ElementsAre(
+          lum_im.says("sD",
+                      "Inside lum_im_create_complete_resp_cb, IM OC-Create Response with Count 4"),
+          lum_im.complains("sds", "Error in creation of Ots0_3_0_7_0 is failed:rc:0x0[error 0]")));
+  EXPECT_THAT(calls({"ctrl_op_notify"}), IsEmpty());
+  EXPECT_THAT(created_flags(), Each(0));
+  EXPECT_EQ(im.batches.size(), 1u);
 }
 
 TEST_F(create_completion, batch_error_with_benign_elements_completes) {
@@ -183,6 +226,24 @@ TEST_F(created_again, failed_element_whose_name_does_not_parse_triggers_a_creati
                                           "of Controllers = 4")}));
   EXPECT_EQ(interface_at(first, 0).created, 0u);
   EXPECT_THAT(calls({"ctrl_op_notify"}), IsEmpty());
+}
+
+TEST_F(created_again, none_of_the_replys_elements_is_looked_at_any_more) {
+  im.answer(sent(), with_name("nonsense"));
+  EXPECT_THAT(calls({"create_reply_decode"}), IsEmpty());
+  EXPECT_THAT(traces(), Not(Contains(starting("creation of interface"))));
+  EXPECT_THAT(created_flags(), Each(0));
+}
+
+TEST_F(created_again, refused_creation_is_traced_and_tells_nobody) {
+  script.fail("im_req_by_name", 1, 31);
+  im.answer(sent(), with_name("nonsense"));
+  EXPECT_THAT(traces().back(),
+              interface_area.complains("ddsd",
+                                       "controller op CREATE  batch size 8type 188 ifname "
+                                       "Ots0_0_0_0_0 is failed, rc:0x1f\n"));
+  EXPECT_THAT(calls({"ctrl_op_notify"}), IsEmpty());
+  EXPECT_EQ(im.batches.size(), 1u);
 }
 
 TEST_F(created_again, batch_has_the_replys_count_and_one_known_port) {
@@ -286,9 +347,13 @@ TEST_F(create_completion, index_of_16_bits_comes_to_an_end) {
   reply.elements.resize(0x10003, {0x809A4200, std::nullopt, {}, true});
   im.answer(sent(), reply);
   const auto lines = traces();
+  EXPECT_THAT(lines.front(), lum_im.says("sD",
+                                         "Inside lum_im_create_complete_resp_cb, IM OC-Create "
+                                         "Response with Count 65539"));
   EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
                           [](const trace_line &line) { return line.channel == "lum_error"; }),
             0x10000);
+  EXPECT_EQ(calls({"ctrl_op_notify"}).size(), 1u);
   EXPECT_EQ(interface_at(second, 1).created, 1u);
 }
 

@@ -160,6 +160,16 @@ TEST_F(ownership, create_ended_by_a_creation_with_nothing_to_send_leaves_both) {
   blocks.release();
 }
 
+TEST_F(ownership, create_ended_by_a_creation_that_is_refused_leaves_both) {
+  add_port(0);
+  block_watch blocks;
+  EXPECT_EQ(create(), 0u);
+  refuse();
+  im.answer(sent(), failed_first("nonsense"));
+  EXPECT_THAT(blocks.live(), ElementsAre(create_size, 4 * entry_size, create_size, 8 * entry_size));
+  blocks.release();
+}
+
 TEST_F(ownership, create_answered_without_a_reply_is_left) {
   block_watch blocks;
   EXPECT_EQ(create(), 0u);
