@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# Installs a build into a folder of its own and builds the example driver against what is there: once
-# through find_package, once through pkg-config.
+# Installs a build into a folder of its own and builds the example driver against what is there, once
+# through find_package, once through pkg-config; then the example platform, which is run too.
 #
-# usage: build_against_installed.sh BUILD_DIRECTORY SOURCE_DIRECTORY C_COMPILER
+# usage: build_against_installed.sh BUILD_DIRECTORY SOURCE_DIRECTORY C_COMPILER CXX_COMPILER
 set -euo pipefail
-build=$1 source=$2 compiler=$3
+build=$1 source=$2 compiler=$3 cxx_compiler=$4
 
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
@@ -33,6 +33,16 @@ read -ra flags <<<"$(pkg-config --cflags --libs lum)"
 "$compiler" -std=c11 -D_DEFAULT_SOURCE -Wall -Wextra -Wpedantic -Werror \
   "$source/examples/minimal_driver.c" "${flags[@]}" -llum_linux -o "$folder/by-pkg-config"
 expect_usage env LD_LIBRARY_PATH="$libraries" "$folder/by-pkg-config"
+
+cmake -S "$source/examples/own_platform" -B "$folder/own-platform" \
+  -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$cxx_compiler" \
+  -DCMAKE_CXX_FLAGS="-Wall -Wextra -Wpedantic -Werror" >"$folder/cmake.log" || { cat "$folder/cmake.log"; exit 1; }
+cmake --build "$folder/own-platform"
+"$folder/own-platform/own_platform" >"$folder/out" 2>&1 || { cat "$folder/out"; exit 1; }
+diff - "$folder/out" <<END
+controllers created: 2
+OWN PLATFORM: 41.00 C, LED normal
+END
 
 [ "$(pkg-config --modversion lum)" = "$(sed -n 's/^project(lum VERSION \([0-9.]*\).*/\1/p' "$source/CMakeLists.txt")" ]
 for file in sbin/lumd bin/lumctl bin/lum-module-image lib/systemd/system/lumd.service \
