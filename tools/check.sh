@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# Format, lint, catalogue, headers, exports, sanitizers, coverage and short fuzz runs. Stops at the
-# first failure.
+# Format, catalogue, headers, exports, binary interface, lint, sanitizers, coverage and short fuzz
+# runs. Stops at the first failure.
 #
-# usage: tools/check.sh [format|lint|catalogue|headers|exports|asan|tsan|coverage|fuzz ...]   (no argument: all)
+# usage: tools/check.sh [format|catalogue|headers|exports|abi|lint|asan|tsan|coverage|fuzz ...]   (no argument: all)
+#        tools/check.sh accept-abi
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -37,10 +38,36 @@ check_headers() {
 
 # The shared object gives exactly what its version script names.
 check_exports() {
-  cmake --preset release >/dev/null
-  cmake --build --preset release --target lum >/dev/null
+  build_library
   diff <(nm -D --defined-only build/$library/liblum.so | awk '$2 != "A" {sub(/@.*/, "", $3); print $3}' | sort) \
        <(sed -n 's/^ *\([a-z_0-9]*\);$/\1/p' $library/liblum.map | sort) >&2
+}
+
+build_library() {
+  cmake --preset release >/dev/null
+  cmake --build --preset release --target lum >/dev/null
+}
+
+# What programs built against an earlier liblum rely on is as it was: names, arguments, layouts. An
+# intended change is taken over with `tools/check.sh accept-abi` and told in CHANGELOG.md.
+check_abi() {
+  build_library
+  abidiff --exported-interfaces-only $library/liblum.abi build/$library/liblum.so >&2 || {
+    echo "the binary interface has changed" >&2
+    return 1
+  }
+  local change
+  change=$(git log -1 --format=%H -- $library/liblum.abi 2>/dev/null) || return 0
+  [ -z "$change" ] || git show --format= --name-only "$change" | grep -q -x CHANGELOG.md || {
+    echo "the binary interface was changed without a word in CHANGELOG.md" >&2
+    return 1
+  }
+}
+
+check_accept-abi() {
+  build_library
+  abidw --exported-interfaces-only --no-corpus-path --no-show-locs --no-comp-dir-path \
+    --no-parameter-names --out-file $library/liblum.abi build/$library/liblum.so
 }
 
 check_sanitizer() {
@@ -80,7 +107,7 @@ check_coverage() {
 }
 
 steps=("$@")
-[ ${#steps[@]} -gt 0 ] || steps=(format catalogue headers exports lint asan tsan coverage fuzz)
+[ ${#steps[@]} -gt 0 ] || steps=(format catalogue headers exports abi lint asan tsan coverage fuzz)
 for step in "${steps[@]}"; do
   echo "== $step"
   "check_$step"
