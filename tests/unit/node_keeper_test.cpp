@@ -1,0 +1,99 @@
+// The memory of removed nodes, and what the keeper itself needs of it.
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <future>
+#include <new>
+#include <thread>
+
+#include "ports_db_fixture.h"
+
+namespace {
+
+// The keeper takes its slots with this form of new; nothing else of the library does.
+std::atomic<unsigned> slots_taken{0};
+std::atomic<bool> no_memory{false};
+
+}  // namespace
+
+void *operator new(std::size_t size, const std::nothrow_t &) noexcept {
+  ++slots_taken;
+  if (no_memory.load()) return nullptr;
+  try {
+    return ::operator new(size);
+  } catch (const std::bad_alloc &) {
+    return nullptr;
+  }
+}
+
+namespace {
+
+// A reader section on a thread of its own.
+class section_elsewhere {
+ public:
+  section_elsewhere() {
+    thread_ = std::thread([this] {
+      {
+        lum::ports_reader reader;
+        opened_.set_value();
+        close_.get_future().wait();
+      }
+      closed_.set_value();
+      end_.get_future().wait();
+    });
+    opened_.get_future().wait();
+  }
+  ~section_elsewhere() {
+    end_.set_value();
+    thread_.join();
+  }
+  // To be called once; the thread lives on.
+  void close() {
+    close_.set_value();
+    closed_.get_future().wait();
+  }
+
+ private:
+  std::promise<void> opened_, close_, closed_, end_;
+  std::thread thread_;
+};
+
+class node_keeper : public ports_db {
+ protected:
+  void SetUp() override {
+    ports_db::SetUp();
+    ASSERT_EQ(add(rsip), 0u);
+  }
+  static uint64_t freed() { return lum::node_keeper_counts().freed; }
+};
+
+TEST_F(node_keeper, section_opened_after_the_removal_does_not_hold_the_node) {
+  section_elsewhere before;
+  ASSERT_EQ(lum_ports_db_remove_entry(rsip), 0u);
+  EXPECT_EQ(freed(), 0u);
+  section_elsewhere after;
+  before.close();
+  EXPECT_EQ(freed(), 1u);
+  after.close();
+}
+
+TEST_F(node_keeper, section_that_found_no_memory_for_its_slot_holds_the_node) {
+  // This thread's own slot is there.
+  uint32_t handle = 0;
+  ASSERT_EQ(lum_ports_db_rsip2port_handle(rsip, &handle), 0u);
+  no_memory = true;
+  section_elsewhere section;
+  no_memory = false;
+  ASSERT_EQ(lum_ports_db_remove_entry(rsip), 0u);
+  EXPECT_EQ(freed(), 0u);
+  section.close();
+  EXPECT_EQ(freed(), 1u);
+}
+
+TEST_F(node_keeper, threads_that_come_one_after_the_other_share_a_slot) {
+  slots_taken = 0;
+  for (int i = 0; i < 100; ++i) std::thread([] { lum::ports_reader reader; }).join();
+  EXPECT_EQ(slots_taken.load(), 1u);
+}
+
+}  // namespace
