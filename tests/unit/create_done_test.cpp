@@ -172,6 +172,39 @@ TEST_F(create_done, wrong_interface_type_is_traced_and_the_batch_goes_on) {
   EXPECT_EQ(client.led(first), 3u);
 }
 
+TEST_F(create_done, wrong_interface_type_is_traced_for_each_entry_once_its_port_is_found) {
+  const std::string node = address(&node_at(first));
+  clear_record();
+  auto *request = create_request({controller(first, 0, 0x11), controller(first, 1, 0x12)});
+  request->intf_type = 77;
+  lum_controller_create_done(request);
+  const auto lines = traces();
+  ASSERT_GE(lines.size(), 6u);
+  EXPECT_THAT(
+      std::vector(lines.begin(), lines.begin() + 6),
+      ElementsAre(here.says("dddddd",
+                            "Controller Created Intf_type 77 ifhandle 0x11 for rack 0 slot 3 inst "
+                            "0 port 7"),
+                  here.says("dD", "Port Found for rsip=0x30007 lum_port_node_info=" + node),
+                  here.complains("d", "wrong intf type 77 in create done"),
+                  here.says("dddddd",
+                            "Controller Created Intf_type 77 ifhandle 0x12 for rack 0 slot 3 inst "
+                            "0 port 7"),
+                  here.says("dD", "Port Found for rsip=0x30007 lum_port_node_info=" + node),
+                  here.complains("d", "wrong intf type 77 in create done")));
+}
+
+TEST_F(create_done, missing_port_counts_before_a_wrong_interface_type) {
+  auto *request = create_request({controller(0x30009, 0, 0x11), controller(first, 1, 0x12)});
+  request->intf_type = 77;
+  lum_controller_create_done(request);
+  EXPECT_THAT(traces(), ElementsAre(here.says("dddddd",
+                                              "Controller Created Intf_type 77 ifhandle 0x11 for "
+                                              "rack 0 slot 3 inst 0 port 9"),
+                                    here.says("d", "Port Not Found in DB for rsip=196617")));
+  EXPECT_THAT(calls({"ctrl_op_notify"}), IsEmpty());
+}
+
 TEST_F(create_done, batch_of_3_updates_all_three_ports_and_neither_notifies_nor_sets_leds) {
   add_port(0x30009);
   const block_watch blocks;
@@ -190,6 +223,45 @@ TEST_F(create_done, without_the_notify_slot_the_leds_are_set_all_the_same) {
   lum_controller_create_done(request_for_both());
   EXPECT_THAT(calls({"ctrl_op_notify"}), IsEmpty());
   EXPECT_EQ(client.led(second), 3u);
+}
+
+TEST_F(create_done, what_the_client_says_to_the_notification_is_not_looked_at) {
+  script.fail("ctrl_op_notify", 1, 5);
+  lum_controller_create_done(request_for_both());
+  EXPECT_EQ(client.led(first), 3u);
+  EXPECT_EQ(client.led(second), 3u);
+  EXPECT_THAT(traces().back(),
+              here.says("d", "Controller create done cb for 4 ports, freeing allocated memory"));
+}
+
+// The sub-port has its handle already; only its device id goes without.
+TEST_F(create_done, handle_whose_name_does_not_parse_leaves_the_device_id_empty) {
+  script.fail("imc_ifname_parse", 1, 93);
+  lum_controller_create_done(
+      create_request({controller(first, 0, 0x11), controller(first, 1, 0x12)}));
+  EXPECT_THAT(traces(), Contains(here.complains(
+                            "sd", "Ifname 'Ots0_3_0_7_0' ifhandle 11: Parse rsip failed")));
+  EXPECT_EQ(data_at(first).device_id[0].valid, 0u);
+  EXPECT_EQ(data_at(first).device_id[1].valid, 0xFu);
+  EXPECT_EQ(interface_at(first, 0).ifhandle, 0x11u);
+  EXPECT_EQ(interface_at(first, 0).created, 1u);
+  EXPECT_THAT(calls({"pm_ui_port_create"}),
+              Contains("pm_ui_port_create(188, 0x11, \"Ots0_3_0_7_0\")"));
+  EXPECT_THAT(calls({"ctrl_op_notify"}),
+              ElementsAre("ctrl_op_notify(1, 2, [0x30007 0x30007], [0 1], [0x11 0x12])"));
+  EXPECT_EQ(client.led(first), 3u);
+}
+
+TEST_F(create_done, ports_mutex_is_not_taken) {
+  pthread_mutex_t &mutex = data_at(first).port_mutex;
+  ASSERT_EQ(pthread_mutex_lock(&mutex), 0);
+  on_another_thread([] {
+    lum_controller_create_done(
+        create_request({controller(first, 0, 0x11), controller(first, 1, 0x12)}));
+  });
+  EXPECT_EQ(data_at(first).is_dom_enabled, 1);
+  EXPECT_THAT(calls({"ptd_set_mutex_block"}), IsEmpty());
+  EXPECT_EQ(pthread_mutex_unlock(&mutex), 0);
 }
 
 // ---- The running result ----
@@ -249,6 +321,28 @@ TEST_F(create_done, negative_count_is_even_or_odd_and_otherwise_harmless) {
   request->count = -1;
   lum_controller_create_done(request);
   EXPECT_THAT(traces(), ElementsAre(here.complains("d", "wrong ifh numbers -1 in create done")));
+}
+
+TEST_F(create_done, count_0_tells_the_client_of_nothing) {
+  const block_watch blocks;
+  lum_controller_create_done(create_request({}));
+  EXPECT_THAT(calls(), ElementsAre("ctrl_op_notify(1, 0, [], [], [])"));
+  EXPECT_THAT(traces(),
+              ElementsAre(here.says(
+                  "d", "Controller create done cb for 0 ports, freeing allocated memory")));
+  EXPECT_THAT(blocks.live(), IsEmpty());
+}
+
+TEST_F(create_done, negative_even_count_tells_no_client) {
+  const block_watch blocks;
+  auto *request = create_request({});
+  request->count = -2;
+  lum_controller_create_done(request);
+  EXPECT_THAT(calls(), IsEmpty());
+  EXPECT_THAT(traces(),
+              ElementsAre(here.says(
+                  "d", "Controller create done cb for -2 ports, freeing allocated memory")));
+  EXPECT_THAT(blocks.live(), IsEmpty());
 }
 
 class create_done_without_memory : public create_done,

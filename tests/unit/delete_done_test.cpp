@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
 #include "blocks.h"
@@ -77,6 +78,18 @@ TEST_F(delete_done, missing_handle_array_is_traced_and_the_request_freed) {
   EXPECT_THAT(blocks.live(), IsEmpty());
 }
 
+// The handle beyond the count is not shown.
+TEST_F(delete_done, completion_with_count_0_is_traced_with_handle_0) {
+  auto *request = delete_request({0x1001});
+  request->count = 0;
+  const std::string request_address = address(request);
+  lum_im_delete_complete_resp_cb(nullptr, request);
+  EXPECT_THAT(traces(),
+              ElementsAre(lum_im.says("Ddd", "icpe delete cb operations:0x" + request_address +
+                                                 " bulk count:0 first ifh :0x0"),
+                          here.complains("d", "Invalid count 0 in cntrl delete cb")));
+}
+
 class delete_done_without_memory : public delete_done,
                                    public testing::WithParamInterface<unsigned> {};
 
@@ -111,6 +124,17 @@ TEST_F(delete_done, name_that_does_not_parse_is_traced_with_the_parsers_text_and
   EXPECT_TRUE(exists(first));
   EXPECT_THAT(calls({"ctrl_op_notify"}), IsEmpty());
   EXPECT_THAT(blocks.live(), IsEmpty());
+}
+
+TEST_F(delete_done, name_without_an_end_is_read_no_further_than_64_characters) {
+  std::memset(interface_at(first, 0).ifname, 'x', 64);
+  finish({0x1001});
+  EXPECT_THAT(
+      traces(),
+      ElementsAre(area{"lum_utils"}.complains(
+                      "ss", "Parsing Ifname '" + std::string(64, 'x') + "' error: error 22\n"),
+                  here.complains("s", "parsing ifname in delete done err error 22")));
+  EXPECT_EQ(interface_at(first, 0).created, 1u);
 }
 
 TEST_F(delete_done, wrong_interface_type_is_traced_and_ends_the_batch) {
@@ -188,6 +212,34 @@ TEST_F(delete_done, sub_port_1_afterwards_removes_the_port) {
 TEST_F(delete_done, handle_stays_with_the_sub_port_until_the_port_goes) {
   finish({0x1001});
   EXPECT_EQ(interface_at(first, 0).ifhandle, 0x1001u);
+}
+
+TEST_F(delete_done, sub_port_0_counts_before_sub_port_1_and_the_first_node_before_the_next) {
+  interface_at(first, 0).ifhandle = 0x1001;
+  interface_at(first, 1).ifhandle = 0x1001;
+  interface_at(second, 0).ifhandle = 0x1001;
+  finish({0x1001});
+  EXPECT_EQ(interface_at(first, 0).created, 0u);
+  EXPECT_EQ(interface_at(first, 1).created, 1u);
+  EXPECT_EQ(interface_at(second, 0).created, 1u);
+  EXPECT_THAT(traces(), Contains(here.says("", "marking sub port 0 delete done")));
+  EXPECT_THAT(calls({"ctrl_op_notify"}),
+              ElementsAre("ctrl_op_notify(0, 1, [0x30007], [0], [0x1001])"));
+}
+
+// Everything else of the port goes.
+TEST_F(delete_done, controller_that_is_up_keeps_its_node) {
+  interface_at(first, 1).controller_up = 1;
+  finish({0x1001, 0x1002});
+  EXPECT_TRUE(exists(first));
+  EXPECT_THAT(calls({"wavl_delete"}), IsEmpty());
+  EXPECT_EQ(client.led(first), 0u);
+  EXPECT_FALSE(checkpoints.has(first));
+  EXPECT_THAT(traces(),
+              lines_in_order({here.says("", "calling lum platform ports deinit"),
+                              here.says("dd", "checkpoint deleted for rsip: 0x30007 rc 0")}));
+  EXPECT_THAT(calls({"ctrl_op_notify"}),
+              ElementsAre("ctrl_op_notify(0, 2, [0x30007 0x30007], [0 1], [0x1001 0x1002])"));
 }
 
 TEST_F(delete_done, batch_of_two_ports_removes_both) {
@@ -271,6 +323,37 @@ TEST_F(delete_done, failing_checkpoint_is_traced_with_its_code) {
   EXPECT_THAT(traces(), Contains(here.says("dd", "checkpoint deleted for rsip: 0x30007 rc 5")));
   EXPECT_FALSE(exists(first));
   EXPECT_EQ(calls({"ctrl_op_notify"}).size(), 1u);
+}
+
+TEST_F(delete_done, what_the_client_says_to_the_notification_is_not_looked_at) {
+  script.fail("ctrl_op_notify", 1, 5);
+  finish({0x1001, 0x1002});
+  EXPECT_THAT(traces().back(), here.says("ds",
+                                         "Controller delete done cb for 2 ports, Ots0_3_0_7_0 "
+                                         "freed memory"));
+}
+
+class delete_done_with_a_failure : public delete_done,
+                                   public testing::WithParamInterface<const char *> {};
+
+TEST_P(delete_done_with_a_failure, of_the_first_port_removes_the_second_all_the_same) {
+  script.fail(GetParam(), 1, 5);
+  finish({0x1001, 0x1002, 0x1003, 0x1004});
+  EXPECT_FALSE(exists(second));
+  EXPECT_FALSE(checkpoints.has(second));
+  EXPECT_EQ(client.led(second), 0u);
+  EXPECT_THAT(calls({"ctrl_op_notify"}),
+              ElementsAre("ctrl_op_notify(0, 4, [0x30007 0x30007 0x30008 0x30008], [0 1 0 1], "
+                          "[0x1001 0x1002 0x1003 0x1004])"));
+}
+
+INSTANTIATE_TEST_SUITE_P(each_step, delete_done_with_a_failure,
+                         testing::Values("led_set_state", "wavl_delete", "chkpt_delete"));
+
+TEST_F(delete_done, searches_take_no_database_mutex) {
+  watch(lum_platform.mutex, "db");
+  finish({0x1001});
+  EXPECT_THAT(calls({"pthread_mutex_trylock", "pthread_mutex_lock"}), IsEmpty());
 }
 
 TEST_F(delete_done, searches_run_from_the_first_node_for_every_handle) {

@@ -108,6 +108,32 @@ TEST_F(replay, new_handles_reach_the_ports) {
                           "[0x3001 0x3002 0x3003 0x3004])"));
 }
 
+TEST_F(replay, answer_enables_the_polling_of_a_port_with_each_of_its_entries) {
+  EXPECT_EQ(lum_replay_ots_controllers(), 0u);
+  clear_record();
+  im.answer(im.batches.back());
+  EXPECT_THAT(traces(), Contains(here.says("d", "enabling DOM for rsip: 0x30007")).Times(2));
+  EXPECT_THAT(traces(), Contains(here.says("d", "enabling DOM for rsip: 0x30008")).Times(2));
+}
+
+TEST_F(replay, answer_enables_a_ports_polling_with_its_first_entry) {
+  EXPECT_EQ(lum_replay_ots_controllers(), 0u);
+  data_at(first).is_dom_enabled = 0;
+  data_at(first).inserted = 0;
+  bool looked = false;
+  at_trace = [&](const trace_line &line) {
+    if (line.text.rfind("Controller Created", 0) != 0 || interface_at(first, 0).ifhandle != 0x3001)
+      return;
+    looked = true;
+    EXPECT_EQ(data_at(first).is_dom_enabled, 1);
+    EXPECT_EQ(data_at(first).inserted, 1u);
+  };
+  batch_reply reply = im.success(im.batches.back());
+  reply.elements[0].data = good_reply(0x3001);
+  im.answer(im.batches.back(), reply);
+  EXPECT_TRUE(looked);
+}
+
 TEST_F(replay, refused_is_traced_and_returned) {
   script.fail("im_req_by_name", 1, 0x1F);
   EXPECT_EQ(lum_replay_ots_controllers(), 0x1Fu);

@@ -62,11 +62,14 @@ TEST_F(update_done, completion_without_a_request_is_traced_with_minus_1_and_zero
 TEST_F(update_done, completion_with_count_0_still_frees_the_request_and_traces_both_messages) {
   const block_watch blocks;
   auto *request = update_request({});
+  const std::string request_address = address(request);
   lum_im_update_complete_resp_cb(nullptr, request);
-  EXPECT_THAT(traces(), lines_in_order({here.complains("d", "Invalid count 0 in cntrl update cb"),
-                                        here.says("d",
-                                                  "Controller update done cb for 0 ports, "
-                                                  "freed memory")}));
+  EXPECT_THAT(traces(),
+              ElementsAre(lum_im.says("Ddddd", "icpe update cb operations:0x" + request_address +
+                                                   " bulk count:0 first ifh :0x0state change:0 "
+                                                   "capability change:0"),
+                          here.complains("d", "Invalid count 0 in cntrl update cb"),
+                          here.says("d", "Controller update done cb for 0 ports, freed memory")));
   EXPECT_THAT(blocks.live(), IsEmpty());
   EXPECT_THAT(calls({"ctrl_update_notify"}), IsEmpty());
 }
@@ -104,6 +107,16 @@ TEST_F(update_done, without_the_slot_or_the_context_nobody_is_told) {
   EXPECT_THAT(calls({"ctrl_update_notify"}), IsEmpty());
   EXPECT_THAT(traces().back(),
               here.says("d", "Controller update done cb for 1 ports, freed memory"));
+}
+
+TEST_F(update_done, what_the_client_says_to_the_notification_is_not_looked_at) {
+  const block_watch blocks;
+  script.fail("ctrl_update_notify", 1, 5);
+  lum_controller_update_done(update_request({0x1001}));
+  EXPECT_THAT(traces(), ElementsAre(here.says("d",
+                                              "Controller update done cb for 1 ports, freed "
+                                              "memory")));
+  EXPECT_THAT(blocks.live(), IsEmpty());
 }
 
 TEST_F(update_done, states_and_attributes_stay_with_the_caller) {
@@ -180,6 +193,19 @@ TEST_F(update_ifhandle, handle_0_is_stored_but_not_marked_valid) {
   EXPECT_EQ(data_at(rsip).device_id[0].valid, 0xDu);
   EXPECT_EQ(data_at(rsip).device_id[0].ifhandle, 0u);
   EXPECT_EQ(interface_at(rsip, 0).ifhandle, 0u);
+}
+
+// As it stands between the two steps of a port's creation.
+TEST_F(update_ifhandle, port_without_a_port_handle_has_a_valid_one_of_0) {
+  const uint32_t port = 9;
+  lum_platform_ctx_init(0, 3, 0, 1, &port);
+  clear_record();
+  EXPECT_EQ(lum_update_ifhandle("Ots0_3_0_9_0", 0x2001), 0u);
+  EXPECT_EQ(data_at(rsip + 2).device_id[0].valid, 0xFu);
+  EXPECT_EQ(data_at(rsip + 2).device_id[0].port_handle, 0u);
+  EXPECT_THAT(
+      traces(),
+      Contains(here.says("dsdd", "if type:188 ifname Ots0_3_0_9_0 rsip:196617 port_handle:0x0")));
 }
 
 TEST_F(update_ifhandle, name_without_a_sub_port_means_sub_port_0) {
