@@ -1,7 +1,6 @@
-// Batches built from the ports database.
+// Create batches built from the ports database.
 #include <gmock/gmock.h>
 
-#include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -16,7 +15,6 @@ using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::Not;
 
 namespace {
 
@@ -36,9 +34,6 @@ class orchestration : public running_library {
   }
   static cerrno create(const std::vector<uint32_t> &ports) {
     return lum_ots_controllers_create(0, 3, 0, static_cast<uint32_t>(ports.size()), ports.data());
-  }
-  static cerrno remove(const std::vector<uint32_t> &ports) {
-    return lum_ots_controllers_delete(0, 3, 0, static_cast<uint32_t>(ports.size()), ports.data());
   }
   static const lum_controller_create_request &sent_create() {
     return *static_cast<lum_controller_create_request *>(im.batches.at(0).context);
@@ -115,7 +110,6 @@ TEST_F(orchestration, batch_with_empty_entries_neither_notifies_nor_sets_leds) {
 }
 
 TEST_F(orchestration, create_with_count_0_sends_nothing_and_returns_0) {
-  const block_watch blocks;
   EXPECT_EQ(lum_ots_controllers_create(0, 3, 0, 0, nullptr), 0u);
   EXPECT_THAT(im.batches, IsEmpty());
   EXPECT_THAT(traces(), IsEmpty());
@@ -146,6 +140,48 @@ TEST_F(orchestration, create_traces_each_sub_port_then_the_checkpoint_then_the_b
            here.says("dds",
                      "controller op CREATE  batch size 2type 188 ifname Ots0_3_0_7_0 is "
                      "initiated\n")}));
+}
+
+TEST_F(orchestration, create_has_done_with_a_port_before_it_begins_the_next) {
+  EXPECT_EQ(create({9, 7}), 0u);
+  EXPECT_THAT(
+      traces(),
+      lines_in_order({here.says("dddd", "controller CREATE r/s/i/p : 0/3/0/9 \n"),
+                      here.says("dddd", "controller CREATE r/s/i/p : 0/3/0/9 \n"),
+                      here.says("dd", "vendor info to be updated for rsip: 0x30009 inserted:1\n"),
+                      here.says("dd", "checkpoint created for rsip: 0x30009 rc 0\n"),
+                      here.says("dddd", "controller CREATE r/s/i/p : 0/3/0/7 \n"),
+                      here.says("dddd", "controller CREATE r/s/i/p : 0/3/0/7 \n"),
+                      here.says("dd", "vendor info to be updated for rsip: 0x30007 inserted:1\n"),
+                      here.says("dd", "checkpoint created for rsip: 0x30007 rc 0\n")}));
+}
+
+TEST_F(orchestration, create_takes_the_types_from_the_node_and_is_itself_of_type_188) {
+  interface_at(rsip, 0).iftype = 77;
+  EXPECT_EQ(create({7}), 0u);
+  EXPECT_EQ(im.batches.at(0).iftype, 77u);
+  EXPECT_EQ(sent_create().intf_type, 188u);
+  EXPECT_THAT(traces(),
+              lines_in_order(
+                  {here.says("ds", "controller CREATE type 77 ifname Ots0_3_0_7_0 is initiated\n"),
+                   here.says("ds", "controller CREATE type 188 ifname Ots0_3_0_7_1 is initiated\n"),
+                   here.says("dds",
+                             "controller op CREATE  batch size 2type 77 ifname Ots0_3_0_7_0 is "
+                             "initiated\n")}));
+}
+
+TEST_F(orchestration, port_listed_twice_is_created_twice_with_one_checkpoint) {
+  EXPECT_EQ(create({7, 7}), 0u);
+  EXPECT_THAT(im.batches.at(0).names,
+              ElementsAre("Ots0_3_0_7_0", "Ots0_3_0_7_1", "Ots0_3_0_7_0", "Ots0_3_0_7_1"));
+  for (std::size_t i = 0; i < 4; ++i) EXPECT_EQ(entry(i).id.valid, 1) << i;
+  EXPECT_THAT(
+      traces(),
+      lines_in_order({here.says("dd", "checkpoint created for rsip: 0x30007 rc 0\n"),
+                      area{"lum_chkpt"}.says(
+                          "dd", "chkpt_id 0x501 for 0x30007 already exist, no need to create\n"),
+                      here.says("dd", "checkpoint created for rsip: 0x30007 rc 0\n")}));
+  EXPECT_THAT(calls({"chkpt_create"}), ElementsAre("chkpt_create(0xc0de, 0x30007)"));
 }
 
 TEST_F(orchestration, create_searches_from_the_first_node_for_each_port) {
@@ -238,165 +274,6 @@ TEST_F(orchestration, create_without_memory_for_the_types_returns_12_traced) {
 TEST_F(orchestration, create_of_more_ports_than_can_be_counted_returns_12) {
   EXPECT_EQ(lum_ots_controllers_create(0, 3, 0, 0x80000000, nullptr), 12u);
   EXPECT_THAT(calls(), IsEmpty());
-}
-
-// ---- Update ----
-
-class update_batch : public orchestration {
- protected:
-  void SetUp() override {
-    orchestration::SetUp();
-    interface_at(rsip, 0).ifhandle = 0x1001;
-    interface_at(rsip, 1).ifhandle = 0x1002;
-    clear_record();
-  }
-};
-
-TEST_F(update_batch, sends_both_handles_with_the_same_state) {
-  EXPECT_EQ(lum_ots_controllers_update(0, 3, 0, 7, 4), 0u);
-  const batch &sent = im.batches.at(0);
-  EXPECT_THAT(sent.ifhandles, ElementsAre(0x1001, 0x1002));
-  EXPECT_EQ(sent.element(0)[0], 1);
-  EXPECT_EQ(sent.element(0)[1], 1);
-  EXPECT_EQ(sent.element(1)[0], 1);
-  const auto *request = static_cast<lum_controller_update_request *>(sent.context);
-  EXPECT_EQ(request->count, 2);
-  EXPECT_EQ(request->state_change, 1u);
-  EXPECT_EQ(request->capability_change, 0u);
-  EXPECT_EQ(request->attrs, nullptr);
-}
-
-TEST_F(update_batch, of_an_unknown_port_sends_two_zero_handles) {
-  EXPECT_EQ(lum_ots_controllers_update(0, 3, 0, 44, 1), 0u);
-  EXPECT_THAT(im.batches.at(0).ifhandles, ElementsAre(0, 0));
-  EXPECT_THAT(traces(), Not(Contains(an_error())));
-}
-
-TEST_F(update_batch, walks_the_whole_database) {
-  EXPECT_EQ(lum_ots_controllers_update(0, 3, 0, 7, 1), 0u);
-  EXPECT_THAT(calls({"wavl_get_first", "wavl_get_next"}),
-              ElementsAre("wavl_get_first(0)", "wavl_get_next(0x30007, 0)",
-                          "wavl_get_next(0x30008, 0)", "wavl_get_next(0x30009, 0)"));
-}
-
-TEST_F(update_batch, refused_is_traced_and_returned) {
-  script.fail("im_update_req_by_ifhandle", 1, 0x1F);
-  EXPECT_EQ(lum_ots_controllers_update(0, 3, 0, 7, 1), 0x1Fu);
-  EXPECT_THAT(traces().back(),
-              here.complains("ddddd", "controller op UPDATE for 0 3 0 7 failed, rc:0x1f\n"));
-}
-
-TEST_F(update_batch, without_memory_is_traced_with_errno_and_returns_12) {
-  for (const unsigned nth : {1u, 2u}) {
-    script.forget();
-    script.fail("calloc", nth, 1);
-    clear_record();
-    EXPECT_EQ(lum_ots_controllers_update(0, 3, 0, 7, 1), 12u);
-    EXPECT_THAT(traces(), ElementsAre(here.complains("d", "calloc failed with errno: 12\n")));
-  }
-  EXPECT_THAT(im.batches, IsEmpty());
-}
-
-// ---- Delete ----
-
-class delete_batch : public orchestration {
- protected:
-  void SetUp() override {
-    orchestration::SetUp();
-    uint32_t handle = 0x1001;
-    for (const uint32_t port : {7, 8, 9}) {
-      interface_at(rsip_at(3, 0, port), 0).ifhandle = handle++;
-      interface_at(rsip_at(3, 0, port), 1).ifhandle = handle++;
-    }
-    clear_record();
-  }
-};
-
-TEST_F(delete_batch, appends_both_sub_ports_of_each_port_in_list_order) {
-  EXPECT_EQ(remove({9, 7}), 0u);
-  const batch &sent = im.batches.at(0);
-  const auto *request = static_cast<lum_controller_delete_request *>(sent.context);
-  EXPECT_EQ(request->count, 4);
-  EXPECT_EQ(request->zero, nullptr);
-  EXPECT_THAT(std::vector(request->ifhandles, request->ifhandles + 4),
-              ElementsAre(0x1005, 0x1006, 0x1001, 0x1002));
-  EXPECT_EQ(sent.iftype, 188u);
-  EXPECT_EQ(sent.names[0], "Ots0_3_0_9_0");
-}
-
-TEST_F(delete_batch, traces_the_beginning_and_the_success) {
-  EXPECT_EQ(remove({7}), 0u);
-  EXPECT_THAT(traces().front(), here.says("ddd", "controller DELETE for 0 3 0 is initiated\n"));
-  EXPECT_THAT(traces().back(),
-              here.says("dddd", "controller op DELETE  batch size 2for 0 3 0 is initiated\n"));
-}
-
-TEST_F(delete_batch, of_an_unknown_port_has_a_count_that_includes_two_zero_handles) {
-  interface_at(rsip_at(3, 0, 9), 0).ifhandle = 0;  // so that handle 0 has a name
-  EXPECT_EQ(remove({44, 7}), 0u);
-  const auto *request = static_cast<lum_controller_delete_request *>(im.batches.at(0).context);
-  EXPECT_EQ(request->count, 4);
-  EXPECT_THAT(std::vector(request->ifhandles, request->ifhandles + 4),
-              ElementsAre(0x1001, 0x1002, 0, 0));
-}
-
-TEST_F(delete_batch, with_an_unknown_port_fails_as_no_port_has_handle_0) {
-  EXPECT_EQ(remove({44, 7}), 22u);
-  EXPECT_THAT(traces(), Contains(area{"lum_im"}.complains(
-                            "dds",
-                            "controller_delete, lum_get_ifname_from_ctx failed,ifh:0x0,"
-                            "rc:0x16[error 22]")));
-  EXPECT_THAT(traces().back(), here.complains("ddddd",
-                                              "controller op DELETE  batch size 4for 0 3 "
-                                              "0 failed, rc:0x16\n"));
-  EXPECT_THAT(im.batches, IsEmpty());
-}
-
-TEST_F(delete_batch, of_no_port_is_a_bad_request) {
-  EXPECT_EQ(remove({}), 22u);
-  EXPECT_THAT(traces(), ElementsAre(here.says("ddd", "controller DELETE for 0 3 0 is initiated\n"),
-                                    here.complains("ddddd",
-                                                   "controller op DELETE  batch size 0for "
-                                                   "0 3 0 failed, rc:0x16\n")));
-}
-
-TEST_F(delete_batch, port_listed_twice_is_sent_twice) {
-  EXPECT_EQ(remove({7, 7}), 0u);
-  const auto *request = static_cast<lum_controller_delete_request *>(im.batches.at(0).context);
-  EXPECT_THAT(std::vector(request->ifhandles, request->ifhandles + 4),
-              ElementsAre(0x1001, 0x1002, 0x1001, 0x1002));
-}
-
-TEST_F(delete_batch, walks_the_whole_database_for_each_port) {
-  EXPECT_EQ(remove({7}), 0u);
-  const auto made = calls({"wavl_get_first", "wavl_get_next"});
-  ASSERT_GE(made.size(), 4u);
-  EXPECT_THAT(std::vector(made.begin(), made.begin() + 4),
-              ElementsAre("wavl_get_first(0)", "wavl_get_next(0x30007, 0)",
-                          "wavl_get_next(0x30008, 0)", "wavl_get_next(0x30009, 0)"));
-}
-
-TEST_F(delete_batch, refused_is_traced_and_returned) {
-  script.fail("im_req_by_name", 1, 0x1F);
-  EXPECT_EQ(remove({7}), 0x1Fu);
-  EXPECT_THAT(traces().back(), here.complains("ddddd",
-                                              "controller op DELETE  batch size 2for 0 3 "
-                                              "0 failed, rc:0x1f\n"));
-}
-
-TEST_F(delete_batch, without_memory_is_traced_with_errno_and_returns_12) {
-  for (const unsigned nth : {1u, 2u, 3u}) {
-    script.forget();
-    script.fail("calloc", nth, 1);
-    clear_record();
-    EXPECT_EQ(remove({7}), 12u);
-    EXPECT_THAT(traces(), ElementsAre(here.complains("d", "calloc failed with errno: 12\n")));
-  }
-  EXPECT_THAT(im.batches, IsEmpty());
-}
-
-TEST_F(delete_batch, of_more_ports_than_can_be_counted_returns_12) {
-  EXPECT_EQ(lum_ots_controllers_delete(0, 3, 0, 0x80000000, nullptr), 12u);
 }
 
 }  // namespace

@@ -65,6 +65,21 @@ TEST_F(replay, traces_each_sub_port_and_the_batch) {
                                       "Ots0_3_0_7_0 is initiated\n"));
 }
 
+TEST_F(replay, takes_the_types_from_the_nodes_and_is_itself_of_type_188) {
+  interface_at(first, 0).iftype = 77;
+  EXPECT_EQ(lum_replay_ots_controllers(), 0u);
+  EXPECT_EQ(sent().iftype, 77u);
+  EXPECT_EQ(request().intf_type, 188u);
+  EXPECT_THAT(
+      traces(),
+      lines_in_order(
+          {here.says("ds", "controller replay type 77 ifname Ots0_3_0_7_0 is added to list\n"),
+           here.says("ds", "controller replay type 188 ifname Ots0_3_0_7_1 is added to list\n"),
+           here.says("dds",
+                     "controller op CREATE  batch size 4type 77 ifname Ots0_3_0_7_0 is "
+                     "initiated\n")}));
+}
+
 TEST_F(replay, reads_no_module_and_touches_no_checkpoint) {
   EXPECT_EQ(lum_replay_ots_controllers(), 0u);
   EXPECT_THAT(calls({"i2c_read_byte", "i2c_read_block", "chkpt_mapkey", "chkpt_create", "chkpt_get",
