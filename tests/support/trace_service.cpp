@@ -6,12 +6,20 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "catalogue.h"
 #include "ctrace.h"
 #include "record.h"
 #include "script.h"
+#include "tern.h"
 #include "trace_service.h"
+
+namespace support {
+
+std::vector<std::string> &channel_digests = *new std::vector<std::string>;
+
+}  // namespace support
 
 using namespace support;
 
@@ -102,6 +110,7 @@ cerrno ctrace_open_internal(ctrace_handle *handle, const char *name, uint32_t si
                             const char *directory_key, const char *digest, uint32_t flags) {
   note("ctrace_open_internal", name, hex{size}, points, directory_key,
        digest == nullptr ? 0 : std::strlen(digest), flags);
+  channel_digests.push_back(digest == nullptr ? "" : digest);
   if (const auto code = script.verdict("ctrace_open_internal")) return *code;
   for (const known_channel &channel : known_channels) {
     if (std::strcmp(channel.name, name) == 0) *handle = channel.handle;
@@ -127,7 +136,7 @@ cerrno ctrace_internal(ctrace_handle handle, uint32_t point, uint32_t nargs, uin
   va_list arguments;
   va_start(arguments, format);
   line.file = va_arg(arguments, const char *);
-  static_cast<void>(va_arg(arguments, int));  // the thread's id
+  EXPECT_EQ(va_arg(arguments, int), tern_gettid()) << format;
   line.tag = va_arg(arguments, const char *);
   line.text = formatted(format + prefix.size(), arguments);
   va_end(arguments);

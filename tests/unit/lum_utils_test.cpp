@@ -1,5 +1,7 @@
-// Trace channels and text utilities.
+// Text utilities.
 #include <gmock/gmock.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstring>
@@ -7,132 +9,11 @@
 
 #include "library.h"
 #include "lum_utils/lum_utils.h"
-#include "trace_service.h"
 
 using namespace support;
 using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::StartsWith;
 
 namespace {
-
-const std::initializer_list<std::string_view> channel_calls = {
-    "event_manager_levm_get", "ctrace_set_process_name", "ctrace_open_internal",
-    "ctrace_enable_configuration", "tern_syslog"};
-
-std::string opened(const char *name, const char *size) {
-  return std::string("ctrace_open_internal(\"") + name + "\", " + size +
-         ", 278, \"liblum_ctrace_dir\", 32, 0)";
-}
-
-// ---- Opening and closing the channels ----
-
-TEST(trace_channels, open_in_order_error_info_debug_periodic) {
-  strncpy(lum_get_ctx()->process_name, "driver", LUM_PROCESS_NAME_SIZE);
-  EXPECT_EQ(lum_init_ctrace(client_manager), 0u);
-  EXPECT_THAT(
-      calls(channel_calls),
-      ElementsAre("event_manager_levm_get(0x45)", "ctrace_set_process_name(\"driver\")",
-                  opened("lum_error", "0x200000"), "ctrace_enable_configuration(lum_error, set)",
-                  opened("lum_info", "0x400000"), "ctrace_enable_configuration(lum_info, set)",
-                  opened("lum_debug", "0x400000"), "ctrace_enable_configuration(lum_debug, set)",
-                  opened("lum_periodic", "0x80000"),
-                  "ctrace_enable_configuration(lum_periodic, set)"));
-  EXPECT_EQ(ct_err, error_channel);
-  EXPECT_EQ(ct_info, info_channel);
-  EXPECT_EQ(ct_debug, debug_channel);
-  EXPECT_EQ(ct_periodic, periodic_channel);
-}
-
-TEST(trace_channels, handles_are_zero_until_opened) {
-  EXPECT_EQ(ct_err, 0u);
-  EXPECT_EQ(ct_info, 0u);
-  EXPECT_EQ(ct_debug, 0u);
-  EXPECT_EQ(ct_periodic, 0u);
-}
-
-TEST(trace_channels, failure_opening_info_leaves_error_open_and_later_ones_closed) {
-  script.fail("ctrace_open_internal", 2, 5);
-  EXPECT_EQ(lum_init_ctrace(client_manager), 0xFFFFFFFFu);
-  EXPECT_EQ(ct_err, error_channel);
-  EXPECT_EQ(ct_info, 0u);
-  EXPECT_EQ(ct_debug, 0u);
-  EXPECT_EQ(ct_periodic, 0u);
-  EXPECT_THAT(calls({"ctrace_close", "ctrace_dump"}), IsEmpty());
-  EXPECT_EQ(calls({"ctrace_open_internal"}).size(), 2u);
-  EXPECT_THAT(calls({"tern_syslog"}),
-              ElementsAre("tern_syslog(0, \"LUM : Unable to open info ctrace\n\")"));
-}
-
-struct channel_failure {
-  const char *call;
-  unsigned nth;
-  const char *text;
-};
-void PrintTo(const channel_failure &failure, std::ostream *out) {
-  *out << failure.call << " " << failure.nth;
-}
-
-class trace_channel_failures : public testing::TestWithParam<channel_failure> {};
-
-TEST_P(trace_channel_failures, write_their_text_to_the_system_log) {
-  const channel_failure &failure = GetParam();
-  script.fail(failure.call, failure.nth, 5);
-  EXPECT_EQ(lum_init_ctrace(client_manager), 0xFFFFFFFFu);
-  EXPECT_THAT(calls({"tern_syslog"}),
-              ElementsAre("tern_syslog(0, \"" + std::string(failure.text) + "\")"));
-  EXPECT_EQ(calls({failure.call}).size(), failure.nth);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    each, trace_channel_failures,
-    testing::Values(
-        channel_failure{"ctrace_open_internal", 1, "LUM : Unable to open err ctrace\n"},
-        channel_failure{"ctrace_open_internal", 2, "LUM : Unable to open info ctrace\n"},
-        channel_failure{"ctrace_open_internal", 3, "LUM : Unable to open debug ctrace\n"},
-        channel_failure{"ctrace_open_internal", 4, "LUM : Unable to open periodic ctrace\n"},
-        channel_failure{"ctrace_enable_configuration", 1,
-                        "LUM : ctrace_enable_configuration failed: err ctrace\n"},
-        channel_failure{"ctrace_enable_configuration", 2,
-                        "LUM : ctrace_enable_configuration failed: info ctrace\n"},
-        channel_failure{"ctrace_enable_configuration", 3,
-                        "LUM : ctrace_enable_configuration failed: debug ctrace\n"},
-        channel_failure{"ctrace_enable_configuration", 4,
-                        "LUM : ctrace_enable_configuration failed: periodic ctrace\n"}));
-
-TEST(trace_channels, failed_configuration_leaves_its_channel_open) {
-  script.fail("ctrace_enable_configuration", 3, 5);
-  EXPECT_EQ(lum_init_ctrace(client_manager), 0xFFFFFFFFu);
-  EXPECT_EQ(ct_debug, debug_channel);
-  EXPECT_EQ(ct_periodic, 0u);
-}
-
-TEST(trace_channels, null_local_event_manager_is_logged_but_channels_are_opened) {
-  script.fail("event_manager_levm_get", 1, 1);
-  EXPECT_EQ(lum_init_ctrace(client_manager), 0u);
-  EXPECT_THAT(calls({"tern_syslog"}),
-              ElementsAre("tern_syslog(0, \"LUM : lum_init_ctrace failed\n\")"));
-  EXPECT_THAT(calls({"ctrace_enable_configuration"}),
-              ElementsAre("ctrace_enable_configuration(lum_error, null)",
-                          "ctrace_enable_configuration(lum_info, null)",
-                          "ctrace_enable_configuration(lum_debug, null)",
-                          "ctrace_enable_configuration(lum_periodic, null)"));
-  EXPECT_EQ(ct_periodic, periodic_channel);
-}
-
-TEST(trace_channels, close_dumps_all_then_closes_all_and_keeps_the_handles) {
-  open_traces();
-  EXPECT_EQ(lum_close_ctrace(), 0u);
-  EXPECT_THAT(calls(), ElementsAre("ctrace_dump(lum_error)", "ctrace_dump(lum_info)",
-                                   "ctrace_dump(lum_debug)", "ctrace_dump(lum_periodic)",
-                                   "ctrace_close(lum_error)", "ctrace_close(lum_info)",
-                                   "ctrace_close(lum_debug)", "ctrace_close(lum_periodic)"));
-  EXPECT_EQ(ct_err, error_channel);
-  EXPECT_EQ(ct_info, info_channel);
-  EXPECT_EQ(ct_debug, debug_channel);
-  EXPECT_EQ(ct_periodic, periodic_channel);
-}
 
 // ---- State and operation names ----
 
@@ -203,6 +84,24 @@ TEST(trimming, bytes_above_127_and_nul_are_no_white_space) {
   EXPECT_EQ(std::memcmp(ends, "a\0\0x", 4), 0);
 }
 
+TEST(trimming, of_one_byte) {
+  char blank[2] = {' ', 'x'};
+  lum_trim_trailing_spaces(blank, 1);
+  EXPECT_EQ(std::memcmp(blank, "\0x", 2), 0);
+  char letter[3] = {'a', 'x', 'y'};
+  lum_trim_trailing_spaces(letter, 1);
+  EXPECT_EQ(std::memcmp(letter, "a\0y", 3), 0);
+}
+
+TEST(trimming, neighbours_of_white_space_are_not_cut) {
+  for (const char end : {'\x08', '\x0E', '\x1F', '\x85'}) {
+    char text[4] = {'a', end, ' ', 'x'};
+    lum_trim_trailing_spaces(text, 3);
+    EXPECT_EQ(text[1], end);
+    EXPECT_EQ(text[2], '\0');
+  }
+}
+
 // ---- Hex dump ----
 
 class hex_dump : public testing::Test {
@@ -256,23 +155,51 @@ TEST_F(hex_dump, of_33_bytes_gives_two_lines_with_their_ranges) {
   lum_print_hex_buffer_to_trace(bytes.data(), 33);
   ASSERT_EQ(traces().size(), 3u);
   EXPECT_EQ(traces()[1].text, first_line);
-  EXPECT_THAT(traces()[2].text, StartsWith("bytes 0x0010 to 0x001F: 0x10 0x11 "));
-  EXPECT_THAT(traces()[2].text, HasSubstr(" 0x1f \n"));
+  EXPECT_EQ(traces()[2].text,
+            "bytes 0x0010 to 0x001F: 0x10 0x11 0x12 0x13 0x14 0x15 0x16 0x17 0x18 0x19 0x1a 0x1b "
+            "0x1c 0x1d 0x1e 0x1f \n");
 }
 
-// ---- The one form of a trace call ----
-
-TEST(trace_calls, have_the_prefix_one_letter_per_argument_and_a_single_1) {
-  open_traces();
-  const uint8_t byte = 0;
-  lum_print_hex_buffer_to_trace(&byte, 1);
-  ASSERT_EQ(traces().size(), 1u);
-  const trace_line line = traces()[0];
-  EXPECT_EQ(line.format, "[%s][tid:%d]%s:printing %d bytes in hex from %p:\n");
-  EXPECT_EQ(line.nargs, 5u);
-  EXPECT_EQ(line.signature, "sdsdD");
-  EXPECT_EQ(line.file, "lum_utils");
-  EXPECT_EQ(line.tag, "LUM_INFO");
+TEST_F(hex_dump, of_bytes_above_127_shows_two_digits_each) {
+  for (std::size_t i = 0; i < 16; ++i) bytes[i] = static_cast<uint8_t>(0xF0 + i);
+  lum_print_hex_buffer_to_trace(bytes.data(), 16);
+  EXPECT_EQ(traces().back().text,
+            "bytes 0x0000 to 0x000F: 0xf0 0xf1 0xf2 0xf3 0xf4 0xf5 0xf6 0xf7 0xf8 0xf9 0xfa 0xfb "
+            "0xfc 0xfd 0xfe 0xff \n");
 }
+
+TEST_F(hex_dump, without_a_buffer_gives_the_heading) {
+  lum_print_hex_buffer_to_trace(nullptr, 0);
+  lum_print_hex_buffer_to_trace(nullptr, 20);
+  EXPECT_THAT(traces(), ElementsAre(info(273, "printing 0 bytes in hex from (nil):\n"),
+                                    info(273, "printing 20 bytes in hex from (nil):\n")));
+}
+
+// ---- The one byte that a dump of none reads ----
+
+// A page that can be read, and behind it one that cannot.
+class hex_dump_at_the_edge : public testing::TestWithParam<int> {
+ protected:
+  void SetUp() override {
+    open_traces();
+    const auto page = static_cast<std::size_t>(getpagesize());
+    void *pages = mmap(nullptr, 2 * page, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(pages, MAP_FAILED);
+    edge = static_cast<uint8_t *>(pages) + page;
+    ASSERT_EQ(mprotect(edge, page, PROT_NONE), 0);
+  }
+  uint8_t *edge = nullptr;
+};
+
+TEST_P(hex_dump_at_the_edge, reads_the_first_byte_and_no_more) {
+  lum_print_hex_buffer_to_trace(edge - 1, GetParam());
+  EXPECT_THAT(traces(), ElementsAre(starting("printing " + std::to_string(GetParam()) + " bytes")));
+}
+
+TEST_P(hex_dump_at_the_edge, of_a_byte_that_cannot_be_read_ends_the_process) {
+  EXPECT_DEATH(lum_print_hex_buffer_to_trace(edge, GetParam()), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(lengths, hex_dump_at_the_edge, testing::Values(0, -3));
 
 }  // namespace
