@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -10,10 +11,23 @@
 
 #include "bounded_copy.h"
 #include "cerr.h"
+#include "deadlock_marks.h"
 #include "ptd.h"
 #include "record.h"
 #include "script.h"
 #include "tern.h"
+
+namespace support {
+namespace {
+
+constinit std::atomic<const pthread_mutex_t *> last_set{nullptr};
+constinit std::atomic<const pthread_mutex_t *> last_unset{nullptr};
+
+}  // namespace
+
+deadlock_marks last_marks() { return {last_set, last_unset}; }
+
+}  // namespace support
 
 using namespace support;
 
@@ -35,11 +49,15 @@ void tern_syslog(int32_t facility, const char *format, ...) {
   note("tern_syslog", facility, static_cast<const char *>(text));
 }
 
-void ptd_set_mutex_block(pthread_mutex_t *, const char *function, uint32_t line) {
+void ptd_set_mutex_block(pthread_mutex_t *mutex, const char *function, uint32_t line) {
+  last_set = mutex;
   note("ptd_set_mutex_block", function, line);
 }
 
-void ptd_unset_mutex_block(pthread_mutex_t *) { note("ptd_unset_mutex_block"); }
+void ptd_unset_mutex_block(pthread_mutex_t *mutex) {
+  last_unset = mutex;
+  note("ptd_unset_mutex_block");
+}
 
 cerrno strncpy_s(char *destination, size_t size, const char *source, size_t count) {
   record_call("strncpy_s", {shown(size), shown(count)});

@@ -7,8 +7,6 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "library.h"
 #include "lum_api/lum_api.h"
@@ -18,8 +16,8 @@ using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::MatchesRegex;
 using testing::Not;
+using testing::SizeIs;
 
 namespace {
 
@@ -37,6 +35,11 @@ uint64_t blocked_in_polling_thread() {
     }
   }
   return 0;
+}
+
+// A line on an info channel that could not be opened.
+line_matcher unopened(uint32_t point, const char *text) {
+  return {"closed", "LUM_INFO", point, text};
 }
 
 uint64_t bit_of(int signal) { return uint64_t{1} << (signal - 1); }
@@ -163,6 +166,10 @@ TEST(infra_init, failing_trace_channels_are_ignored) {
   EXPECT_EQ(ct_err, 0x101u);
   EXPECT_EQ(ct_info, 0u);
   EXPECT_EQ(lum_get_ctx()->dom_thread_started, 1u);
+  EXPECT_THAT(traces(), lines_in_order({unopened(2, "In lum_infra_init ctrace init done!\n"),
+                                        unopened(3, "rc of modules init = 0\n"),
+                                        unopened(4, "Checkpoint recover done with rc 0.\n"),
+                                        unopened(7, "DOM thread created\n")}));
 }
 
 TEST(infra_init, modules_get_the_event_manager_and_the_restart_flag) {
@@ -237,6 +244,24 @@ TEST(infra_init, test_hooks_are_installed_also_after_a_failed_thread_creation) {
               ElementsAre("test_event_init_tests_v2(\"test_suite_0\", 0, 0x45, 1)"));
 }
 
+TEST(infra_init, goes_on_when_one_step_after_the_other_fails) {
+  lum::lum_module_table()[1].init = [](event_manager, uint32_t) -> cerrno { return 55; };
+  script.fail("chkpt_iterate_start", 1, 61);
+  script.fail("pthread_create", 1, EAGAIN);
+  lum_infra_params params = parameters();
+  params.pm_alarm_test = 1;
+  EXPECT_EQ(boot(params), static_cast<uint32_t>(EAGAIN));
+  EXPECT_THAT(traces(), lines_in_order({info("rc of modules init = 55\n"),
+                                        info("Checkpoint recover done with rc 61.\n"),
+                                        error("LUM DOM thread create failed rc:0xb[error 11]\n")}));
+  EXPECT_THAT(calls({"test_event_init_tests_v2"}), SizeIs(1));
+
+  clear_record();
+  EXPECT_EQ(lum_infra_init(&params), 0u);
+  EXPECT_THAT(calls(), IsEmpty());
+  EXPECT_THAT(traces(), ElementsAre(info(already_done)));
+}
+
 TEST(infra_init, test_hooks_are_not_installed_unasked) {
   EXPECT_EQ(boot(), 0u);
   EXPECT_THAT(calls({"test_event_init_tests_v2"}), IsEmpty());
@@ -277,40 +302,8 @@ TEST(infra_init, second_call_after_a_failed_thread_creation_returns_0_and_does_n
   const lum_infra_params params = parameters();
   EXPECT_EQ(lum_infra_init(&params), 0u);
   EXPECT_THAT(calls(), IsEmpty());
+  EXPECT_THAT(traces(), ElementsAre(info(already_done)));
   EXPECT_EQ(lum_get_ctx()->dom_thread_started, 0u);
-}
-
-// ---- Locks ----
-
-TEST(infra_init, waiting_for_the_start_up_lock_is_marked) {
-  script.fail("pthread_mutex_trylock", 1, EBUSY);
-  EXPECT_EQ(boot(), 0u);
-  const auto marks = calls({"ptd_set_mutex_block", "ptd_unset_mutex_block"});
-  ASSERT_EQ(marks.size(), 2u);
-  EXPECT_THAT(marks[0], MatchesRegex("ptd_set_mutex_block\\(\"lum_infra_init\", [0-9]+\\)"));
-  EXPECT_EQ(marks[1], "ptd_unset_mutex_block()");
-}
-
-TEST(infra_init, concurrent_callers_start_one_library) {
-  lum_lib_init();
-  const lum_infra_params params = parameters();
-  std::vector<std::thread> callers;
-  std::vector<uint32_t> results(8, 1);
-  for (uint32_t &result : results) {
-    callers.emplace_back([&] { result = lum_infra_init(&params); });
-  }
-  for (std::thread &caller : callers) caller.join();
-  EXPECT_THAT(results, testing::Each(0u));
-  EXPECT_EQ(calls({"pthread_create"}).size(), 1u);
-  EXPECT_EQ(calls({"wavl_init"}).size(), 1u);
-  polling.wait_asleep();
-}
-
-TEST(infra_init, serial_lock_is_error_checking) {
-  EXPECT_EQ(boot(), 0u);
-  EXPECT_EQ(pthread_mutex_lock(&lum::serial_mutex), 0);
-  EXPECT_EQ(pthread_mutex_lock(&lum::serial_mutex), EDEADLK);
-  EXPECT_EQ(pthread_mutex_unlock(&lum::serial_mutex), 0);
 }
 
 // ---- Signals ----
@@ -324,6 +317,16 @@ TEST(infra_init, blocks_two_signals_in_the_caller_and_in_the_polling_thread) {
   EXPECT_EQ(sigismember(&mine, SIGRTMIN + 10), 1);
   EXPECT_EQ(sigismember(&mine, SIGRTMIN + 7), 0);
   EXPECT_EQ(blocked_in_polling_thread() & both, both);
+}
+
+TEST(infra_init, signals_stay_blocked_after_a_failed_thread_creation) {
+  script.fail("pthread_create", 1, EAGAIN);
+  EXPECT_EQ(boot(), static_cast<uint32_t>(EAGAIN));
+  EXPECT_THAT(calls({"pthread_sigmask"}), SizeIs(1));
+  sigset_t mine;
+  pthread_sigmask(SIG_SETMASK, nullptr, &mine);
+  EXPECT_EQ(sigismember(&mine, SIGRTMIN + 6), 1);
+  EXPECT_EQ(sigismember(&mine, SIGRTMIN + 10), 1);
 }
 
 using infra_init_death = testing::Test;

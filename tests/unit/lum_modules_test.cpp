@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 
 #include <cerrno>
+#include <cstddef>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -47,6 +49,11 @@ std::vector<std::string> hooks_called() {
   return names;
 }
 
+bool is_empty(const lum_device_id_td &port) {
+  const lum_device_id_td nothing = {};
+  return std::memcmp(&port, &nothing, offsetof(lum_device_id_td, ifname) + sizeof port.ifname) == 0;
+}
+
 cerrno succeed(event_manager, uint32_t) {
   record_call("succeed", {});
   return 0;
@@ -54,6 +61,11 @@ cerrno succeed(event_manager, uint32_t) {
 cerrno refuse(event_manager, uint32_t) {
   record_call("refuse", {});
   return 44;
+}
+
+cerrno tell_arguments(event_manager evm, uint32_t restart) {
+  note("init", hex{evm}, restart);
+  return 0;
 }
 
 // ---- The table itself ----
@@ -93,6 +105,12 @@ TEST_F(modules_init, goes_in_table_order_and_marks_each) {
                   info("PD Module module initialisation succeeded\n"),
                   info("SERVER module initialisation succeeded\n")));
   for (const lum::lum_module &module : table) EXPECT_EQ(module.init_done, 1u);
+}
+
+TEST_F(modules_init, gives_each_the_event_manager_and_the_restart_flag) {
+  for (lum::lum_module &module : table) module.init = tell_arguments;
+  EXPECT_EQ(lum_modules_init(0x45, 9), 0u);
+  EXPECT_THAT(calls(), ElementsAre("init(0x45, 9)", "init(0x45, 9)", "init(0x45, 9)"));
 }
 
 TEST_F(modules_init, second_call_finds_all_done) {
@@ -192,6 +210,19 @@ TEST_F(module_hooks, delete_with_an_unknown_name_still_calls_every_hook_and_retu
   EXPECT_THAT(traces(), ElementsAre(error("Failed to get devinfo for ifname:Ots0_9_9_9_0, "
                                           "rc:0xffffffff[error 4294967295]\n")
                                         .of("lum_modules")));
+  for (const hook_call &each : hook_calls()) EXPECT_TRUE(is_empty(each.port));
+}
+
+TEST_F(module_hooks, delete_with_a_name_that_does_not_parse_still_calls_every_hook) {
+  table[0].port_delete = delete_hook<'a'>;
+  table[2].port_delete = delete_hook<'c'>;
+  script.fail("imc_ifname_parse", 1, 91);
+  EXPECT_EQ(lum_modules_port_delete("nonsense"), 0u);
+  EXPECT_THAT(hooks_called(), ElementsAre("delete a", "delete c"));
+  for (const hook_call &each : hook_calls()) EXPECT_TRUE(is_empty(each.port));
+  EXPECT_THAT(traces(), Contains(error("Failed to get devinfo for ifname:nonsense, "
+                                       "rc:0x5b[error 91]\n")
+                                     .of("lum_modules")));
 }
 
 TEST_F(module_hooks, failing_delete_hook_is_traced_and_the_walk_goes_on) {
