@@ -18,6 +18,7 @@ static void stop_polling(lum_port_data &port, std::uint32_t rsip);
 
 cerrno lum_plat_init(std::uint32_t rack, std::uint32_t slot, std::uint32_t instance,
                      const lum_slot_props *props) {
+  if (props == nullptr) return EINVAL;
   shared_store(lum_get_ctx()->resync, 0);
   LUM_INFO(18, "LUM_API: entry: R/S/I: %d/%d/%d/\n", rack, slot, instance);
   lum_slot_properties_init(cut16(slot), cut16(instance), props);
@@ -35,6 +36,7 @@ cerrno lum_plat_deinit(std::uint32_t rack, std::uint32_t slot, std::uint32_t ins
 }
 
 cerrno lum_create_ports(std::uint32_t count, const lum_port_props *props) {
+  if (count != 0 && props == nullptr) return EINVAL;
   shared_store(lum_get_ctx()->resync, 0);
   const std::uint32_t first_rsip = count == 0 ? 0 : props[0].rsip;
   std::uint32_t slot = slot_in(first_rsip);
@@ -78,6 +80,7 @@ cerrno lum_add_device_to_ports_db(std::uint32_t rack, std::uint32_t slot, std::u
 // The nodes go when the interface manager confirms the deletion.
 cerrno lum_delete_ports(std::uint32_t rack, std::uint32_t slot, std::uint32_t instance,
                         std::uint32_t count, const std::uint32_t *ports) {
+  if (count != 0 && ports == nullptr) return EINVAL;
   LUM_INFO(25, "LUM_API: entry: R/S/I:%d/%d/%d/ num_ports:%d\n", rack, slot, instance, count);
   c_array<std::uint32_t> found = zeroed_array<std::uint32_t>(count);
   if (!found) {

@@ -67,7 +67,8 @@ cerrno fill_delete_batch(const lum_controller_delete_request &request, name_list
 // After the send the request may be gone: its completion may have run already.
 cerrno lum_controllers_create(lum_controller_create_request *request, const char *const *names,
                               const std::uint16_t *types) {
-  if (request == nullptr || names == nullptr || types == nullptr || request->count < 1) {
+  if (request == nullptr || names == nullptr || types == nullptr || request->count < 1 ||
+      request->entries == nullptr) {
     return EINVAL;
   }
   const std::int32_t count = request->count;
@@ -103,6 +104,10 @@ cerrno lum_controllers_update(lum_controller_update_request *request) {
   const std::int32_t count = request->count;
   if (count < 1) {
     LUM_ERROR(189, "invalid bulk count:%d", count);
+    return EINVAL;
+  }
+  if ((request->state_change != 0 && request->states == nullptr) ||
+      (request->capability_change != 0 && request->attrs == nullptr)) {
     return EINVAL;
   }
   LUM_INFO(190, "controller_update,entry,bulk_count,%d", count);
@@ -141,7 +146,10 @@ cerrno lum_controllers_update(lum_controller_update_request *request) {
 }
 
 cerrno lum_controllers_delete(lum_controller_delete_request *request, const std::uint16_t *types) {
-  if (request == nullptr || request->count <= 0) return EINVAL;
+  if (request == nullptr || request->count <= 0 || request->ifhandles == nullptr ||
+      types == nullptr) {
+    return EINVAL;
+  }
   const std::int32_t count = request->count;
   name_list names(count);
   payload elements = make_payload(count, LUM_DELETE_ELEMENT_SIZE);
