@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/locks.h"
+#include "base/shared.h"
 #include "blocks.h"
 #include "controllers.h"
 #include "lum_ports_db/node_keeper.h"
@@ -41,9 +42,12 @@ class deletion : public created_ports {
   static std::vector<trace_line> lock_failures() {
     std::vector<trace_line> found;
     for (const trace_line &line : traces()) {
-      if (line.text.rfind("module access lock failed", 0) == 0) found.push_back(line);
+      if (starts(line, "module access lock failed")) found.push_back(line);
     }
     return found;
+  }
+  static bool starts(const trace_line &line, const char *beginning) {
+    return line.text.rfind(beginning, 0) == 0;
   }
 };
 
@@ -75,6 +79,30 @@ TEST_F(deletion, stops_the_polling_before_it_takes_the_mutex) {
   EXPECT_EQ(data_at(first).is_dom_enabled, 0);
   EXPECT_EQ(data_at(first).transceiver_disabled, 1);
   EXPECT_EQ(data_at(second).is_dom_enabled, 1);
+}
+
+TEST_F(deletion, mutex_is_kept_when_the_lock_is_traced_and_not_before) {
+  std::vector<bool> kept;
+  at_trace = [&](const trace_line &line) {
+    if (starts(line, "DOM stopped") || starts(line, "delete ports: after lock")) {
+      kept.push_back(data_at(first).mutex_kept_by != 0);
+    }
+  };
+  EXPECT_EQ(remove({7}), 0u);
+  EXPECT_THAT(kept, ElementsAre(false, true));
+}
+
+// The port number runs over into the instance; the controllers are looked up by their own place.
+TEST_F(deletion, port_number_above_255_stops_the_port_of_the_sum_but_finds_no_controllers) {
+  add_created_port(0x30107, 0x2001, 0x2002);
+  clear_record();
+  EXPECT_EQ(remove({0x107}), 22u);
+  EXPECT_THAT(traces(),
+              lines_in_order({lum_api.says("d", "DOM stopped for rsip=0x30107\n"),
+                              error("controller_delete, lum_get_ifname_from_ctx failed,ifh:0x0,"
+                                    "rc:0x16[error 22]"),
+                              lum_api.says("dddd", "LUM_API: exit: R/S/I: 0/3/0/ rc: 22\n")}));
+  EXPECT_NE(data_at(0x30107).mutex_kept_by, 0u);
 }
 
 TEST_F(deletion, node_stays_until_the_interface_manager_confirms) {
@@ -192,6 +220,8 @@ TEST_F(deletion, waits_for_a_transfer_in_progress) {
   std::thread other([] { EXPECT_EQ(remove({7}), 0u); });
   wait_for_block("lum_delete_ports");
   EXPECT_EQ(im.batches.size(), 1u);
+  EXPECT_EQ(lum::shared_load(data_at(first).is_dom_enabled), 0);
+  EXPECT_EQ(lum::shared_load(data_at(first).transceiver_disabled), 1);
   go_on = true;
   other.join();
   EXPECT_EQ(im.batches.size(), 2u);
