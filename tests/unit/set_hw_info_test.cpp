@@ -107,6 +107,28 @@ TEST_F(set_hw_info, port_is_provisioned_then_saved) {
   EXPECT_EQ(saved.port_cfg[0].changed_bits, 0x40000u);
 }
 
+TEST_F(set_hw_info, ports_mutex_is_released_before_the_save) {
+  watch(port().port_mutex, "port");
+  set(handle_0, 0x40000);
+  EXPECT_THAT(
+      calls({"pthread_mutex_trylock", "i2c_write_byte", "pthread_mutex_unlock", "chkpt_save"}),
+      ElementsAre("pthread_mutex_trylock(port)", wrote(3, 133, 1), "pthread_mutex_unlock(port)",
+                  "chkpt_save(0xc0de, 0x501, 96)"));
+}
+
+TEST_F(set_hw_info, configuration_changes_between_the_ports_trace_and_its_provisioning) {
+  std::vector<uint32_t> seen;
+  at_trace = [&](const trace_line &line) {
+    const bool changed = line.point == 125;
+    if (line.point != 124 && !changed) return;
+    seen.push_back(line.point);
+    EXPECT_EQ(cfg(0).changed_bits, changed ? 0x40000u : 0u);
+    EXPECT_EQ(cfg(0).mode, changed ? 96u : 0u);
+  };
+  set(handle_0, 0x40000);
+  EXPECT_THAT(seen, ElementsAre(124, 125));
+}
+
 TEST_F(set_hw_info, steps_are_traced) {
   set(handle_0, 0x10000000000);
   const std::vector<trace_line> lines = traces_of(area);

@@ -62,6 +62,19 @@ TEST_F(sweep, whole_database_is_walked_without_its_mutex) {
                           "wavl_get_next(0x30107, 0)", "wavl_get_next(0x30108, 0)"));
 }
 
+TEST_F(sweep, walk_goes_on_behind_the_port_that_matches) {
+  EXPECT_EQ(lum_module_sweep_hw_status(0, 0, 3, 1, 6), 0u);
+  EXPECT_THAT(calls({"wavl_get_first", "wavl_get_next"}),
+              ElementsAre("wavl_get_first(0)", "wavl_get_next(0x30106, 0)",
+                          "wavl_get_next(0x30107, 0)", "wavl_get_next(0x30108, 0)"));
+}
+
+TEST_F(sweep, failed_handle_lookup_ends_the_walk) {
+  script.fail("wavl_search", 1, 1);
+  EXPECT_EQ(lum_module_sweep_hw_status(0, 0, 3, 1, 6), 22u);
+  EXPECT_THAT(calls({"wavl_get_first", "wavl_get_next"}), ElementsAre("wavl_get_first(0)"));
+}
+
 TEST_F(sweep, failed_handle_lookup_is_traced_and_22) {
   script.fail("wavl_search", 1, 1);
   EXPECT_EQ(lum_module_sweep_hw_status(0, 0, 3, 1, 7), 22u);
