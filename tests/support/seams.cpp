@@ -12,6 +12,7 @@
 
 #include "blocks.h"
 #include "lum.h"
+#include "provisioning_step.h"
 #include "record.h"
 #include "script.h"
 #include "spin.h"
@@ -82,6 +83,8 @@ std::string members_of(const sigset_t *set) {
 }  // namespace
 
 polling_gate polling;
+std::function<cerrno(lum_port_data *, uint32_t)> &provisioning_step =
+    *new std::function<cerrno(lum_port_data *, uint32_t)>;
 
 void watch(const pthread_mutex_t &mutex, const std::string &name) {
   const std::lock_guard hold(seams().lock);
@@ -120,6 +123,10 @@ extern "C" {
 
 void *__real_calloc(size_t count, size_t size);
 void __real_free(void *block);
+cerrno __real_lum_construct_if_name(uint32_t iftype, uint32_t rack, uint32_t slot,
+                                    uint32_t instance, uint32_t port, uint32_t reserved,
+                                    uint32_t sub_port, char *dst);
+cerrno __real_lum_process_provisioning(lum_port_data *port, uint32_t port_handle);
 cerrno __real_lum_ctx_derive_hw_nodeid(uint32_t rack, uint32_t slot, uint32_t instance);
 int __real_pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
                           void *(*start)(void *), void *argument);
@@ -148,6 +155,18 @@ void *__wrap_calloc(size_t count, size_t size) {
 void __wrap_free(void *block) {
   forget_block(block);
   __real_free(block);
+}
+
+cerrno __wrap_lum_construct_if_name(uint32_t iftype, uint32_t rack, uint32_t slot,
+                                    uint32_t instance, uint32_t port, uint32_t reserved,
+                                    uint32_t sub_port, char *dst) {
+  if (const auto code = planned("lum_construct_if_name")) return *code;
+  return __real_lum_construct_if_name(iftype, rack, slot, instance, port, reserved, sub_port, dst);
+}
+
+cerrno __wrap_lum_process_provisioning(lum_port_data *port, uint32_t port_handle) {
+  if (provisioning_step) return provisioning_step(port, port_handle);
+  return __real_lum_process_provisioning(port, port_handle);
 }
 
 cerrno __wrap_lum_ctx_derive_hw_nodeid(uint32_t rack, uint32_t slot, uint32_t instance) {

@@ -216,4 +216,16 @@ TEST_F(look_up_edges, rsip_from_ifh_needs_no_sub_port) {
   EXPECT_EQ(out, 0x01020304u);
 }
 
+// ---- Names of ports ----
+
+TEST_F(look_up_edges, intfname_for_port_that_cannot_be_made_is_traced_and_its_code_returned) {
+  script.fail("lum_construct_if_name", 1, 5);
+  char name[LUM_IFNAME_SIZE] = {};
+  EXPECT_EQ(lum_get_intfname_for_port(0, 3, 0, 7, 1, name), 5u);
+  EXPECT_THAT(
+      traces(),
+      ElementsAre(
+          error(227, "Failed to get if name for port = 7 subport = 1\n").of("lum_ports_db")));
+}
+
 }  // namespace

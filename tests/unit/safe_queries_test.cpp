@@ -12,7 +12,6 @@
 #include "lum_api/lum_api.h"
 
 using namespace support;
-using testing::Contains;
 using testing::ElementsAre;
 
 namespace {
@@ -55,6 +54,7 @@ TEST_F(safe_queries, port_info_of_a_name_that_does_not_parse_is_the_parsers_erro
   EXPECT_EQ(lum_safely_get_port_info("Ots0_3_0_7_0", &out), 93u);
   expect_bracketed();
   EXPECT_EQ(lum_safely_get_port_info("nonsense", &out), 22u);
+  expect_bracketed();
 }
 
 TEST_F(safe_queries, port_info_of_a_well_formed_name_of_an_unknown_port_is_22) {
@@ -96,8 +96,10 @@ TEST_F(safe_queries, devinfo_copies_the_record) {
   std::memset(&out, 0xEE, sizeof out);
   EXPECT_EQ(lum_safely_get_devinfo(handle, 1, &out), 0u);
   expect_bracketed();
-  EXPECT_EQ(out.ifhandle, 0x1001u);
+  EXPECT_EQ(out.valid, 0xFu);
   EXPECT_EQ(out.port_handle, handle);
+  EXPECT_EQ(out.iftype, 188u);
+  EXPECT_EQ(out.ifhandle, 0x1001u);
   EXPECT_STREQ(out.ifname, "Ots0_3_0_7_1");
 }
 
@@ -108,6 +110,8 @@ TEST_F(safe_queries, devinfo_of_an_unknown_port_handle_is_22_and_clears_the_outp
   expect_bracketed();
   const lum_device_id_td zero = {};
   EXPECT_EQ(out.valid, 0u);
+  EXPECT_EQ(out.port_handle, 0u);
+  EXPECT_EQ(out.iftype, 0u);
   EXPECT_EQ(out.ifhandle, 0u);
   EXPECT_EQ(std::memcmp(out.ifname, zero.ifname, sizeof out.ifname), 0);
 }
@@ -129,19 +133,28 @@ TEST_F(safe_queries, rsip_of_an_unknown_port_handle_is_not_found_and_leaves_the_
 TEST_F(safe_queries, look_ups_by_handle_take_no_other_lock) {
   uint32_t out = 0;
   lum_device_id_td record;
+  const auto expect_no_other = [] {
+    EXPECT_THAT(calls({"pthread_mutex_trylock"}), ElementsAre("pthread_mutex_trylock(serial)"));
+    expect_bracketed();
+  };
   lum_safely_get_ifhandle(handle, 0, &out);
+  expect_no_other();
   lum_safely_get_devinfo(handle, 0, &record);
+  expect_no_other();
   lum_safely_get_rsip(handle, &out);
-  EXPECT_THAT(calls({"pthread_mutex_trylock"}), testing::Each("pthread_mutex_trylock(serial)"));
+  expect_no_other();
 }
 
 TEST_F(safe_queries, sub_port_that_no_port_has_is_answered_without_touching_memory) {
   uint32_t out = 7;
   lum_device_id_td record;
   EXPECT_EQ(lum_safely_get_ifhandle(handle, 2, &out), 22u);
+  expect_bracketed();
   EXPECT_EQ(lum_safely_get_ifhandle(handle, 0xFFFFFFFF, &out), 22u);
+  expect_bracketed();
   EXPECT_EQ(out, 7u);
   EXPECT_EQ(lum_safely_get_devinfo(handle, 2, &record), 22u);
+  expect_bracketed();
   EXPECT_EQ(record.valid, 0u);
 }
 
@@ -176,7 +189,13 @@ TEST_F(safe_queries, query_under_the_callers_own_lock_is_reported_and_still_answ
   clear_record();
   EXPECT_EQ(lum_safely_get_rsip(handle, &out), 0u);
   EXPECT_EQ(out, rsip);
-  EXPECT_THAT(traces(), Contains(error("serial lock failed with rc 35 for lum_safely_get_rsip\n")));
+  EXPECT_THAT(traces(),
+              ElementsAre(error(46, "serial lock failed with rc 35 for lum_safely_get_rsip\n"),
+                          info(47, "serial unlock failed with rc 1 for lum_safely_get_rsip\n")));
+  clear_record();
+  lum_serial_unlock(1, "caller");
+  EXPECT_THAT(traces(), ElementsAre(info(47, "serial unlock failed with rc 1 for caller\n")))
+      << "the query has let go of the caller's lock";
 }
 
 TEST_F(safe_queries, unlock_that_fails_is_traced_on_the_info_channel) {
@@ -203,14 +222,19 @@ TEST_F(safe_queries, each_query_names_itself_to_the_lock) {
   lum_safely_get_devinfo(handle, 0, &record);
   lum_safely_get_rsip(handle, &word);
   EXPECT_THAT(traces(),
-              lines_in_order({error("serial lock failed with rc 22 for lum_safely_get_port_info\n"),
-                              error("serial lock failed with rc 22 for lum_safely_get_ifhandle\n"),
-                              error("serial lock failed with rc 22 for lum_safely_get_devinfo\n"),
-                              error("serial lock failed with rc 22 for lum_safely_get_rsip\n")}));
+              ElementsAre(error(46, "serial lock failed with rc 22 for lum_safely_get_port_info\n"),
+                          info(47, "serial unlock failed with rc 1 for lum_safely_get_port_info\n"),
+                          error(46, "serial lock failed with rc 22 for lum_safely_get_ifhandle\n"),
+                          info(47, "serial unlock failed with rc 1 for lum_safely_get_ifhandle\n"),
+                          error(46, "serial lock failed with rc 22 for lum_safely_get_devinfo\n"),
+                          info(47, "serial unlock failed with rc 1 for lum_safely_get_devinfo\n"),
+                          error(46, "serial lock failed with rc 22 for lum_safely_get_rsip\n"),
+                          info(47, "serial unlock failed with rc 1 for lum_safely_get_rsip\n")));
 }
 
 TEST_F(safe_queries, answers_stay_whole_while_ports_come_and_go) {
   std::atomic<bool> done{false};
+  std::atomic<unsigned> found{0};
   std::vector<std::thread> clients;
   for (int i = 0; i < 2; ++i) {
     clients.emplace_back([&] {
@@ -218,19 +242,21 @@ TEST_F(safe_queries, answers_stay_whole_while_ports_come_and_go) {
         uint32_t out = 0;
         if (lum_safely_get_rsip(handle + 1, &out) == 0) {
           EXPECT_EQ(out, rsip + 1);
+          ++found;
         }
         lum_device_id_td record;
         lum_safely_get_devinfo(handle + 1, 0, &record);
       }
     });
   }
-  for (int round = 0; round < 100; ++round) {
+  for (int round = 0; round < 100 || (found == 0 && round < 10000); ++round) {
     add_port(rsip + 1);
     lum_ports_db_remove_entry(rsip + 1);
     if (round % 20 == 0) clear_record();
   }
   done.store(true);
   for (std::thread &each : clients) each.join();
+  EXPECT_GT(found, 0u);
 }
 
 }  // namespace

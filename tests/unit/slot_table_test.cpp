@@ -112,6 +112,36 @@ TEST_F(slot_table, used_is_a_truth_value) {
   EXPECT_EQ(lum_plat_is_instance_used(3), 1u);
 }
 
+TEST_F(slot_table, capacity_is_read_as_16_bits) {
+  open(0x10002);
+  fill({entry(7, 5), entry(8, 6), entry(9, 7)});
+  EXPECT_EQ(lum_plat_num_port_info(3, 0), 2u);
+  EXPECT_EQ(lum_plat_port_idx(3, 0, 2), 0u);
+}
+
+TEST_F(slot_table, capacity_whose_low_16_bits_are_0_is_none) {
+  open(0x10000);
+  fill({entry(7, 5)});
+  EXPECT_EQ(lum_plat_num_port_info(3, 0), 0u);
+  lum_plat_set_sdev_ctx(3, 0, 0, 1);
+  EXPECT_EQ(lum_plat_get_sdev_ctx(3, 0, 0), nullptr);
+}
+
+TEST_F(slot_table, instances_and_slots_do_not_share_their_entries) {
+  const lum_slot_props props = {1, 2};
+  open(2);
+  open(2, 1, 1);
+  ASSERT_NE(lum_slot_properties_init(2, 0, &props), nullptr);
+  fill({entry(7, 5)});
+  for (const auto &[slot, instance] : {std::pair{3u, 1u}, {2u, 0u}}) {
+    EXPECT_EQ(lum_plat_num_port_info(slot, instance), 0u);
+    EXPECT_EQ(lum_plat_port_idx(slot, instance, 0), 0u);
+    EXPECT_EQ(lum_plat_get_port_handle(slot, instance, 7), 0u);
+  }
+  lum_slot_properties_deinit(3, 1);
+  EXPECT_EQ(lum_plat_get_port_handle(3, 0, 7), 5u);
+}
+
 // ---- Filling and emptying entries ----
 
 TEST_F(slot_table, filling_takes_three_fields_over_and_marks_the_entry) {
@@ -181,6 +211,26 @@ TEST_F(slot_table, emptying_compares_the_low_16_bits) {
   EXPECT_EQ(lum_plat_num_port_info(3, 0), 0u);
 }
 
+TEST_F(slot_table, emptying_takes_entries_that_are_free_already_too) {
+  const lum_port_props *entries = open(4);
+  fill({entry(7, 5)});
+  lum_port_properties_deinit(3, 0, 0);
+  EXPECT_EQ(lum_plat_num_port_info(3, 0), 0xFFFEu) << "three free entries have index 0";
+  EXPECT_EQ(entries[0].in_use, 1u);
+}
+
+TEST_F(slot_table, emptied_entry_keeps_its_numbers_and_is_emptied_again) {
+  const lum_port_props *entries = open(1);
+  fill({entry(7, 5)});
+  lum_port_properties_deinit(3, 0, 7);
+  EXPECT_EQ(lum_plat_num_port_info(3, 0), 0u);
+  lum_port_properties_deinit(3, 0, 7);
+  EXPECT_EQ(lum_plat_num_port_info(3, 0), 0xFFFFu);
+  EXPECT_EQ(lum_plat_get_port_handle(3, 0, 7), 5u);
+  EXPECT_EQ(lum_plat_port_idx(3, 0, 0), 7u);
+  EXPECT_EQ(entries[0].rsip, rsip);
+}
+
 TEST_F(slot_table, emptied_entry_is_filled_again) {
   const lum_port_props *entries = open(2);
   fill({entry(7, 1), entry(8, 2)});
@@ -214,6 +264,23 @@ TEST_F(slot_table, context_cell_is_found_by_the_full_handle) {
   ASSERT_NE(lum_plat_get_sdev_ctx(3, 0, 0x12345), nullptr);
   EXPECT_EQ(*lum_plat_get_sdev_ctx(3, 0, 0x12345), 0xABCDu);
   EXPECT_EQ(lum_plat_get_sdev_ctx(3, 0, 0x2345), nullptr);
+}
+
+TEST_F(slot_table, context_cell_is_that_of_the_first_entry_with_the_handle) {
+  const lum_port_props *entries = open(2);
+  fill({entry(7, 5), entry(8, 5)});
+  lum_plat_set_sdev_ctx(3, 0, 5, 1);
+  EXPECT_NE(entries[0].context, nullptr);
+  EXPECT_EQ(entries[1].context, nullptr);
+}
+
+TEST_F(slot_table, context_cell_of_handle_0_is_that_of_a_free_entry) {
+  const lum_port_props *entries = open(2);
+  fill({entry(7, 5)});
+  lum_plat_set_sdev_ctx(3, 0, 0, 9);
+  ASSERT_NE(entries[1].context, nullptr);
+  EXPECT_EQ(*entries[1].context, 9u);
+  EXPECT_EQ(lum_plat_get_sdev_ctx(3, 0, 0), entries[1].context);
 }
 
 TEST_F(slot_table, context_cell_of_an_unknown_handle_is_not_set) {
