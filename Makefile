@@ -4,7 +4,7 @@
 #   make demo MODULES=DIR     a shelf of the module dumps (*.eeprom) in DIR
 #   make test                 every test
 #   make bench                the benchmarks
-#   make check                format, lint, catalogue, sanitizers, short fuzz runs
+#   make check                format, lint, catalogue, binary interface, sanitizers, coverage, short fuzz runs
 
 JOBS ?= $(shell nproc)
 
