@@ -52,6 +52,15 @@ bool modules_are_good(const lum_linux::node_description &node) {
   return good;
 }
 
+// What is right as a description and yet most likely not what was meant.
+void warn(const lum_linux::node_description &node) {
+  if (node.rack == 0) return;
+  fmt::print(stderr,
+             "{}: warning: 'rack' is {}, and the library reaches modules in rack 0 only: no module "
+             "of this node will be read or set\n",
+             node.source.native(), node.rack);
+}
+
 sigset_t stop_signals() {
   sigset_t set;
   sigemptyset(&set);
@@ -91,6 +100,13 @@ void leave_at_the_latest() {
   _exit(code);
 }
 
+bool make_folder(const std::filesystem::path &folder) {
+  std::error_code refused;
+  std::filesystem::create_directories(folder, refused);
+  if (refused) say("{}: {}", folder.native(), refused.message());
+  return !refused;
+}
+
 void report_ready(const driver &node, const http_server &server, std::size_t ports) {
   say("node \"{}\": {} ports, {} start", node.node().name, ports,
       node.restarted() ? "warm" : "cold");
@@ -103,13 +119,8 @@ int run(lum_linux::node_description description, const options &chosen) {
   }
   block_stop_signals();
 
-  // Most likely the folder of the socket, and always one of those that the platform makes.
-  std::error_code refused;
-  std::filesystem::create_directories(description.state_directory, refused);
-  if (refused) {
-    say("{}: {}", description.state_directory.native(), refused.message());
-    return exit_failed;
-  }
+  // The socket comes before the platform, which makes the other folders.
+  if (!make_folder(description.api_socket.parent_path())) return exit_failed;
   std::string error;
   http_options http;
   http.socket = description.api_socket;
@@ -163,6 +174,7 @@ int main(int argc, char **argv) {
 
   const auto result = lum_linux::read_node_description(chosen.config);
   if (!is_good(result) || !modules_are_good(*result.node)) return exit_wrong_description;
+  warn(*result.node);
   if (chosen.check) {
     fmt::print("{}: right, {} ports\n", chosen.config, result.node->ports().size());
     return 0;

@@ -58,3 +58,42 @@ class WrongDescription(support.ShelfTest):
         done = run(LUMD, "--config", self.shelf.description, "--check")
         self.assertEqual((done.returncode, done.stderr), (0, ""))
         self.assertFalse((self.shelf.folder / "state").exists())
+
+    def test_a_rack_other_than_0_is_warned_of_and_taken(self):
+        self.shelf.write_description()
+        text = self.shelf.description.read_text()
+        self.shelf.description.write_text("rack = 3\n" + text)
+        warning = f"{self.shelf.description}: warning: 'rack' is 3"
+        done = run(LUMD, "--config", self.shelf.description, "--check")
+        self.assertEqual((done.returncode, done.stderr.count("\n")), (0, 1))
+        self.assertIn(warning, done.stderr)
+        driver = self.start("rack = 3")
+        self.assertEqual(set(driver.ports()), {"3/1/0/1", "3/1/0/2"})
+        self.assertIn(warning, driver.log.read_text())
+        # As it warns: for longer than a polling cycle no module is asked for anything.
+        self.assertIsNone(driver.wait_for(
+            lambda now: any(port["module"]["transfers"] for port in now.values()), 7))
+
+
+class Folders(support.ShelfTest):
+    def setUp(self):
+        super().setUp()
+        self.add_empty()
+
+    def test_the_folder_of_the_socket_is_made(self):
+        self.shelf.socket = self.shelf.folder / "run" / "deep" / "api.sock"
+        self.start('api_socket = "run/deep/api.sock"')
+        self.assertTrue(self.shelf.socket.is_socket())
+
+    def test_also_of_the_socket_given_on_the_command_line(self):
+        self.shelf.socket = self.shelf.folder / "elsewhere" / "api.sock"
+        self.start(options=("--socket", str(self.shelf.socket)))
+        self.assertTrue(self.shelf.socket.is_socket())
+
+    def test_a_folder_that_cannot_be_made_is_named(self):
+        self.shelf.write_description()
+        file = self.shelf.folder / "file"
+        file.write_text("")
+        done = run(LUMD, "--config", self.shelf.description, "--socket", file / "a" / "api.sock")
+        self.assertEqual(done.returncode, 1)
+        self.assertIn(f"lumd: {file / 'a'}: ", done.stderr)
