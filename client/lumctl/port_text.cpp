@@ -56,11 +56,31 @@ std::string describe_dom(const json &port) {
   return text;
 }
 
-std::string describe_flags(const json &flags) {
-  if (!flags.is_array()) return "-";
+std::string describe_bytes(const json &bytes) {
   std::string text;
-  for (const json &flag : flags) text += fmt::format("{:02x} ", flag.get<unsigned>());
-  return text.empty() ? "-" : text.substr(0, text.size() - 1);
+  for (const json &byte : bytes) {
+    text += fmt::format("{}{:02x}", text.empty() ? "" : " ", byte.get<unsigned>());
+  }
+  return text;
+}
+
+// Each flag byte behind its number in the module's lower page.
+std::string describe_flags(const json &port) {
+  const json &flags = port.at("flags");
+  if (!flags.is_array()) return "-";
+  const json &numbers = port.at("flag_bytes");
+  std::string text;
+  for (std::size_t i = 0; i < std::min(flags.size(), numbers.size()); ++i) {
+    text += fmt::format("{}{}: {:02x}", text.empty() ? "byte " : ", ", numbers[i].get<unsigned>(),
+                        flags[i].get<unsigned>());
+  }
+  return text;
+}
+
+std::string describe_alarms(const json &names) {
+  std::string text;
+  for (const json &name : names) text += (text.empty() ? "" : ", ") + text_or_dash(name);
+  return text.empty() ? "none" : text;
 }
 
 // The raised flags by name, a line each.
@@ -99,12 +119,11 @@ std::string describe_sub_port(const json &sub_port) {
   std::size_t number = 0;
   for (const json &reading : sub_port.at("readings")) text += describe_reading(number++, reading);
   if (!sub_port.at("status").empty()) {
-    text += "  status bytes  " + describe_flags(sub_port.at("status")) + "\n";
+    text += "  status bytes  " + describe_bytes(sub_port.at("status")) + "\n";
   }
   text += "  settings      " + describe_configuration(sub_port.at("configuration")) + "\n";
-  if (sub_port.contains("pm") && sub_port.at("pm").contains("alarms")) {
-    text += fmt::format("  alarms        0x{:x}\n",
-                        sub_port.at("pm").at("alarms").get<std::uint64_t>());
+  if (sub_port.contains("pm") && sub_port.at("pm").contains("raised")) {
+    text += "  alarms        " + describe_alarms(sub_port.at("pm").at("raised")) + "\n";
   }
   return text;
 }
@@ -132,7 +151,7 @@ std::string describe_port(const json &port, const style &where) {
     text += line("Supply", with_unit(port, "supply_v", 4, "V"));
     text += line("LED", painted(where, led.text, led.paint));
     text += line("DOM", describe_dom(port));
-    text += line("Flags", describe_flags(port.at("flags")));
+    text += line("Flags", describe_flags(port));
     text += describe_raised(port.at("raised"));
     text += describe_upkeep(port);
   }

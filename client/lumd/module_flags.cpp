@@ -7,7 +7,6 @@
 namespace lumd {
 namespace {
 
-// Which bytes of the lower page the library keeps, in its order.
 constexpr std::array<unsigned, 8> places = {9, 10, 11, 12, 13, 64, 70, 49};
 
 struct known_flag {
@@ -25,18 +24,18 @@ constexpr known_flag known_flags[] = {
     {9, 5, "supply low alarm"},
     {9, 6, "supply high warning"},
     {9, 7, "supply low warning"},
-    {10, 1, "sub-port 0 alarm 0x2"},
-    {10, 5, "sub-port 1 alarm 0x2"},
-    {12, 5, "sub-port 0 alarm 0x1"},
-    {12, 1, "sub-port 1 alarm 0x1"},
-    {13, 0, "sub-port 0 alarm 0x4 (first)"},
-    {13, 1, "sub-port 0 alarm 0x4 (second)"},
-    {13, 4, "sub-port 1 alarm 0x4 (first)"},
-    {13, 5, "sub-port 1 alarm 0x4 (second)"},
-    {64, 5, "sub-port 0 alarm 0x80000"},
-    {64, 4, "sub-port 0 alarm 0x100000"},
-    {64, 1, "sub-port 1 alarm 0x80000"},
-    {64, 0, "sub-port 1 alarm 0x100000"},
+    {10, 1, "sub-port 0 alarm flag-10"},
+    {10, 5, "sub-port 1 alarm flag-10"},
+    {12, 5, "sub-port 0 alarm flag-12"},
+    {12, 1, "sub-port 1 alarm flag-12"},
+    {13, 0, "sub-port 0 alarm flag-13 (first)"},
+    {13, 1, "sub-port 0 alarm flag-13 (second)"},
+    {13, 4, "sub-port 1 alarm flag-13 (first)"},
+    {13, 5, "sub-port 1 alarm flag-13 (second)"},
+    {64, 5, "sub-port 0 alarm flag-64-high"},
+    {64, 4, "sub-port 0 alarm flag-64-low"},
+    {64, 1, "sub-port 1 alarm flag-64-high"},
+    {64, 0, "sub-port 1 alarm flag-64-low"},
 };
 
 // Any bit of it raises the same alarms.
@@ -51,11 +50,13 @@ std::string name_of(unsigned place, unsigned bit) {
 
 }  // namespace
 
+std::span<const unsigned> flag_places() { return places; }
+
 std::vector<std::string> raised_flags(std::span<const uint8_t> flags) {
   std::vector<std::string> raised;
   for (std::size_t i = 0; i < std::min(flags.size(), places.size()); ++i) {
     if (places[i] == all_one_place) {
-      if (flags[i] != 0) raised.push_back("sub-port 1 alarms 0x20000 and 0x40000");
+      if (flags[i] != 0) raised.push_back("sub-port 1 alarms flag-49-a and flag-49-b");
       continue;
     }
     for (unsigned bit = 0; bit < 8; ++bit) {

@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "alarm_view.h"
 #include "configuration.h"
 #include "driver.h"
 #include "lum_linux/modules.h"
@@ -118,7 +119,10 @@ json show_monitoring(uint32_t ifhandle) {
     shown["power_1"] = pm->latest->power_1;
     shown["power_0"] = pm->latest->power_0;
   }
-  if (const auto ptah = lum_linux::ptah_find(ifhandle)) shown["alarms"] = ptah->all.bitmap;
+  if (const auto ptah = lum_linux::ptah_find(ifhandle)) {
+    shown["alarms"] = ptah->all.bitmap;
+    shown["raised"] = alarm_names(ptah->all.bitmap);
+  }
   return shown;
 }
 
@@ -173,6 +177,7 @@ void add_module_data(const port_copy &port, bool has_readings, json &shown) {
   shown["temperature_c"] = nullptr;
   shown["supply_v"] = nullptr;
   shown["flags"] = nullptr;
+  shown["flag_bytes"] = flag_places();
   shown["raised"] = nullptr;
   if (data.inserted != 0 && (has_readings || data.vendor.fw_version != 0)) {
     const uint32_t version = data.vendor.fw_version;
