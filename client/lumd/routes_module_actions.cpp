@@ -16,6 +16,7 @@ namespace {
 using lum_linux::port_description;
 
 constexpr std::chrono::seconds bound(5);
+constexpr cerrno nothing_there = 2;
 
 // What has become of the module, or why not.
 api_reply report(driver &node, const port_description &port, cerrno rc, const std::string &why) {
@@ -49,9 +50,13 @@ api_reply post(driver &node, const api_request &request,
 }
 
 api_reply insert_again(driver &node, const port_description &port) {
-  const cerrno rc = node.platform().modules().insert(port.rsip);
-  return report(node, port, rc,
-                rc == 2 ? fmt::format("there is no module at {}", port.module.file.string()) : "");
+  auto &modules = node.platform().modules();
+  const cerrno rc = modules.insert(port.rsip);
+  std::string why;
+  if (rc == nothing_there) {
+    why = "there is no module at " + modules.last_status(port.rsip)->location;
+  }
+  return report(node, port, rc, why);
 }
 
 api_reply insert_another(driver &node, const port_description &port, const std::string &file) {

@@ -66,7 +66,32 @@ class Modules(Actions):
         self.assertEqual(self.page(self.first, 0)[10], 2)
         ports = self.driver.wait_for(lambda now: now[self.first.name]["led"]["state"] == 3
                                      and now[self.first.name]["raised"], 12)
-        self.assertEqual(ports[self.first.name]["raised"], ["sub-port 0 alarm 0x2"])
+        self.assertEqual(ports[self.first.name]["raised"], ["sub-port 0 alarm flag-10"])
+
+    def test_flags_and_alarms_have_one_vocabulary(self):
+        alarmed = self.add_module("iivi-alarm", slot=2)
+        self.begin()
+        self.does("module", "poke", alarmed.name, "0", "13", "0x21")
+        self.does("module", "poke", alarmed.name, "0", "49", "0x40")
+        self.assertIsNotNone(self.driver.wait_for(
+            lambda now: (now[alarmed.name]["flags"] or [0] * 8)[7] == 0x40
+            and now[alarmed.name]["sub_ports"][1]["pm"]["raised"], 15))
+        port = self.port(alarmed)
+        self.assertEqual(port["flag_bytes"], [9, 10, 11, 12, 13, 64, 70, 49])
+        shown = self.says("show", "port", alarmed.name)
+        lines = [line.strip() for line in shown.splitlines()]
+        self.assertNotIn("alarm 0x", shown)
+        self.assertIn("sub-port 0 alarm flag-13 (first)", lines)
+        self.assertIn("sub-port 1 alarm flag-13 (second)", lines)
+        self.assertIn("sub-port 1 alarms flag-49-a and flag-49-b", lines)
+        self.assertIn("Flags:         byte 9: {:02x}, 10: {:02x}, 11: {:02x}, 12: {:02x}, "
+                      "13: 21, 64: {:02x}, 70: {:02x}, 49: 40".format(
+                          *port["flags"][:4], *port["flags"][5:7]), lines)
+        for sub_port, known in enumerate(i for i in self.does("show", "alarms", "--all")
+                                         ["interfaces"] if i["port"] == alarmed.name):
+            self.assertEqual(port["sub_ports"][sub_port]["pm"]["raised"], known["raised"])
+            self.assertIn(f"alarms        {', '.join(known['raised'])}", lines)
+        self.assertIn("  alarms        none\n", self.says("show", "port", self.first.name))
 
     def test_faults_are_shown(self):
         self.begin()
@@ -81,7 +106,8 @@ class Modules(Actions):
         for action in ("insert", "remove", "release"):
             self.assertIn("nobody", self.fails(1, "module", action, "nobody"))
             self.fails(2, "module", action)
-        self.assertIn("no module", self.fails(1, "module", "insert", empty.name))
+        self.assertIn(f"there is no module at {empty.module}",
+                      self.fails(1, "module", "insert", empty.name))
         self.assertIn("only a simulated", self.fails(
             1, "module", "insert", empty.name, "--description", str(self.first.module)))
         wrong = self.shelf.folder / "wrong.toml"
@@ -96,6 +122,22 @@ class Modules(Actions):
         self.fails(1, "module", "poke", self.first.name, "200", "128", "0")
         self.fails(2, "module", "poke", self.first.name, "0", "x", "0")
         self.fails(2, "module", "poke", self.first.name, "0", "0")
+
+
+class RealBus(support.ShelfTest):
+    def test_an_empty_cage_on_a_bus_is_named_after_the_bus(self):
+        self.shelf.add_cage(1, "unused.eeprom")
+        self.shelf.write_description()
+        text = self.shelf.description.read_text()
+        self.shelf.write_description = lambda: None
+        self.shelf.description.write_text(text.replace('backend = "file"', 'backend = "i2c-dev"')
+                                          .replace('module = "modules/unused.eeprom"',
+                                                   'bus = "modules/i2c-3"\naddress = 0x51'))
+        driver = self.start()
+        with self.assertRaises(RuntimeError) as refused:
+            driver.lumctl("module", "insert", "0/1/0/1")
+        bus = self.shelf.folder / "modules" / "i2c-3"
+        self.assertIn(f"there is no module at {bus} 0x51", str(refused.exception))
 
 
 class Settings(Actions):
