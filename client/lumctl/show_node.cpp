@@ -14,10 +14,42 @@ std::string states_of(const json &counts) {
   return text.empty() ? "none" : text;
 }
 
+void line(const char *name, const std::string &value) {
+  fmt::print("{:<14} {}\n", std::string(name) + ":", value);
+}
+
+// The library counts a controller again with each replay.
+std::string controllers_of(const json &node) {
+  const auto existing = node.at("controllers_existing").get<unsigned>();
+  const auto counted = node.at("controllers").get<unsigned>();
+  std::string text = fmt::format("{}", existing);
+  if (counted != existing) text += fmt::format(", the library counts {}", counted);
+  if (node.at("resync").get<bool>()) text += ", replayed since the last creation or resync";
+  return text;
+}
+
+// The store, what it last failed at, and the one before it when that was not usable.
+void print_store(const json &store) {
+  std::string text =
+      fmt::format("{}: {} entries, {} writes, {} failures", text_or_dash(store.at("file")),
+                  store.at("entries").get<std::uint64_t>(), store.at("writes").get<std::uint64_t>(),
+                  store.at("failures").get<std::uint64_t>());
+  if (store.contains("last_failure")) {
+    text += ", the last: " + text_or_dash(store.at("last_failure"));
+  }
+  line("Checkpoints", text);
+  if (!store.contains("set_aside")) return;
+  const json &aside = store.at("set_aside");
+  line("Set aside", fmt::format("{}: was not usable: {}", text_or_dash(aside.at("file")),
+                                text_or_dash(aside.at("reason"))));
+}
+
+std::string failed_lines(const json &channel) {
+  const auto failures = channel.at("failures").get<std::uint64_t>();
+  return failures == 0 ? "" : fmt::format(", {} could not be written", failures);
+}
+
 void print_node(const json &node) {
-  const auto line = [](const char *name, const std::string &value) {
-    fmt::print("{:<14} {}\n", std::string(name) + ":", value);
-  };
   line("Node",
        fmt::format("{} (rack {})", text_or_dash(node.at("name")), node.at("rack").get<unsigned>()));
   line("Driver",
@@ -27,17 +59,11 @@ void print_node(const json &node) {
   line("Description", text_or_dash(node.at("description")));
   line("Ports",
        fmt::format("{}: {}", node.at("ports").get<unsigned>(), states_of(node.at("port_states"))));
-  line("Controllers", fmt::format("{}{}", node.at("controllers").get<unsigned>(),
-                                  node.at("resync").get<bool>() ? ", a resync is owed" : ""));
-  const json &store = node.at("checkpoints");
-  line(
-      "Checkpoints",
-      fmt::format("{}: {} entries, {} writes, {} failures", text_or_dash(store.at("file")),
-                  store.at("entries").get<std::uint64_t>(), store.at("writes").get<std::uint64_t>(),
-                  store.at("failures").get<std::uint64_t>()));
+  line("Controllers", controllers_of(node));
+  print_store(node.at("checkpoints"));
   for (const json &channel : node.at("traces")) {
-    line("Trace", fmt::format("{}: {} lines", text_or_dash(channel.at("file")),
-                              channel.at("lines").get<std::uint64_t>()));
+    line("Trace", fmt::format("{}: {} lines{}", text_or_dash(channel.at("file")),
+                              channel.at("lines").get<std::uint64_t>(), failed_lines(channel)));
   }
 }
 

@@ -67,6 +67,7 @@ api_reply get_node(driver &node, const api_request &) {
            {"ports", description.ports().size()},
            {"port_states", count_states(node)},
            {"controllers", __atomic_load_n(&context.controller_count, __ATOMIC_RELAXED)},
+           {"controllers_existing", node.told().count()},
            {"resync", __atomic_load_n(&context.resync, __ATOMIC_RELAXED) != 0},
            {"checkpoints", show_checkpoints()},
            {"traces", show_traces()}}};

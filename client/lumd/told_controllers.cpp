@@ -21,4 +21,9 @@ bool told_controllers::has_any(uint32_t rsip) const {
   return first != controllers_.end() && first->first == rsip;
 }
 
+std::size_t told_controllers::count() const {
+  std::lock_guard lock(mutex_);
+  return controllers_.size();
+}
+
 }  // namespace lumd

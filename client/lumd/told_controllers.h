@@ -20,6 +20,8 @@ class told_controllers {
   // The library has told of a controller of the port, and not of its deletion.
   bool has_any(uint32_t rsip) const;
 
+  std::size_t count() const;
+
  private:
   mutable std::mutex mutex_;
   std::set<std::pair<uint32_t, uint32_t>> controllers_;  // rsip and sub-port
