@@ -152,6 +152,7 @@ class session : public std::enable_shared_from_this<session<Protocol, Core>> {
     request.method = std::string(message.method_string());
     request.target = std::string(message.target());
     request.body = message.body();
+    request.accept = std::string(message[http::field::accept]);
     request.read_only = read_only_;
     stream_.expires_never();
     if (request.method == "GET") {

@@ -16,6 +16,7 @@ struct http_request {
   std::string method;  // "GET", "POST", ...
   std::string target;  // path and query as sent
   std::string body;
+  std::string accept;      // what the peer would like to get; empty: anything
   bool read_only = false;  // came in where nothing may be changed
 };
 

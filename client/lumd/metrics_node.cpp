@@ -9,11 +9,10 @@ namespace lumd {
 namespace {
 
 void add_driver(driver &node, metrics_page &page) {
-  page.gauge("lum_build_info", "The driver's version and its node; always 1",
-             {{"version",
-               fmt::format("{}.{}.{}", LUM_VERSION_MAJOR, LUM_VERSION_MINOR, LUM_VERSION_PATCH)},
-              {"node", node.node().name}},
-             1);
+  page.fact("lum_build_info", "The driver's version and its node; always 1",
+            {{"version",
+              fmt::format("{}.{}.{}", LUM_VERSION_MAJOR, LUM_VERSION_MINOR, LUM_VERSION_PATCH)},
+             {"node", node.node().name}});
   page.gauge("lum_start_time_seconds", "When the driver started, since the epoch", {},
              std::chrono::duration<double>(node.started().time_since_epoch()).count());
   page.gauge("lum_warm_start", "1 when the driver went on with an earlier one's checkpoints", {},

@@ -4,6 +4,7 @@
 #include <prometheus/gauge.h>
 #include <prometheus/text_serializer.h>
 
+#include "openmetrics_text.h"
 #include "router.h"
 
 namespace lumd {
@@ -43,8 +44,16 @@ void metrics_page::counter(const std::string &name, const std::string &help,
       .Increment(value);
 }
 
-std::string metrics_page::text() const {
-  return prometheus::TextSerializer().Serialize(registry_.Collect());
+void metrics_page::fact(const std::string &name, const std::string &help,
+                        const metric_labels &labels) {
+  facts_.insert(name);
+  gauge(name, help, labels, 1);
+}
+
+std::string metrics_page::text(metrics_format format) const {
+  const auto families = registry_.Collect();
+  if (format == metrics_format::openmetrics) return openmetrics_text(families, facts_);
+  return prometheus::TextSerializer().Serialize(families);
 }
 
 }  // namespace lumd

@@ -65,7 +65,7 @@ void add_identity(const metric_labels &port, uint32_t rsip, const lum_vendor_inf
   labels["vendor"] = text_of(vendor.vendor_name);
   labels["part"] = text_of(vendor.vendor_part_number);
   labels["serial"] = text_of(vendor.vendor_serial_number);
-  page.gauge("lum_port_info", "Where the port is and which module is in it; always 1", labels, 1);
+  page.fact("lum_port_info", "Where the port is and which module is in it; always 1", labels);
 }
 
 void add_readings(const metric_labels &sub_port, const lum_dom_area &area, metrics_page &page) {

@@ -116,6 +116,7 @@ http_reply answer(driver &node, std::span<const std::span<const route>> groups,
         return to_http(refuse(403, "only the driver's own socket takes changes"));
       }
       api_request parsed;
+      parsed.accept = request.accept;
       for (const std::string_view parameter : *found) {
         const auto decoded = percent_decode(parameter);
         if (!decoded) return to_http(refuse(400, "the path is not properly encoded"));

@@ -22,6 +22,7 @@ struct api_request {
   std::vector<std::string> parameters;       // what stood for each {} of the pattern, decoded
   std::map<std::string, std::string> query;  // decoded
   json body;                                 // null when the request has none
+  std::string accept;                        // the header of that name
 };
 
 struct api_reply {

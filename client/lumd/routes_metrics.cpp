@@ -4,13 +4,14 @@
 namespace lumd {
 namespace {
 
-api_reply get_metrics(driver &node, const api_request &) {
+api_reply get_metrics(driver &node, const api_request &request) {
   metrics_page page;
   add_node_metrics(node, page);
   add_port_metrics(node, page);
+  const metrics_format format = metrics_format_for(request.accept);
   api_reply reply;
-  reply.text = page.text();
-  reply.text_type = metrics_content_type;
+  reply.text = page.text(format);
+  reply.text_type = content_type(format);
   return reply;
 }
 

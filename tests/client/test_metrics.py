@@ -14,7 +14,9 @@ SAMPLE = re.compile(r'^(\w+)(?:\{(.*)\})? (\S+)$')
 LABEL = re.compile(r'(\w+)="((?:[^"\\]|\\.)*)"')
 
 
-class Metrics(Actions):
+class MetricsShelf(Actions):
+    """On the shelf of the actions, with the metrics on both ways in."""
+
     def begin_with_http(self):
         self.start("http_port = 0")
         self.assertIsNotNone(self.driver.wait_for(
@@ -23,18 +25,20 @@ class Metrics(Actions):
         said = re.search(r"http://127\.0\.0\.1:(\d+)/", self.driver.log.read_text())
         self.tcp_port = int(said.group(1))
 
-    def fetch(self, tcp=False, method="GET"):
+    def fetch(self, tcp=False, method="GET", accept=None):
         connection = http.client.HTTPConnection("127.0.0.1", self.tcp_port, timeout=10)
         if not tcp:
             connection.sock = socket.socket(socket.AF_UNIX)
             connection.sock.settimeout(10)
             connection.sock.connect(str(self.shelf.socket))
-        connection.request(method, "/metrics")
+        connection.request(method, "/metrics", headers={"Accept": accept} if accept else {})
         answer = connection.getresponse()
         body = answer.read()
         connection.close()
         return answer, body
 
+
+class Metrics(MetricsShelf):
     def samples(self):
         """Every sample, by its name and its labels."""
         found = {}
