@@ -46,6 +46,8 @@ END
 
 [ "$(pkg-config --modversion lum)" = "$(sed -n 's/^project(lum VERSION \([0-9.]*\).*/\1/p' "$source/CMakeLists.txt")" ]
 for file in sbin/lumd bin/lumctl bin/lum-module-image lib/systemd/system/lumd.service \
-            share/man/man8/lumd.8 share/man/man1/lumctl.1 share/bash-completion/completions/lumctl; do
+            share/man/man8/lumd.8 share/man/man1/lumctl.1 share/bash-completion/completions/lumctl \
+            share/man/man1/lum-module-image.1 share/doc/lum/examples/node.toml; do
   [ -s "$prefix/$file" ] || { echo "$file was not installed"; exit 1; }
 done
+LD_LIBRARY_PATH=$libraries "$prefix/sbin/lumd" --check --config "$prefix/share/doc/lum/examples/node.toml"
