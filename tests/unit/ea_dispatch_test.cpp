@@ -167,6 +167,27 @@ TEST_F(ea_dispatch, batch_of_two_creates_wakes_once) {
   EXPECT_EQ(wakeups(), 1u);
 }
 
+cerrno refuse(const lum_device_id_td *, const void *) { return 12; }
+
+TEST_F(ea_dispatch, module_that_refuses_the_port_changes_nothing_for_the_agent) {
+  lum::lum_module_table()[1].port_create = refuse;
+  batch.add("Ots0_3_1_7_0", 0x11);
+  batch.dispatch(create);
+  EXPECT_THAT(traces(), Contains(error(181,
+                                       "create handler failed for ifname:Ots0_3_1_7_0, module: PD "
+                                       "Module rc:0xc[error 12]\n")
+                                     .of("lum_modules")));
+  EXPECT_THAT(lines(), Contains(serving("CREATE", "0x11")));
+  EXPECT_EQ(wakeups(), 1u);
+}
+
+using ea_dispatch_death = ea_dispatch;
+
+TEST_F(ea_dispatch_death, create_of_a_name_without_a_sub_port_ends_the_process) {
+  batch.add("Ots0_3_1_7", 0x4242);
+  EXPECT_DEATH(batch.dispatch(create), "lum_ports_db_ifname2devid.*sub_port_exists");
+}
+
 TEST_F(ea_dispatch, created_port_is_provisioned_on_the_managers_thread) {
   lum_mark_provisioning_needed(&port());
   batch.add("Ots0_3_1_7_0", 0x11);
@@ -237,6 +258,15 @@ TEST_F(ea_dispatch, other_bits_of_the_bitmap_keep_the_resync_incomplete) {
   EXPECT_EQ(lum_get_ctx()->is_resync_with_ea_complete, 0);
 }
 
+TEST_F(ea_dispatch, resync_that_is_complete_stays_so_whatever_is_owed_later) {
+  batch.add("", 0);
+  batch.dispatch(resync_end);
+  lum_get_ctx()->ea_replay_required_bitmap = 2;
+  batch.dispatch(resync_end);
+  EXPECT_EQ(lum_get_ctx()->ea_replay_required_bitmap, 2u);
+  EXPECT_EQ(lum_get_ctx()->is_resync_with_ea_complete, 1);
+}
+
 // ---- Foreign types, replies, empty batches ----
 
 TEST_F(ea_dispatch, foreign_types_are_serviced_without_a_name_and_wake_nobody) {
@@ -259,6 +289,17 @@ TEST_F(ea_dispatch, first_byte_of_every_reply_entry_becomes_1_and_no_other) {
     EXPECT_EQ(three.reply_at(16), 1);
     EXPECT_EQ(three.reply_at(3472), 1);
   }
+}
+
+TEST_F(ea_dispatch, reply_entry_is_marked_before_its_own_entry_is_handled_and_no_sooner) {
+  batch.add("Ots0_3_1_7_0", 0x11);
+  batch.add("Ots0_3_1_7_1", 0x12);
+  std::vector<std::vector<std::size_t>> seen;
+  at_trace = [&](const trace_line &line) {
+    if (line.point == 266) seen.push_back(batch.written());
+  };
+  batch.dispatch(create);
+  EXPECT_THAT(seen, ElementsAre(ElementsAre(16), ElementsAre(16, 3472)));
 }
 
 TEST_F(ea_dispatch, empty_batches_of_create_and_update_still_wake) {

@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
-#include <cerrno>
 #include <string>
 #include <thread>
 #include <vector>
@@ -95,14 +94,6 @@ TEST(server_init, pulse_that_cannot_be_attached_returns_32) {
                           error(249, "Failed to setup req queue infra\n")));
   EXPECT_EQ(prov_thread_init_done, 0u);
   EXPECT_THAT(calls({"ea_server_register"}), IsEmpty());
-}
-
-TEST(server_init, prov_lock_is_error_checking) {
-  EXPECT_EQ(boot(), 0u);
-  EXPECT_EQ(pthread_mutex_unlock(&prov_lock), EPERM);
-  EXPECT_EQ(pthread_mutex_lock(&prov_lock), 0);
-  EXPECT_EQ(pthread_mutex_lock(&prov_lock), EDEADLK);
-  EXPECT_EQ(pthread_mutex_unlock(&prov_lock), 0);
 }
 
 // ---- The wake-up ----
@@ -253,6 +244,31 @@ TEST_F(server, wakeup_during_a_pass_sends_a_new_pulse_and_causes_a_second_pass) 
   expect_idle();
 }
 
+TEST_F(server, handler_is_counted_and_its_pulse_taken_behind_its_first_trace) {
+  std::vector<uint32_t> seen;
+  at_trace = [&](const trace_line &line) {
+    if (line.point != 258) return;
+    seen = {lum::shared_load(prov_handler_run_count), lum::shared_load(lum_prov_pulse_sent)};
+  };
+  lum_wakeup_provisioning_thread();
+  events.run_pulses();
+  EXPECT_THAT(seen, ElementsAre(0, 1));
+  EXPECT_EQ(prov_handler_run_count, 1u);
+}
+
+TEST_F(server, handler_is_in_progress_through_both_passes_and_no_more_at_its_last_trace) {
+  needy_port(7);
+  std::vector<uint32_t> seen;
+  at_trace = [&](const trace_line &line) {
+    if (line.point != 261 && line.point != 259) return;
+    if (seen.empty()) lum_wakeup_provisioning_thread();
+    seen.push_back(lum::shared_load(lum_prov_in_progress));
+  };
+  lum_wakeup_provisioning_thread();
+  EXPECT_EQ(events.run_pulses(), 2u);
+  EXPECT_THAT(seen, ElementsAre(1, 1, 0, 0)) << "two passes, then the ends of two runs";
+}
+
 TEST_F(server, many_wakeups_during_one_pass_fold_into_one_pulse_and_one_more_pass) {
   needy_port(7);
   bool first = true;
@@ -320,60 +336,6 @@ TEST_F(server, wakeups_race_with_the_handler) {
   EXPECT_EQ(run, pulses().size());
   EXPECT_EQ(prov_handler_run_count, run);
   expect_idle();
-}
-
-// ---- prov_lock ----
-
-TEST_F(server, busy_prov_lock_is_waited_for_under_its_name_and_line_68) {
-  script.fail("pthread_mutex_trylock", 1, EBUSY, &prov_lock);
-  lum_prov_lock(12);
-  EXPECT_THAT(calls(),
-              ElementsAre("ptd_set_mutex_block(\"lum_prov_lock\", 68)", "ptd_unset_mutex_block()"));
-  lum_prov_unlock(13);
-  EXPECT_THAT(traces(), IsEmpty());
-}
-
-TEST_F(server, failed_prov_lock_is_unlocked_anyway_and_traced_with_the_callers_line) {
-  watch(prov_lock, "prov");
-  script.fail("pthread_mutex_trylock", 1, EINVAL, &prov_lock);
-  lum_prov_lock(1234);
-  EXPECT_THAT(calls({"pthread_mutex_trylock", "pthread_mutex_lock", "pthread_mutex_unlock"}),
-              ElementsAre("pthread_mutex_trylock(prov)", "pthread_mutex_unlock(prov)"));
-  EXPECT_THAT(traces(),
-              ElementsAre(error(252, "prov lock failed with rc: 22 line: 1234\n").of(area)));
-}
-
-TEST_F(server, second_lock_by_the_same_thread_fails_and_unlocks_the_first) {
-  lum_prov_lock(1);
-  lum_prov_lock(2);
-  EXPECT_THAT(traces(), ElementsAre(error(252, "prov lock failed with rc: 35 line: 2\n")));
-  EXPECT_EQ(pthread_mutex_trylock(&prov_lock), 0);
-  pthread_mutex_unlock(&prov_lock);
-}
-
-TEST_F(server, failed_prov_unlock_is_traced_with_the_callers_line) {
-  lum_prov_unlock(77);
-  EXPECT_THAT(traces(),
-              ElementsAre(error(253, "prov unlock failed with rc: 1 line: 77\n").of(area)));
-}
-
-TEST_F(server, wakeup_locks_as_line_93_and_unlocks_as_line_99) {
-  script.fail("pthread_mutex_trylock", 1, EINVAL, &prov_lock);
-  lum_wakeup_provisioning_thread();
-  EXPECT_THAT(traces(),
-              ElementsAre(entering_wakeup, error(252, "prov lock failed with rc: 22 line: 93\n"),
-                          error(253, "prov unlock failed with rc: 1 line: 99\n"), exiting_wakeup));
-  EXPECT_THAT(pulses(), SizeIs(1)) << "it goes on all the same";
-}
-
-TEST_F(server, prov_lock_keeps_another_thread_waiting) {
-  lum_prov_lock(1);
-  std::thread waiting([] { lum_wakeup_provisioning_thread(); });
-  while (calls({"ptd_set_mutex_block"}).empty()) std::this_thread::yield();
-  EXPECT_THAT(pulses(), IsEmpty());
-  lum_prov_unlock(2);
-  waiting.join();
-  EXPECT_THAT(pulses(), SizeIs(1));
 }
 
 }  // namespace
