@@ -145,7 +145,10 @@ cerrno chkpt_create(uint64_t table, uint32_t key, uint64_t *id) {
 
 cerrno chkpt_get(uint64_t table, uint64_t id, uint32_t flags, void *buffer, uint32_t *size) {
   note("chkpt_get", hex{table}, hex{id}, flags, *size);
-  if (const auto code = script.verdict("chkpt_get")) return *code;
+  if (const auto code = script.verdict("chkpt_get")) {
+    *size = checkpoints.length_of_failed_get.value_or(*size);
+    return *code;
+  }
   return checkpoint_calls::read(id, buffer, size);
 }
 

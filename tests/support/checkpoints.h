@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 #include "chkpt.h"
@@ -18,6 +19,8 @@ class checkpoint_table {
   uint64_t survive(uint32_t rsip, const lum_chkpt_record &record);
   // The restart indication of chkpt_register.
   uint32_t restart = 0;
+  // The length that a chkpt_get which is made to fail leaves behind; by default the caller's.
+  std::optional<uint32_t> length_of_failed_get;
 
   bool has(uint32_t key);
   lum_chkpt_record record(uint32_t key);

@@ -181,6 +181,28 @@ TEST_F(chkpt, failed_end_is_traced_with_its_text_and_returned) {
                   info(242, "Recovery complete \n")));
 }
 
+TEST_F(chkpt, failed_step_and_failed_end_are_both_traced_and_the_ends_code_returned) {
+  script.fail("chkpt_iterate_next", 1, 67);
+  script.fail("chkpt_iterate_end", 1, 68);
+  EXPECT_EQ(lum_port_chkpt_recover(lum_get_ctx()), 68u);
+  EXPECT_THAT(lines(),
+              ElementsAre(error(239, "chkpt_iterate_next failed: rc 67\n"),
+                          error(241, "Unable to end imdr chkpt iteration. Error: error 68\n"),
+                          info(242, "Recovery complete \n")));
+}
+
+// The mirror's id says that it has one; what is configured stays.
+TEST_F(chkpt, port_that_exists_at_recovery_needs_no_record_any_more) {
+  checkpoints.survive(rsip, earlier_record(rsip));
+  lum_port_chkpt_recover(lum_get_ctx());
+  clear_record();
+  EXPECT_EQ(lum_chkpt_create(&port()), 0u);
+  EXPECT_THAT(lines(), ElementsAre(info(
+                           233, "chkpt_id 0x501 for 0x30107 already exist, no need to create\n")));
+  EXPECT_THAT(calls(record_calls), IsEmpty());
+  EXPECT_EQ(port().port_cfg[0].threshold, 0u);
+}
+
 TEST_F(chkpt, recovery_passes_over_records_of_a_wrong_size) {
   survive_with_size(rsip, 50);
   EXPECT_EQ(lum_port_chkpt_recover(lum_get_ctx()), 0u);

@@ -62,6 +62,15 @@ TEST_F(chkpt, failed_create_is_traced_and_returned) {
   EXPECT_TRUE(mirror_is_clear());
 }
 
+TEST_F(chkpt, record_that_exists_needs_no_context) {
+  lum_port_data &data = port();
+  mirror().chkpt_id = 0x501;
+  const context_hidden hidden;
+  EXPECT_EQ(lum_chkpt_create(&data), 0u);
+  EXPECT_THAT(lines(), ElementsAre(info(
+                           233, "chkpt_id 0x501 for 0x30107 already exist, no need to create\n")));
+}
+
 TEST_F(chkpt, create_without_a_context_is_22) {
   lum_port_data &data = port();
   const context_hidden hidden;
@@ -83,6 +92,25 @@ TEST_F(chkpt, known_key_gives_the_port_its_configuration_back) {
   EXPECT_EQ(std::memcmp(&mirror(), &earlier, 96), 0);
 }
 
+// Saves go by the id inside the record, a deletion by the service's.
+TEST_F(chkpt, record_with_another_id_in_it_is_loaded_with_that_id) {
+  lum_chkpt_record earlier = earlier_record(rsip);
+  earlier.chkpt_id = 0x777;
+  checkpoints.survive(rsip, earlier);
+  EXPECT_EQ(lum_chkpt_create(&port()), 0u);
+  EXPECT_THAT(lines(),
+              ElementsAre(info(246, "checkpoint get for id 0x501, key 0x30107 returns 0 len 96\n"),
+                          info(235, "checkpoint create succeeded: id 0x777, key 0x30107\n")));
+  EXPECT_EQ(mirror().chkpt_id, 0x777u);
+  clear_record();
+  lum_chkpt_save(&port());
+  EXPECT_THAT(calls(record_calls), ElementsAre("chkpt_save(0xc0de, 0x777, 96)"));
+  clear_record();
+  EXPECT_EQ(lum_port_chkpt_delete(&port()), 0u);
+  EXPECT_THAT(calls(record_calls),
+              ElementsAre("chkpt_mapkey(0xc0de, 0x30107, 0x30000)", "chkpt_delete(0xc0de, 0x501)"));
+}
+
 TEST_F(chkpt, failed_get_leaves_the_configuration_and_is_the_result) {
   checkpoints.survive(rsip, earlier_record(rsip));
   port().port_cfg[0].threshold = 12;
@@ -95,6 +123,27 @@ TEST_F(chkpt, failed_get_leaves_the_configuration_and_is_the_result) {
   EXPECT_THAT(lines(),
               ElementsAre(info("checkpoint get for id 0x501, key 0x30107 returns 62 len 96\n"),
                           info("checkpoint create succeeded: id 0x501, key 0x30107\n")));
+}
+
+TEST_F(chkpt, record_that_could_not_be_read_counts_as_created) {
+  checkpoints.survive(rsip, earlier_record(rsip));
+  script.fail("chkpt_get", 1, 62);
+  lum_chkpt_create(&port());
+  clear_record();
+  EXPECT_EQ(lum_chkpt_create(&port()), 0u);
+  EXPECT_THAT(lines(), ElementsAre(info(
+                           233, "chkpt_id 0x501 for 0x30107 already exist, no need to create\n")));
+  EXPECT_THAT(calls(record_calls), IsEmpty());
+  EXPECT_EQ(port().port_cfg[0].threshold, 0u);
+}
+
+TEST_F(chkpt, length_that_the_service_left_is_traced) {
+  checkpoints.survive(rsip, earlier_record(rsip));
+  checkpoints.length_of_failed_get = 50;
+  script.fail("chkpt_get", 1, 62);
+  lum_chkpt_create(&port());
+  EXPECT_THAT(lines(),
+              Contains(info(246, "checkpoint get for id 0x501, key 0x30107 returns 62 len 50\n")));
 }
 
 TEST_F(chkpt, record_of_a_wrong_size_is_refused_and_never_loaded) {
@@ -171,6 +220,19 @@ TEST_F(chkpt, record_that_cannot_be_read_is_not_saved_the_first_time) {
   EXPECT_EQ(lum_chkpt_save(&port()), 64u);
   EXPECT_THAT(calls({"chkpt_save"}), IsEmpty());
   EXPECT_EQ(lum_chkpt_save(&port()), 0u) << "the record counts as created now";
+}
+
+TEST_F(chkpt, first_save_over_a_record_of_an_earlier_process_takes_its_configuration) {
+  const lum_chkpt_record earlier = earlier_record(rsip);
+  checkpoints.survive(rsip, earlier);
+  port().port_cfg[0].threshold = 12;
+  EXPECT_EQ(lum_chkpt_save(&port()), 0u);
+  EXPECT_THAT(calls(record_calls),
+              ElementsAre("chkpt_mapkey(0xc0de, 0x30107, 0x30000)",
+                          "chkpt_get(0xc0de, 0x501, 0, 96)", "chkpt_save(0xc0de, 0x501, 96)"));
+  expect_configuration_of(earlier);
+  const lum_chkpt_record saved = checkpoints.record(rsip);
+  EXPECT_EQ(std::memcmp(saved.port_cfg, earlier.port_cfg, 80), 0);
 }
 
 TEST_F(chkpt, created_other_than_1_goes_through_creation) {
