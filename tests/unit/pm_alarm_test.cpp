@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "lum_controller_interface/lum_controller_interface.h"
 #include "one_port.h"
 #include "performance.h"
 
@@ -38,6 +39,18 @@ TEST_F(pm_ptah_ports, create_makes_the_pm_port_then_the_ptah_port) {
   EXPECT_THAT(traces(),
               ElementsAre(info(68, "Create PM, PTAH ports for abc with rc 0\n").of(area)));
   EXPECT_EQ(traces()[0].signature, "sdsdd");
+}
+
+TEST_F(pm_ptah_ports, both_operations_are_traced_behind_their_service_calls) {
+  op(create);
+  op(remove_op);
+  EXPECT_THAT(story({"pm_ui_port_create", "ptah_al_port_create", "pm_ui_port_delete",
+                     "ptah_al_port_delete"}),
+              ElementsAre("pm_ui_port_create(188, 0xabc, \"Ots0_1_0_3_1\")",
+                          "ptah_al_port_create(188, 0xabc, \"Ots0_1_0_3_1\", 0, 1)",
+                          "LUM_INFO: Create PM, PTAH ports for abc with rc 0\n",
+                          "ptah_al_port_delete(0xabc)", "pm_ui_port_delete(0xabc)",
+                          "LUM_INFO: Delete PM, PTAH ports for abc with rc 0\n"));
 }
 
 TEST_F(pm_ptah_ports, creating_twice_makes_one_pair) {
@@ -131,6 +144,11 @@ TEST_F(pm_ptah_ports, come_and_go_with_the_controllers) {
 
 // ---- The data ----
 
+// Whom the feed asks and tells.
+const std::initializer_list<std::string_view> service_calls = {
+    "fw_upgrade_status", "pm_ui_db_search_node", "pm_ui_set_optics_prim", "ptah_al_store_bmap",
+    "ptah_al_send_bmap_counter"};
+
 class pm_ptah_data : public one_port {
  protected:
   void SetUp() override {
@@ -163,8 +181,7 @@ class pm_ptah_data : public one_port {
 
 TEST_F(pm_ptah_data, readings_then_bitmap_then_publication) {
   EXPECT_EQ(lum_update_pm_ptah_data(handle_0), 0u);
-  EXPECT_THAT(calls({"fw_upgrade_status", "pm_ui_db_search_node", "pm_ui_set_optics_prim",
-                     "ptah_al_store_bmap", "ptah_al_send_bmap_counter"}),
+  EXPECT_THAT(calls(service_calls),
               ElementsAre("fw_upgrade_status(0x30107)", "pm_ui_db_search_node(0x801)",
                           "pm_ui_set_optics_prim(0x801, 123, 4321, 4321, 4321, 100000, 10000, 1, "
                           "0)",
@@ -202,6 +219,17 @@ TEST_F(pm_ptah_data, bit_12_is_tested_behind_the_offset) {
   port().test[0].pm_test_offsets[2] = 500;  // 4500 is 0x1194
   lum_update_pm_ptah_data(handle_0);
   EXPECT_EQ(performance.pm[handle_0].power_1, 0u);
+}
+
+// A reading and its offset are a reading again: -1000 and 500 are -500.
+TEST_F(pm_ptah_data, offset_sum_beyond_16_bits_is_a_reading_of_16_bits) {
+  port().test[0].pm_test_offsets[2] = 500;
+  const struct { uint16_t reading, sum; } rows[] = {{0xFFFF, 499}, {0xFC19, 0xFE0D}};
+  for (const auto &row : rows) {
+    port().dom[0].readings[1] = row.reading;
+    lum_update_pm_ptah_data(handle_0);
+    EXPECT_EQ(performance.pm[handle_0].power_1, lum::power_of(row.sum)) << row.reading;
+  }
 }
 
 TEST_F(pm_ptah_data, interface_that_pm_does_not_know_gets_its_bitmap_only) {
@@ -289,24 +317,29 @@ TEST_F(pm_ptah_data, handle_0_is_22_and_asks_nobody) {
   EXPECT_THAT(calls(), IsEmpty());
 }
 
-TEST_F(pm_ptah_data, unknown_handle_is_22) {
+TEST_F(pm_ptah_data, unknown_handle_is_22_and_asks_no_service) {
   EXPECT_EQ(lum_update_pm_ptah_data(0x9999), 22u);
-  EXPECT_THAT(calls({"ptah_al_store_bmap", "pm_ui_set_optics_prim"}), IsEmpty());
+  EXPECT_THAT(calls(service_calls), IsEmpty());
 }
 
 TEST_F(pm_ptah_data, name_whose_port_is_not_in_the_database_is_22) {
   client.set_name(0x9999, "Ots0_3_1_9_0");
   EXPECT_EQ(lum_update_pm_ptah_data(0x9999), 22u);
-  EXPECT_THAT(calls({"fw_upgrade_status", "ptah_al_store_bmap"}),
-              ElementsAre("fw_upgrade_status(0x30109)"));
+  EXPECT_THAT(calls(service_calls), ElementsAre("fw_upgrade_status(0x30109)"));
 }
 
 TEST_F(pm_ptah_data, firmware_upgrade_in_progress_is_22) {
   client.set_upgrade(rsip, 2);
   EXPECT_EQ(lum_update_pm_ptah_data(handle_0), 22u);
-  EXPECT_THAT(calls({"pm_ui_db_search_node", "ptah_al_store_bmap"}), IsEmpty());
+  EXPECT_THAT(calls(service_calls), ElementsAre("fw_upgrade_status(0x30107)"));
   client.set_upgrade(rsip, 0);
   EXPECT_EQ(lum_update_pm_ptah_data(handle_0), 0u);
+}
+
+TEST_F(pm_ptah_data, failing_question_for_the_upgrade_is_no_upgrade) {
+  port().module_flags[4] = 0x01;
+  script.fail("fw_upgrade_status", 1, 33);
+  EXPECT_EQ(bitmap_of(handle_0), 0x4u);
 }
 
 TEST_F(pm_ptah_data, ports_mutex_is_not_taken) {

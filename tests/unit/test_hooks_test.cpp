@@ -348,6 +348,15 @@ TEST_F(test_hook, sub_port_out_of_range_finds_the_port_and_changes_nothing) {
 
 // ---- Beside the feed ----
 
+TEST_F(test_hook, ports_mutex_is_not_taken) {
+  watch(port().port_mutex, "port");
+  send(0, "1#a#1");
+  send(0, "2#5#1");
+  EXPECT_EQ(bits(0), 0x2u);
+  EXPECT_THAT(offsets(0), ElementsAre(100, 500, 500, 500));
+  EXPECT_THAT(calls({"pthread_mutex_trylock", "pthread_mutex_lock"}), IsEmpty());
+}
+
 TEST_F(test_hook, bits_change_while_bitmaps_are_sent) {
   std::thread operator_thread([] {
     for (int i = 0; i < 500; ++i) {
