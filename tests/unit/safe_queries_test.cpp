@@ -169,19 +169,7 @@ TEST_F(safe_queries, waiting_for_the_lock_is_marked) {
                   "wavl_search(" + shown(hex{handle}) + ", 1)", "pthread_mutex_unlock(serial)"));
 }
 
-// ---- The lock itself ----
-
-TEST_F(safe_queries, second_lock_of_one_thread_fails_rather_than_deadlocks) {
-  lum_serial_lock(1, "first");
-  clear_record();
-  lum_serial_lock(2, "second");
-  EXPECT_THAT(traces(),
-              ElementsAre(error("serial lock failed with rc 35 for second\n").of("lum_api")));
-  EXPECT_THAT(calls(), ElementsAre("pthread_mutex_trylock(serial)",
-                                   "ptd_set_mutex_block(\"lum_serial_lock\", 799)",
-                                   "pthread_mutex_lock(serial)", "ptd_unset_mutex_block()",
-                                   "pthread_mutex_unlock(serial)"));
-}
+// ---- Under a lock that fails ----
 
 TEST_F(safe_queries, query_under_the_callers_own_lock_is_reported_and_still_answers) {
   lum_serial_lock(1, "caller");
@@ -196,20 +184,6 @@ TEST_F(safe_queries, query_under_the_callers_own_lock_is_reported_and_still_answ
   lum_serial_unlock(1, "caller");
   EXPECT_THAT(traces(), ElementsAre(info(47, "serial unlock failed with rc 1 for caller\n")))
       << "the query has let go of the caller's lock";
-}
-
-TEST_F(safe_queries, unlock_that_fails_is_traced_on_the_info_channel) {
-  lum_serial_unlock(5, "nobody");
-  EXPECT_THAT(traces(),
-              ElementsAre(info("serial unlock failed with rc 1 for nobody\n").of("lum_api")));
-}
-
-TEST_F(safe_queries, lock_that_fails_is_released_anyway) {
-  script.fail("pthread_mutex_trylock", 1, EINVAL, &lum::serial_mutex);
-  lum_serial_lock(5, "someone");
-  EXPECT_THAT(calls(),
-              ElementsAre("pthread_mutex_trylock(serial)", "pthread_mutex_unlock(serial)"));
-  EXPECT_THAT(traces(), ElementsAre(error("serial lock failed with rc 22 for someone\n")));
 }
 
 TEST_F(safe_queries, each_query_names_itself_to_the_lock) {
