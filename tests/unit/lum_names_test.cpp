@@ -59,14 +59,19 @@ TEST_F(names, constructing_writes_all_five_numbers) {
   EXPECT_THAT(traces(), ElementsAre(info("construct ifname for rsip 0/3/0/7/1\n").of("lum_utils")));
 }
 
-TEST_F(names, constructing_another_type_gives_an_empty_name_and_0) {
+class another_type : public names, public testing::WithParamInterface<uint32_t> {};
+
+TEST_P(another_type, gives_an_empty_name_and_0) {
   char name[LUM_IFNAME_SIZE];
   std::memset(name, 'x', sizeof name);
-  EXPECT_EQ(lum_construct_if_name(187, 0, 3, 0, 7, 0, 1, name), 0u);
+  EXPECT_EQ(lum_construct_if_name(GetParam(), 0, 3, 0, 7, 0, 1, name), 0u);
   const char zero[LUM_IFNAME_SIZE] = {};
   EXPECT_EQ(std::memcmp(name, zero, sizeof name), 0);
   EXPECT_THAT(traces(), ElementsAre(info("construct ifname for rsip 0/3/0/7/1\n")));
 }
+
+// The last two have the low bits of the type in question.
+INSTANTIATE_TEST_SUITE_P(each_type, another_type, testing::Values(0u, 187u, 0x100BCu, 0x1BCu));
 
 TEST_F(names, constructing_fills_the_rest_of_the_64_bytes_with_zeros) {
   char name[LUM_IFNAME_SIZE + 1];
@@ -158,9 +163,28 @@ TEST_F(names, parser_failure_is_returned_unchanged_and_traced_with_the_text_of_e
   EXPECT_EQ(parse("Ots0_3_0_7_1", out), 99u);
   EXPECT_THAT(traces(),
               ElementsAre(error("Parsing Ifname 'Ots0_3_0_7_1' error: error 2\n").of("lum_utils")));
+  EXPECT_THAT(calls(), ElementsAre("imc_ifname_parse(\"Ots0_3_0_7_1\", 0)"));
   EXPECT_EQ(out.rack, untouched);
+  EXPECT_EQ(out.slot, untouched);
+  EXPECT_EQ(out.instance, untouched);
+  EXPECT_EQ(out.port, untouched);
   EXPECT_EQ(out.iftype, untouched);
   EXPECT_EQ(out.sub_port_valid, untouched);
+  EXPECT_EQ(out.sub_port, untouched);
+}
+
+TEST_F(names, record_that_the_parser_left_empty_is_one_of_zeros_without_a_sub_port) {
+  script.fail("imc_ifname_parse", 1, 0);
+  outputs out;
+  EXPECT_EQ(parse("Ots2_3_1_7_1", out), 0u);
+  EXPECT_EQ(out.rack, 0u);
+  EXPECT_EQ(out.slot, 0u);
+  EXPECT_EQ(out.instance, 0u);
+  EXPECT_EQ(out.port, 0u);
+  EXPECT_EQ(out.iftype, 0u);
+  EXPECT_EQ(out.sub_port_valid, untouched);
+  EXPECT_EQ(out.sub_port, untouched);
+  EXPECT_THAT(traces(), ElementsAre(error(278, "Ifname 'Ots2_3_1_7_1' wrong type: 0\n")));
 }
 
 TEST_F(names, slot_failure_is_returned_unchanged_and_leaves_the_rack_written) {
@@ -174,6 +198,19 @@ TEST_F(names, slot_failure_is_returned_unchanged_and_leaves_the_rack_written) {
   EXPECT_EQ(out.instance, untouched);
   EXPECT_EQ(out.port, untouched);
   EXPECT_EQ(out.iftype, untouched);
+  EXPECT_EQ(out.sub_port_valid, untouched);
+  EXPECT_EQ(out.sub_port, untouched);
+  EXPECT_THAT(calls({"nodeid_inst_to_SPAid"}), IsEmpty());
+}
+
+TEST_F(names, slot_is_converted_with_the_rack_whether_that_is_wanted_or_not) {
+  uint32_t slot = untouched;
+  EXPECT_EQ(lum_parse_if_name("Ots2_3_0_7_1", nullptr, nullptr, &slot, nullptr, nullptr, nullptr,
+                              nullptr),
+            0u);
+  EXPECT_EQ(slot, 3u);
+  EXPECT_THAT(calls({"nodeid_extract_slot_fields"}),
+              ElementsAre("nodeid_extract_slot_fields(2, 3)"));
 }
 
 TEST_F(names, another_type_is_reported_through_the_type_and_not_through_the_result) {
@@ -183,6 +220,19 @@ TEST_F(names, another_type_is_reported_through_the_type_and_not_through_the_resu
   EXPECT_EQ(out.port, 7u);
   EXPECT_EQ(out.sub_port_valid, 1u);
   EXPECT_THAT(traces(), ElementsAre(error("Ifname 'Optics0_3_0_7_1' wrong type: 0\n")));
+}
+
+TEST_F(names, another_type_is_traced_when_no_output_is_wanted_too) {
+  EXPECT_EQ(lum_parse_if_name("Optics0_3_0_7_1", nullptr, nullptr, nullptr, nullptr, nullptr,
+                              nullptr, nullptr),
+            0u);
+  EXPECT_THAT(traces(), ElementsAre(error(278, "Ifname 'Optics0_3_0_7_1' wrong type: 0\n")));
+}
+
+TEST_F(names, type_is_compared_with_its_case) {
+  outputs out;
+  EXPECT_EQ(parse("OTS0_3_0_7_1", out), 0u);
+  EXPECT_EQ(out.iftype, 0u);
 }
 
 TEST_F(names, a_type_that_contains_ots_counts) {
@@ -195,6 +245,7 @@ TEST_F(names, a_type_that_contains_ots_counts) {
 TEST_F(names, null_name_is_the_parsers_error) {
   outputs out;
   EXPECT_EQ(parse(nullptr, out), static_cast<cerrno>(EINVAL));
+  EXPECT_THAT(traces(), ElementsAre(error(276, "Parsing Ifname '' error: error 22\n")));
 }
 
 }  // namespace
