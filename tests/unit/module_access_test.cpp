@@ -75,6 +75,23 @@ TEST_F(module_access, port_of_another_rack_cannot_be_reached) {
   EXPECT_THAT(traces(), Contains(error(114, "Port not found in DB for rsip=0x30109\n")));
 }
 
+TEST_F(module_access, port_and_access_are_looked_at_before_the_callback_and_the_length) {
+  lum_platform_cbs &callbacks = lum_get_ctx()->platform_cbs;
+  callbacks.i2c_write_byte = nullptr;
+  callbacks.i2c_read_byte = nullptr;
+  callbacks.i2c_read_block = nullptr;
+  for (const uint32_t direction : {read_direction, write_direction}) {
+    for (const int32_t length : {0, 1, 4}) {
+      clear_record();
+      lum::shared_store(data_at(rsip).transceiver_disabled, 1);
+      EXPECT_EQ(lum_i2c_read_write(direction, 3, 1, 8, 2, 144, length, buffer), 22u);
+      EXPECT_EQ(lum_i2c_read_write(direction, 3, 1, 7, 2, 144, length, buffer), 2u);
+      EXPECT_THAT(traces(), ElementsAre(error(114, "Port not found in DB for rsip=0x30108\n"),
+                                        info(115, "HW not accessible for rsip=0x30107\n")));
+    }
+  }
+}
+
 // ---- Reads ----
 
 TEST_F(module_access, one_byte_is_read_as_a_byte) {
@@ -180,6 +197,8 @@ TEST_F(module_access, read_without_memory_is_refused) {
   script.fail("calloc", 1, 1);
   EXPECT_EQ(read(4), 12u);
   EXPECT_EQ(buffer[0], 0xEE);
+  EXPECT_THAT(calls(transfers), IsEmpty());
+  EXPECT_THAT(traces(), IsEmpty());
 }
 
 TEST_F(module_access, module_that_goes_away_between_two_attempts_is_a_failed_read) {
@@ -219,6 +238,7 @@ TEST_F(module_access, write_ignores_a_length_below_1) {
 TEST_F(module_access, write_without_a_callback_returns_0_without_a_trace) {
   lum_get_ctx()->platform_cbs.i2c_write_byte = nullptr;
   EXPECT_EQ(write(0xAB), 0u);
+  EXPECT_THAT(calls(transfers), IsEmpty());
   EXPECT_THAT(traces(), IsEmpty());
 }
 
