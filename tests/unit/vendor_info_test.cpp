@@ -6,8 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "base/shared.h"
-#include "library.h"
+#include "vendor_info_fixture.h"
 
 using namespace support;
 using testing::Contains;
@@ -16,44 +15,12 @@ using testing::IsEmpty;
 
 namespace {
 
-constexpr uint32_t rsip = 0x30107;
-
 std::string port_data_line(const lum_port_data &port) {
   char text[80];
   std::snprintf(text, sizeof text, "rsip: 0x30107 port_data:0%p\n",
                 static_cast<const void *>(&port));
   return text;
 }
-
-// A port whose module is described, but not looked at yet.
-class vendor_info : public running_library {
- protected:
-  void SetUp() override {
-    running_library::SetUp();
-    add_port(rsip);
-    describe("II-VI", "1A", "SN12345");
-    clear_record();
-  }
-  static module_memory &module() { return modules.at(3, 1, 7); }
-  static lum_port_data &port() { return data_at(rsip); }
-  static std::string padded(std::string_view text, std::size_t size) {
-    std::string field(text);
-    field.resize(size, ' ');
-    return field;
-  }
-  static void describe(std::string_view vendor, std::string_view revision,
-                       std::string_view serial) {
-    module().put_text(0, 129, padded(vendor, 16));
-    module().put(0, 145, {0x00, 0x1D, 0xC4});
-    module().put_text(0, 148, padded("PART-9", 16));
-    module().put_text(0, 164, padded(revision, 2));
-    module().put_text(0, 166, padded(serial, 16));
-    module().put_text(0, 182, padded("240131", 8));
-    module().put_text(3, 148, padded("EX", 4));
-    module().put_text(3, 192, padded("EXTRA ID", 18));
-  }
-  static void set_firmware(uint8_t hi, uint8_t lo) { module().put(0, 39, {hi, lo}); }
-};
 
 // ---- Insertion ----
 
@@ -351,6 +318,7 @@ TEST(vendor_span, has_196_bytes_and_the_fields_in_order) {
   EXPECT_EQ(offsetof(lum_vendor_info, vendor_part_number), 47u);
   EXPECT_EQ(offsetof(lum_vendor_info, vendor_serial_number), 64u);
   EXPECT_EQ(offsetof(lum_vendor_info, vendor_date_code), 81u);
+  EXPECT_EQ(offsetof(lum_vendor_info, fw_version), 92u);
 }
 
 }  // namespace
