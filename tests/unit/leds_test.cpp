@@ -53,9 +53,11 @@ TEST_F(leds, failed_clearing_is_ignored) {
   script.fail("led_set_state", 1, 5);
   EXPECT_EQ(lum_optics_led_set_state(rsip, 0, 1), 0u);
   EXPECT_EQ(client.led(rsip), 1u);
+  lum::shared_store(data_at(rsip).led_state, 3);
   script.forget();
   script.fail("led_set_state", 1, 5);
   EXPECT_EQ(lum_optics_led_set_state(rsip, 0, 0), 0u);
+  EXPECT_EQ(data_at(rsip).led_state, 0u);
 }
 
 TEST_F(leds, failed_setting_is_returned_but_the_state_recorded) {
@@ -78,6 +80,30 @@ TEST_F(leds, setting_for_an_unknown_port_calls_the_platform_and_returns_22) {
       traces(),
       ElementsAre(
           error(153, "Port not found in DB rsip=0x30099\n").of("lum_controller_interface")));
+}
+
+TEST_F(leds, setting_for_an_unknown_port_returns_22_whatever_the_platform_answers) {
+  script.fail("led_set_state", 2, 5);
+  EXPECT_EQ(lum_optics_led_set_state(unknown_rsip, 0, 3), 22u);
+  lum_get_ctx()->platform_cbs.led_set_state = nullptr;
+  EXPECT_EQ(lum_optics_led_set_state(unknown_rsip, 0, 3), 22u);
+  EXPECT_THAT(traces(), ElementsAre(error(153, "Port not found in DB rsip=0x30099\n"),
+                                    error(153, "Port not found in DB rsip=0x30099\n")));
+}
+
+TEST_F(leds, setting_state_0_for_an_unknown_port_calls_the_platform_once) {
+  EXPECT_EQ(lum_optics_led_set_state(unknown_rsip, 0, 0), 22u);
+  EXPECT_THAT(calls({"led_set_state"}), ElementsAre("led_set_state(0x30099, 0, 0)"));
+}
+
+TEST_F(leds, without_a_context_there_is_no_platform_to_ask) {
+  const context_hidden hidden;
+  uint32_t state = untouched;
+  EXPECT_EQ(lum_optics_led_set_state(rsip, 0, 3), 0u);
+  EXPECT_EQ(lum_optics_led_get_state(rsip, 0, &state), 0u);
+  EXPECT_THAT(calls({"led_set_state", "led_get_state"}), IsEmpty());
+  EXPECT_EQ(data_at(rsip).led_state, 3u);
+  EXPECT_EQ(state, untouched);
 }
 
 // ---- Getting ----
@@ -113,6 +139,17 @@ TEST_F(leds, failed_getting_falls_back_on_the_recorded_state) {
   EXPECT_EQ(lum_optics_led_get_state(rsip, 0, &state), 0u);
   EXPECT_EQ(state, 3u);
   EXPECT_THAT(traces(), IsEmpty());
+}
+
+TEST_F(leds, recorded_state_takes_the_place_of_what_a_failed_getting_left) {
+  lum_get_ctx()->platform_cbs.led_get_state = [](uint32_t, uint32_t, uint32_t *state) -> cerrno {
+    *state = 9;
+    return 5;
+  };
+  lum::shared_store(data_at(rsip).led_state, 3);
+  uint32_t state = untouched;
+  EXPECT_EQ(lum_optics_led_get_state(rsip, 0, &state), 0u);
+  EXPECT_EQ(state, 3u);
 }
 
 TEST_F(leds, failed_getting_for_an_unknown_port_returns_22) {
@@ -158,6 +195,7 @@ INSTANTIATE_TEST_SUITE_P(
                     merge_case{3, 3, 3}, merge_case{0, 0, 0}, merge_case{1, 1, 1},
                     merge_case{2, 2, 2}, merge_case{1, 0, 1}, merge_case{0, 1, 1},
                     merge_case{0, 2, 2}, merge_case{2, 0, 2}, merge_case{2, 1, 1},
-                    merge_case{1, 2, 1}, merge_case{0xFFFFFFFF, 7, untouched}));
+                    merge_case{1, 2, 1}, merge_case{0xFFFFFFFF, 7, untouched},
+                    merge_case{1, 0xFFFFFFFF, 1}, merge_case{0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF}));
 
 }  // namespace

@@ -62,37 +62,4 @@ TEST_F(server_calls, port_update_state_of_an_unknown_handle_is_traced_and_22) {
   EXPECT_THAT(traces(), ElementsAre(error(254, "lum_port_update_state: Error rc 2\n").of(area)));
 }
 
-// ---- LED merge ----
-
-uint32_t merged(uint32_t first, uint32_t second) {
-  uint32_t result = 77;
-  lum_get_final_sw_led_state(first, second, &result);
-  return result;
-}
-
-TEST(led_merge, state_2_and_3_leaves_the_result_as_it_was) {
-  EXPECT_EQ(merged(2, 3), 77u);
-  EXPECT_EQ(merged(3, 2), 77u);
-}
-
-TEST(led_merge, state_1_and_3_gives_1) {
-  EXPECT_EQ(merged(1, 3), 1u);
-  EXPECT_EQ(merged(3, 1), 1u);
-  EXPECT_EQ(merged(1, 0xFFFFFFFF), 1u);
-}
-
-TEST(led_merge, state_0_and_3_gives_3_either_way) {
-  EXPECT_EQ(merged(0, 3), 3u);
-  EXPECT_EQ(merged(3, 0), 3u);
-}
-
-TEST(led_merge, state_0_and_1_gives_1_either_way) {
-  EXPECT_EQ(merged(0, 1), 1u);
-  EXPECT_EQ(merged(1, 0), 1u);
-}
-
-TEST(led_merge, equal_states_give_that_state) {
-  for (const uint32_t state : {0u, 1u, 2u, 3u, 0xFFFFFFFFu}) EXPECT_EQ(merged(state, state), state);
-}
-
 }  // namespace
