@@ -3,9 +3,7 @@
 
 #include <pthread.h>
 
-#include <chrono>
 #include <string>
-#include <thread>
 
 #include "dom_thread_fixture.h"
 
@@ -153,13 +151,6 @@ TEST_F(dom_thread, port_of_another_rack_fails_with_22_for_it_cannot_be_reached) 
 
 // ---- Beside others ----
 
-// Waits until so many threads stand at a mutex.
-void wait_for_a_mark(std::size_t threads = 1) {
-  while (calls({"ptd_set_mutex_block"}).size() < threads) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-}
-
 TEST_F(dom_thread, wait_for_a_ports_mutex_is_marked) {
   lum_port_data &port = add(rsip);
   ASSERT_EQ(pthread_mutex_lock(&port.port_mutex), 0);
@@ -200,57 +191,6 @@ TEST_P(switched_off_while_waiting, is_traced_and_not_read) {
 }
 
 INSTANTIATE_TEST_SUITE_P(each_way, switched_off_while_waiting, testing::Bool());
-
-TEST_F(dom_thread, port_whose_mutex_a_deletion_keeps_is_passed_by) {
-  create_ports(3, 0, {7, 8});
-  modules.at(3, 0, 7);
-  modules.at(3, 0, 8);
-  const uint32_t port = 7;
-  ASSERT_EQ(lum_delete_ports(0, 3, 0, 1, &port), 0u);
-  cycle();
-  EXPECT_THAT(traces(), Contains(info(13, not_polled("0x30007", 0, 0, 1))));
-  EXPECT_THAT(calls({"i2c_read_block"}), Contains("i2c_read_block(3, 0, 8, 0, 0, 128)"));
-}
-
-TEST_F(dom_thread, deletion_waits_for_the_visit_in_progress) {
-  create_ports(3, 0, {7});
-  modules.at(3, 0, 7);
-  std::thread deletion;
-  modules.before_transfer = [&] {
-    if (deletion.joinable()) return;
-    deletion = std::thread([] {
-      const uint32_t port = 7;
-      lum_delete_ports(0, 3, 0, 1, &port);
-    });
-    wait_for_a_mark();
-  };
-  cycle();
-  deletion.join();
-  EXPECT_THAT(calls({"ptd_set_mutex_block"}),
-              ElementsAre("ptd_set_mutex_block(\"lum_delete_ports\", 625)"));
-  EXPECT_EQ(im.batches.back().operation, LUM_IM_DELETE);
-  cycle();
-  EXPECT_THAT(traces(), Contains(info(13, not_polled("0x30007", 0, 0, 1))));
-}
-
-TEST_F(dom_thread, wait_for_a_mutex_that_a_deletion_keeps_comes_back) {
-  create_ports(3, 0, {7});
-  lum_port_data &port = data_at(rsip);
-  ASSERT_EQ(pthread_mutex_lock(&port.port_mutex), 0);
-  clear_record();
-  polling.start_cycle();
-  wait_for_a_mark();
-  std::thread deletion([] {
-    const uint32_t number = 7;
-    lum_delete_ports(0, 3, 0, 1, &number);
-  });
-  wait_for_a_mark(2);
-  ASSERT_EQ(pthread_mutex_unlock(&port.port_mutex), 0);
-  deletion.join();
-  polling.wait_asleep();
-  EXPECT_THAT(calls({"i2c_read_block"}), IsEmpty());
-  EXPECT_THAT(traces(), Contains(info(15, "DOM thread: DOM is disabled-2for rsip=0x30007\n")));
-}
 
 TEST_F(dom_thread, deletion_that_the_interface_manager_refuses_stops_nobody) {
   create_ports(3, 0, {7, 8});

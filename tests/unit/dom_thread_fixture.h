@@ -3,10 +3,12 @@
 
 #include <gmock/gmock.h>
 
+#include <chrono>
 #include <cstdio>
 #include <initializer_list>
 #include <string>
 #include <string_view>
+#include <thread>
 
 #include "base/shared.h"
 #include "library.h"
@@ -26,6 +28,13 @@ inline std::string not_polled(const char *at, int enabled, unsigned upgrading, i
                 "module_fw_upg_in_prog %u, transceiver_disabled %d\n",
                 at, enabled, upgrading, disabled);
   return text;
+}
+
+// Waits until a thread stands at a mutex.
+inline void wait_for_a_mark() {
+  while (support::calls({"ptd_set_mutex_block"}).empty()) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
 }
 
 // Controllers exist, and so do the ports that a test adds.

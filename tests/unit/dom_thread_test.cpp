@@ -4,13 +4,17 @@
 #include <pthread.h>
 
 #include <ostream>
+#include <string>
 
+#include "blocks.h"
 #include "dom_thread_fixture.h"
 
 using namespace support;
+using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Ne;
 using testing::Not;
 using testing::SizeIs;
 
@@ -24,6 +28,19 @@ TEST(dom_thread_start, traces_its_creation_and_names_itself) {
   char name[16] = {};
   ASSERT_EQ(pthread_getname_np(lum_get_ctx()->dom_thread, name, sizeof name), 0);
   EXPECT_STREQ(name, "lum_dom_thread");
+}
+
+TEST(dom_thread_start, is_traced_before_the_thread_has_its_name) {
+  std::string name;
+  at_trace = [&](const trace_line &line) {
+    if (line.point != 11) return;
+    char text[16] = {};
+    pthread_getname_np(pthread_self(), text, sizeof text);
+    name = text;
+  };
+  ASSERT_EQ(boot(), 0u);
+  at_trace = nullptr;
+  EXPECT_THAT(name, AllOf(Not(IsEmpty()), Ne("lum_dom_thread")));
 }
 
 TEST(dom_thread_start, sleeps_5_seconds_before_the_first_cycle) {
@@ -63,8 +80,11 @@ TEST_F(dom_thread, without_controllers_nothing_is_polled) {
   add(rsip);
   set_controller_count(0);
   cycle();
-  EXPECT_THAT(calls({"fw_upgrade_status", "i2c_read_block", "wavl_get_first"}), IsEmpty());
+  EXPECT_THAT(calls(), ElementsAre("stat(\"/tmp/skip_dom_fetch\")", "sleep(5)"));
   EXPECT_THAT(traces(), IsEmpty());
+  set_controller_count(1);
+  cycle();
+  EXPECT_THAT(calls(transfers), SizeIs(2));
 }
 
 TEST_F(dom_thread, empty_database_ends_the_cycle) {
@@ -107,6 +127,38 @@ TEST_F(dom_thread, reason_is_traced_for_every_such_port_in_every_cycle) {
   }
 }
 
+TEST_F(dom_thread, upgrade_status_is_asked_before_the_flags_are_looked_at) {
+  lum_port_data &port = add(rsip);
+  lum::shared_store(port.is_dom_enabled, 0);
+  lum::shared_store(port.transceiver_disabled, 1);
+  client.set_upgrade(rsip, 42);
+  cycle();
+  EXPECT_THAT(calls({"fw_upgrade_status"}), ElementsAre("fw_upgrade_status(0x30007)"));
+  EXPECT_THAT(traces(), ElementsAre(info(13, not_polled("0x30007", 0, 42, 1))));
+}
+
+TEST_F(dom_thread, upgrade_status_that_is_not_written_is_0_and_not_the_port_befores) {
+  add(rsip);
+  add(rsip + 1);
+  client.set_upgrade(rsip, 42);
+  script.fail("fw_upgrade_status", 2, 33);
+  cycle();
+  EXPECT_THAT(traces(), ElementsAre(info(13, not_polled("0x30007", 1, 42, 0))));
+  EXPECT_THAT(calls(transfers), ElementsAre("i2c_read_block(3, 0, 8, 0, 0, 128)",
+                                            "i2c_read_block(3, 0, 8, 3, 128, 23)"));
+}
+
+TEST_F(dom_thread, upgrade_status_counts_also_when_the_callback_fails) {
+  add(rsip);
+  lum_get_ctx()->platform_cbs.fw_upgrade_status = [](uint32_t, uint32_t *status) -> cerrno {
+    *status = 1;
+    return 33;
+  };
+  cycle();
+  EXPECT_THAT(calls(transfers), IsEmpty());
+  EXPECT_THAT(traces(), ElementsAre(info(13, not_polled("0x30007", 1, 1, 0))));
+}
+
 TEST_F(dom_thread, unpolled_port_does_not_have_its_mutex_taken) {
   watch(add(rsip).port_mutex, "port");
   client.set_upgrade(rsip, 1);
@@ -126,6 +178,19 @@ TEST_F(dom_thread, ports_are_visited_in_rsip_order_without_the_databases_lock_he
       ElementsAre("wavl_get_first(0)", "fw_upgrade_status(0x30007)", "wavl_get_next(0x30007, 0)",
                   "fw_upgrade_status(0x30009)", "wavl_get_next(0x30009, 0)",
                   "fw_upgrade_status(0x40002)", "wavl_get_next(0x40002, 0)"));
+}
+
+TEST_F(dom_thread, walk_takes_the_databases_mutex_for_the_transfers_and_the_led_only) {
+  add(rsip);
+  lum::shared_store(add(rsip + 1).is_dom_enabled, 0);
+  watch(lum_platform.mutex, "db");
+  cycle();
+  const std::string take = "pthread_mutex_trylock(db)";
+  const std::string release = "pthread_mutex_unlock(db)";
+  EXPECT_THAT(calls({"fw_upgrade_status", "pthread_mutex_trylock", "pthread_mutex_lock",
+                     "pthread_mutex_unlock"}),
+              ElementsAre("fw_upgrade_status(0x30007)", take, release, take, release, take, release,
+                          "fw_upgrade_status(0x30008)"));
 }
 
 TEST_F(dom_thread, walk_that_stands_on_a_removed_port_goes_on_with_the_next) {
@@ -163,6 +228,30 @@ TEST_F(dom_thread, new_memory_map_has_the_chunk_on_page_1_at_192) {
   cycle();
   EXPECT_THAT(calls(transfers), ElementsAre("i2c_read_block(3, 0, 7, 0, 0, 128)",
                                             "i2c_read_block(3, 0, 7, 1, 192, 23)"));
+}
+
+class new_memory_map : public dom_thread, public testing::WithParamInterface<uint32_t> {};
+
+TEST_P(new_memory_map, has_the_status_bytes_on_page_1) {
+  lum_port_data &port = add(rsip);
+  lum::shared_store(port.new_memmap, GetParam());
+  for (uint32_t i = 0; i < 23; ++i) {
+    module().put(1, 192 + i, {static_cast<uint8_t>(0x40 + i)});
+    module().put(3, 128 + i, {static_cast<uint8_t>(0xC0 + i)});
+  }
+  cycle();
+  EXPECT_THAT(port.dom[0].status, ElementsAre(0x40 + 22, 0x40 + 19, 0x40 + 5));
+  EXPECT_THAT(port.dom[1].status, ElementsAre(0x40 + 22, 0x40 + 18, 0x40 + 0));
+}
+
+INSTANTIATE_TEST_SUITE_P(each_mark, new_memory_map, testing::Values(1u, 2u));
+
+TEST_F(dom_thread, visit_takes_two_blocks_and_frees_them) {
+  lum::shared_store(add(rsip).led_state, 1);
+  const block_watch blocks;
+  cycle();
+  EXPECT_EQ(blocks.taken(), 2u);
+  EXPECT_THAT(blocks.live(), IsEmpty());
 }
 
 TEST_F(dom_thread, every_reading_status_and_flag_comes_from_its_bytes) {
