@@ -2,12 +2,16 @@
 // becomes of removed nodes is counted.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <barrier>
 #include <chrono>
 #include <cstdio>
+#include <functional>
 #include <future>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "crew.h"
@@ -244,4 +248,53 @@ TEST_F(busy_database, a_port_that_stays_is_never_missed_and_every_removed_node_i
   walk_record left;
   lum_ports_db_walk_via_rsip(note_node, &left);
   EXPECT_EQ(std::set<uint32_t>(left.rsips.begin(), left.rsips.end()), staying);
+}
+
+// Of two updates of one new port the first enters its handle, and the second drops the port.
+TEST_F(busy_database, two_handles_for_one_port_leave_the_index_by_handle_in_order) {
+  constexpr uint32_t fresh_slot = first_slot + slots;
+  const uint32_t port = 0;
+  const uint32_t fresh = rsip_of(fresh_slot, port);
+  const auto seconds = std::chrono::seconds(stress::setting("LUM_STRESS_SECONDS", 5));
+  stress::crew crew(stress::setting("LUM_STRESS_SEED", 1));
+  const stress::watchdog dog(seconds + 120s, [&] { return crew.report(); });
+  crew.add("other ports", [this](worker &self) { come_and_go(self, first_slot); });
+
+  std::barrier meet(2);
+  bool over = false;
+  uint32_t round = 0;
+  std::thread other([&] {
+    for (meet.arrive_and_wait(); !over; meet.arrive_and_wait()) {
+      lum_ports_db_update_entry(fresh, 0xFFFFFFFF - round);
+      meet.arrive_and_wait();
+    }
+  });
+  for (const auto end = std::chrono::steady_clock::now() + seconds;
+       std::chrono::steady_clock::now() < end; ++round) {
+    lum_platform_ctx_init(0, fresh_slot, 0, 1, &port);
+    meet.arrive_and_wait();
+    lum_ports_db_update_entry(fresh, 1 + round % 0xFF);
+    meet.arrive_and_wait();
+    if (lum_ports_db_find_entry(fresh) != nullptr) fail("a port with two handles has stayed");
+  }
+  over = true;
+  meet.arrive_and_wait();
+  other.join();
+  crew.dismiss();
+
+  EXPECT_EQ(failures, 0u);
+  EXPECT_GT(round, 0u);
+  std::vector<uint32_t> handles;
+  for (void *node = wavl_get_first(&lum_platform.tree, 1); node != nullptr;
+       node = wavl_get_next(&lum_platform.tree, node, 1)) {
+    handles.push_back(static_cast<lum_port_node_info *>(node)->port_handle);
+  }
+  EXPECT_EQ(handles.size(), staying.size());
+  EXPECT_EQ(std::adjacent_find(handles.begin(), handles.end(), std::greater_equal<>()),
+            handles.end());
+  for (const uint32_t rsip : staying) {
+    const uint32_t handle = handle_of(rsip >> 16, rsip & 0xFF);
+    const lum_port_node_info *node = lum_get_port_node_from_port_handle(handle);
+    EXPECT_TRUE(node != nullptr && node->rsip == rsip) << "handle " << handle;
+  }
 }
