@@ -7,7 +7,6 @@
 
 using namespace support;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 
