@@ -28,8 +28,8 @@ extern "C" {
  * Nothing starts when the description is wrong. On failure every problem found is written to
  * `error`, one "file:line: what is wrong, and what was expected" a line, cut to `error_size` bytes
  * with the NUL; `error` may be null when `error_size` is 0. Returns 0; 22 for a null file or a
- * wrong description; 16 when the platform runs already; 5 when something could not be started; 12.
- * Waits for the disk. */
+ * wrong node description; 16 when the platform runs already; 5 when something could not be started,
+ * such as a simulated module whose description is wrong; 12. Waits for the disk. */
 int lum_linux_start(const char *node_file, char *error, size_t error_size);
 
 /* Returns the callback table for lum_infra_params; never null and valid for ever. While the

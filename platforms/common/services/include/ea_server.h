@@ -32,7 +32,7 @@ extern "C" {
  */
 typedef void (*ea_server_dispatch)(uint32_t operation, const void *request, void *reply);
 
-/* Called when an entity agent connects. Returns 0. */
+/* Called when an entity agent connects, on any thread. Returns 0. */
 typedef cerrno (*ea_server_connect)(void);
 
 typedef struct ea_server_registration {
@@ -43,8 +43,10 @@ typedef struct ea_server_registration {
   int32_t restart;
 } ea_server_registration;
 
-/* Optional. Registers the server; the record is copied. Returns 0 or a code. Called once, during
- * start-up; must not call back before it returns. */
+/* Optional. Registers the server; the record is copied. Returns 0 or a code, which liblum ignores:
+ * it then stays unregistered. Called once, during start-up, on the client's thread; waits for
+ * nothing and must not call back before it returns. Being weak, it is not reason enough for a
+ * linker to take it out of a static archive: link it as an object, or with --whole-archive. */
 cerrno ea_server_register(const ea_server_registration *registration) __attribute__((weak));
 
 #ifdef __cplusplus

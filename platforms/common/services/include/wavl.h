@@ -30,14 +30,17 @@ typedef struct wavl_tree {
 } wavl_tree;
 
 /* Sets the tree up for `indices` indices (1 to WAVL_MAX_INDICES) over nodes whose links start
- * `link_offset` bytes into the node; one wavl_comparator per index follows. Returns 0 or a code. */
+ * `link_offset` bytes into the node; one wavl_comparator per index follows. Returns 0 or a code,
+ * upon which liblum ends the process. Called once, under liblum's start-up lock; waits for nothing.
+ */
 cerrno wavl_init(wavl_tree *tree, uint32_t indices, uint32_t link_offset, ...);
 
-/* Returns non-zero when the tree is usable. */
+/* Returns non-zero when the tree is usable. Any thread; waits for nothing. */
 int wavl_running(const wavl_tree *tree);
 
-/* The calls below may come from any threads at the same time; each is atomic. They never call back
- * into the user but for the comparator, which runs with the tree's own lock held.
+/* The calls below may come from any threads at the same time; each is atomic and waits for nothing
+ * but the tree's own lock. They never call back into the user but for the comparator, which runs
+ * with that lock held, and wavl_walk's callback, which does not.
  *
  * On a tree that is not running they find nothing and change nothing.
  *

@@ -95,8 +95,8 @@ class modules {
 
   // Takes the module out of its cage, whatever the backend has, until it is inserted again.
   cerrno remove(uint32_t rsip);
-  // Puts it back. A simulated cage that never had a module reads its description first and gets 2
-  // when there is none.
+  // Puts it back. A simulated cage that never had a module reads its description first. Gets 2 when
+  // there is no module, whatever the backend.
   cerrno insert(uint32_t rsip);
   // Puts another module in: one made from a description. Simulated modules only. `error` says
   // what is wrong with the description.

@@ -62,7 +62,7 @@ struct im_description {
 struct node_description {
   std::filesystem::path source;  // the description's own file
   std::string name;
-  uint32_t rack = 0;  // 0 to 255
+  uint32_t rack = 0;  // 0 to 255; the library reaches modules of rack 0 only
   std::filesystem::path state_directory;
   std::filesystem::path trace_directory;
   std::filesystem::path led_directory;

@@ -2,15 +2,19 @@
  *
  * A driver process fills in lum_infra_params with its table of callbacks, calls lum_lib_init and
  * lum_infra_init once, then lum_plat_init and lum_create_ports for each slot. From then on the
- * library polls the modules, drives the LEDs and answers the calls below.
+ * library polls the modules, drives the LEDs and answers the calls below. The driver tells it of
+ * modules that come and go (lum_update_vendor_info) and has it hand readings and alarms on
+ * (lum_update_pm_ptah_data); docs/driver.md lists all that a driver has to do.
  *
  * What holds for every call, unless its comment says otherwise:
  * - The result is a cerrno: 0 is success, 12 out of memory, 22 a bad argument or an unknown port.
- * - Pointers are read or written during the call only; the caller keeps ownership of its memory.
- * - The call takes no lock, beyond the database mutex for a moment where it looks a port up, and
- * may come from any thread.
+ * - No pointer may be null where the comment does not say what becomes of it. Memory is read or
+ *   written during the call only and stays the caller's.
+ * - Any thread may call. Locks held for a moment only are not named: the database mutex where a
+ *   port is looked up, those of the slot table and of the configuration.
  * - "Waits for" names what the call may wait for: the bus (a module transfer, at worst five
- *   attempts 30 ms apart), the disk (one checkpoint write), a lock, or nothing.
+ *   attempts 30 ms apart), a callback other than a transfer, the disk (one checkpoint write) or a
+ *   lock. Without it the call waits for nothing.
  * - rack, slot, instance and port are 0 to 255; slot-table calls know slots 0 to 15 and instances
  *   0 to 3, and treat any other as unused.
  * - Traces go to the channels ct_err, ct_info and ct_debug. */
@@ -55,8 +59,8 @@ extern "C" {
 
 /* LED states. Other values are passed through. */
 #define LUM_LED_OFF 0u    /* cleared */
-#define LUM_LED_NORMAL 1u /* module present, no fault flag raised */
-#define LUM_LED_FAULT 3u  /* fault flag raised, or module removed */
+#define LUM_LED_NORMAL 1u /* the last good poll found no fault flag raised */
+#define LUM_LED_FAULT 3u  /* flag raised, module removed, or no good poll since create or update */
 
 /* Change bits of lum_set_hw_info. */
 #define LUM_CHANGE_THRESHOLD 0x2ull
@@ -78,50 +82,67 @@ extern "C" {
 
 /* How the library reaches the interface manager, the client, the LEDs and the modules. Every slot
  * but fw_upgrade_status may be null; what null means stands with each. All return 0 for success.
- * No callback may call lum_delete_ports or wait for another port's transfer. */
+ * Several threads may make the same callback at once. It may look ports up through this header. It
+ * must not call lum_delete_ports, nor wait for another port's transfer, nor, where a port's mutex
+ * may be held, make a call that takes it. It must come back: while the polling thread waits for it,
+ * no port is polled. */
 typedef struct lum_platform_cbs {
   /* Sends a create or delete batch (operation LUM_IM_CREATE or LUM_IM_DELETE). `names` holds
    * `count` names, of which those of empty elements are null; `payload` holds `payload_count`
    * (= count) elements of LUM_CREATE_ELEMENT_SIZE or LUM_DELETE_ELEMENT_SIZE bytes. Both are gone
    * when the call returns and are to be copied. `context` goes to `complete` unchanged, exactly
-   * once per accepted batch and never for a refused one. Called from the thread that creates,
-   * replays or deletes, and from inside a create completion. Null: nothing is sent and the batch
-   * counts as sent. */
+   * once per accepted batch and never for a refused one; do not wait for that here. Called from
+   * the thread that creates, replays or deletes, and from inside a create completion. Null: the
+   * request succeeds, but nothing is sent, never completed, and the request stays allocated. */
   cerrno (*im_req_by_name)(const char *const *names, uint16_t iftype, const void *payload,
                            uint32_t payload_count, uint32_t operation, void *context,
                            uint32_t count, imca_completion complete);
   /* Sends an update batch of `count` elements of LUM_UPDATE_ELEMENT_SIZE bytes; `payload_size` is
-   * the payload's size in bytes; `ifhandles` is gone once `complete` is called. Otherwise as above.
-   */
+   * the payload's size in bytes; `ifhandles` is gone once `complete` is called. Called from the
+   * thread that updates. Otherwise as above. */
   cerrno (*im_update_req_by_ifhandle)(const uint32_t *ifhandles, uint32_t iftype,
                                       const void *payload, uint32_t payload_size,
                                       uint32_t operation, void *context, uint32_t count,
                                       imca_completion complete);
   /* Tells the client of created (operation 1) or deleted (0) controllers; arrays of `count`, valid
-   * during the call. Called on the interface manager's thread. Null: not told. */
+   * during the call. The handle of an element skipped as benign is 0. Of a deletion `ifhandles` is
+   * the batch's, while `rsips` and `sub_ports` hold those found, packed, and zeros behind them:
+   * look the handles up, not the positions. Not called for a batch with an odd count of creations,
+   * an unknown port or an unknown first handle, or without memory. Called on the interface
+   * manager's thread. Null: not told. */
   cerrno (*ctrl_op_notify)(uint32_t operation, uint32_t count, const uint32_t *rsips,
                            const uint32_t *sub_ports, const uint32_t *ifhandles);
-  /* Tells the client of updated controllers. As above. */
+  /* Tells the client of updated controllers, one rsip for each, 0 for one that is not known any
+   * more. As above. */
   cerrno (*ctrl_update_notify)(uint32_t count, const uint32_t *rsips);
   /* Writes the name of an interface that the ports database does not know to `name`
-   * (LUM_DEVID_NAME_SIZE bytes). Null: the interface is unknown. */
+   * (LUM_DEVID_NAME_SIZE bytes). Called on the thread of any call that takes an interface handle,
+   * and on the interface manager's. Null: the interface is unknown. */
   cerrno (*ifname_from_ifh)(uint32_t ifhandle, char *name);
-  /* Reads the port's LED. `zero` is always 0. Null: reading succeeds and changes nothing. */
+  /* Reads the port's LED; `zero` is always 0. Called from the thread that asks. A failure has the
+   * library answer with the state it asked for last. Null: reading succeeds and changes nothing. */
   cerrno (*led_get_state)(uint32_t rsip, uint32_t zero, uint32_t *state);
-  /* Sets the port's LED; also called on the polling thread with the port's mutex held. Null:
-   * setting succeeds. */
+  /* Sets the port's LED, each time to LUM_LED_OFF first and then to another state. Called on the
+   * caller's thread, the interface manager's and, with the port's mutex held, the polling thread.
+   * Null: setting succeeds. */
   cerrno (*led_set_state)(uint32_t rsip, uint32_t zero, uint32_t state);
-  /* Writes whether a firmware upgrade of the port's module is in progress: 0 no, other yes. Must
-   * not be null. */
+  /* Writes whether a firmware upgrade of the port's module is in progress: 0 no, other yes. Called
+   * on the polling thread, for each port in each cycle, and by lum_update_pm_ptah_data. The result
+   * is ignored. Must not be null. */
   cerrno (*fw_upgrade_status)(uint32_t rsip, uint32_t *status);
-  /* Reads one byte of the module's memory. Called with the port's mutex held but for identity reads
-   * and the visits that follow a failed transfer. Null: reads succeed and change nothing. */
+  /* Reads one byte of the module's memory. `page` is 0 to 255; `offset` 0 to 127 is the lower page,
+   * 128 to 255 the upper half of `page`. The rack is not given. Called on the polling thread, the
+   * caller's and, when a controller is created again, the interface manager's; with the port's
+   * mutex held but for identity reads and the visits that follow a failed transfer, so there may be
+   * two transfers with one module at once. Any result but 0 is a failure and tried again. Null:
+   * reads succeed and change nothing. */
   cerrno (*i2c_read_byte)(uint32_t slot, uint32_t instance, uint32_t port, uint32_t page,
                           uint32_t offset, uint8_t *value);
   /* Reads `length` (2 or more) consecutive bytes. As above. */
   cerrno (*i2c_read_block)(uint32_t slot, uint32_t instance, uint32_t port, uint32_t page,
                            uint32_t offset, int32_t length, uint8_t *buffer);
-  /* Writes one byte. Null: writes succeed and are not made. */
+  /* Writes one byte. Called from the thread that changes settings, the port's mutex held unless a
+   * deletion keeps it. Null: writes succeed and are not made. */
   cerrno (*i2c_write_byte)(uint32_t slot, uint32_t instance, uint32_t port, uint32_t page,
                            uint32_t offset, uint8_t value);
   /* Kept, never called. */
@@ -142,13 +163,15 @@ typedef struct lum_infra_params {
   uint32_t client_data;   /* kept in the context, not interpreted */
   uint32_t pm_alarm_test; /* non-zero: install the alarm test hooks */
   char process_name[LUM_PROCESS_NAME_SIZE]; /* empty: "lum_library" */
-  const lum_platform_cbs *platform_cbs;     /* must not be null; copied */
+  const lum_platform_cbs *platform_cbs;     /* copied */
 } lum_infra_params;
 LUM_ASSERT_LAYOUT(offsetof(lum_infra_params, process_name) == 20);
 
 /* The one library context. Written during start-up and by the library itself; clients read. */
 typedef struct lum_ctx {
-  uint8_t controller_count; /* controllers the interface manager is believed to hold; wraps */
+  uint8_t controller_count; /* controllers of accepted create batches, replays included, less those
+                               of delete batches, modulo 256; nothing is polled while it is 0: with
+                               128 ports, or with 64 that have been replayed once */
   uint32_t restart;
   uint32_t resync; /* 1 from lum_replay_controllers to the next resync, slot or creation */
   uint32_t client_data;
@@ -171,17 +194,17 @@ typedef struct lum_ctx {
 /* Slot properties given to lum_plat_init. */
 typedef struct lum_slot_props {
   uint32_t used;     /* non-zero: the instance is in use */
-  uint32_t capacity; /* ports it may hold, 0 to 65,535 */
+  uint32_t capacity; /* ports it may hold, 0 to 65535 */
 } lum_slot_props;
 
 /* One port's properties, as given to lum_create_ports and as kept in the slot table. */
 typedef struct lum_port_props {
-  uint32_t rsip;       /* rack << 24 | slot << 16 | instance << 8 | port */
-  uint32_t port_index; /* low 16 bits count */
-  uint32_t *context;   /* the library's own cell; null in input records */
-  uint32_t client_words[2];
-  uint32_t port_handle;
-  uint32_t in_use; /* the library's own */
+  uint32_t rsip;            /* rack << 24 | slot << 16 | instance << 8 | port */
+  uint32_t port_index;      /* the rsip's port number; low 16 bits count */
+  uint32_t *context;        /* the library's own cell; null in input records */
+  uint32_t client_words[2]; /* not used */
+  uint32_t port_handle;     /* 1 to 65535, one of its own for each port of the node */
+  uint32_t in_use;          /* the library's own */
 } lum_port_props;
 LUM_ASSERT_LAYOUT(sizeof(lum_port_props) == 32);
 
@@ -206,9 +229,9 @@ typedef struct lum_sub_port_intf {
   uint32_t ifhandle;            /* 0 until the interface manager confirms the creation */
   uint16_t iftype;              /* LUM_IFTYPE_OTS */
   uint8_t zero[12];
-  uint32_t controller_up;
-  uint32_t created; /* 1 from the creation's completion to the deletion's; an element
-                         skipped as benign has an ifhandle of 0 */
+  uint32_t controller_up; /* never set by the library */
+  uint32_t created;       /* 1 from the creation's completion to the deletion's; an element
+                               skipped as benign has an ifhandle of 0 */
 } lum_sub_port_intf;
 LUM_ASSERT_LAYOUT(sizeof(lum_sub_port_intf) == 92);
 
@@ -223,15 +246,18 @@ typedef struct lum_vendor_info {
   char vendor_part_number[17];
   char vendor_serial_number[17];
   char vendor_date_code[8];
-  uint32_t fw_version; /* major << 8 | minor */
+  uint32_t fw_version; /* major << 8 | minor; a poll stores bytes 39 and 40 as they are, so that a
+                          module which gives the digits "17" has 1 << 8 | 7 at first, then 0x3137 */
   uint8_t reserved[100];
 } lum_vendor_info;
 LUM_ASSERT_LAYOUT(sizeof(lum_vendor_info) == 196);
 
 /* One sub-port's polled values. */
 typedef struct lum_dom_area {
-  uint16_t readings[5]; /* 0 to 2 powers in hundredths of a dBm, 3 and 4 in tenths of their unit */
-  uint8_t status[3];
+  /* 0 to 2 are powers in hundredths of a dBm, negative ones (bit 12 set) one above their two's
+   * complement: -5.00 dBm is 0xFE0D. 3 and 4 are in tenths of the module's unit. */
+  uint16_t readings[5];
+  uint8_t status[3]; /* as the module gives them; see LUM_HW_OUT_STATUS_0, _STATUS_1 and _MODE */
   uint8_t reserved[59];
 } lum_dom_area;
 LUM_ASSERT_LAYOUT(sizeof(lum_dom_area) == 72);
@@ -239,15 +265,16 @@ LUM_ASSERT_LAYOUT(sizeof(lum_dom_area) == 72);
 /* Bytes of the status area that a new controller starts with cleared: both sub-ports' areas. */
 #define LUM_STATUS_AREA_SIZE 144
 
-/* One sub-port's configuration. */
+/* One sub-port's configuration, as last set. The module gets threshold, p2_setting, setting_a and
+ * setting_b times ten, cut to 16 bits. */
 typedef struct lum_port_cfg {
-  uint32_t threshold;
+  uint32_t threshold; /* signed; the module's upper threshold is 100 above ten times it */
   uint32_t p2_setting;
   uint32_t setting_a;
   uint32_t setting_b;
   uint32_t enable_flag; /* bit 0 */
-  uint32_t mode;
-  uint32_t sub1_flag; /* bit 0; sub-port 1 only */
+  uint32_t mode;        /* 3, or another; the module gets 2 or 1 */
+  uint32_t sub1_flag;   /* bit 0; sub-port 1 only */
   uint32_t reserved;
   uint64_t changed_bits; /* every LUM_CHANGE_ bit ever asked for */
 } lum_port_cfg;
@@ -278,10 +305,10 @@ typedef struct lum_port_data {
   uint32_t instance;
   uint32_t zero;
   uint32_t port;
-  uint32_t provisioning_needed;
-  uint32_t force_reprovisioning;
-  uint32_t state_word;
-  uint32_t led_state; /* last state asked for */
+  uint32_t provisioning_needed;  /* the provisioning handler visits the port */
+  uint32_t force_reprovisioning; /* kept for the client */
+  uint32_t state_word;           /* not used */
+  uint32_t led_state;            /* last state asked for */
   lum_sub_port_intf sub_port[LUM_SUB_PORTS];
   lum_device_id_td device_id[LUM_SUB_PORTS];
   lum_vendor_info vendor;
@@ -294,11 +321,12 @@ typedef struct lum_port_data {
   uint8_t reserved_2[12];
   lum_test_injection test[LUM_SUB_PORTS];
   uint8_t reserved_3[4];
-  uint8_t transceiver_disabled; /* module absent or not accessible */
-  uint32_t inserted;            /* module present */
+  uint8_t transceiver_disabled; /* 1: module told removed, or port being deleted; no transfers */
+  uint32_t inserted;            /* 1 from each creation of the controllers, whatever is in the cage,
+                                   to lum_update_vendor_info(rsip, 0) */
   uint32_t new_memmap;          /* module uses the newer memory map */
   lum_chkpt_record chkpt;       /* live checkpoint state */
-  uint8_t is_dom_enabled;       /* polling wanted */
+  uint8_t is_dom_enabled;       /* both controllers exist and no deletion was asked for: polled */
   pthread_mutex_t port_mutex;   /* held while polling and provisioning the module */
   /* The thread of the deletion that keeps the mutex, which then counts as taken; 0 none. */
   uint64_t mutex_kept_by;
@@ -406,16 +434,16 @@ typedef struct lum_hw_info_out {
 } lum_hw_info_out;
 LUM_ASSERT_LAYOUT(sizeof(lum_hw_info_out) == LUM_HW_INFO_OUT_SIZE);
 
-/* Input record, all u32. */
-#define LUM_HW_IN_THRESHOLD 48
-#define LUM_HW_IN_P2_SETTING 56
-#define LUM_HW_IN_MODE 96
-#define LUM_HW_IN_SETTING_A 564
-#define LUM_HW_IN_SUB1_FLAG 580
-#define LUM_HW_IN_ENABLE_FLAG 584
-#define LUM_HW_IN_SETTING_B 600
+/* Input record, all u32: the fields of lum_port_cfg. */
+#define LUM_HW_IN_THRESHOLD 48    /* signed, x 10 into 16 bits */
+#define LUM_HW_IN_P2_SETTING 56   /* x 10 into 16 bits */
+#define LUM_HW_IN_MODE 96         /* 3, or another */
+#define LUM_HW_IN_SETTING_A 564   /* x 10 into 16 bits */
+#define LUM_HW_IN_SUB1_FLAG 580   /* bit 0; written for sub-port 1 only */
+#define LUM_HW_IN_ENABLE_FLAG 584 /* bit 0 */
+#define LUM_HW_IN_SETTING_B 600   /* x 10 into 16 bits */
 
-/* Output record. */
+/* Output record. A port taken for empty has LED, LED_VALID and PRESENT only. */
 #define LUM_HW_OUT_ALARMS 40          /* u64 */
 #define LUM_HW_OUT_PTAH_VALUES 56     /* u32[55] */
 #define LUM_HW_OUT_KIND 388           /* u32, 83 */
@@ -433,15 +461,15 @@ LUM_ASSERT_LAYOUT(sizeof(lum_hw_info_out) == LUM_HW_INFO_OUT_SIZE);
 #define LUM_HW_OUT_EXTRA_CODE 5016    /* char[512] */
 #define LUM_HW_OUT_TEXT_SIZE 512
 #define LUM_HW_OUT_DATE_CODE 5528 /* char[8] */
-#define LUM_HW_OUT_PRESENT 5548   /* u32, 0 or 1 */
-#define LUM_HW_OUT_READING_4 5556 /* u16, reading 4 / 10 */
-#define LUM_HW_OUT_STATUS_0 5564  /* u32, sub-port 1 only: 1 set, 2 clear */
-#define LUM_HW_OUT_STATUS_1 5568  /* u8, 0 or 1 */
-#define LUM_HW_OUT_VALID 5580     /* u16 */
-#define LUM_HW_OUT_MODE 5584      /* u32: 0, 2 or 3 */
-#define LUM_HW_OUT_POWER_2 5600   /* u32, tenths of a microwatt */
-#define LUM_HW_OUT_POWER_1 5604   /* u32 */
-#define LUM_HW_OUT_POWER_0 5608   /* u32 */
+#define LUM_HW_OUT_PRESENT 5548   /* u32, 0 or 1: lum_port_data.inserted */
+#define LUM_HW_OUT_READING_4 5556 /* u16, reading 4 / 10: the module's whole units */
+#define LUM_HW_OUT_STATUS_0 5564  /* u32, sub-port 1 only: status byte 0 is 1 set, 2 clear */
+#define LUM_HW_OUT_STATUS_1 5568  /* u8, status byte 1: 1 set, 0 clear */
+#define LUM_HW_OUT_VALID 5580     /* u16, 0x42, with 0x20 where STATUS_0 is given */
+#define LUM_HW_OUT_MODE 5584      /* u32, from status byte 2: 0 is 0, 2 is 3, others are 2 */
+#define LUM_HW_OUT_POWER_2 5600   /* u32, reading 2 in tenths of a microwatt */
+#define LUM_HW_OUT_POWER_1 5604   /* u32, reading 1, likewise */
+#define LUM_HW_OUT_POWER_0 5608   /* u32, reading 0, likewise */
 
 /* ------------------------------------------------------------------------------------------------
  * Exported data
@@ -454,7 +482,8 @@ extern ctrace_handle ct_info;
 extern ctrace_handle ct_debug;
 extern ctrace_handle ct_periodic;
 
-/* The ports database. Walk it with wavl_get_first and wavl_get_next on index 0. */
+/* The ports database. Walk it with lum_ports_db_walk_via_rsip: a client's own walk over the tree
+ * may stand on a node that is being freed. */
 extern lum_ports_db lum_platform;
 
 /* State of the provisioning handler; read only. */
@@ -474,15 +503,17 @@ extern char test_string[4][40];
  */
 
 /* Creates the start-up lock and registers the checkpoint table. Call once, before lum_infra_init
- * and never beside it. Returns 0 or the checkpoint service's code. Waits for the disk. */
+ * and never beside it. Its traces go to channel 0: none is open yet. Returns 0 or the checkpoint
+ * service's code. Waits for the disk. */
 uint32_t lum_lib_init(void);
 
-/* Starts the library: fills the context from `params` (not null; nothing of it is kept), opens the
+/* Starts the library: fills the context from `params` (nothing of it is kept), opens the
  * trace channels, initialises the modules, reads the checkpoint records, blocks SIGRTMIN+6 and
  * SIGRTMIN+10 in the calling thread and starts the polling thread. A second call does nothing and
- * returns 0. Returns 0 or the code of the thread's creation; a failing trace channel, module or
- * checkpoint walk is only traced. A mask that cannot be set ends the process. Takes the start-up
- * lock. Waits for the disk. */
+ * returns 0. Returns 0, the start-up lock's code, or the code of the thread's creation; a failing
+ * trace channel, module or checkpoint walk is only traced (the walk's code is the result where
+ * dom_thread_started was set already). A mask that cannot be set, and trees that cannot be started,
+ * end the process. Takes the start-up lock. Waits for the disk. */
 uint32_t lum_infra_init(const lum_infra_params *params);
 
 /* Returns the library context; never fails. */
@@ -508,8 +539,9 @@ uint32_t lum_modules_port_delete(const char *ifname);
  * open. Called by lum_infra_init. */
 uint32_t lum_init_ctrace(event_manager evm);
 
-/* Writes out and closes the four trace channels. Returns 0. Call at shut-down, when no other thread
- * calls the library. */
+/* Writes out and closes the four trace channels. Returns 0. The polling thread does not end and
+ * goes on tracing to what is closed; a driver that stops rather calls ctrace_dump for each channel
+ * and ends the process. */
 uint32_t lum_close_ctrace(void);
 
 /* Returns the name of an interface state (0 to 4), "UNKNOWN" for any other; constant text. */
@@ -520,7 +552,7 @@ const char *lum_intf_state_to_string(uint32_t state);
 void lum_trim_trailing_spaces(char *buf, int32_t len);
 
 /* Traces `len` bytes in hexadecimal, whole lines of 16 only. Reads one byte even when `len` is
- * below 1. */
+ * below 1; null gives the heading only. */
 void lum_print_hex_buffer_to_trace(const uint8_t *buf, int32_t len);
 
 /* ------------------------------------------------------------------------------------------------
@@ -550,9 +582,10 @@ cerrno lum_ports_db_init(void);
  * 14 when the rsip is there already, or a mutex code. Takes the database mutex. */
 cerrno lum_ports_db_add_entry(uint32_t rsip, const lum_port_data *data);
 
-/* Gives a node its port handle. Returns 0, 14 when the rsip is unknown, or a mutex code. A handle
- * that another node has, and a second update of the same node, drop this node from the database and
- * return 0. Takes the database mutex. */
+/* Gives a node its port handle. Returns 0, 14 when the rsip is unknown, or a mutex code: the node
+ * then stays, with its handle set but not to be found by it. A handle that another node has, and a
+ * second update of the same node, drop this node from the database and return 0. Takes the database
+ * mutex. */
 cerrno lum_ports_db_update_entry(uint32_t rsip, uint32_t port_handle);
 
 /* Return the node of an rsip, or null. Take the database mutex. */
@@ -566,7 +599,8 @@ lum_port_node_info *lum_get_port_node_from_port_handle(uint32_t port_handle);
  * mutex. The node's memory lives on until no thread of the library can still look at it. */
 cerrno lum_ports_db_remove_entry(uint32_t rsip);
 
-/* Calls `callback` with every node in rsip order until it returns non-zero. Always 0. */
+/* Calls `callback` with every node in rsip order until it returns non-zero. Nodes may come and go
+ * meanwhile; a node's memory lives on while the callback runs. Always 0. */
 cerrno lum_ports_db_walk_via_rsip(wavl_callback callback, void *context);
 
 /* Conversions. Return 0, or 0xFFFFFFFF, the output then being untouched, when there is none. */
@@ -575,8 +609,8 @@ cerrno lum_ports_db_port_handle2rsip(uint32_t port_handle, uint32_t *rsip);
 
 /* Copies the device id of an interface. A handle whose name is known but whose port is not in the
  * database leaves `out` untouched and returns 0; lum_ports_db_ifname2devid returns 0xFFFFFFFF in
- * that case. Both return 0xFFFFFFFF when nothing is known, or the name parser's code. A name
- * without a sub-port ends the process once its port is found. */
+ * that case. Both return 0xFFFFFFFF when nothing is known or the sub-port is above 1, or the name
+ * parser's code. A name without a sub-port ends the process once its port is found. */
 cerrno lum_ports_db_ifh2devid(uint32_t ifhandle, lum_device_id_td *out);
 cerrno lum_ports_db_ifname2devid(const char *ifname, lum_device_id_td *out);
 
@@ -601,7 +635,8 @@ cerrno lum_get_intfname_for_port(uint32_t rack, uint32_t slot, uint32_t instance
                                  uint32_t sub_port, char *dst);
 
 /* ------------------------------------------------------------------------------------------------
- * Platform data and port properties. Change them from one thread at a time.
+ * Platform data and port properties. The slot table has a lock of its own; see lum_plat_init for
+ * what must still come one at a time.
  */
 
 /* Initialiser of the "PD Data Module": clears and starts the ports database. Arguments ignored.
@@ -620,9 +655,9 @@ cerrno lum_platform_ports_deinit(uint32_t rack, uint32_t slot, uint32_t instance
 /* Hook without behaviour. Always 0. */
 cerrno lum_ctx_derive_hw_nodeid(uint32_t rack, uint32_t slot, uint32_t instance);
 
-/* Opens an instance of a slot. Returns its array of `props->capacity` entries, owned by the library
- * and valid until the instance is closed or opened again; null when there is no memory or no such
- * slot. */
+/* Opens an instance of a slot, also one that is open: its entries are discarded. Returns its array
+ * of `props->capacity` entries, owned by the library and valid until the instance is closed or
+ * opened again; null when there is no memory or no such slot. */
 lum_port_props *lum_slot_properties_init(uint32_t slot, uint32_t instance,
                                          const lum_slot_props *props);
 
@@ -633,26 +668,28 @@ void lum_slot_properties_deinit(uint32_t slot, uint32_t instance);
 void lum_port_properties_init(uint32_t slot, uint32_t instance, uint16_t count,
                               const lum_port_props *records);
 
-/* Empties every entry with the port index. */
+/* Empties every entry with the port index and takes each off the count, entries that are free (of
+ * index 0, or their last one) too. */
 void lum_port_properties_deinit(uint32_t slot, uint32_t instance, uint16_t port_index);
 
-/* Returns how many entries are filled. */
+/* Returns the count of filled entries, its low 16 bits. */
 uint16_t lum_plat_num_port_info(uint32_t slot, uint32_t instance);
 
 /* Returns the port index of an entry, 0 when there is none. */
 uint16_t lum_plat_port_idx(uint32_t slot, uint32_t instance, uint16_t entry);
 
-/* Returns the port handle of a port index, 0 when there is none. */
+/* Returns the port handle of a port index, cut to 16 bits; 0 when there is none. */
 uint16_t lum_plat_get_port_handle(uint32_t slot, uint32_t instance, uint16_t port_index);
 
 /* Gives the entry of a port handle a new context cell holding `value`. */
 void lum_plat_set_sdev_ctx(uint32_t slot, uint32_t instance, uint32_t port_handle, uint32_t value);
 
 /* Returns the context cell of a port handle, or null. The library owns it and frees it with the
- * port's removal, on the interface manager's thread. */
+ * port's removal, on the interface manager's thread. A cell that was replaced, or whose instance
+ * was closed or opened again, is never freed. */
 uint32_t *lum_plat_get_sdev_ctx(uint32_t slot, uint32_t instance, uint32_t port_handle);
 
-/* Count the controllers the library accounts for; taking away stops at 0. */
+/* Count the controllers of the ports in the database, two a port; taking away stops at 0. */
 void lum_inc_ots_cntrs(uint32_t n);
 void lum_dec_ots_cntrs(uint32_t n);
 uint32_t lum_num_ots_ctrls(void);
@@ -668,33 +705,45 @@ uint32_t lum_plat_is_optics_inserted(int32_t slot, int32_t instance, int32_t por
  * Slots and ports
  */
 
-/* Opens a slot's instance. Returns 0. Clears the resync marker. */
+/* Opens a slot's instance; one that is open loses its entries, its ports stay in the database.
+ * Returns 0, also without memory and for a slot that there is not, or 22 for null `props`. Clears
+ * the resync marker.
+ * Openings and closings of slots, creations and deletions are to be made one at a time. */
 cerrno lum_plat_init(uint32_t rack, uint32_t slot, uint32_t instance, const lum_slot_props *props);
 
-/* Closes a slot's instance. Always 0. */
+/* Closes a slot's instance; its ports stay in the database. Always 0. */
 cerrno lum_plat_deinit(uint32_t rack, uint32_t slot, uint32_t instance);
 
-/* Creates `count` ports of one slot and instance and asks the interface manager for their
- * controllers. Only the rsip, port_index and port_handle of each entry are read. Returns 0, 12, or
- * the request's code. The controllers exist once ctrl_op_notify has told so. Waits for the bus and
- * the disk. */
+/* Creates `count` (0 to 65535) ports of one slot and instance and asks the interface manager for
+ * their controllers. Only the rsip, port_index and port_handle of each entry are read; with a
+ * `count` of 0 nothing is, slot and instance being taken as 0. Returns 0, 12, 22 for null
+ * `props` with a `count`, or the request's code; none says whether the ports were entered. A port
+ * gets the handle 0 when its index is not its port number, or its instance is not open or has no
+ * free entry; of two ports with one handle the second is dropped. So is a port that exists already,
+ * and those behind it are not entered. The controllers exist once ctrl_op_notify has told so. Waits
+ * for the bus, callbacks and the disk. */
 cerrno lum_create_ports(uint32_t count, const lum_port_props *props);
 
 /* Stops the polling of the listed ports, takes and keeps their mutexes, and asks the interface
  * manager to delete their controllers; unknown ports are left out. The ports leave the database
- * when it has done so. Returns 0, 12, or the request's code. Waits for a transfer in progress on
- * each port. */
+ * when it has answered, whatever its results. Returns 0, 12, 22 when no listed port is known or
+ * `ports` is null, or the request's code. After a batch that was refused or is never answered the
+ * ports stay, not polled and with their mutexes kept; a second call sends the batch again. Do not
+ * delete a port whose interface handles are still 0: the first port with such a handle would be
+ * named instead. Waits for a transfer in progress on each port, and for callbacks. */
 cerrno lum_delete_ports(uint32_t rack, uint32_t slot, uint32_t instance, uint32_t count,
                         const uint32_t *ports);
 
 /* Sends a new controller state, sets the LED to LUM_LED_FAULT and, for a non-zero `state`, writes
- * the stored configuration into the module again. Returns 0, or 22 when the port is unknown. Takes
- * the port's mutex. Waits for the bus. */
+ * every setting ever changed into the module again. Returns 0, or 22 when the port is unknown.
+ * Waits for callbacks; for a non-zero `state` it takes the port's mutex and waits for the bus. */
 cerrno lum_update_port(uint32_t rack, uint32_t slot, uint32_t instance, uint32_t port,
                        uint32_t state);
 
-/* Sends create batches for every port again, with the resync marker set. Returns the request's
- * code. */
+/* Sends one create batch for the controllers of every port again, with the resync marker set, and
+ * clears every port's readings. Their number is added to controller_count once more. Also the way
+ * out when a creation has failed: see imca_completion. Returns 0, also with no port, 12, or the
+ * request's code. Waits for a callback. */
 cerrno lum_replay_controllers(void);
 
 /* Asks the entity agent for a replay and clears the resync marker. */
@@ -710,7 +759,7 @@ void lum_serial_unlock(uint32_t line, const char *name);
 
 /* Records the interface handles of controllers that the client created itself: `count` handles and
  * names of LUM_IFNAME_SIZE bytes. Returns 22 when an array is null, 0 when `count` is below 1, else
- * the last update's code. */
+ * the last one's code (lum_update_ifhandle). */
 cerrno lum_set_controller_ready_info(int32_t count, const uint32_t *ifhandles,
                                      const char (*names)[LUM_IFNAME_SIZE]);
 
@@ -723,7 +772,7 @@ cerrno lum_add_device_to_ports_db(uint32_t rack, uint32_t slot, uint32_t instanc
 void lum_del_device_from_ports_db(uint32_t rack, uint32_t slot, uint32_t instance, uint32_t count);
 
 /* ------------------------------------------------------------------------------------------------
- * Queries under the serial lock. Not to be called while holding it.
+ * Queries under the serial lock, which they wait for. Not to be called while holding it.
  */
 
 /* As lum_get_port_info. */
@@ -753,8 +802,9 @@ void lum_controller_attrs_copy(const lum_controller_attrs *source,
                                lum_controller_attrs *destination);
 
 /* Send one batch. `names` and `types` hold `request->count` elements; only the first type is sent.
- * Return 0, 12, 22, or the interface manager's code. After 0 the request belongs to the completion
- * (or to nobody when the callback is null), after a failure to the caller. */
+ * Return 0, 12, 22 for a null argument or array that is needed, a count below 1 or, of a deletion,
+ * an unknown handle, or the interface manager's code. After 0 the request belongs to the completion
+ * (or to nobody when the callback is null), after a failure to the caller. Wait for a callback. */
 cerrno lum_controllers_create(lum_controller_create_request *request, const char *const *names,
                               const uint16_t *types);
 cerrno lum_controllers_update(lum_controller_update_request *request);
@@ -764,26 +814,29 @@ cerrno lum_controllers_delete(lum_controller_delete_request *request, const uint
  * Returns 0, or 22 when no port has it. */
 cerrno lum_get_ifname_from_ctx(uint32_t ifhandle, char *name);
 
-/* Completions given to the interface manager; they run on its thread. A create reply whose
- * successful element cannot be decoded ends the process. Creation may wait for the bus and the
- * disk, when it has to be made again; deletion for the disk. */
+/* Completions given to the interface manager; they run on its thread; null arguments are traced
+ * only. A create reply whose successful element cannot be decoded ends the process; its first
+ * failed one ends the batch (imca_completion). Replies to updates and deletions are not looked at.
+ * Wait for callbacks; creation also for the bus and the disk, when it has to be made again,
+ * deletion for the disk. */
 void lum_im_create_complete_resp_cb(imca_reply_info_type *reply, void *context);
 void lum_im_update_complete_resp_cb(imca_reply_info_type *reply, void *context);
 void lum_im_delete_complete_resp_cb(imca_reply_info_type *reply, void *context);
 
 /* Bring the ports database up to date with a finished batch, tell the client, and free the request
  * and its arrays (of an update request, its handles only). A create request without entries is left
- * alone. A port's last deletion waits for the disk. */
+ * alone; null is traced only. Wait for callbacks; a port's last deletion also for the disk. */
 void lum_controller_create_done(lum_controller_create_request *request);
 void lum_controller_update_done(lum_controller_update_request *request);
 void lum_controller_delete_done(lum_controller_delete_request *request);
 
-/* Records the interface handle of one controller. Returns 0, 22 when the port is unknown, or the
- * name parser's code. */
+/* Records the interface handle of one controller. Returns 0, 22 when the port is unknown or the
+ * sub-port above 1, or the name parser's code. */
 cerrno lum_update_ifhandle(const char *ifname, uint32_t ifhandle);
 
-/* Build and send the batches of the listed ports, one port, or every port. Return 0, 12, or the
- * request's code. Creation waits for the bus and the disk. */
+/* Build and send the batch of the listed ports, one port, or every port. Return 0, 12, or the
+ * request's code (lum_controllers_...); a creation that finds no port 0. Wait for a callback;
+ * creation also for the bus and the disk. */
 cerrno lum_ots_controllers_create(uint32_t rack, uint32_t slot, uint32_t instance, uint32_t count,
                                   const uint32_t *ports);
 cerrno lum_ots_controllers_update(uint32_t rack, uint32_t slot, uint32_t instance, uint32_t port,
@@ -797,26 +850,29 @@ cerrno lum_replay_ots_controllers(void);
  */
 
 /* Reads `length` bytes of a module's memory into `buffer`, or writes its first byte when
- * `direction` is 0. The rack is 0. Returns 0, 22 when the port is unknown, 2 when the module is not
- * accessible, 12, or the last attempt's code. Waits for the bus. Callers that need a consistent
- * module hold the port's mutex. */
+ * `direction` is 0. The rack is 0: ports of another rack are not found. Returns 0, also for a
+ * `length` below 1; 22 when the port is unknown, 2 when its module is taken for removed, 12, or the
+ * last attempt's code, `buffer` then holding what that left. Waits for the bus. Callers that need a
+ * consistent module hold the port's mutex. */
 cerrno lum_i2c_read_write(uint32_t direction, uint32_t slot, uint32_t instance, uint32_t port,
                           uint32_t page, uint32_t offset, int32_t length, uint8_t *buffer);
 
-/* Reads the identity of a module just inserted (`inserted` non-zero), or wipes that of one removed.
- * Returns 0, or 22 when the port is unknown. Waits for the bus. */
+/* To be told of each insertion and removal: reads the identity of a module just inserted
+ * (`inserted` non-zero), what cannot be read becoming zeros, or wipes that of one removed, sets the
+ * LED to LUM_LED_FAULT and ends its polling. Returns 0, or 22 when the port is unknown. An
+ * insertion waits for the bus, a removal for a callback. */
 cerrno lum_update_vendor_info(uint32_t rsip, int32_t inserted);
 
 /* Sets and reads a port's LED; `ignored` is ignored. Set returns the callback's code, or 22
  * when the port is unknown; get returns 0, or 22 when the callback fails and the port is unknown.
- */
+ * Wait for the callback. */
 cerrno lum_optics_led_set_state(uint32_t rsip, uint32_t ignored, uint32_t state);
 cerrno lum_optics_led_get_state(uint32_t rsip, uint32_t ignored, uint32_t *state);
 
 /* Merges two LED states. Two different states, neither 0 nor 1, leave `*result` as it was. */
 void lum_get_final_sw_led_state(uint32_t first, uint32_t second, uint32_t *result);
 
-/* Asks the fw_upgrade_status callback, and returns its result. */
+/* Asks the fw_upgrade_status callback, waits for it and returns its result. */
 cerrno lum_optics_get_fw_upgrd_status(uint32_t rsip, uint32_t *status);
 
 /* ------------------------------------------------------------------------------------------------
@@ -825,17 +881,17 @@ cerrno lum_optics_get_fw_upgrd_status(uint32_t rsip, uint32_t *status);
 
 /* Takes over the fields of `records` that `changed_bits` name, one of each per interface handle,
  * writes them into the modules and saves them. An unknown handle ends the call there. Returns the
- * last save's result, or 22 when nothing was saved: an array is null, `count` is below 1, or the
- * first handle is unknown. Takes the port's mutex.
- * Waits for the bus and the disk. */
+ * last save's result, whether the modules took the settings or not, or 22 when nothing was saved:
+ * an array is null, `count` is below 1, or the first handle is unknown. Takes each port's mutex.
+ * Waits for the bus, and for the disk as lum_chkpt_save. */
 cerrno lum_set_hw_info(int32_t count, const uint32_t *ifhandles, const lum_hw_info_in *records,
                        const uint64_t *changed_bits);
 cerrno lum_set_hw_info_by_ifh(int32_t count, const uint32_t *ifhandles,
                               const lum_hw_info_in *records, const uint64_t *changed_bits);
 
 /* Fills one record per interface handle, from what the polling thread has stored. Fields without a
- * meaning here stay as the caller set them. Returns the last LED read's result, or 22 for bad
- * arguments or at the first unknown handle. */
+ * meaning here stay as the caller set them. Returns the last LED read's result, or 22 for a null
+ * array, a `count` below 1, or at the first unknown handle. Waits for a callback. */
 cerrno lum_get_hw_info(int32_t count, const uint32_t *ifhandles, lum_hw_info_out *records);
 cerrno lum_get_hw_info_by_ifh(int32_t count, const uint32_t *ifhandles, lum_hw_info_out *records);
 
@@ -844,11 +900,13 @@ cerrno lum_get_hw_info_by_ifh(int32_t count, const uint32_t *ifhandles, lum_hw_i
  * port's mutex. Waits for the bus. */
 cerrno lum_provision_port_cfg_data(uint32_t sub_port, lum_port_data *data, uint64_t changed_bits);
 
-/* Sweeps the listed ports at their creation. Returns the last sweep's result. */
+/* Calls lum_module_sweep_hw_status for each listed port at its creation. Returns the last result.
+ */
 cerrno lum_fill_initial_hw_info(uint32_t rack, uint32_t slot, uint32_t instance, uint32_t count,
                                 const uint32_t *ports);
 
-/* Returns 0, or 22 when the port's handle cannot be looked up. */
+/* Traces the port as found at a restart (`restart` non-zero) or a cold start; does no more. Returns
+ * 0, or 22 when its handle cannot be looked up. */
 cerrno lum_module_sweep_hw_status(uint32_t restart, uint32_t rack, uint32_t slot, uint32_t instance,
                                   uint32_t port);
 
@@ -868,19 +926,20 @@ cerrno lum_module_get_hw_status(void);
  * Checkpoints. All wait for the disk.
  */
 
-/* Registers the checkpoint table in the context and writes the restart indication to `*restart`.
- * Returns 0, 22 for a null pointer, or the service's code. */
+/* Registers the checkpoint table in the context and writes to `*restart` whether there was one of
+ * an earlier process, 1 or 0. Returns 0, 22 for a null pointer, or the service's code. */
 cerrno lum_chkpt_init(lum_ctx *context, uint32_t *restart);
 
-/* Creates the port's record, or loads the one of an earlier process into the port. Returns 0, 22,
- * or the service's code. */
+/* Creates the port's record, or loads the one of an earlier process into the port. Returns 0 or the
+ * service's code. */
 cerrno lum_chkpt_create(lum_port_data *data);
 
 /* Saves the port's configuration, creating the record first where there is none. Returns 0, also
- * for null, or the service's code. */
+ * for null, or the service's code. One save at a time: waits for other ports' too. */
 cerrno lum_chkpt_save(lum_port_data *data);
 
-/* Walks the records of an earlier process. Returns 0, 22 for null, or the service's code. */
+/* Walks and traces the records of an earlier process. Returns 0, 22 for null, or the service's code
+ * at the walk's start or end. */
 cerrno lum_port_chkpt_recover(lum_ctx *context);
 
 /* Deletes the port's record. Returns 0, 22 for null, or the service's code. */
@@ -941,19 +1000,21 @@ cerrno lum_ots_fill_hw_info(void);
  * nothing when they are as wanted already. Returns the OR of both services' codes. */
 cerrno lum_pm_ptah_port_op(uint32_t operation, lum_controller_id controller);
 
-/* Hands the interface's readings to PM and its alarms to PTAH. Returns 0, or 22 when the handle is
- * 0 or unknown or the module's firmware is being upgraded. */
+/* Hands the interface's stored readings to PM and its alarms to PTAH. The library never calls it:
+ * the driver does, for each interface after each polling cycle. Returns 0, whatever the stores
+ * answer, or 22 when the handle is 0 or unknown or the module's firmware is being upgraded. Waits
+ * for a callback. */
 cerrno lum_update_pm_ptah_data(uint32_t ifhandle);
 
 /* Does nothing. */
 void lum_delete_pm_ports(void);
 
-/* Clears the PTAH statistics of `count` interfaces. Returns the last result; 22 for bad
- * arguments. */
+/* Clears the PTAH statistics of `count` interfaces. Returns the last result; 22 for a null array or
+ * a `count` below 1. */
 cerrno lum_lib_clear_stats(int32_t count, const uint32_t *ifhandles);
 
 /* Installs and removes the alarm test handler under test_string[suite] (0 to 3). `client` is
- * ignored. Init returns 0, or 22 for a suite out of range. */
+ * ignored. Init returns 0, whatever the framework answers, or 22 for a suite out of range. */
 cerrno lum_pm_alarm_test_init(uint64_t client, uint32_t suite);
 void lum_pm_alarm_test_cleanup(uint32_t suite);
 
