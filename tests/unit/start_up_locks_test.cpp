@@ -101,6 +101,7 @@ TEST(start_up_lock, is_held_from_the_first_trace_to_the_last) {
   };
   EXPECT_EQ(lum_infra_init(&params), 0u);
   polling.wait_asleep();
+  at_trace = nullptr;
   EXPECT_THAT(inner, SizeIs(testing::Gt(8u)));
   EXPECT_THAT(inner, Each(static_cast<uint32_t>(EDEADLK)));
 }
