@@ -123,8 +123,9 @@ typedef struct lum_platform_cbs {
    * library answer with the state it asked for last. Null: reading succeeds and changes nothing. */
   cerrno (*led_get_state)(uint32_t rsip, uint32_t zero, uint32_t *state);
   /* Sets the port's LED, each time to LUM_LED_OFF first and then to another state. Called on the
-   * caller's thread, the interface manager's and, with the port's mutex held, the polling thread.
-   * Null: setting succeeds. */
+   * caller's thread, the interface manager's and, with the port's mutex held, the polling thread;
+   * for one port by one thread at a time. It must not set an LED through this header. Null: setting
+   * succeeds. */
   cerrno (*led_set_state)(uint32_t rsip, uint32_t zero, uint32_t state);
   /* Writes whether a firmware upgrade of the port's module is in progress: 0 no, other yes. Called
    * on the polling thread, for each port in each cycle, and by lum_update_pm_ptah_data. The result

@@ -1,6 +1,9 @@
 // Port LEDs.
+#include <array>
 #include <cerrno>
+#include <mutex>
 
+#include "base/quiet_lock.h"
 #include "base/shared.h"
 #include "base/trace.h"
 #include "lum_ports_db/lum_ports_db.h"
@@ -9,9 +12,18 @@ using namespace lum;
 
 static constexpr char trace_area[] = "lum_controller_interface";
 
+// A port's LED is set by one thread at a time. Of two at once the one might have the last word with
+// the LED and the other with the record, and the polling thread, which goes by the record, would
+// never put the LED right. Ports share these locks by number, held for the callback's time.
+static quiet_lock &setting_of(std::uint32_t rsip) {
+  static std::array<quiet_lock, 64> locks;
+  return locks[rsip % locks.size()];
+}
+
 // The LED is cleared before a new state is set. The state asked for is recorded also when the
 // platform could not set it.
 cerrno lum_optics_led_set_state(std::uint32_t rsip, std::uint32_t, std::uint32_t state) {
+  const std::lock_guard lock(setting_of(rsip));
   cerrno rc = 0;
   const lum_ctx *context = lum_get_ctx();
   if (context != nullptr && context->platform_cbs.led_set_state != nullptr) {
