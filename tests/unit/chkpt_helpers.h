@@ -45,6 +45,14 @@ class chkpt : public one_port {
     return std::memcmp(&mirror(), &clear, sizeof clear) == 0;
   }
   static std::vector<trace_line> lines() { return traces_of("lum_chkpt"); }
+  static void expect_nothing_to_create() {
+    clear_record();
+    EXPECT_EQ(lum_chkpt_create(&port()), 0u);
+    EXPECT_THAT(lines(), testing::ElementsAre(info(233,
+                                                   "chkpt_id 0x501 for 0x30107 already exist, no "
+                                                   "need to create\n")));
+    EXPECT_THAT(calls(record_calls), testing::IsEmpty());
+  }
   static void expect_configuration_of(const lum_chkpt_record &record) {
     EXPECT_EQ(std::memcmp(port().port_cfg, reinterpret_cast<const uint8_t *>(&record) + 16, 80), 0);
   }

@@ -195,11 +195,7 @@ TEST_F(chkpt, failed_step_and_failed_end_are_both_traced_and_the_ends_code_retur
 TEST_F(chkpt, port_that_exists_at_recovery_needs_no_record_any_more) {
   checkpoints.survive(rsip, earlier_record(rsip));
   lum_port_chkpt_recover(lum_get_ctx());
-  clear_record();
-  EXPECT_EQ(lum_chkpt_create(&port()), 0u);
-  EXPECT_THAT(lines(), ElementsAre(info(
-                           233, "chkpt_id 0x501 for 0x30107 already exist, no need to create\n")));
-  EXPECT_THAT(calls(record_calls), IsEmpty());
+  expect_nothing_to_create();
   EXPECT_EQ(port().port_cfg[0].threshold, 0u);
 }
 

@@ -41,11 +41,7 @@ TEST_F(chkpt, key_holds_rack_slot_instance_and_port) {
 
 TEST_F(chkpt, creating_twice_returns_0_with_the_already_exist_trace) {
   lum_chkpt_create(&port());
-  clear_record();
-  EXPECT_EQ(lum_chkpt_create(&port()), 0u);
-  EXPECT_THAT(lines(), ElementsAre(info(
-                           233, "chkpt_id 0x501 for 0x30107 already exist, no need to create\n")));
-  EXPECT_THAT(calls(record_calls), IsEmpty());
+  expect_nothing_to_create();
 }
 
 TEST_F(chkpt, traces_show_the_low_half_of_a_64_bit_id) {
@@ -129,11 +125,7 @@ TEST_F(chkpt, record_that_could_not_be_read_counts_as_created) {
   checkpoints.survive(rsip, earlier_record(rsip));
   script.fail("chkpt_get", 1, 62);
   lum_chkpt_create(&port());
-  clear_record();
-  EXPECT_EQ(lum_chkpt_create(&port()), 0u);
-  EXPECT_THAT(lines(), ElementsAre(info(
-                           233, "chkpt_id 0x501 for 0x30107 already exist, no need to create\n")));
-  EXPECT_THAT(calls(record_calls), IsEmpty());
+  expect_nothing_to_create();
   EXPECT_EQ(port().port_cfg[0].threshold, 0u);
 }
 

@@ -205,6 +205,15 @@ TEST_P(port_removal_refused, port_with_a_controller_created_or_up_stays_and_the_
 
 INSTANTIATE_TEST_SUITE_P(each_flag, port_removal_refused, testing::Range(0, 4));
 
+TEST_F(port_removal, takes_the_node_that_matches_whatever_rsip_it_was_added_under) {
+  const auto data = std::make_unique<lum_port_data>();
+  data->slot = 3;
+  data->port = 9;
+  ASSERT_EQ(lum_ports_db_add_entry(0x50505, data.get()), 0u);
+  EXPECT_EQ(lum_platform_ports_deinit(0, 3, 0, 9), 0u);
+  EXPECT_EQ(lum_ports_db_find_entry(0x50505), nullptr);
+}
+
 TEST_F(port_removal, mutex_that_is_not_held_is_traced_and_the_removal_goes_on) {
   EXPECT_EQ(lum_platform_ports_deinit(0, 3, 0, 8), 0u);
   EXPECT_THAT(traces(),

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <functional>
 #include <future>
 #include <new>
 #include <thread>
@@ -88,6 +89,31 @@ TEST_F(node_keeper, section_that_found_no_memory_for_its_slot_holds_the_node) {
   EXPECT_EQ(freed(), 0u);
   section.close();
   EXPECT_EQ(freed(), 1u);
+}
+
+// Its own thread-local objects are taken down by then, the keeper's among them.
+TEST_F(node_keeper, section_at_a_threads_very_end_shares_no_slot) {
+  struct last_words {
+    ~last_words() {
+      if (say) say();
+    }
+    std::function<void()> say;
+  };
+  section_elsewhere *other = nullptr;
+  std::thread([&] {
+    static thread_local last_words words;  // before the thread's first section, so it goes after it
+    words.say = [&] {
+      other = new section_elsewhere;
+      lum::ports_reader late;
+    };
+    lum::ports_reader first;
+  }).join();
+  ASSERT_NE(other, nullptr);
+  ASSERT_EQ(lum_ports_db_remove_entry(rsip), 0u);
+  EXPECT_EQ(freed(), 0u) << "the late section has ended the other one";
+  other->close();
+  EXPECT_EQ(freed(), 1u);
+  delete other;
 }
 
 TEST_F(node_keeper, threads_that_come_one_after_the_other_share_a_slot) {

@@ -5,8 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "library.h"
-#include "lum_ports_db/lum_ports_db.h"
+#include "look_ups_fixture.h"
 
 using namespace support;
 using testing::Contains;
@@ -14,34 +13,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace {
-
-constexpr uint32_t rsip = 0x30007;
-constexpr uint32_t handle = handle_for(rsip);
-constexpr uint32_t ifh_0 = 0x1000;
-constexpr uint32_t ifh_1 = 0x1001;
-constexpr uint32_t not_found = 0xFFFFFFFF;
-
-// One port whose two controllers exist.
-class look_ups : public running_library {
- protected:
-  void SetUp() override {
-    running_library::SetUp();
-    add_port(rsip);
-    ASSERT_EQ(lum_update_ifhandle("Ots0_3_0_7_0", ifh_0), 0u);
-    ASSERT_EQ(lum_update_ifhandle("Ots0_3_0_7_1", ifh_1), 0u);
-    clear_record();
-  }
-  // A record that shows whether it has been written to.
-  static lum_device_id_td marked() {
-    lum_device_id_td record;
-    std::memset(&record, 0xEE, sizeof record);
-    return record;
-  }
-  static bool is_marked(const lum_device_id_td &record) {
-    const lum_device_id_td mark = marked();
-    return std::memcmp(&record, &mark, sizeof record) == 0;
-  }
-};
 
 // ---- rsip and port handle ----
 
