@@ -23,6 +23,7 @@ port_copy copy_node(const lum_port_node_info &node) {
   copy_words<uint32_t>(&copy.data, &node.data, offsetof(lum_port_data, port_mutex));
   copy_words<uint64_t>(&copy.data.mutex_kept_by, &node.data.mutex_kept_by,
                        sizeof node.data.mutex_kept_by);
+  copy_words<uint8_t>(&copy.data.deletion_asked, &node.data.deletion_asked, 1);
   return copy;
 }
 

@@ -21,8 +21,8 @@ std::map<uint32_t, port_copy> copy_ports();
 // One of them, or nothing when it is not there.
 std::optional<port_copy> copy_port(uint32_t rsip);
 
-// A deletion of the port is under way.
-inline bool is_going(const port_copy &port) { return port.data.mutex_kept_by != 0; }
+// A deletion of the port was asked for.
+inline bool is_going(const port_copy &port) { return port.data.deletion_asked != 0; }
 
 // Both controllers exist.
 inline bool is_created(const port_copy &port) {

@@ -198,4 +198,33 @@ TEST_F(hw_info, test_offsets_do_not_change_what_is_reported) {
   EXPECT_EQ(reported<uint32_t>(handle_0, 5608), 10000u);
 }
 
+// ---- Texts without an end ----
+
+// Every byte of the identity is a letter of its own field: none may show up in another one.
+TEST_F(hw_info, text_without_an_end_stays_within_its_field) {
+  lum_vendor_info &vendor = port().vendor;
+  const auto fill = [](auto &field, char letter) { std::memset(field, letter, sizeof field); };
+  fill(vendor.vendor_name, 'n');
+  fill(vendor.vendor_rev, 'r');
+  fill(vendor.vendor_extra_code, 'c');
+  fill(vendor.vendor_extra_id, 'i');
+  fill(vendor.vendor_oui, 'o');
+  fill(vendor.vendor_part_number, 'p');
+  fill(vendor.vendor_serial_number, 's');
+  fill(vendor.vendor_date_code, 'd');
+  vendor.fw_version = 0x66666666;
+  std::memset(vendor.reserved, 'x', sizeof vendor.reserved);
+  const lum_hw_info_out record = report(handle_0);
+  const auto text_at = [&](std::size_t position) {
+    return std::string(reinterpret_cast<const char *>(&record) + position);
+  };
+  EXPECT_EQ(text_at(3480), std::string(16, 'n'));
+  EXPECT_EQ(text_at(1944), "rr");
+  EXPECT_EQ(text_at(5016), "cccc");
+  EXPECT_EQ(text_at(4504), std::string(18, 'i'));
+  EXPECT_EQ(text_at(2456), std::string(16, 'p'));
+  EXPECT_EQ(text_at(1432), std::string(16, 's'));
+  EXPECT_EQ(std::memcmp(reinterpret_cast<const char *>(&record) + 5528, "dddddddd", 8), 0);
+}
+
 }  // namespace

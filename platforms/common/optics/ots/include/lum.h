@@ -68,6 +68,20 @@ extern "C" {
 #define LUM_CHANGE_MODE 0x40000ull
 #define LUM_CHANGE_SETTINGS 0x10000000ull /* setting_a, setting_b, enable_flag, sub1_flag */
 
+/* Bits of a sub-port's alarm bitmap, named after the lower-page byte whose flags raise them. */
+#define LUM_ALARM_FLAG_12 0x1ull
+#define LUM_ALARM_FLAG_10 0x2ull
+#define LUM_ALARM_FLAG_13 0x4ull
+#define LUM_ALARM_FLAG_49_A 0x20000ull /* this and the next: sub-port 1 only */
+#define LUM_ALARM_FLAG_49_B 0x40000ull
+#define LUM_ALARM_FLAG_64_HIGH 0x80000ull
+#define LUM_ALARM_FLAG_64_LOW 0x100000ull
+
+/* The lower-page bytes whose flags a poll keeps, in the order of lum_port_data.module_flags. */
+#define LUM_MODULE_FLAG_PLACES \
+  { 9, 10, 11, 12, 13, 64, 70, 49 }
+#define LUM_MODULE_FLAGS 8
+
 /* Operation codes given to the interface manager. */
 #define LUM_IM_CREATE 0x80000004u
 #define LUM_IM_DELETE 0x80000005u
@@ -124,8 +138,8 @@ typedef struct lum_platform_cbs {
   cerrno (*led_get_state)(uint32_t rsip, uint32_t zero, uint32_t *state);
   /* Sets the port's LED, each time to LUM_LED_OFF first and then to another state. Called on the
    * caller's thread, the interface manager's and, with the port's mutex held, the polling thread;
-   * for one port by one thread at a time. It must not set an LED through this header. Null: setting
-   * succeeds. */
+   * for one port by several threads at once, where whoever ends last sets it again as recorded. It
+   * must not set the same LED through this header. Null: setting succeeds. */
   cerrno (*led_set_state)(uint32_t rsip, uint32_t zero, uint32_t state);
   /* Writes whether a firmware upgrade of the port's module is in progress: 0 no, other yes. Called
    * on the polling thread, for each port in each cycle, and by lum_update_pm_ptah_data. The result
@@ -142,8 +156,8 @@ typedef struct lum_platform_cbs {
   /* Reads `length` (2 or more) consecutive bytes. As above. */
   cerrno (*i2c_read_block)(uint32_t slot, uint32_t instance, uint32_t port, uint32_t page,
                            uint32_t offset, int32_t length, uint8_t *buffer);
-  /* Writes one byte. Called from the thread that changes settings, the port's mutex held unless a
-   * deletion keeps it. Null: writes succeed and are not made. */
+  /* Writes one byte. Called from the thread that changes settings, the port's mutex held unless
+   * taking it has failed; not while a deletion keeps it. Null: writes succeed and are not made. */
   cerrno (*i2c_write_byte)(uint32_t slot, uint32_t instance, uint32_t port, uint32_t page,
                            uint32_t offset, uint8_t value);
   /* Kept, never called. */
@@ -316,9 +330,9 @@ typedef struct lum_port_data {
   lum_dom_area dom[LUM_SUB_PORTS]; /* the status area */
   uint8_t reserved_1[64];
   lum_port_cfg port_cfg[LUM_SUB_PORTS];
-  int16_t module_temperature; /* 1/256 degree Celsius */
-  uint16_t module_word_16;    /* supply, 100 microvolt */
-  uint8_t module_flags[8];    /* lower-page bytes 9, 10, 11, 12, 13, 64, 70, 49 */
+  int16_t module_temperature;             /* 1/256 degree Celsius */
+  uint16_t module_word_16;                /* supply, 100 microvolt */
+  uint8_t module_flags[LUM_MODULE_FLAGS]; /* the bytes at LUM_MODULE_FLAG_PLACES */
   uint8_t reserved_2[12];
   lum_test_injection test[LUM_SUB_PORTS];
   uint8_t reserved_3[4];
@@ -328,9 +342,15 @@ typedef struct lum_port_data {
   uint32_t new_memmap;          /* module uses the newer memory map */
   lum_chkpt_record chkpt;       /* live checkpoint state */
   uint8_t is_dom_enabled;       /* both controllers exist and no deletion was asked for: polled */
-  pthread_mutex_t port_mutex;   /* held while polling and provisioning the module */
-  /* The thread of the deletion that keeps the mutex, which then counts as taken; 0 none. */
+  pthread_mutex_t port_mutex;   /* held while polling and provisioning the module, and from a
+                                   deletion until the port goes by the deletion's thread */
+  /* The number that the library has given to the thread of the deletion which keeps the mutex, and
+   * gives to no other; 0 none. */
   uint64_t mutex_kept_by;
+  uint16_t mutex_visitors; /* threads at the mutex; the library's own, as are the next two */
+  uint16_t mutex_waiters;  /* threads asleep at the mutex, or about to be */
+  uint8_t removed;         /* 1: the port has left the database */
+  uint8_t deletion_asked;  /* 1 from lum_delete_ports until the port goes or is created again */
 } lum_port_data;
 LUM_ASSERT_LAYOUT(offsetof(lum_port_data, led_state) == 32);
 LUM_ASSERT_LAYOUT(offsetof(lum_port_data, dom) ==
@@ -721,15 +741,20 @@ cerrno lum_plat_deinit(uint32_t rack, uint32_t slot, uint32_t instance);
  * `props` with a `count`, or the request's code; none says whether the ports were entered. A port
  * gets the handle 0 when its index is not its port number, or its instance is not open or has no
  * free entry; of two ports with one handle the second is dropped. So is a port that exists already,
- * and those behind it are not entered. The controllers exist once ctrl_op_notify has told so. Waits
- * for the bus, callbacks and the disk. */
+ * and those behind it are not entered; one that has no handle yet stays, and a deletion that was
+ * asked for is over with it, its mutex made anew. The controllers exist once ctrl_op_notify has
+ * told so. Waits for the bus, callbacks and the disk; where the port was deleted just before, also
+ * for its deletion's completion to be done with the old record. */
 cerrno lum_create_ports(uint32_t count, const lum_port_props *props);
 
 /* Stops the polling of the listed ports, takes and keeps their mutexes, and asks the interface
  * manager to delete their controllers; unknown ports are left out. The ports leave the database
  * when it has answered, whatever its results. Returns 0, 12, 22 when no listed port is known or
  * `ports` is null, or the request's code. After a batch that was refused or is never answered the
- * ports stay, not polled and with their mutexes kept; a second call sends the batch again. Do not
+ * ports stay, not polled, with their mutexes kept by the calling thread, also beyond its end; a
+ * second call sends the batch again and, from the same thread, finds its mutexes taken and lets go
+ * of them. While a mutex is kept nothing is polled or written on the port, whatever is inserted or
+ * replayed; whoever waits for it comes back. Do not
  * delete a port whose interface handles are still 0: the first port with such a handle would be
  * named instead. Waits for a transfer in progress on each port, and for callbacks. */
 cerrno lum_delete_ports(uint32_t rack, uint32_t slot, uint32_t instance, uint32_t count,
@@ -896,7 +921,8 @@ cerrno lum_set_hw_info_by_ifh(int32_t count, const uint32_t *ifhandles,
 cerrno lum_get_hw_info(int32_t count, const uint32_t *ifhandles, lum_hw_info_out *records);
 cerrno lum_get_hw_info_by_ifh(int32_t count, const uint32_t *ifhandles, lum_hw_info_out *records);
 
-/* Writes the settings named by `changed_bits` into the module. `sub_port` is 0 or 1. Returns 0, 22
+/* Writes the settings named by `changed_bits` into the module, unless a deletion keeps the port's
+ * mutex. `sub_port` is 0 or 1. Returns 0, 22
  * for another sub-port or null, or the trace's result when the mutex cannot be released. Takes the
  * port's mutex. Waits for the bus. */
 cerrno lum_provision_port_cfg_data(uint32_t sub_port, lum_port_data *data, uint64_t changed_bits);
@@ -924,7 +950,10 @@ cerrno lum_deinit_port(uint32_t rack, uint32_t slot, uint32_t instance, uint32_t
 cerrno lum_module_get_hw_status(void);
 
 /* ------------------------------------------------------------------------------------------------
- * Checkpoints. All wait for the disk.
+ * Checkpoints. All wait for the disk; the calls for one port also for each other, and for the
+ * completion of a deletion from the moment its port leaves the database until its record is gone. A
+ * port that has left the database gets no record any more: creating and saving it succeed and do
+ * nothing. A block that never was in the database is treated as any port's.
  */
 
 /* Registers the checkpoint table in the context and writes to `*restart` whether there was one of
@@ -1020,7 +1049,7 @@ cerrno lum_pm_alarm_test_init(uint64_t client, uint32_t suite);
 void lum_pm_alarm_test_cleanup(uint32_t suite);
 
 /* The alarm test handler. `text` is <anything>#<interface>#<test>#<alarm>#<status>, the last three
- * in hexadecimal. `context` is ignored. */
+ * in hexadecimal. A text that names no port changes nothing. `context` is ignored. */
 void lum_ots_test_alarms_pm(void *context, const char *text);
 
 #pragma GCC visibility pop

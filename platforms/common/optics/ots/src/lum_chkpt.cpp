@@ -1,5 +1,6 @@
 // One record per port in the platform's checkpoint storage, so that a restarted client gets the
 // configuration of its ports back.
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <mutex>
@@ -9,6 +10,7 @@
 #include "base/shared.h"
 #include "base/trace.h"
 #include "bounded_copy.h"
+#include "lum_chkpt.h"
 #include "lum_controller_interface/port_cfg_lock.h"
 #include "lum_ports_db/lum_ports_db.h"
 
@@ -25,8 +27,13 @@ constexpr std::uint16_t table_entries = 0xFE4;
 constexpr std::uint32_t table_kind = 40;
 
 // Two changes of one port at the same time must not reach the storage in the wrong order. One lock
-// for all ports: the storage writes one record at a time anyway.
+// for all ports: the storage writes one record at a time anyway. Held over the disk.
 quiet_lock save_order;
+
+// The holds there are, and how often one of them has ended.
+quiet_lock holds_lock;
+record_hold *holds = nullptr;  // under holds_lock
+std::atomic<std::uint32_t> holds_ended{0};
 
 // The part of a key that tells the storage where the port is.
 std::uint32_t node_of(const lum_port_data &port) { return port.rack << 24 | port.slot << 16; }
@@ -34,6 +41,8 @@ std::uint32_t node_of(const lum_port_data &port) { return port.rack << 24 | port
 // Traces show the low half of an id.
 std::uint32_t shown(std::uint64_t id) { return static_cast<std::uint32_t>(id); }
 
+cerrno create_record(lum_port_data &port);
+cerrno save_record(const lum_ctx &context, lum_port_data &port);
 cerrno load(std::uint64_t table, std::uint32_t key, lum_port_data &port);
 
 }  // namespace
@@ -42,8 +51,8 @@ cerrno lum_chkpt_init(lum_ctx *context, std::uint32_t *restart) {
   if (context == nullptr || restart == nullptr) return EINVAL;
   chkpt_appdesc_init(&context->chkpt_app);
   const auto application = bytes_of(context->chkpt_app);
-  put<std::uint32_t>(application, CHKPT_APPDESC_OPTIONS, 0);
-  put<std::uint32_t>(application, CHKPT_APPDESC_VERSION, descriptor_version);
+  put<CHKPT_APPDESC_OPTIONS, std::uint32_t>(application, 0);
+  put<CHKPT_APPDESC_VERSION, std::uint32_t>(application, descriptor_version);
   strncpy_s(reinterpret_cast<char *>(application.data()) + CHKPT_APPDESC_NAME,
             CHKPT_APPDESC_NAME_SIZE, "LUM_LIB", CHKPT_APPDESC_NAME_SIZE - 1);
   cerrno rc = chkpt_init(0, &context->chkpt_app);
@@ -56,10 +65,10 @@ cerrno lum_chkpt_init(lum_ctx *context, std::uint32_t *restart) {
   chkpt_tbldesc descriptor = {};
   chkpt_tbldesc_init(&descriptor);
   const auto table = bytes_of(descriptor);
-  put<std::uint32_t>(table, CHKPT_TBLDESC_VERSION, table_version);
-  put<std::uint32_t>(table, CHKPT_TBLDESC_KEYED, 1);
-  put<std::uint16_t>(table, CHKPT_TBLDESC_ENTRIES, table_entries);
-  put<std::uint32_t>(table, CHKPT_TBLDESC_PERSISTENT, 1);
+  put<CHKPT_TBLDESC_VERSION, std::uint32_t>(table, table_version);
+  put<CHKPT_TBLDESC_KEYED, std::uint32_t>(table, 1);
+  put<CHKPT_TBLDESC_ENTRIES, std::uint16_t>(table, table_entries);
+  put<CHKPT_TBLDESC_PERSISTENT, std::uint32_t>(table, 1);
   rc = chkpt_register(&descriptor, table_kind, restart, &context->chkpt_table);
   if (rc != 0) {
     LUM_ERROR(231, "checkpoint register for global table failed: rc = %d\n", rc);
@@ -69,9 +78,25 @@ cerrno lum_chkpt_init(lum_ctx *context, std::uint32_t *restart) {
   return 0;
 }
 
+// A port that has left the database gets no record any more; a block that never was in it does.
 cerrno lum_chkpt_create(lum_port_data *data) {
-  const std::uint32_t key = rsip_of(*data);
-  if (const std::uint64_t id = shared_load(data->chkpt.chkpt_id); id != 0) {
+  const record_hold hold(rsip_of(*data));
+  return shared_load(data->removed) != 0 ? 0 : create_record(*data);
+}
+
+cerrno lum_chkpt_save(lum_port_data *data) {
+  const lum_ctx *context = lum_get_ctx();
+  if (data == nullptr || context == nullptr) return 0;
+  std::lock_guard lock(save_order);
+  const record_hold hold(rsip_of(*data));
+  return shared_load(data->removed) != 0 ? 0 : save_record(*context, *data);
+}
+
+namespace {
+
+cerrno create_record(lum_port_data &port) {
+  const std::uint32_t key = rsip_of(port);
+  if (const std::uint64_t id = shared_load(port.chkpt.chkpt_id); id != 0) {
     LUM_INFO(233, "chkpt_id 0x%x for 0x%x already exist, no need to create\n", shown(id), key);
     return 0;
   }
@@ -79,53 +104,52 @@ cerrno lum_chkpt_create(lum_port_data *data) {
   if (context == nullptr) return EINVAL;
   std::uint64_t id = 0;
   cerrno rc = 0;
-  if (chkpt_mapkey(context->chkpt_table, key, &id, node_of(*data)) != 0) {
+  if (chkpt_mapkey(context->chkpt_table, key, &id, node_of(port)) != 0) {
     rc = chkpt_create(context->chkpt_table, key, &id);
     if (rc != 0) {
       LUM_ERROR(234, "Error in chkpt create: rc %d for key 0x%x\n", rc, key);
       return rc;
     }
-    shared_store(data->chkpt.chkpt_id, id);
+    shared_store(port.chkpt.chkpt_id, id);
   } else {
-    shared_store(data->chkpt.chkpt_id, id);
-    rc = load(context->chkpt_table, key, *data);
+    shared_store(port.chkpt.chkpt_id, id);
+    rc = load(context->chkpt_table, key, port);
   }
-  shared_store(data->chkpt.key, key);
-  shared_store(data->chkpt.created, 1);
+  shared_store(port.chkpt.key, key);
+  shared_store(port.chkpt.created, 1);
   LUM_INFO(235, "checkpoint create succeeded: id 0x%x, key 0x%x\n",
-           shown(shared_load(data->chkpt.chkpt_id)), key);
+           shown(shared_load(port.chkpt.chkpt_id)), key);
   return rc;
 }
 
-cerrno lum_chkpt_save(lum_port_data *data) {
-  const lum_ctx *context = lum_get_ctx();
-  if (data == nullptr || context == nullptr) return 0;
-  std::lock_guard lock(save_order);
-  if (shared_load(data->chkpt.created) != 1) {
-    if (const cerrno rc = lum_chkpt_create(data); rc != 0) return rc;
+cerrno save_record(const lum_ctx &context, lum_port_data &port) {
+  if (shared_load(port.chkpt.created) != 1) {
+    if (const cerrno rc = create_record(port); rc != 0) return rc;
   }
   lum_chkpt_record record = {};
   record.created = 1;
-  record.key = shared_load(data->chkpt.key);
-  record.chkpt_id = shared_load(data->chkpt.chkpt_id);
+  record.key = shared_load(port.chkpt.key);
+  record.chkpt_id = shared_load(port.chkpt.chkpt_id);
   {
     std::lock_guard cfg(port_cfg_lock);
-    shared_read(record.port_cfg, data->port_cfg, sizeof record.port_cfg);
+    shared_read(record.port_cfg, port.port_cfg, sizeof record.port_cfg);
   }
-  const cerrno rc = chkpt_save(context->chkpt_table, record.chkpt_id, &record, record_size);
+  const cerrno rc = chkpt_save(context.chkpt_table, record.chkpt_id, &record, record_size);
   if (rc != 0) {
     LUM_ERROR(236,
               "chkpt save entry failed for rsip [0x%x]            (chkpt_id= 0x%x), data "
               "size=%lu, rc %d\n",
-              rsip_of(*data), shown(record.chkpt_id), sizeof record, rc);
+              rsip_of(port), shown(record.chkpt_id), sizeof record, rc);
   } else {
     LUM_INFO(237,
              "saved chkpt entry for rsip [0x%x] with (chkpt_id= 0x%x),            data "
              "size=%lu\n",
-             rsip_of(*data), shown(record.chkpt_id), sizeof record);
+             rsip_of(port), shown(record.chkpt_id), sizeof record);
   }
   return rc;
 }
+
+}  // namespace
 
 // No port exists yet at start-up, so the walk mostly tells what there is; the configuration comes
 // back with the port's creation.
@@ -148,7 +172,7 @@ cerrno lum_port_chkpt_recover(lum_ctx *context) {
     LUM_INFO(240, "[recovered pending] [0x%x] with (chkpt_id= 0x%x)\n", record.key,
              shown(record.chkpt_id));
     ports_reader reader;
-    if (lum_port_node_info *node = lum_get_port_node_from_rsip(record.key); node != nullptr) {
+    if (lum_port_node_info *node = find_port(record.key); node != nullptr) {
       shared_write(&node->data.chkpt, &record, sizeof record);
     }
   }
@@ -164,6 +188,7 @@ cerrno lum_port_chkpt_delete(lum_port_data *data) {
   const lum_ctx *context = lum_get_ctx();
   if (data == nullptr || context == nullptr) return EINVAL;
   const std::uint32_t key = rsip_of(*data);
+  const record_hold hold(key);
   std::uint64_t id = shared_load(data->chkpt.chkpt_id);
   cerrno rc = chkpt_mapkey(context->chkpt_table, key, &id, node_of(*data));
   if (rc != 0) {
@@ -181,6 +206,35 @@ cerrno lum_port_chkpt_delete(lum_port_data *data) {
   }
   shared_store(data->chkpt.chkpt_id, 0);
   return rc;
+}
+
+record_hold::record_hold(std::uint32_t rsip) : rsip_(rsip) {
+  for (;;) {
+    const std::uint32_t ended = holds_ended.load();
+    if (enter()) return;
+    holds_ended.wait(ended);
+  }
+}
+
+record_hold::~record_hold() {
+  {
+    std::lock_guard lock(holds_lock);
+    record_hold **at = &holds;
+    while (*at != this) at = &(*at)->next_;
+    *at = next_;
+  }
+  holds_ended.fetch_add(1);
+  holds_ended.notify_all();
+}
+
+bool record_hold::enter() {
+  std::lock_guard lock(holds_lock);
+  for (const record_hold *other = holds; other != nullptr; other = other->next_) {
+    if (other->rsip_ == rsip_ && pthread_equal(other->thread_, thread_) == 0) return false;
+  }
+  next_ = holds;
+  holds = this;
+  return true;
 }
 
 namespace {

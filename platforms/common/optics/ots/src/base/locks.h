@@ -29,6 +29,7 @@ class library_lock {
   int wait() { return pthread_mutex_lock(&mutex_); }
   int release() { return pthread_mutex_unlock(&mutex_); }
   void keep() {}  // stays taken
+  bool barred() const { return false; }
   pthread_mutex_t *mutex() { return &mutex_; }
 
  private:
@@ -36,28 +37,37 @@ class library_lock {
 };
 
 // A port's mutex. A deletion keeps it until the port is gone, which may be never when the batch is
-// refused or not answered. So keeping it is a mark beside the mutex, set by its holder: whoever
-// finds the mark comes back, the keeping thread with EDEADLK, as from any error-checking mutex,
-// every other with ECANCELED. The mutex itself is then free, and may be destroyed once nobody can
-// reach the node.
+// refused or not answered, and its thread may end before. So beside the mutex, which stays taken,
+// stands the number of the thread that keeps it: whoever meets it comes back at once, the keeping
+// thread with EDEADLK, as from any error-checking mutex, every other with ECANCELED. Only the
+// keeper can release it. The system's own owner would not do: it hands thread ids out again.
 class port_lock {
  public:
   explicit port_lock(lum_port_data &port) : port_(port) {}
   int try_take();
   int wait();
   int release();
-  void keep();  // by the holder
+  // By the holder. Those who wait are sent back first.
+  void keep();
+  // Makes a kept mutex anew: free, and error-checking.
+  void renew();
+  // Whether wait() has come back because a deletion keeps the mutex.
+  bool barred() const { return barred_; }
   pthread_mutex_t *mutex() { return &port_.port_mutex; }
 
  private:
+  bool is_kept() const;
+
   lum_port_data &port_;
+  bool barred_ = false;
 };
 
 // What becomes of a lock that could not be taken. Most users release it anyway; users of a module
 // go on without it, and their own release at the end is then refused.
 enum class after_failure { release_anyway, leave };
 
-// Holds a lock for a scope. error() tells why it could not be taken.
+// Holds a lock for a scope. error() tells why it could not be taken, barred() whether because a
+// deletion keeps it.
 template <typename Lock>
 class hold {
  public:
@@ -80,11 +90,13 @@ class hold {
   }
 
   int error() const { return error_; }
+  bool barred() const { return lock_.barred(); }
 
-  // Releases the lock now and returns the mutex's answer; may be called again, to be refused.
+  // Releases the lock now and returns the mutex's answer; may be called again, to be refused. What
+  // a deletion keeps is refused also to the thread of the deletion.
   int release() {
     held_ = false;
-    return lock_.release();
+    return lock_.barred() ? EPERM : lock_.release();
   }
 
   // Leaves the lock taken beyond the scope.

@@ -29,14 +29,23 @@ using status_chunk = std::array<std::uint8_t, 23>;
 // to 2 in the status chunk. Byte 22 serves both sub-ports.
 constexpr std::size_t reading_at[LUM_SUB_PORTS][5] = {{18, 45, 68, 43, 47}, {41, 22, 66, 20, 24}};
 constexpr std::size_t status_at[LUM_SUB_PORTS][3] = {{22, 19, 5}, {22, 18, 0}};
-constexpr std::size_t flag_at[8] = {9, 10, 11, 12, 13, 64, 70, 49};
 constexpr std::size_t temperature_at = 14;
 constexpr std::size_t word_16_at = 16;
 constexpr std::size_t firmware_at = 39;
 
+// The page holds a big-endian word at each place.
+static_assert([] {
+  for (const auto &places : reading_at) {
+    for (const std::size_t place : places) {
+      if (!is_inside(std::tuple_size_v<lower_page>, place, sizeof(std::uint16_t))) return false;
+    }
+  }
+  return true;
+}());
+
 void poll_all_ports(cerrno &last_access_rc);
 void visit(lum_port_data &port, cerrno &last_access_rc);
-void poll(lum_port_data &port, cerrno &last_access_rc);
+void poll(lum_port_data &port, bool barred, cerrno &last_access_rc);
 void store_readings(lum_port_data &port, const lower_page &lower, const status_chunk &chunk);
 std::uint32_t led_for(const lower_page &lower);
 bool is_polled(const lum_port_data &port);
@@ -78,19 +87,20 @@ void poll_all_ports(cerrno &last_access_rc) {
 }
 
 // After a failed transfer the visits are made without the mutex until a poll succeeds: each lets go
-// of it at once, and its second release is refused.
+// of it at once, and its second release is refused. A port whose mutex a deletion keeps is passed
+// by.
 void visit(lum_port_data &port, cerrno &last_access_rc) {
   port_hold lock(port, {"lum_dom_thread", 302}, after_failure::leave);
   if (last_access_rc != 0) {
     lock.release();
     LUM_ERROR(14, "module access lock failed with rc %d \n", last_access_rc);
   }
-  poll(port, last_access_rc);
+  poll(port, lock.barred(), last_access_rc);
   lock.release();
 }
 
-void poll(lum_port_data &port, cerrno &last_access_rc) {
-  if (!is_polled(port)) {
+void poll(lum_port_data &port, bool barred, cerrno &last_access_rc) {
+  if (barred || !is_polled(port)) {
     LUM_INFO(15, "DOM thread: DOM is disabled-2for rsip=0x%x\n", rsip_of(port));
     return;
   }
@@ -131,8 +141,8 @@ void store_readings(lum_port_data &port, const lower_page &lower, const status_c
   shared_store(port.vendor.fw_version, get_be16(lower, firmware_at));
   shared_store(port.module_temperature, static_cast<std::int16_t>(get_be16(lower, temperature_at)));
   shared_store(port.module_word_16, get_be16(lower, word_16_at));
-  for (std::size_t i = 0; i < std::size(flag_at); ++i) {
-    shared_store(port.module_flags[i], lower[flag_at[i]]);
+  for (std::size_t i = 0; i < module_flag_places.size(); ++i) {
+    shared_store(port.module_flags[i], lower[module_flag_places[i]]);
   }
 }
 

@@ -92,7 +92,7 @@ cerrno lum_delete_ports(std::uint32_t rack, std::uint32_t slot, std::uint32_t in
   for (std::uint32_t i = 0; i < count; ++i) {
     LUM_INFO(27, "[%d] port to be deleted %d/%d/%d/%d\n", i, rack, slot, instance, ports[i]);
     const std::uint32_t rsip = pack_rsip(rack, slot, instance, ports[i]);
-    lum_port_node_info *node = lum_get_port_node_from_rsip(rsip);
+    lum_port_node_info *node = find_port(rsip);
     if (node == nullptr) {
       LUM_ERROR(28, "Port not found in DB for rsip=0x%x\n", rsip);
       continue;
@@ -130,7 +130,7 @@ cerrno lum_update_port(std::uint32_t rack, std::uint32_t slot, std::uint32_t ins
                        std::uint32_t port, std::uint32_t state) {
   const std::uint32_t rsip = pack_rsip(rack, slot, instance, port);
   ports_reader reader;
-  lum_port_node_info *node = lum_get_port_node_from_rsip(rsip);
+  lum_port_node_info *node = find_port(rsip);
   if (node == nullptr) {
     LUM_ERROR(35, "port_node NULL for rsip: 0x%x", rsip);
     return EINVAL;
@@ -189,18 +189,23 @@ cerrno lum_set_controller_ready_info(std::int32_t count, const std::uint32_t *if
   return rc;
 }
 
-// Gives a new node its handle. Its mutex it has from the start: any thread may have found it
-// already.
+// Gives a node its handle. A new node has its mutex from the start, for any thread may have found
+// it already; one that was there before may have been asked to go, which its creation ends.
 static void prepare_port(std::uint32_t rsip, std::uint32_t port_handle) {
   lum_ports_db_update_entry(rsip, port_handle);
   ports_reader reader;
-  if (lum_get_port_node_from_rsip(rsip) == nullptr) {
+  lum_port_node_info *node = find_port(rsip);
+  if (node == nullptr) {
     LUM_ERROR(42, "Port not found in DB for rsip=0x%x\n", rsip);
+    return;
   }
+  port_lock(node->data).renew();
+  shared_store(node->data.deletion_asked, 0);
 }
 
 // Keeps the port's mutex, so that no use of the module starts before the node goes.
 static void stop_polling(lum_port_data &port, std::uint32_t rsip) {
+  shared_store(port.deletion_asked, 1);
   shared_store(port.is_dom_enabled, 0);
   shared_store(port.transceiver_disabled, 1);
   LUM_INFO(43, "DOM stopped for rsip=0x%x\n", rsip);

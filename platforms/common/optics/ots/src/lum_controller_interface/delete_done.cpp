@@ -5,6 +5,7 @@
 #include "base/shared.h"
 #include "base/trace.h"
 #include "bounded_copy.h"
+#include "lum_chkpt.h"
 #include "lum_ports_db/lum_ports_db.h"
 
 using namespace lum;
@@ -117,10 +118,12 @@ void deleted(lum_port_node_info &node, std::uint32_t sub_port, std::uint32_t ifh
   }
 }
 
-// The reader section of the batch keeps the node's memory beyond its removal.
+// The reader section of the batch keeps the node's memory beyond its removal. Whoever creates the
+// port again meanwhile waits until its old record is gone.
 void remove_port(lum_port_node_info &node) {
   lum_port_data &port = node.data;
   lum_optics_led_set_state(node.rsip, 0, LUM_LED_OFF);
+  const record_hold hold(rsip_of(port));
   LUM_INFO(111, "calling lum platform ports deinit");
   lum_platform_ports_deinit(port.rack, port.slot, port.instance, port.port);
   const cerrno rc = lum_port_chkpt_delete(&port);

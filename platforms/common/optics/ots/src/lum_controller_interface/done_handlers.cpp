@@ -58,7 +58,7 @@ void lum_controller_create_done(lum_controller_create_request *request) {
     LUM_INFO(78,
              "Controller Created Intf_type %d ifhandle 0x%x for rack %d slot %d inst %d port %d",
              request->intf_type, id.ifhandle, id.rack, id.slot, id.instance, id.port);
-    lum_port_node_info *node = lum_get_port_node_from_rsip(rsip);
+    lum_port_node_info *node = find_port(rsip);
     if (node == nullptr) {
       LUM_INFO(79, "Port Not Found in DB for rsip=%d", rsip);
       return;
@@ -141,7 +141,7 @@ cerrno lum_update_ifhandle(const char *ifname, std::uint32_t ifhandle) {
     record.valid |= LUM_DEVID_IFHANDLE;
   }
   ports_reader reader;
-  lum_port_node_info *node = lum_get_port_node_from_rsip(rsip);
+  lum_port_node_info *node = find_port(rsip);
   if (node == nullptr) {
     LUM_ERROR(90, "Port Not Found in DB\n for rsip=%d", rsip);
     return EINVAL;

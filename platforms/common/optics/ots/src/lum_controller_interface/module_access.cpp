@@ -43,7 +43,7 @@ cerrno lum_i2c_read_write(std::uint32_t direction, std::uint32_t slot, std::uint
   const std::uint32_t rsip = pack_rsip(0, slot, instance, port);
   {
     ports_reader reader;
-    const lum_port_node_info *node = lum_get_port_node_from_rsip(rsip);
+    const lum_port_node_info *node = find_port(rsip);
     if (node == nullptr) {
       LUM_ERROR(114, "Port not found in DB for rsip=0x%x\n", rsip);
       return EINVAL;

@@ -15,8 +15,9 @@ static constexpr char trace_area[] = "lum_controller_interface";
 
 namespace {
 
-// A create batch being built. What is not sent stays allocated, and so does what was refused: the
-// interface manager has seen its address.
+// A create batch being built, inside a reader section: its names stand in the port nodes. What is
+// not sent stays allocated, and so does what was refused: the interface manager has seen its
+// address.
 struct create_batch {
   explicit create_batch(std::uint32_t controllers);
   bool allocated() const { return rc == 0; }
@@ -25,6 +26,7 @@ struct create_batch {
   cerrno send();
   void abandon();
 
+  ports_reader reader;
   std::uint32_t size;
   std::uint32_t filled = 0;
   cerrno rc = 0;
@@ -52,7 +54,6 @@ cerrno lum::create_controllers(std::uint32_t rack, std::uint32_t slot, std::uint
   if (count > max_ports) return ENOMEM;
   create_batch batch(LUM_SUB_PORTS * count);
   if (!batch.allocated()) return batch.rc;
-  ports_reader reader;
   cerrno rc = 0;
   for (std::uint32_t i = 0; i < count && i < ports.size(); ++i) {
     lum_port_node_info *node = walk_to(rack, slot, instance, ports[i]);
@@ -72,7 +73,6 @@ cerrno lum_replay_ots_controllers() {
   }
   create_batch batch(controllers);
   if (!batch.allocated()) return batch.rc;
-  ports_reader reader;
   for (lum_port_node_info &node : all_ports()) {
     lum_port_data &port = node.data;
     for (std::uint32_t s = 0; s < LUM_SUB_PORTS && !batch.full(); ++s) {

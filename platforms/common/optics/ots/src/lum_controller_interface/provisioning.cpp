@@ -27,8 +27,22 @@ struct setting_places {
   std::uint32_t enable_flag;      // layout page, bit 0
   std::uint32_t mode;             // layout page
 };
-constexpr setting_places places_of[LUM_SUB_PORTS] = {{144, 146, 194, 134, 136, 147, 133},
-                                                     {152, 154, 178, 129, 131, 146, 128}};
+constexpr setting_places places_of[LUM_SUB_PORTS] = {
+    {.upper_threshold = 144,
+     .lower_threshold = 146,
+     .p2_setting = 194,
+     .setting_a = 134,
+     .setting_b = 136,
+     .enable_flag = 147,
+     .mode = 133},
+    {.upper_threshold = 152,
+     .lower_threshold = 154,
+     .p2_setting = 178,
+     .setting_a = 129,
+     .setting_b = 131,
+     .enable_flag = 146,
+     .mode = 128},
+};
 constexpr std::uint32_t sub1_flag_at = 150;  // layout page, bit 0
 constexpr std::uint32_t threshold_page = 2;
 constexpr std::uint32_t threshold_distance = 100;  // between the two thresholds
@@ -73,6 +87,7 @@ class module_writer {
 
 void take_over(lum_port_data &port, std::uint32_t sub_port, const lum_hw_info_in &record,
                std::uint64_t changed_bits);
+void write_changes(const lum_port_data &port, std::uint32_t sub_port, std::uint64_t changed_bits);
 void write_threshold(const module_writer &module, const lum_port_data &port,
                      std::uint32_t sub_port);
 void write_settings(const module_writer &module, const lum_port_data &port, std::uint32_t sub_port);
@@ -99,7 +114,7 @@ cerrno lum_set_hw_info(std::int32_t count, const std::uint32_t *ifhandles,
     std::uint32_t rsip = 0;
     lum_port_node_info *node = nullptr;
     if (lum_ports_db_get_rsip_from_ifh(ifhandles[i], &rsip) == 0) {
-      node = lum_get_port_node_from_rsip(rsip);
+      node = find_port(rsip);
     }
     LUM_INFO(123, "index %d port_node: %p rsip: 0x%x\n", i, static_cast<const void *>(node), rsip);
     if (node == nullptr) return rc;
@@ -113,6 +128,7 @@ cerrno lum_set_hw_info(std::int32_t count, const std::uint32_t *ifhandles,
   return rc;
 }
 
+// A port whose mutex a deletion keeps is left alone.
 cerrno lum_provision_port_cfg_data(std::uint32_t sub_port, lum_port_data *data,
                                    std::uint64_t changed_bits) {
   if (sub_port >= LUM_SUB_PORTS || data == nullptr) return EINVAL;
@@ -121,17 +137,7 @@ cerrno lum_provision_port_cfg_data(std::uint32_t sub_port, lum_port_data *data,
            data->port);
   LUM_INFO(126, "subport %d changed bits: [0x%lx] RSIP %d/%d/%d/%d\n", sub_port, changed_bits,
            data->rack, data->slot, data->instance, data->port);
-  const module_writer module(*data);
-  const lum_port_cfg &cfg = data->port_cfg[sub_port];
-  const setting_places &at = places_of[sub_port];
-  if ((changed_bits & LUM_CHANGE_P2_SETTING) != 0) {
-    module.word(threshold_page, at.p2_setting, shared_load(cfg.p2_setting) * 10);
-  }
-  if ((changed_bits & LUM_CHANGE_THRESHOLD) != 0) write_threshold(module, *data, sub_port);
-  if ((changed_bits & LUM_CHANGE_SETTINGS) != 0) write_settings(module, *data, sub_port);
-  if ((changed_bits & LUM_CHANGE_MODE) != 0) {
-    module.layout_byte(at.mode, shared_load(cfg.mode) == 3 ? 2 : 1);
-  }
+  if (!lock.barred()) write_changes(*data, sub_port, changed_bits);
   if (const int rc = lock.release(); rc != 0) {
     return LUM_ERROR(127, "module access unlock failed with rc %d \n", rc);
   }
@@ -140,22 +146,40 @@ cerrno lum_provision_port_cfg_data(std::uint32_t sub_port, lum_port_data *data,
 
 namespace {
 
+template <std::size_t Position>
+void take(std::uint32_t &field, const lum_hw_info_in &record) {
+  shared_store(field, get<Position, std::uint32_t>(bytes_of(record)));
+}
+
 void take_over(lum_port_data &port, std::uint32_t sub_port, const lum_hw_info_in &record,
                std::uint64_t changed_bits) {
   lum_port_cfg &cfg = port.port_cfg[sub_port];
-  const auto copy = [&](std::uint32_t &field, std::size_t position) {
-    shared_store(field, get<std::uint32_t>(bytes_of(record), position));
-  };
   std::lock_guard lock(port_cfg_lock);
   shared_or(cfg.changed_bits, changed_bits);
-  if ((changed_bits & LUM_CHANGE_THRESHOLD) != 0) copy(cfg.threshold, LUM_HW_IN_THRESHOLD);
-  if ((changed_bits & LUM_CHANGE_P2_SETTING) != 0) copy(cfg.p2_setting, LUM_HW_IN_P2_SETTING);
-  if ((changed_bits & LUM_CHANGE_MODE) != 0) copy(cfg.mode, LUM_HW_IN_MODE);
+  if ((changed_bits & LUM_CHANGE_THRESHOLD) != 0) take<LUM_HW_IN_THRESHOLD>(cfg.threshold, record);
+  if ((changed_bits & LUM_CHANGE_P2_SETTING) != 0) {
+    take<LUM_HW_IN_P2_SETTING>(cfg.p2_setting, record);
+  }
+  if ((changed_bits & LUM_CHANGE_MODE) != 0) take<LUM_HW_IN_MODE>(cfg.mode, record);
   if ((changed_bits & LUM_CHANGE_SETTINGS) != 0) {
-    copy(cfg.setting_a, LUM_HW_IN_SETTING_A);
-    copy(cfg.setting_b, LUM_HW_IN_SETTING_B);
-    copy(cfg.enable_flag, LUM_HW_IN_ENABLE_FLAG);
-    copy(cfg.sub1_flag, LUM_HW_IN_SUB1_FLAG);
+    take<LUM_HW_IN_SETTING_A>(cfg.setting_a, record);
+    take<LUM_HW_IN_SETTING_B>(cfg.setting_b, record);
+    take<LUM_HW_IN_ENABLE_FLAG>(cfg.enable_flag, record);
+    take<LUM_HW_IN_SUB1_FLAG>(cfg.sub1_flag, record);
+  }
+}
+
+void write_changes(const lum_port_data &port, std::uint32_t sub_port, std::uint64_t changed_bits) {
+  const module_writer module(port);
+  const lum_port_cfg &cfg = port.port_cfg[sub_port];
+  const setting_places &at = places_of[sub_port];
+  if ((changed_bits & LUM_CHANGE_P2_SETTING) != 0) {
+    module.word(threshold_page, at.p2_setting, shared_load(cfg.p2_setting) * 10);
+  }
+  if ((changed_bits & LUM_CHANGE_THRESHOLD) != 0) write_threshold(module, port, sub_port);
+  if ((changed_bits & LUM_CHANGE_SETTINGS) != 0) write_settings(module, port, sub_port);
+  if ((changed_bits & LUM_CHANGE_MODE) != 0) {
+    module.layout_byte(at.mode, shared_load(cfg.mode) == 3 ? 2 : 1);
   }
 }
 

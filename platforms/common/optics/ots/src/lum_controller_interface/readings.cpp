@@ -2,7 +2,6 @@
 #include <cmath>
 #include <limits>
 
-#include "base/shared.h"
 #include "lum_controller_interface/lum_controller_interface.h"
 
 namespace lum {
@@ -18,12 +17,12 @@ std::uint32_t power_of(std::uint16_t reading) {
 }
 
 std::uint64_t module_alarms(const lum_port_data &port, std::uint32_t sub_port) {
-  const std::uint8_t byte_13 = shared_load(port.module_flags[4]);
-  const std::uint8_t byte_64 = shared_load(port.module_flags[5]);
+  const std::uint8_t byte_13 = module_flags_at<13>(port);
+  const std::uint8_t byte_64 = module_flags_at<64>(port);
   std::uint64_t alarms = 0;
-  if ((byte_13 & (sub_port == 0 ? 0x03 : 0x30)) != 0) alarms |= 0x4;
-  if ((byte_64 & (sub_port == 0 ? 0x20 : 0x02)) != 0) alarms |= 0x80000;
-  if ((byte_64 & (sub_port == 0 ? 0x10 : 0x01)) != 0) alarms |= 0x100000;
+  if ((byte_13 & (sub_port == 0 ? 0x03 : 0x30)) != 0) alarms |= LUM_ALARM_FLAG_13;
+  if ((byte_64 & (sub_port == 0 ? 0x20 : 0x02)) != 0) alarms |= LUM_ALARM_FLAG_64_HIGH;
+  if ((byte_64 & (sub_port == 0 ? 0x10 : 0x01)) != 0) alarms |= LUM_ALARM_FLAG_64_LOW;
   return alarms;
 }
 

@@ -38,7 +38,7 @@ void judge_firmware(std::uint32_t rsip, lum_port_data &port, const identity &mod
 
 cerrno lum_update_vendor_info(std::uint32_t rsip, std::int32_t inserted) {
   ports_reader reader;
-  lum_port_node_info *node = lum_get_port_node_from_rsip(rsip);
+  lum_port_node_info *node = find_port(rsip);
   if (node == nullptr) return EINVAL;
   lum_port_data &port = node->data;
   LUM_INFO(140, "vendor info to be updated for rsip: 0x%x inserted:%d\n", rsip,
@@ -109,7 +109,8 @@ void judge_firmware(std::uint32_t rsip, lum_port_data &port, const identity &mod
   constexpr std::uint32_t last_old_accelink = 262;  // 1.06
   constexpr std::uint32_t digit_0 = 0x30;
   shared_store(port.new_memmap, 0);
-  const lum_vendor_info vendor = shared_copy(port.vendor);
+  lum_vendor_info vendor = shared_copy(port.vendor);
+  vendor.vendor_name[sizeof vendor.vendor_name - 1] = '\0';
   LUM_INFO(148, "RSIP 0x%x vendor name: %s\n", rsip, vendor.vendor_name);
   const std::uint32_t hi = module.fw_hi;
   const std::uint32_t lo = module.fw_lo;

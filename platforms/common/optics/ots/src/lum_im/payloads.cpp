@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
+#include <iterator>
 
 #include "base/bytes.h"
 #include "base/trace.h"
@@ -38,8 +40,7 @@ void mark(std::span<std::uint8_t> attrs, std::span<const presence> marks) {
 void put_number(std::span<std::uint8_t> record, std::size_t position, std::size_t width,
                 std::int32_t value) {
   for (std::size_t i = 0; i < width; ++i) {
-    put<std::uint8_t>(record, position + i,
-                      static_cast<std::uint8_t>(static_cast<std::uint32_t>(value) >> (8 * i)));
+    record[position + i] = static_cast<std::uint8_t>(static_cast<std::uint32_t>(value) >> (8 * i));
   }
 }
 
@@ -83,11 +84,21 @@ constexpr member sent_members[] = {
     {852, 4}, {889, 1}, {890, 1},  {880, 4}, {888, 1}, {910, 1}, {904, 2}, {906, 2}, {908, 2},
     {416, 4}, {16, 4},  {26, 2},   {72, 4},  {52, 4},  {156, 1},
 };
-constexpr std::size_t always_one = 480;
+constexpr std::size_t always_one = 480;      // not copied
+constexpr std::size_t bytes_416_to_419 = 4;  // one entry above, a presence bit each
 constexpr presence sent_marks[] = {
     {main_1, 0x20000CB41032F8},  {main_2, 0x200002},        {main_3, 0x30000},
     {group_282, 0x800000000007}, {group_912, 0xF00E8007FD}, {group_420, 0xF},
 };
+
+// Every member that is sent has its presence bit, and no other is set.
+consteval int presence_bits() {
+  int bits = 0;
+  for (const presence &p : sent_marks) bits += std::popcount(p.bits);
+  return bits;
+}
+static_assert(presence_bits() == 46);
+static_assert(std::size(sent_members) - 1 + bytes_416_to_419 + 1 == 46);
 
 constexpr std::uint64_t kept_of_main_1 = ~std::uint64_t{0} << 54;
 
@@ -105,28 +116,40 @@ constexpr constant create_constants[] = {
     {2903, 1, 1}, {2904, 1, 1}, {3056, 1, 1},   {3057, 2, 1},
 };
 
+// No table names a place outside its record.
+template <typename Table>
+consteval bool all_inside(const Table &table, std::size_t size) {
+  return std::ranges::all_of(
+      table, [&](const auto &each) { return is_inside(size, each.position, each.width); });
+}
+constexpr presence_word presence_words[] = {main_1,    main_2,    main_3,
+                                            group_282, group_912, group_420};
+static_assert(all_inside(presence_words, LUM_ATTRS_SIZE));
+static_assert(all_inside(capabilities, LUM_ATTRS_SIZE));
+static_assert(all_inside(sent_members, LUM_ATTRS_SIZE));
+static_assert(all_inside(create_constants, LUM_CREATE_ELEMENT_SIZE));
+
 // Update element.
 constexpr std::size_t update_state = 0;
 constexpr std::size_t update_presence = 1;  // bit 0: the state is present
 constexpr std::size_t update_attrs = 8;
 constexpr std::size_t update_kind = 1768;
 
-std::span<std::uint8_t> attrs_in(std::span<std::uint8_t> element, std::size_t position) {
-  return element.subspan(position, LUM_ATTRS_SIZE);
-}
+using attrs_record = record_of<LUM_ATTRS_SIZE>;
+using const_attrs_record = const_record_of<LUM_ATTRS_SIZE>;
 
 // Every member and presence bit, but for ten bits of the first word that belong to no member.
-void clear_attrs(std::span<std::uint8_t> attrs) {
-  const auto kept = get<std::uint64_t>(attrs, main_1.position) & kept_of_main_1;
+void clear_attrs(attrs_record attrs) {
+  const auto kept = get<main_1.position, std::uint64_t>(attrs) & kept_of_main_1;
   std::ranges::fill(attrs, std::uint8_t{0});
-  put(attrs, main_1.position, kept);
+  put<main_1.position, std::uint64_t>(attrs, kept);
 }
 
-void copy_attrs(std::span<const std::uint8_t> source, std::span<std::uint8_t> destination) {
+void copy_attrs(const_attrs_record source, attrs_record destination) {
   for (const member &m : sent_members) {
     std::ranges::copy(source.subspan(m.position, m.width), destination.begin() + m.position);
   }
-  put<std::uint8_t>(destination, always_one, 1);
+  put<always_one, std::uint8_t>(destination, 1);
   mark(destination, sent_marks);
 }
 
@@ -154,22 +177,22 @@ void lum::fill_create_element(create_element element, const lum_controller_attrs
   for (const constant &c : create_constants) {
     put_number(element, c.position, c.width, c.value);
   }
-  clear_attrs(attrs_in(element, create_attrs));
-  copy_attrs(attrs.bytes, attrs_in(element, create_attrs));
+  clear_attrs(element.subspan<create_attrs, LUM_ATTRS_SIZE>());
+  copy_attrs(attrs.bytes, element.subspan<create_attrs, LUM_ATTRS_SIZE>());
 }
 
 void lum::fill_update_element(update_element element) {
-  put<std::uint32_t>(element, update_kind, 3);
-  clear_attrs(attrs_in(element, update_attrs));
+  put<update_kind, std::uint32_t>(element, 3);
+  clear_attrs(element.subspan<update_attrs, LUM_ATTRS_SIZE>());
 }
 
 void lum::set_update_state(update_element element, std::uint32_t state) {
-  element[update_state] = state != 0 ? 1 : 0;
-  element[update_presence] |= 1;
+  put<update_state, std::uint8_t>(element, state != 0 ? 1 : 0);
+  put<update_presence, std::uint8_t>(element, get<update_presence, std::uint8_t>(element) | 1);
 }
 
 void lum::set_update_attrs(update_element element, const lum_controller_attrs &attrs) {
-  copy_attrs(attrs.bytes, attrs_in(element, update_attrs));
+  copy_attrs(attrs.bytes, element.subspan<update_attrs, LUM_ATTRS_SIZE>());
 }
 
 void lum::fill_delete_element(delete_element element) {

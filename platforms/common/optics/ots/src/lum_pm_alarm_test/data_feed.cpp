@@ -24,7 +24,7 @@ cerrno lum_update_pm_ptah_data(std::uint32_t ifhandle) {
   lum_optics_get_fw_upgrd_status(rsip, &upgrading);
   if (upgrading != 0) return EINVAL;
   ports_reader reader;
-  const lum_port_node_info *node = lum_get_port_node_from_rsip(rsip);
+  const lum_port_node_info *node = find_port(rsip);
   if (node == nullptr) return EINVAL;
 
   const lum_port_data &port = node->data;
@@ -67,12 +67,12 @@ static void send_readings(const lum_port_data &port, std::uint32_t sub_port,
 }
 
 static std::uint64_t alarms_of(const lum_port_data &port, std::uint32_t sub_port) {
-  const std::uint8_t byte_10 = shared_load(port.module_flags[1]);
-  const std::uint8_t byte_12 = shared_load(port.module_flags[3]);
-  const std::uint8_t byte_49 = shared_load(port.module_flags[7]);
+  const std::uint8_t byte_10 = module_flags_at<10>(port);
+  const std::uint8_t byte_12 = module_flags_at<12>(port);
+  const std::uint8_t byte_49 = module_flags_at<49>(port);
   std::uint64_t alarms = module_alarms(port, sub_port);
-  if ((byte_12 & (sub_port == 0 ? 0x20 : 0x02)) != 0) alarms |= 0x1;
-  if ((byte_10 & (sub_port == 0 ? 0x02 : 0x20)) != 0) alarms |= 0x2;
-  if (sub_port == 1 && byte_49 != 0) alarms |= 0x60000;
+  if ((byte_12 & (sub_port == 0 ? 0x20 : 0x02)) != 0) alarms |= LUM_ALARM_FLAG_12;
+  if ((byte_10 & (sub_port == 0 ? 0x02 : 0x20)) != 0) alarms |= LUM_ALARM_FLAG_10;
+  if (sub_port == 1 && byte_49 != 0) alarms |= LUM_ALARM_FLAG_49_A | LUM_ALARM_FLAG_49_B;
   return alarms | shared_load(port.test[sub_port].test_alarm_bits);
 }

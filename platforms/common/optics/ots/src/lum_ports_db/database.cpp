@@ -1,4 +1,5 @@
 // The ports database: nodes are added, given their port handle, found and removed.
+#include <cassert>
 #include <cerrno>
 #include <cstddef>
 #include <mutex>
@@ -18,6 +19,7 @@ static constexpr char trace_area[] = "lum_ports_db";
 
 static int by_rsip(const void *first, const void *second);
 static int by_port_handle(const void *first, const void *second);
+static void forget_template_state(lum_port_data &port);
 static void store_handle(port_node &node, std::uint32_t port_handle);
 static bool insert_by_handle(port_node &node, std::uint32_t port_handle);
 static void drop_node(port_node *node);
@@ -40,8 +42,7 @@ cerrno lum_ports_db_add_entry(std::uint32_t rsip, const lum_port_data *data) {
   LUM_INFO(208, "insert into lum_port_db wavl tree rsip: 0x%x\n", rsip);
   node->rsip = rsip;
   node->data = *data;
-  make_error_checking(node->data.port_mutex);
-  node->data.mutex_kept_by = 0;
+  forget_template_state(node->data);
 
   library_hold lock(lum_platform.mutex, {__func__, __LINE__});
   if (lock.error() != 0) {
@@ -69,7 +70,7 @@ cerrno lum_ports_db_add_entry(std::uint32_t rsip, const lum_port_data *data) {
 // it is removed.
 cerrno lum_ports_db_update_entry(std::uint32_t rsip, std::uint32_t port_handle) {
   ports_reader reader;
-  auto *node = static_cast<port_node *>(lum_ports_db_find_entry(rsip));
+  auto *node = static_cast<port_node *>(find_port(rsip));
   if (node == nullptr) {
     LUM_INFO(212, "insert into lum_port_db wavl tree failed  %d\n",
              shared_load(lum_platform.port_handle_count));
@@ -97,14 +98,15 @@ cerrno lum_ports_db_update_entry(std::uint32_t rsip, std::uint32_t port_handle) 
   return 0;
 }
 
-lum_port_node_info *lum_ports_db_find_entry(std::uint32_t rsip) {
+lum_port_node_info *lum::find_port(std::uint32_t rsip) {
+  assert(in_reader_section());
   if (!wavl_running(&lum_platform.tree)) {
     LUM_ERROR(217, "wavl is not running\n");
     return nullptr;
   }
   lum_port_node_info key = {};
   key.rsip = rsip;
-  library_hold lock(lum_platform.mutex, {__func__, __LINE__});
+  library_hold lock(lum_platform.mutex, {"lum_ports_db_find_entry", __LINE__});
   if (lock.error() != 0) {
     LUM_ERROR(218, "ports DB mutex lock failed, errno: %d\n", lock.error());
     return nullptr;
@@ -113,11 +115,8 @@ lum_port_node_info *lum_ports_db_find_entry(std::uint32_t rsip) {
   return lock.release() == 0 ? node : nullptr;
 }
 
-lum_port_node_info *lum_get_port_node_from_rsip(std::uint32_t rsip) {
-  return lum_ports_db_find_entry(rsip);
-}
-
-lum_port_node_info *lum_get_port_node_from_port_handle(std::uint32_t port_handle) {
+lum_port_node_info *lum::find_port_by_handle(std::uint32_t port_handle) {
+  assert(in_reader_section());
   if (!wavl_running(&lum_platform.tree)) {
     LUM_ERROR(219, "wavl is not running\n");
     return nullptr;
@@ -127,9 +126,24 @@ lum_port_node_info *lum_get_port_node_from_port_handle(std::uint32_t port_handle
   return static_cast<lum_port_node_info *>(wavl_search(&lum_platform.tree, &key, 1));
 }
 
+// Inside the section of the caller, if it has one: what is returned is its own to keep.
+lum_port_node_info *lum_ports_db_find_entry(std::uint32_t rsip) {
+  ports_reader reader;
+  return find_port(rsip);
+}
+
+lum_port_node_info *lum_get_port_node_from_rsip(std::uint32_t rsip) {
+  return lum_ports_db_find_entry(rsip);
+}
+
+lum_port_node_info *lum_get_port_node_from_port_handle(std::uint32_t port_handle) {
+  ports_reader reader;
+  return find_port_by_handle(port_handle);
+}
+
 cerrno lum_ports_db_remove_entry(std::uint32_t rsip) {
   ports_reader reader;
-  auto *node = static_cast<port_node *>(lum_ports_db_find_entry(rsip));
+  auto *node = static_cast<port_node *>(find_port(rsip));
   if (node == nullptr) return ENOENT;
 
   library_hold lock(lum_platform.mutex, {__func__, __LINE__});
@@ -159,6 +173,16 @@ cerrno lum_ports_db_walk_via_rsip(wavl_callback callback, void *context) {
   ports_reader reader;
   wavl_walk(&lum_platform.tree, 0, callback, context);
   return 0;
+}
+
+// A template may be another port's block, on its way out or locked.
+static void forget_template_state(lum_port_data &port) {
+  make_error_checking(port.port_mutex);
+  port.mutex_kept_by = 0;
+  port.mutex_visitors = 0;
+  port.mutex_waiters = 0;
+  port.deletion_asked = 0;
+  port.removed = 0;
 }
 
 static int compare_keys(std::uint32_t first, std::uint32_t second) {

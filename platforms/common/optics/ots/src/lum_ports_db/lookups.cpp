@@ -36,7 +36,7 @@ parsed_name parse(const char *ifname) {
 cerrno copy_device_id(const parsed_name &name, lum_device_id_td *out, cerrno unknown_port,
                       const char *function) {
   ports_reader reader;
-  const lum_port_node_info *node = lum_ports_db_find_entry(name.rsip);
+  const lum_port_node_info *node = find_port(name.rsip);
   if (node == nullptr) return unknown_port;
   if (name.sub_port_valid == 0) fatal("sub_port_exists", trace_area, __LINE__, function);
   if (name.sub_port >= LUM_SUB_PORTS) return LUM_NOT_FOUND;
@@ -48,7 +48,7 @@ cerrno copy_device_id(const parsed_name &name, lum_device_id_td *out, cerrno unk
 
 cerrno lum_ports_db_rsip2port_handle(std::uint32_t rsip, std::uint32_t *port_handle) {
   ports_reader reader;
-  const lum_port_node_info *node = lum_ports_db_find_entry(rsip);
+  const lum_port_node_info *node = find_port(rsip);
   if (node == nullptr) return LUM_NOT_FOUND;
   *port_handle = shared_load(node->port_handle);
   return 0;
@@ -56,7 +56,7 @@ cerrno lum_ports_db_rsip2port_handle(std::uint32_t rsip, std::uint32_t *port_han
 
 cerrno lum_ports_db_port_handle2rsip(std::uint32_t port_handle, std::uint32_t *rsip) {
   ports_reader reader;
-  const lum_port_node_info *node = lum_get_port_node_from_port_handle(port_handle);
+  const lum_port_node_info *node = find_port_by_handle(port_handle);
   if (node == nullptr) return LUM_NOT_FOUND;
   *rsip = node->rsip;
   return 0;
@@ -82,7 +82,7 @@ cerrno lum_ports_db_ifname2devid(const char *ifname, lum_device_id_td *out) {
 cerrno lum_ports_db_port_handle2devid(std::uint32_t port_handle, std::uint32_t sub_port,
                                       lum_device_id_td *out) {
   ports_reader reader;
-  const lum_port_node_info *node = lum_get_port_node_from_port_handle(port_handle);
+  const lum_port_node_info *node = find_port_by_handle(port_handle);
   if (node == nullptr || sub_port >= LUM_SUB_PORTS) return ENOENT;
   *out = shared_copy(node->data.device_id[sub_port]);
   return 0;
@@ -92,7 +92,7 @@ cerrno lum_get_port_info(const char *ifname, lum_port_data **out) {
   const parsed_name parsed = parse(ifname);
   if (parsed.rc != 0) return parsed.rc;
   ports_reader reader;
-  lum_port_node_info *node = lum_ports_db_find_entry(parsed.rsip);
+  lum_port_node_info *node = find_port(parsed.rsip);
   if (node == nullptr) return EINVAL;
   *out = &node->data;
   return 0;

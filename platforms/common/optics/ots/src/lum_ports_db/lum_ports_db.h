@@ -67,6 +67,11 @@ class all_ports {
   ports_reader reader_;
 };
 
+// The library's own look-ups, inside a reader section: the node found stays readable until the
+// section ends. By rsip under the database mutex, by port handle without it.
+lum_port_node_info *find_port(std::uint32_t rsip);
+lum_port_node_info *find_port_by_handle(std::uint32_t port_handle);
+
 // The node at a position, found by walking from the first node; null when there is none. Call
 // inside a reader section.
 lum_port_node_info *walk_to(std::uint32_t rack, std::uint32_t slot, std::uint32_t instance,

@@ -7,6 +7,8 @@
 #include <limits>
 #include <new>
 
+#include "base/shared.h"
+
 namespace lum {
 namespace {
 
@@ -42,16 +44,29 @@ reader_slot *take_slot() {
   return slot;
 }
 
+// What a thread has of it. Its end takes nothing of this down: a section may be opened even then.
 struct thread_reader {
   reader_slot *slot = nullptr;
   unsigned depth = 0;
-  ~thread_reader() {
-    if (slot == nullptr) return;
-    slot->taken.store(false);
-    slot = nullptr;  // a section that the thread's end still opens takes a slot of its own
-  }
+  bool ending = false;
 };
 thread_local thread_reader this_reader;
+
+void give_slot_back() {
+  if (this_reader.slot == nullptr) return;
+  this_reader.slot->taken.store(false);
+  this_reader.slot = nullptr;
+}
+
+// Gives the slot back when the thread ends; later sections give theirs back themselves.
+struct end_of_thread {
+  ~end_of_thread() {
+    give_slot_back();
+    this_reader.ending = true;
+  }
+  void await() const {}
+};
+thread_local end_of_thread this_threads_end;
 
 // The opening time of the oldest open section.
 std::uint64_t oldest_section() {
@@ -70,8 +85,9 @@ void push_retired(port_node *node) {
   }
 }
 
+// A mutex that a deletion still keeps is not destroyed: its owner may be gone.
 void free_node(port_node *node) {
-  pthread_mutex_destroy(&node->data.port_mutex);
+  if (node->data.mutex_kept_by == 0) pthread_mutex_destroy(&node->data.port_mutex);
   std::free(node);
   freed_count.fetch_add(1);
 }
@@ -98,6 +114,7 @@ void free_unreachable_nodes() {
 ports_reader::ports_reader() {
   if (this_reader.depth++ != 0) return;
   if (this_reader.slot == nullptr) this_reader.slot = take_slot();
+  if (!this_reader.ending) this_threads_end.await();
   if (this_reader.slot != nullptr) {
     this_reader.slot->opened_at.store(now.load());
   } else {
@@ -109,13 +126,17 @@ ports_reader::~ports_reader() {
   if (--this_reader.depth != 0) return;
   if (this_reader.slot != nullptr) {
     this_reader.slot->opened_at.store(0);
+    if (this_reader.ending) give_slot_back();
   } else {
     readers_without_slot.fetch_sub(1);
   }
   if (retired_nodes.load() != nullptr) free_unreachable_nodes();
 }
 
+bool in_reader_section() { return this_reader.depth != 0; }
+
 void retire_node(port_node *node) {
+  shared_store(node->data.removed, 1);
   node->retired_at = now.fetch_add(1) + 1;
   retired_count.fetch_add(1);
   push_retired(node);

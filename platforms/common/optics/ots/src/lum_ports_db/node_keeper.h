@@ -27,6 +27,9 @@ class ports_reader {
   ports_reader &operator=(const ports_reader &) = delete;
 };
 
+// Whether this thread is inside a section.
+bool in_reader_section();
+
 // Takes over a node that is in no index any more; its port mutex goes with it. Call inside a reader
 // section: the memory goes at the earliest when that one ends.
 void retire_node(port_node *node);

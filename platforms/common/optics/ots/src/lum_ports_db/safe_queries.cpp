@@ -33,7 +33,7 @@ cerrno lum_safely_get_ifhandle(std::uint32_t port_handle, std::uint32_t sub_port
                                std::uint32_t *ifhandle) {
   ports_reader reader;
   serial_hold serial(__LINE__, __func__);
-  const lum_port_node_info *node = lum_get_port_node_from_port_handle(port_handle);
+  const lum_port_node_info *node = find_port_by_handle(port_handle);
   if (node == nullptr || sub_port >= LUM_SUB_PORTS) return EINVAL;
   *ifhandle = shared_load(node->data.device_id[sub_port].ifhandle);
   return 0;

@@ -1,3 +1,5 @@
+#include <cassert>
+
 #include "base/shared.h"
 #include "lum_ports_db/lum_ports_db.h"
 
@@ -14,6 +16,7 @@ all_ports::iterator &all_ports::iterator::operator++() {
 
 lum_port_node_info *walk_to(std::uint32_t rack, std::uint32_t slot, std::uint32_t instance,
                             std::uint32_t port) {
+  assert(in_reader_section());
   for (lum_port_node_info &node : all_ports()) {
     if (stands_at(node.data, rack, slot, instance, port)) return &node;
   }
@@ -21,6 +24,7 @@ lum_port_node_info *walk_to(std::uint32_t rack, std::uint32_t slot, std::uint32_
 }
 
 found_sub_port walk_to_ifhandle(std::uint32_t ifhandle) {
+  assert(in_reader_section());
   for (lum_port_node_info &node : all_ports()) {
     for (std::uint32_t s = 0; s < LUM_SUB_PORTS; ++s) {
       if (shared_load(node.data.sub_port[s].ifhandle) == ifhandle) return {&node, s};

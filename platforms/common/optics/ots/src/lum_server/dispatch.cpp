@@ -16,7 +16,10 @@ namespace {
 
 enum ea_operation : std::uint32_t { resync_end = 0, create = 1, update = 2, delete_ = 4 };
 
-void serve(std::uint32_t operation, std::span<const std::uint8_t> entry, std::uint8_t *reply);
+using request_head = const_record_of<EA_REQUEST_ENTRIES>;
+using request_entry = const_record_of<EA_REQUEST_ENTRY_SIZE>;
+
+void serve(std::uint32_t operation, request_entry entry, std::uint8_t *reply);
 
 }  // namespace
 
@@ -25,12 +28,12 @@ void lum::dispatch_ea_batch(std::uint32_t operation, const void *request, void *
   const std::uint32_t count =
       request == nullptr || reply == nullptr
           ? 0
-          : get<std::uint32_t>(std::span(bytes, EA_REQUEST_ENTRIES), EA_REQUEST_COUNT);
+          : get<EA_REQUEST_COUNT, std::uint32_t>(request_head(bytes, EA_REQUEST_ENTRIES));
   LUM_INFO(264, "Inside Dispatch Handler, received oper-type %d and interfaces %d\n", operation,
            count);
   for (std::size_t i = 0; i < count; ++i) {
-    const std::span entry(bytes + EA_REQUEST_ENTRIES + i * EA_REQUEST_ENTRY_SIZE,
-                          EA_REQUEST_ENTRY_SIZE);
+    const request_entry entry(bytes + EA_REQUEST_ENTRIES + i * EA_REQUEST_ENTRY_SIZE,
+                              EA_REQUEST_ENTRY_SIZE);
     std::uint8_t *answer =
         static_cast<std::uint8_t *>(reply) + EA_REPLY_ENTRIES + i * EA_REPLY_ENTRY_SIZE;
     *answer = 1;
@@ -63,8 +66,8 @@ void record_created(const char *ifname, std::uint32_t ifhandle) {
   lum_modules_port_create(ifname, ifname);
 }
 
-void serve(std::uint32_t operation, std::span<const std::uint8_t> entry, std::uint8_t *reply) {
-  const auto ifhandle = get<std::uint32_t>(entry, EA_REQUEST_ENTRY_IFHANDLE);
+void serve(std::uint32_t operation, request_entry entry, std::uint8_t *reply) {
+  const auto ifhandle = get<EA_REQUEST_ENTRY_IFHANDLE, std::uint32_t>(entry);
   if (operation == resync_end) {
     end_resync(*lum_get_ctx());
     return;
