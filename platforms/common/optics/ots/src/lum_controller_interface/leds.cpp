@@ -1,9 +1,7 @@
 // Port LEDs.
-#include <array>
+#include <atomic>
 #include <cerrno>
-#include <mutex>
 
-#include "base/quiet_lock.h"
 #include "base/shared.h"
 #include "base/trace.h"
 #include "lum_ports_db/lum_ports_db.h"
@@ -12,31 +10,28 @@ using namespace lum;
 
 static constexpr char trace_area[] = "lum_controller_interface";
 
-// A port's LED is set by one thread at a time. Of two at once the one might have the last word with
-// the LED and the other with the record, and the polling thread, which goes by the record, would
-// never put the LED right. Ports share these locks by number, held for the callback's time.
-static quiet_lock &setting_of(std::uint32_t rsip) {
-  static std::array<quiet_lock, 64> locks;
-  return locks[rsip % locks.size()];
-}
+static cerrno show(std::uint32_t rsip, std::uint32_t state);
+static std::uint32_t recorded_state(lum_port_data &port);
 
-// The LED is cleared before a new state is set. The state asked for is recorded also when the
-// platform could not set it.
+// The state asked for is recorded first, and stands also when the platform could not set it. No
+// lock is held over the callback. Of two threads that set one LED at once the one may have the last
+// word with the LED and the other with the record; so each looks again after its call, and whoever
+// ends last leaves the LED as recorded.
 cerrno lum_optics_led_set_state(std::uint32_t rsip, std::uint32_t, std::uint32_t state) {
-  const std::lock_guard lock(setting_of(rsip));
-  cerrno rc = 0;
-  const lum_ctx *context = lum_get_ctx();
-  if (context != nullptr && context->platform_cbs.led_set_state != nullptr) {
-    context->platform_cbs.led_set_state(rsip, 0, LUM_LED_OFF);
-    if (state != LUM_LED_OFF) rc = context->platform_cbs.led_set_state(rsip, 0, state);
-  }
   ports_reader reader;
-  lum_port_node_info *node = lum_get_port_node_from_rsip(rsip);
-  if (node == nullptr) {
+  lum_port_node_info *node = find_port(rsip);
+  if (node != nullptr) shared_store(node->data.led_state, state);
+  const cerrno rc = show(rsip, state);
+  if (node == nullptr || shared_load(node->data.removed) != 0) {
     LUM_ERROR(153, "Port not found in DB rsip=0x%x\n", rsip);
     return EINVAL;
   }
-  shared_store(node->data.led_state, state);
+  std::uint32_t shown = state;
+  for (std::uint32_t now = recorded_state(node->data); now != shown;
+       now = recorded_state(node->data)) {
+    show(rsip, now);
+    shown = now;
+  }
   return rc;
 }
 
@@ -45,13 +40,26 @@ cerrno lum_optics_led_get_state(std::uint32_t rsip, std::uint32_t, std::uint32_t
   if (context == nullptr || context->platform_cbs.led_get_state == nullptr) return 0;
   if (context->platform_cbs.led_get_state(rsip, 0, state) == 0) return 0;
   ports_reader reader;
-  const lum_port_node_info *node = lum_get_port_node_from_rsip(rsip);
+  const lum_port_node_info *node = find_port(rsip);
   if (node == nullptr) {
     LUM_ERROR(154, "Port not found in DB rsip=0x%x\n", rsip);
     return EINVAL;
   }
   *state = shared_load(node->data.led_state);
   return 0;
+}
+
+// The LED is cleared before a new state is set.
+static cerrno show(std::uint32_t rsip, std::uint32_t state) {
+  const lum_ctx *context = lum_get_ctx();
+  if (context == nullptr || context->platform_cbs.led_set_state == nullptr) return 0;
+  context->platform_cbs.led_set_state(rsip, 0, LUM_LED_OFF);
+  return state == LUM_LED_OFF ? 0 : context->platform_cbs.led_set_state(rsip, 0, state);
+}
+
+// Read after all that the callback has written.
+static std::uint32_t recorded_state(lum_port_data &port) {
+  return std::atomic_ref(port.led_state).fetch_or(0);
 }
 
 void lum_get_final_sw_led_state(std::uint32_t first, std::uint32_t second, std::uint32_t *result) {
