@@ -24,6 +24,7 @@ constexpr test_event_record test_records[] = {{100, lum_ots_test_alarms_pm}};
 
 struct test_request {
   char name[LUM_IFNAME_SIZE];
+  bool names_a_port;  // its numbers could be read in full; else those that could not are 0
   std::uint32_t rack, slot, instance, port, sub_port;
   std::uint32_t test, alarm, status;
 };
@@ -57,7 +58,7 @@ void lum_ots_test_alarms_pm(void *, const char *text) {
   const std::uint32_t rsip =
       pack_rsip(request->rack, request->slot, request->instance, request->port);
   ports_reader reader;
-  lum_port_node_info *node = lum_get_port_node_from_rsip(rsip);
+  lum_port_node_info *node = request->names_a_port ? find_port(rsip) : nullptr;
   if (node == nullptr) {
     LUM_ERROR(73, "Invalid inputs \n");
     return;
@@ -79,28 +80,28 @@ std::string_view take_field(std::string_view &rest) {
   return field;
 }
 
-// The last number of a name and of a text ends where its digits end; what follows does not matter.
-enum class ending { exact, open };
-
-bool to_number(std::string_view text, int base, ending last, std::uint32_t &number) {
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
-  return error == std::errc() && (last == ending::open || end == text.data() + text.size());
-}
-
+// Reads the five numbers that stand behind "Ots", an underscore between them. What follows the last
+// one does not matter. Returns whether the name is of that kind at all.
 bool parse_name(std::string_view name, test_request &request) {
   constexpr std::string_view kind = "Ots";
   const std::size_t start = name.find(kind);
   if (start == std::string_view::npos) return false;
-  name.remove_prefix(start + kind.size());
-  std::uint32_t *const numbers[] = {&request.rack, &request.slot, &request.instance, &request.port};
+  const char *at = name.data() + start + kind.size();
+  const char *const name_end = name.data() + name.size();
+  std::uint32_t *const numbers[] = {&request.rack, &request.slot, &request.instance, &request.port,
+                                    &request.sub_port};
   for (std::uint32_t *number : numbers) {
-    const std::size_t end = name.find('_');
-    if (end == std::string_view::npos) return false;
-    if (!to_number(name.substr(0, end), 10, ending::exact, *number)) return false;
-    name.remove_prefix(end + 1);
+    if (number != numbers[0] && (at == name_end || *at++ != '_')) return true;
+    const auto [end, error] = std::from_chars(at, name_end, *number);
+    if (error != std::errc()) return true;
+    at = end;
   }
-  return to_number(name, 10, ending::open, request.sub_port);
+  request.names_a_port = true;
+  return true;
 }
+
+// The last number of a text ends where its digits end; what follows does not matter.
+enum class ending { exact, open };
 
 // A hexadecimal number as scanf reads it: blanks around it and 0x in front of it do not matter.
 bool to_hexadecimal(std::string_view text, ending last, std::uint32_t &number) {
@@ -108,7 +109,8 @@ bool to_hexadecimal(std::string_view text, ending last, std::uint32_t &number) {
   text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
   text = text.substr(0, text.find_last_not_of(blanks) + 1);
   if (text.starts_with("0x") || text.starts_with("0X")) text.remove_prefix(2);
-  return to_number(text, 16, last, number);
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, 16);
+  return error == std::errc() && (last == ending::open || end == text.data() + text.size());
 }
 
 // Nothing for a text of any other form.
@@ -130,23 +132,24 @@ std::optional<test_request> parse(const char *text) {
 }
 
 std::uint64_t bits_of_alarm(std::uint32_t alarm, bool is_sub_port_1) {
-  constexpr std::uint64_t common = 0x1 | 0x2 | 0x4 | 0x80000 | 0x100000;
-  constexpr std::uint64_t of_sub_port_1 = 0x20000 | 0x40000;
+  constexpr std::uint64_t common = LUM_ALARM_FLAG_12 | LUM_ALARM_FLAG_10 | LUM_ALARM_FLAG_13 |
+                                   LUM_ALARM_FLAG_64_HIGH | LUM_ALARM_FLAG_64_LOW;
+  constexpr std::uint64_t of_sub_port_1 = LUM_ALARM_FLAG_49_A | LUM_ALARM_FLAG_49_B;
   switch (alarm) {
     case 10:
-      return 0x2;
+      return LUM_ALARM_FLAG_10;
     case 12:
-      return 0x1;
+      return LUM_ALARM_FLAG_12;
     case 17:
-      return 0x4;
+      return LUM_ALARM_FLAG_13;
     case 18:
-      return 0x80000;
+      return LUM_ALARM_FLAG_64_HIGH;
     case 19:
-      return 0x100000;
+      return LUM_ALARM_FLAG_64_LOW;
     case 20:
-      return is_sub_port_1 ? 0x20000 : 0;
+      return is_sub_port_1 ? LUM_ALARM_FLAG_49_A : 0;
     case 21:
-      return is_sub_port_1 ? 0x40000 : 0;
+      return is_sub_port_1 ? LUM_ALARM_FLAG_49_B : 0;
     case 22:
       return is_sub_port_1 ? common | of_sub_port_1 : common;
     default:
