@@ -4,11 +4,12 @@
 #   make demo MODULES=DIR     a shelf of the module dumps (*.eeprom) in DIR
 #   make test                 every test
 #   make bench                the benchmarks
+#   make check-fast           what takes no second build: before a commit
 #   make check                format, lint, catalogue, binary interface, sanitizers, coverage, short fuzz runs
 
 JOBS ?= $(shell nproc)
 
-.PHONY: demo test bench check
+.PHONY: demo test bench check check-fast
 .SILENT:
 
 demo:
@@ -31,3 +32,7 @@ bench:
 check:
 	tools/setup check
 	tools/check.sh
+
+check-fast:
+	tools/setup check
+	tools/check.sh fast

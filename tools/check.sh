@@ -2,7 +2,8 @@
 # Format, catalogue, headers, exports, binary interface, lint, sanitizers, coverage and short fuzz
 # runs. Stops at the first failure.
 #
-# usage: tools/check.sh [format|catalogue|headers|exports|abi|lint|asan|tsan|coverage|fuzz ...]   (no argument: all)
+# usage: tools/check.sh [STEP ...]   (no argument: all)
+#        tools/check.sh fast         what takes no second build, over what has changed
 #        tools/check.sh accept-abi
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -24,7 +25,7 @@ check_lint() {
 }
 
 check_catalogue() {
-  python3 tools/trace_catalogue.py --source $library/src
+  python3 tools/trace_catalogue.py --source $library/src --page docs/architecture.md
 }
 
 # The exported headers stand alone, as C and as C++, with every warning on.
@@ -106,10 +107,45 @@ check_coverage() {
   gcovr --root . --filter "$library/src/" --fail-under-line 98 build/coverage
 }
 
+# Every configuration in CMakePresets.json can be made.
+check_presets() {
+  local preset folder
+  folder=$(mktemp -d)
+  python3 -c 'import json; print("\n".join(p["name"] for p in json.load(open("CMakePresets.json"))["configurePresets"] if not p.get("hidden")))' |
+    while read -r preset; do
+      cmake --preset "$preset" -B "$folder/$preset" >"$folder/log" 2>&1 || {
+        echo "the preset $preset cannot be configured" >&2
+        cat "$folder/log" >&2
+        exit 1
+      }
+    done || { rm -rf "$folder"; return 1; }
+  rm -rf "$folder"
+}
+
+# The sources changed since the last commit, or by it.
+changed_sources() {
+  { git diff --name-only HEAD; git ls-files --others --exclude-standard; git show --format= --name-only HEAD; } |
+    sort -u | grep -E "$1" | while read -r file; do [ -f "$file" ] && echo "$file"; done || true
+}
+
+check_lint-changed() {
+  cmake --preset release >/dev/null
+  cmake --build --preset release --target trace_catalogue >/dev/null
+  changed_sources "^$library/src/.*\.cpp$" | xargs -r -P "$jobs" -n 2 clang-tidy-14 --quiet -p build 2>/dev/null
+}
+
+fast_steps=(format catalogue headers exports abi lint-changed)
+check_fast() { tools/check.sh "${fast_steps[@]}"; }
+
 steps=("$@")
-[ ${#steps[@]} -gt 0 ] || steps=(format catalogue headers exports abi lint asan tsan coverage fuzz)
+[ ${#steps[@]} -gt 0 ] || steps=(format catalogue headers exports abi presets lint asan tsan coverage fuzz)
+times=()
 for step in "${steps[@]}"; do
+  declare -F "check_$step" >/dev/null || { echo "tools/check.sh: no step is called $step" >&2; exit 2; }
   echo "== $step"
+  begun=$SECONDS
   "check_$step"
+  times+=("$(printf '%6d s  %s' $((SECONDS - begun)) "$step")")
 done
+printf '%s\n' "${times[@]}"
 echo "== every check held"
