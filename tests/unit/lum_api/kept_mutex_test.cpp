@@ -10,6 +10,7 @@
 #include "base/locks.h"
 #include "base/shared.h"
 #include "controllers.h"
+#include "lum_ports_db/node_keeper.h"
 
 using namespace support;
 using testing::Contains;
@@ -56,6 +57,19 @@ TEST_F(kept_mutex, exported_mutex_is_busy_for_every_other_thread_until_the_port_
   EXPECT_EQ(lum_delete_ports(0, 3, 0, 1, &port_number), 0u);
   EXPECT_EQ(trylock_elsewhere(first), EBUSY);
   EXPECT_EQ(trylock_elsewhere(second), 0);
+  im.answer_all();
+  EXPECT_EQ(lum_ports_db_find_entry(first), nullptr);
+}
+
+// A pass that found its port before it went: what it writes would reach the module of the next one.
+TEST_F(kept_mutex, pass_on_a_port_that_has_gone_leaves_the_module_of_the_port_created_again_alone) {
+  const lum::ports_reader reader;
+  lum_port_data &gone = data_at(first);
+  ASSERT_EQ(lum_ports_db_remove_entry(first), 0u);
+  add_port(first);
+  clear_record();
+  EXPECT_EQ(lum_provision_port_cfg_data(0, &gone, 0x40000), 0u);
+  EXPECT_THAT(calls({"i2c_write_byte"}), IsEmpty());
 }
 
 TEST_F(kept_mutex, exported_mutex_stays_busy_after_the_thread_of_the_deletion_has_ended) {

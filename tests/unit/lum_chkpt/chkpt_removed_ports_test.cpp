@@ -6,6 +6,7 @@
 #include <memory>
 #include <thread>
 
+#include "asleep.h"
 #include "chkpt_helpers.h"
 #include "controllers.h"
 #include "lum_ports_db/node_keeper.h"
@@ -62,19 +63,14 @@ class removed_ports : public chkpt {
 // The save of another port is at the disk; this port's save waits behind it.
 TEST_F(removed_ports, save_that_waits_while_its_port_is_deleted_makes_no_call_and_no_trace) {
   lum_port_data &going = port();
-  const lum::ports_reader reader;
   held_trace at_the_disk(saved);
-  std::thread first([] { EXPECT_EQ(lum_chkpt_save(&data_at(other_rsip)), 0u); });
+  sleeper first([] { EXPECT_EQ(lum_chkpt_save(&data_at(other_rsip)), 0u); });
   at_the_disk.wait_for_it();
-  std::atomic<bool> begun{false};
-  std::thread waiting([&] {
-    const lum::ports_reader mine;
-    begun = true;
-    EXPECT_EQ(lum_chkpt_save(&going), 0u);
-  });
-  while (!begun) std::this_thread::yield();
+  sleeper waiting([&] { EXPECT_EQ(lum_chkpt_save(&going), 0u); });
+  waiting.wait_asleep();
+  EXPECT_FALSE(waiting.ended());
   lum_controller_delete_done(delete_request({handle_0, handle_1}));
-  ASSERT_FALSE(checkpoints.has(rsip));
+  EXPECT_FALSE(checkpoints.has(rsip));
   clear_record();
   at_the_disk.let_go();
   first.join();
@@ -113,14 +109,10 @@ TEST_F(removed_ports, port_created_again_before_its_record_is_gone_starts_withou
   held_trace node_is_gone(node_removed);
   std::thread completion([] { lum_controller_delete_done(delete_request({handle_0, handle_1})); });
   node_is_gone.wait_for_it();
-  add_port(rsip);
-  std::atomic<bool> begun{false};
-  std::thread creation([&] {
-    begun = true;
-    EXPECT_EQ(lum_chkpt_create(&port()), 0u);
-  });
-  while (!begun) std::this_thread::yield();
-  for (int i = 0; i < 1000; ++i) std::this_thread::yield();  // as far as it comes
+  const auto props = props_of({rsip});
+  sleeper creation([&] { EXPECT_EQ(lum_create_ports(1, props.data()), 0u); });
+  creation.wait_asleep();
+  EXPECT_FALSE(creation.ended());
   node_is_gone.let_go();
   completion.join();
   creation.join();
@@ -133,6 +125,24 @@ TEST_F(removed_ports, port_created_again_before_its_record_is_gone_starts_withou
   port().port_cfg[0].threshold = 5;
   EXPECT_EQ(lum_chkpt_save(&port()), 0u);
   EXPECT_EQ(checkpoints.record(rsip).port_cfg[0].threshold, 5u);
+}
+
+TEST_F(removed_ports, record_of_a_port_added_again_by_hand_waits_for_the_deletion_too) {
+  held_trace node_is_gone(node_removed);
+  std::thread completion([] { lum_controller_delete_done(delete_request({handle_0, handle_1})); });
+  node_is_gone.wait_for_it();
+  add_port(rsip);
+  sleeper creation([&] { EXPECT_EQ(lum_chkpt_create(&port()), 0u); });
+  creation.wait_asleep();
+  EXPECT_FALSE(creation.ended());
+  sleeper save([&] { EXPECT_EQ(lum_chkpt_save(&port()), 0u); });
+  save.wait_asleep();
+  EXPECT_EQ(lum_chkpt_save(&data_at(other_rsip)), 0u) << "held up by the save of another port";
+  node_is_gone.let_go();
+  completion.join();
+  creation.join();
+  save.join();
+  EXPECT_TRUE(checkpoints.has(rsip));
 }
 
 TEST_F(removed_ports, deletion_of_one_port_does_not_hold_up_the_record_of_another) {

@@ -92,6 +92,32 @@ TEST_F(created_ports, client_that_holds_a_lock_of_its_own_sets_leds_from_two_thr
   holding.join();
 }
 
+TEST_F(created_ports, led_that_is_set_late_while_its_port_goes_ends_dark) {
+  lum_get_ctx()->platform_cbs.led_set_state = set_led_slowly;
+  slow_state = LUM_LED_FAULT;
+  std::thread slow([] { EXPECT_EQ(lum_optics_led_set_state(first, 0, LUM_LED_FAULT), 22u); });
+  while (!is_slow) std::this_thread::yield();
+  lum_controller_delete_done(delete_request({0x1001, 0x1002}));
+  EXPECT_EQ(lum_ports_db_find_entry(first), nullptr);
+  go_on = true;
+  slow.join();
+  EXPECT_EQ(client.led(first), LUM_LED_OFF);
+}
+
+TEST_F(created_ports, led_that_is_set_late_shows_what_is_recorded_of_the_port_created_again) {
+  lum_get_ctx()->platform_cbs.led_set_state = set_led_slowly;
+  slow_state = LUM_LED_FAULT;
+  std::thread slow([] { EXPECT_EQ(lum_optics_led_set_state(first, 0, LUM_LED_FAULT), 22u); });
+  while (!is_slow) std::this_thread::yield();
+  lum_controller_delete_done(delete_request({0x1001, 0x1002}));
+  add_port(first);
+  EXPECT_EQ(lum_optics_led_set_state(first, 0, LUM_LED_NORMAL), 0u);
+  go_on = true;
+  slow.join();
+  EXPECT_EQ(data_at(first).led_state, LUM_LED_NORMAL);
+  EXPECT_EQ(client.led(first), LUM_LED_NORMAL);
+}
+
 TEST_F(created_ports, led_of_a_port_that_goes_while_it_is_set_is_not_found_any_more) {
   lum_get_ctx()->platform_cbs.led_set_state = set_led_slowly;
   slow_state = LUM_LED_FAULT;

@@ -294,6 +294,15 @@ INSTANTIATE_TEST_SUITE_P(numbers_missing, refused_text,
                                          "x#Ots0_3_1_7_0#1#12#", "x#Ots0_3_1_7_0##12#1",
                                          "x#Ots0_3_1_7_0#1##1", "x#Ots0_3_1_7_0#1#12# "));
 
+TEST_F(test_hook, blanks_and_signs_before_a_names_numbers_do_not_matter) {
+  for (const char *name : {"Ots 0_3_1_7_0", "Ots0_+3_1_7_0", "Ots0_3_1_ +7_0", "Ots\t0_3_1_7_ 0"}) {
+    send("x#" + std::string(name) + "#1#12#1");
+    EXPECT_EQ(bits(0), 0x80000u) << name;
+    send("x#" + std::string(name) + "#1#12#0");
+    EXPECT_EQ(bits(0), 0u) << name;
+  }
+}
+
 // ---- Names whose numbers cannot be read in full ----
 
 struct half_read {
@@ -327,7 +336,7 @@ INSTANTIATE_TEST_SUITE_P(
                     half_read{"Ots0_3__7_0", "0:3:0:0:0"}, half_read{"Ots_0_3_1_7_0", "0:0:0:0:0"},
                     half_read{"Ots0_3_1_7_99999999999", "0:3:1:7:0"},
                     half_read{"Ots99999999999_3_1_7_0", "0:0:0:0:0"},
-                    half_read{"Ots-1_3_1_7_0", "0:0:0:0:0"},
+                    half_read{"Ots-1_3_1_7_0", "-1:3:1:7:0"},
                     half_read{"Ots0-3-1-7-0", "0:0:0:0:0"}));
 
 TEST_F(test_hook, no_text_is_refused) {

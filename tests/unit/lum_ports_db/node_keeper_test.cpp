@@ -116,6 +116,14 @@ TEST_F(node_keeper, section_at_a_threads_very_end_shares_no_slot) {
   delete other;
 }
 
+#ifndef NDEBUG
+TEST_F(node_keeper, look_up_of_the_librarys_own_outside_a_section_ends_a_debug_build) {
+  EXPECT_DEATH(lum::find_port(rsip), "in_reader_section");
+  EXPECT_DEATH(lum::find_port_by_handle(1), "in_reader_section");
+  EXPECT_DEATH(lum::walk_to(0, 3, 0, 7), "in_reader_section");
+}
+#endif
+
 TEST_F(node_keeper, threads_that_come_one_after_the_other_share_a_slot) {
   slots_taken = 0;
   for (int i = 0; i < 100; ++i) std::thread([] { lum::ports_reader reader; }).join();

@@ -157,7 +157,8 @@ typedef struct lum_platform_cbs {
   cerrno (*i2c_read_block)(uint32_t slot, uint32_t instance, uint32_t port, uint32_t page,
                            uint32_t offset, int32_t length, uint8_t *buffer);
   /* Writes one byte. Called from the thread that changes settings, the port's mutex held unless
-   * taking it has failed; not while a deletion keeps it. Null: writes succeed and are not made. */
+   * taking it has failed; nothing is written on a port whose mutex a deletion keeps. Null: writes
+   * succeed and are not made. */
   cerrno (*i2c_write_byte)(uint32_t slot, uint32_t instance, uint32_t port, uint32_t page,
                            uint32_t offset, uint8_t value);
   /* Kept, never called. */
@@ -336,16 +337,18 @@ typedef struct lum_port_data {
   uint8_t reserved_2[12];
   lum_test_injection test[LUM_SUB_PORTS];
   uint8_t reserved_3[4];
-  uint8_t transceiver_disabled; /* 1: module told removed, or port being deleted; no transfers */
+  uint8_t transceiver_disabled; /* 1: module told removed, or deletion asked for; no transfers,
+                                   until the next insertion */
   uint32_t inserted;            /* 1 from each creation of the controllers, whatever is in the cage,
                                    to lum_update_vendor_info(rsip, 0) */
   uint32_t new_memmap;          /* module uses the newer memory map */
   lum_chkpt_record chkpt;       /* live checkpoint state */
-  uint8_t is_dom_enabled;       /* both controllers exist and no deletion was asked for: polled */
+  uint8_t is_dom_enabled;       /* 1 from the moment both controllers exist to a deletion: polled */
   pthread_mutex_t port_mutex;   /* held while polling and provisioning the module, and from a
-                                   deletion until the port goes by the deletion's thread */
+                                   deletion until the port goes by the deletion's thread. A client
+                                   that takes it tries only: it may never be free again */
   /* The number that the library has given to the thread of the deletion which keeps the mutex, and
-   * gives to no other; 0 none. */
+   * gives to no other; 0 none, all ones while the mutex is made anew. */
   uint64_t mutex_kept_by;
   uint16_t mutex_visitors; /* threads at the mutex; the library's own, as are the next two */
   uint16_t mutex_waiters;  /* threads asleep at the mutex, or about to be */
@@ -862,7 +865,7 @@ cerrno lum_update_ifhandle(const char *ifname, uint32_t ifhandle);
 
 /* Build and send the batch of the listed ports, one port, or every port. Return 0, 12, or the
  * request's code (lum_controllers_...); a creation that finds no port 0. Wait for a callback;
- * creation also for the bus and the disk. */
+ * creation also for the bus and the disk, as lum_chkpt_create. */
 cerrno lum_ots_controllers_create(uint32_t rack, uint32_t slot, uint32_t instance, uint32_t count,
                                   const uint32_t *ports);
 cerrno lum_ots_controllers_update(uint32_t rack, uint32_t slot, uint32_t instance, uint32_t port,
@@ -1049,7 +1052,8 @@ cerrno lum_pm_alarm_test_init(uint64_t client, uint32_t suite);
 void lum_pm_alarm_test_cleanup(uint32_t suite);
 
 /* The alarm test handler. `text` is <anything>#<interface>#<test>#<alarm>#<status>, the last three
- * in hexadecimal. A text that names no port changes nothing. `context` is ignored. */
+ * in hexadecimal; the interface has at most 63 characters. A text that names no port changes
+ * nothing. `context` is ignored. */
 void lum_ots_test_alarms_pm(void *context, const char *text);
 
 #pragma GCC visibility pop

@@ -53,8 +53,8 @@ cerrno lum_chkpt_init(lum_ctx *context, std::uint32_t *restart) {
   const auto application = bytes_of(context->chkpt_app);
   put<CHKPT_APPDESC_OPTIONS, std::uint32_t>(application, 0);
   put<CHKPT_APPDESC_VERSION, std::uint32_t>(application, descriptor_version);
-  strncpy_s(reinterpret_cast<char *>(application.data()) + CHKPT_APPDESC_NAME,
-            CHKPT_APPDESC_NAME_SIZE, "LUM_LIB", CHKPT_APPDESC_NAME_SIZE - 1);
+  const auto name = application.subspan<CHKPT_APPDESC_NAME, CHKPT_APPDESC_NAME_SIZE>();
+  strncpy_s(reinterpret_cast<char *>(name.data()), name.size(), "LUM_LIB", name.size() - 1);
   cerrno rc = chkpt_init(0, &context->chkpt_app);
   if (rc != 0 && rc != CHKPT_ALREADY_INITIALISED) {
     LUM_ERROR(229, "checkpoint init failed: rc = %d\n", rc);
@@ -80,6 +80,7 @@ cerrno lum_chkpt_init(lum_ctx *context, std::uint32_t *restart) {
 
 // A port that has left the database gets no record any more; a block that never was in it does.
 cerrno lum_chkpt_create(lum_port_data *data) {
+  ports_reader reader;
   const record_hold hold(rsip_of(*data));
   return shared_load(data->removed) != 0 ? 0 : create_record(*data);
 }
@@ -87,9 +88,16 @@ cerrno lum_chkpt_create(lum_port_data *data) {
 cerrno lum_chkpt_save(lum_port_data *data) {
   const lum_ctx *context = lum_get_ctx();
   if (data == nullptr || context == nullptr) return 0;
-  std::lock_guard lock(save_order);
-  const record_hold hold(rsip_of(*data));
-  return shared_load(data->removed) != 0 ? 0 : save_record(*context, *data);
+  ports_reader reader;
+  for (;;) {
+    const std::uint32_t ended = holds_ended.load();
+    {
+      std::lock_guard lock(save_order);
+      const record_hold hold(rsip_of(*data), std::try_to_lock);
+      if (hold) return shared_load(data->removed) != 0 ? 0 : save_record(*context, *data);
+    }
+    holds_ended.wait(ended);  // a deletion of this port holds no other port's save up
+  }
 }
 
 namespace {
@@ -187,6 +195,7 @@ cerrno lum_port_chkpt_recover(lum_ctx *context) {
 cerrno lum_port_chkpt_delete(lum_port_data *data) {
   const lum_ctx *context = lum_get_ctx();
   if (data == nullptr || context == nullptr) return EINVAL;
+  ports_reader reader;
   const std::uint32_t key = rsip_of(*data);
   const record_hold hold(key);
   std::uint64_t id = shared_load(data->chkpt.chkpt_id);
@@ -211,12 +220,16 @@ cerrno lum_port_chkpt_delete(lum_port_data *data) {
 record_hold::record_hold(std::uint32_t rsip) : rsip_(rsip) {
   for (;;) {
     const std::uint32_t ended = holds_ended.load();
-    if (enter()) return;
+    held_ = enter();
+    if (held_) return;
     holds_ended.wait(ended);
   }
 }
 
+record_hold::record_hold(std::uint32_t rsip, std::try_to_lock_t) : rsip_(rsip), held_(enter()) {}
+
 record_hold::~record_hold() {
+  if (!held_) return;
   {
     std::lock_guard lock(holds_lock);
     record_hold **at = &holds;
@@ -226,6 +239,8 @@ record_hold::~record_hold() {
   holds_ended.fetch_add(1);
   holds_ended.notify_all();
 }
+
+void lum::wait_for_deletion(std::uint32_t rsip) { const record_hold hold(rsip); }
 
 bool record_hold::enter() {
   std::lock_guard lock(holds_lock);

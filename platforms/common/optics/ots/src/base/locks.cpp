@@ -55,6 +55,7 @@ void make_error_checking(pthread_mutex_t &mutex) {
 bool port_lock::is_kept() const { return keeper_of(port_).load() != 0; }
 
 int port_lock::try_take() {
+  if (is_kept()) return EBUSY;  // not counted: whoever waits for the count comes on
   const counted here(port_.mutex_visitors);
   if (is_kept()) return EBUSY;
   const int rc = pthread_mutex_trylock(&port_.port_mutex);
@@ -64,11 +65,13 @@ int port_lock::try_take() {
 }
 
 int port_lock::wait() {
-  const counted here(port_.mutex_waiters);
   if (!is_kept()) {
-    const int rc = pthread_mutex_lock(&port_.port_mutex);
-    if (rc != 0 || !is_kept()) return rc;
-    pthread_mutex_unlock(&port_.port_mutex);
+    const counted here(port_.mutex_waiters);
+    if (!is_kept()) {
+      const int rc = pthread_mutex_lock(&port_.port_mutex);
+      if (rc != 0 || !is_kept()) return rc;
+      pthread_mutex_unlock(&port_.port_mutex);
+    }
   }
   barred_ = true;
   return keeper_of(port_).load() == this_thread() ? EDEADLK : ECANCELED;
@@ -85,17 +88,22 @@ int port_lock::release() {
 }
 
 void port_lock::keep() {
+  const counted here(port_.mutex_visitors);
   keeper_of(port_).store(this_thread());
   if (std::atomic_ref(port_.mutex_waiters).load() == 0) return;
   if (pthread_mutex_unlock(&port_.port_mutex) != 0) return;
   wait_until_nobody_is_counted(port_.mutex_waiters);
+  if (pthread_mutex_trylock(&port_.port_mutex) != EBUSY) return;
+  ptd_set_mutex_block(&port_.port_mutex, deletion_site.function, deletion_site.line);
   pthread_mutex_lock(&port_.port_mutex);
+  ptd_unset_mutex_block(&port_.port_mutex);
 }
 
 // Nobody waits for a kept mutex, and who looks at it now turns away from it.
 void port_lock::renew() {
   std::uint64_t keeper = keeper_of(port_).load();
-  if (keeper == 0 || !keeper_of(port_).compare_exchange_strong(keeper, nobody)) return;
+  if (keeper == 0 || keeper == nobody) return;
+  if (!keeper_of(port_).compare_exchange_strong(keeper, nobody)) return;
   wait_until_nobody_is_counted(port_.mutex_visitors);
   wait_until_nobody_is_counted(port_.mutex_waiters);
   make_error_checking(port_.port_mutex);

@@ -18,6 +18,9 @@ struct lock_site {
   std::uint32_t line;
 };
 
+// Who keeps a port's mutex.
+inline constexpr lock_site deletion_site = {"lum_delete_ports", 625};
+
 // Clears `mutex` and makes it error-checking; when that fails it is left cleared.
 void make_error_checking(pthread_mutex_t &mutex);
 
@@ -47,7 +50,7 @@ class port_lock {
   int try_take();
   int wait();
   int release();
-  // By the holder. Those who wait are sent back first.
+  // By the holder. Those who wait are sent back first, for which the mutex is free for a moment.
   void keep();
   // Makes a kept mutex anew: free, and error-checking.
   void renew();

@@ -1,5 +1,5 @@
-// A lock of the library's own that no user sees: never marked to the deadlock monitor. What is waited
-// for under one is never held by a thread that waits for it. Use with std::lock_guard.
+// A lock of the library's own that no user sees: never marked to the deadlock monitor. What is
+// waited for under one is never held by a thread that waits for it. Use with std::lock_guard.
 #pragma once
 
 #include <atomic>

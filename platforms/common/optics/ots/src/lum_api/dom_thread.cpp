@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <iterator>
 
@@ -33,19 +34,21 @@ constexpr std::size_t temperature_at = 14;
 constexpr std::size_t word_16_at = 16;
 constexpr std::size_t firmware_at = 39;
 
-// The page holds a big-endian word at each place.
-static_assert([] {
-  for (const auto &places : reading_at) {
-    for (const std::size_t place : places) {
-      if (!is_inside(std::tuple_size_v<lower_page>, place, sizeof(std::uint16_t))) return false;
-    }
-  }
-  return true;
-}());
+// Every place is inside its page or chunk.
+template <typename Bytes, typename Places>
+consteval bool all_inside(const Places &places, std::size_t width) {
+  return std::ranges::all_of(
+      places, [&](std::size_t place) { return is_inside(std::tuple_size_v<Bytes>, place, width); });
+}
+static_assert(all_inside<lower_page>(reading_at[0], 2) && all_inside<lower_page>(reading_at[1], 2));
+static_assert(all_inside<status_chunk>(status_at[0], 1) &&
+              all_inside<status_chunk>(status_at[1], 1));
+static_assert(all_inside<lower_page>(module_flag_places, 1));
+static_assert(all_inside<lower_page>(std::array{temperature_at, word_16_at, firmware_at}, 2));
 
 void poll_all_ports(cerrno &last_access_rc);
 void visit(lum_port_data &port, cerrno &last_access_rc);
-void poll(lum_port_data &port, bool barred, cerrno &last_access_rc);
+void poll(lum_port_data &port, bool passed_by, cerrno &last_access_rc);
 void store_readings(lum_port_data &port, const lower_page &lower, const status_chunk &chunk);
 std::uint32_t led_for(const lower_page &lower);
 bool is_polled(const lum_port_data &port);
@@ -95,12 +98,12 @@ void visit(lum_port_data &port, cerrno &last_access_rc) {
     lock.release();
     LUM_ERROR(14, "module access lock failed with rc %d \n", last_access_rc);
   }
-  poll(port, lock.barred(), last_access_rc);
+  poll(port, lock.barred() || is_replaced(port), last_access_rc);
   lock.release();
 }
 
-void poll(lum_port_data &port, bool barred, cerrno &last_access_rc) {
-  if (barred || !is_polled(port)) {
+void poll(lum_port_data &port, bool passed_by, cerrno &last_access_rc) {
+  if (passed_by || !is_polled(port)) {
     LUM_INFO(15, "DOM thread: DOM is disabled-2for rsip=0x%x\n", rsip_of(port));
     return;
   }

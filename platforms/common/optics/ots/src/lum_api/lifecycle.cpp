@@ -6,6 +6,7 @@
 #include "base/memory.h"
 #include "base/shared.h"
 #include "base/trace.h"
+#include "lum_chkpt.h"
 #include "lum_ports_db/lum_ports_db.h"
 
 using namespace lum;
@@ -42,6 +43,7 @@ cerrno lum_create_ports(std::uint32_t count, const lum_port_props *props) {
   std::uint32_t slot = slot_in(first_rsip);
   std::uint32_t instance = instance_in(first_rsip);
   LUM_INFO(21, "LUM_API: entry: R/S/I: %d/%d/%d/\n", 0, slot, instance);
+  for (std::uint32_t i = 0; i < count; ++i) wait_for_deletion(props[i].rsip);
   lum_port_properties_init(slot, instance, static_cast<std::uint16_t>(count), props);
 
   c_array<std::uint32_t> handles = zeroed_array<std::uint32_t>(count);
@@ -199,8 +201,8 @@ static void prepare_port(std::uint32_t rsip, std::uint32_t port_handle) {
     LUM_ERROR(42, "Port not found in DB for rsip=0x%x\n", rsip);
     return;
   }
-  port_lock(node->data).renew();
   shared_store(node->data.deletion_asked, 0);
+  port_lock(node->data).renew();
 }
 
 // Keeps the port's mutex, so that no use of the module starts before the node goes.
@@ -209,7 +211,7 @@ static void stop_polling(lum_port_data &port, std::uint32_t rsip) {
   shared_store(port.is_dom_enabled, 0);
   shared_store(port.transceiver_disabled, 1);
   LUM_INFO(43, "DOM stopped for rsip=0x%x\n", rsip);
-  port_hold lock(port, {"lum_delete_ports", 625});
+  port_hold lock(port, deletion_site);
   if (lock.error() != 0) {
     LUM_ERROR(44, "module access lock failed with rc %d\n", lock.error());
   } else {

@@ -124,6 +124,7 @@ void remove_port(lum_port_node_info &node) {
   lum_port_data &port = node.data;
   lum_optics_led_set_state(node.rsip, 0, LUM_LED_OFF);
   const record_hold hold(rsip_of(port));
+  if (is_replaced(port)) return;
   LUM_INFO(111, "calling lum platform ports deinit");
   lum_platform_ports_deinit(port.rack, port.slot, port.instance, port.port);
   const cerrno rc = lum_port_chkpt_delete(&port);

@@ -11,7 +11,8 @@ using namespace lum;
 static constexpr char trace_area[] = "lum_controller_interface";
 
 static cerrno show(std::uint32_t rsip, std::uint32_t state);
-static std::uint32_t recorded_state(lum_port_data &port);
+static void show_again(lum_port_node_info &node, std::uint32_t shown);
+static std::uint32_t recorded_state(lum_port_node_info &node);
 
 // The state asked for is recorded first, and stands also when the platform could not set it. No
 // lock is held over the callback. Of two threads that set one LED at once the one may have the last
@@ -20,17 +21,12 @@ static std::uint32_t recorded_state(lum_port_data &port);
 cerrno lum_optics_led_set_state(std::uint32_t rsip, std::uint32_t, std::uint32_t state) {
   ports_reader reader;
   lum_port_node_info *node = find_port(rsip);
-  if (node != nullptr) shared_store(node->data.led_state, state);
+  if (node != nullptr) std::atomic_ref(node->data.led_state).exchange(state);
   const cerrno rc = show(rsip, state);
+  if (node != nullptr) show_again(*node, state);
   if (node == nullptr || shared_load(node->data.removed) != 0) {
     LUM_ERROR(153, "Port not found in DB rsip=0x%x\n", rsip);
     return EINVAL;
-  }
-  std::uint32_t shown = state;
-  for (std::uint32_t now = recorded_state(node->data); now != shown;
-       now = recorded_state(node->data)) {
-    show(rsip, now);
-    shown = now;
   }
   return rc;
 }
@@ -57,9 +53,21 @@ static cerrno show(std::uint32_t rsip, std::uint32_t state) {
   return state == LUM_LED_OFF ? 0 : context->platform_cbs.led_set_state(rsip, 0, state);
 }
 
-// Read after all that the callback has written.
-static std::uint32_t recorded_state(lum_port_data &port) {
-  return std::atomic_ref(port.led_state).fetch_or(0);
+// As long as something else is recorded than was shown.
+static void show_again(lum_port_node_info &node, std::uint32_t shown) {
+  for (std::uint32_t now = recorded_state(node); now != shown; now = recorded_state(node)) {
+    show(node.rsip, now);
+    shown = now;
+  }
+}
+
+// Of the port that has the place now, else the last one of this. Read after all that the callback
+// has written.
+static std::uint32_t recorded_state(lum_port_node_info &node) {
+  lum_port_node_info *there = &node;
+  if (shared_load(node.data.removed) != 0) there = find_port(node.rsip);
+  if (there == nullptr) there = &node;
+  return std::atomic_ref(there->data.led_state).fetch_or(0);
 }
 
 void lum_get_final_sw_led_state(std::uint32_t first, std::uint32_t second, std::uint32_t *result) {

@@ -128,16 +128,17 @@ cerrno lum_set_hw_info(std::int32_t count, const std::uint32_t *ifhandles,
   return rc;
 }
 
-// A port whose mutex a deletion keeps is left alone.
+// A port whose mutex a deletion keeps is left alone, and so is one that has been created anew.
 cerrno lum_provision_port_cfg_data(std::uint32_t sub_port, lum_port_data *data,
                                    std::uint64_t changed_bits) {
   if (sub_port >= LUM_SUB_PORTS || data == nullptr) return EINVAL;
+  ports_reader reader;
   port_hold lock(*data, {"lum_provision_port_cfg_data", 1398}, after_failure::leave);
   LUM_INFO(125, "subport %d RSIP %d/%d/%d/%d\n", sub_port, data->rack, data->slot, data->instance,
            data->port);
   LUM_INFO(126, "subport %d changed bits: [0x%lx] RSIP %d/%d/%d/%d\n", sub_port, changed_bits,
            data->rack, data->slot, data->instance, data->port);
-  if (!lock.barred()) write_changes(*data, sub_port, changed_bits);
+  if (!lock.barred() && !is_replaced(*data)) write_changes(*data, sub_port, changed_bits);
   if (const int rc = lock.release(); rc != 0) {
     return LUM_ERROR(127, "module access unlock failed with rc %d \n", rc);
   }

@@ -19,8 +19,10 @@ namespace {
 constexpr std::size_t page_half = 128;
 using upper_page = std::array<std::uint8_t, page_half + 1>;
 
-const char *text_at(const upper_page &page, std::size_t offset) {
-  return reinterpret_cast<const char *>(page.data()) + (offset - page_half);
+template <std::size_t Offset>
+const char *text_at(const upper_page &page) {
+  static_assert(Offset >= page_half && Offset < 2 * page_half, "not in the upper half of a page");
+  return reinterpret_cast<const char *>(page.data()) + (Offset - page_half);
 }
 
 // Reads the module; failed reads leave zeros.
@@ -50,11 +52,11 @@ cerrno lum_update_vendor_info(std::uint32_t rsip, std::int32_t inserted) {
     LUM_INFO(142, "RSIP 0x%x pluggable is inserted\n", rsip);
     identity module;
     read_identity(rsip, module);
-    LUM_INFO(143, "rsip: 0x%x vendor name src:%s", rsip, text_at(module.page_0, 129));
-    LUM_INFO(144, "rsip: 0x%x vendor sn src:%s", rsip, text_at(module.page_0, 166));
+    LUM_INFO(143, "rsip: 0x%x vendor name src:%s", rsip, text_at<129>(module.page_0));
+    LUM_INFO(144, "rsip: 0x%x vendor sn src:%s", rsip, text_at<166>(module.page_0));
     store_identity(port.vendor, module);
-    LUM_INFO(145, "rsip: 0x%x vendor name-2 src:%s", rsip, text_at(module.page_0, 129));
-    LUM_INFO(146, "rsip: 0x%x vendor sn-2 src:%s", rsip, text_at(module.page_0, 166));
+    LUM_INFO(145, "rsip: 0x%x vendor name-2 src:%s", rsip, text_at<129>(module.page_0));
+    LUM_INFO(146, "rsip: 0x%x vendor sn-2 src:%s", rsip, text_at<166>(module.page_0));
     judge_firmware(rsip, port, module);
   } else {
     lum_optics_led_set_state(rsip, 0, LUM_LED_FAULT);
@@ -92,14 +94,14 @@ void store_text(char (&field)[Size], const char *source) {
 }
 
 void store_identity(lum_vendor_info &vendor, const identity &module) {
-  store_text<16>(vendor.vendor_name, text_at(module.page_0, 129));
-  store_text<2>(vendor.vendor_rev, text_at(module.page_0, 164));
-  store_text<4>(vendor.vendor_extra_code, text_at(module.page_3, 148));
-  store_text<18>(vendor.vendor_extra_id, text_at(module.page_3, 192));
-  shared_write(vendor.vendor_oui, text_at(module.page_0, 145), sizeof vendor.vendor_oui);
-  store_text<16>(vendor.vendor_part_number, text_at(module.page_0, 148));
-  store_text<16>(vendor.vendor_serial_number, text_at(module.page_0, 166));
-  store_text<8>(vendor.vendor_date_code, text_at(module.page_0, 182));
+  store_text<16>(vendor.vendor_name, text_at<129>(module.page_0));
+  store_text<2>(vendor.vendor_rev, text_at<164>(module.page_0));
+  store_text<4>(vendor.vendor_extra_code, text_at<148>(module.page_3));
+  store_text<18>(vendor.vendor_extra_id, text_at<192>(module.page_3));
+  shared_write(vendor.vendor_oui, text_at<145>(module.page_0), sizeof vendor.vendor_oui);
+  store_text<16>(vendor.vendor_part_number, text_at<148>(module.page_0));
+  store_text<16>(vendor.vendor_serial_number, text_at<166>(module.page_0));
+  store_text<8>(vendor.vendor_date_code, text_at<182>(module.page_0));
 }
 
 // The vendor and the firmware decide which memory map the module uses. Whoever is not II-VI is

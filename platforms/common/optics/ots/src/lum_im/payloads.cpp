@@ -91,7 +91,7 @@ constexpr presence sent_marks[] = {
     {group_282, 0x800000000007}, {group_912, 0xF00E8007FD}, {group_420, 0xF},
 };
 
-// Every member that is sent has its presence bit, and no other is set.
+// There are as many presence bits as members are sent.
 consteval int presence_bits() {
   int bits = 0;
   for (const presence &p : sent_marks) bits += std::popcount(p.bits);
@@ -125,6 +125,15 @@ consteval bool all_inside(const Table &table, std::size_t size) {
 constexpr presence_word presence_words[] = {main_1,    main_2,    main_3,
                                             group_282, group_912, group_420};
 static_assert(all_inside(presence_words, LUM_ATTRS_SIZE));
+template <typename Marks>
+consteval bool all_within_their_words(const Marks &marks) {
+  return std::ranges::all_of(marks, [](const presence &p) {
+    return p.word.width >= sizeof p.bits || p.bits >> (8 * p.word.width) == 0;
+  });
+}
+static_assert(all_within_their_words(capability_marks) && all_within_their_words(sent_marks));
+static_assert(all_within_their_words(std::array{presence{group_912, group_912_of[0]},
+                                                presence{group_912, group_912_of[1]}}));
 static_assert(all_inside(capabilities, LUM_ATTRS_SIZE));
 static_assert(all_inside(sent_members, LUM_ATTRS_SIZE));
 static_assert(all_inside(create_constants, LUM_CREATE_ELEMENT_SIZE));

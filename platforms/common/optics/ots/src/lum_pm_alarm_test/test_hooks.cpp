@@ -80,8 +80,11 @@ std::string_view take_field(std::string_view &rest) {
   return field;
 }
 
-// Reads the five numbers that stand behind "Ots", an underscore between them. What follows the last
-// one does not matter. Returns whether the name is of that kind at all.
+bool is_blank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
+// Reads the five numbers that stand behind "Ots", an underscore between them, as scanf reads them:
+// blanks and a sign may stand before each. What follows the last one does not matter. Returns
+// whether the name is of that kind at all.
 bool parse_name(std::string_view name, test_request &request) {
   constexpr std::string_view kind = "Ots";
   const std::size_t start = name.find(kind);
@@ -92,8 +95,12 @@ bool parse_name(std::string_view name, test_request &request) {
                                     &request.sub_port};
   for (std::uint32_t *number : numbers) {
     if (number != numbers[0] && (at == name_end || *at++ != '_')) return true;
-    const auto [end, error] = std::from_chars(at, name_end, *number);
-    if (error != std::errc()) return true;
+    at = std::find_if_not(at, name_end, is_blank);
+    if (name_end - at > 1 && *at == '+' && at[1] != '-') ++at;
+    std::int64_t value = 0;
+    const auto [end, error] = std::from_chars(at, name_end, value);
+    if (error != std::errc() || value < INT32_MIN || value > UINT32_MAX) return true;
+    *number = static_cast<std::uint32_t>(value);
     at = end;
   }
   request.names_a_port = true;

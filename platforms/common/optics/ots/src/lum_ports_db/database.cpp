@@ -19,7 +19,7 @@ static constexpr char trace_area[] = "lum_ports_db";
 
 static int by_rsip(const void *first, const void *second);
 static int by_port_handle(const void *first, const void *second);
-static void forget_template_state(lum_port_data &port);
+static void copy_template(lum_port_data &port, const lum_port_data &data);
 static void store_handle(port_node &node, std::uint32_t port_handle);
 static bool insert_by_handle(port_node &node, std::uint32_t port_handle);
 static void drop_node(port_node *node);
@@ -41,8 +41,7 @@ cerrno lum_ports_db_add_entry(std::uint32_t rsip, const lum_port_data *data) {
   }
   LUM_INFO(208, "insert into lum_port_db wavl tree rsip: 0x%x\n", rsip);
   node->rsip = rsip;
-  node->data = *data;
-  forget_template_state(node->data);
+  copy_template(node->data, *data);
 
   library_hold lock(lum_platform.mutex, {__func__, __LINE__});
   if (lock.error() != 0) {
@@ -126,6 +125,10 @@ lum_port_node_info *lum::find_port_by_handle(std::uint32_t port_handle) {
   return static_cast<lum_port_node_info *>(wavl_search(&lum_platform.tree, &key, 1));
 }
 
+bool lum::is_replaced(const lum_port_data &port) {
+  return shared_load(port.removed) != 0 && find_port(rsip_of(port)) != nullptr;
+}
+
 // Inside the section of the caller, if it has one: what is returned is its own to keep.
 lum_port_node_info *lum_ports_db_find_entry(std::uint32_t rsip) {
   ports_reader reader;
@@ -175,14 +178,11 @@ cerrno lum_ports_db_walk_via_rsip(wavl_callback callback, void *context) {
   return 0;
 }
 
-// A template may be another port's block, on its way out or locked.
-static void forget_template_state(lum_port_data &port) {
+// A template may be the block of another port, at work or on its way out: the mutex and what stands
+// behind it are the new port's own.
+static void copy_template(lum_port_data &port, const lum_port_data &data) {
+  shared_read(&port, &data, offsetof(lum_port_data, port_mutex));
   make_error_checking(port.port_mutex);
-  port.mutex_kept_by = 0;
-  port.mutex_visitors = 0;
-  port.mutex_waiters = 0;
-  port.deletion_asked = 0;
-  port.removed = 0;
 }
 
 static int compare_keys(std::uint32_t first, std::uint32_t second) {

@@ -72,6 +72,11 @@ class all_ports {
 lum_port_node_info *find_port(std::uint32_t rsip);
 lum_port_node_info *find_port_by_handle(std::uint32_t port_handle);
 
+// Whether the port has left the database and another one has its place, so that what is done to its
+// module is done to the other's. Call inside a reader section, or with a port that is in the
+// database.
+bool is_replaced(const lum_port_data &port);
+
 // The node at a position, found by walking from the first node; null when there is none. Call
 // inside a reader section.
 lum_port_node_info *walk_to(std::uint32_t rack, std::uint32_t slot, std::uint32_t instance,

@@ -74,7 +74,8 @@ void serve(std::uint32_t operation, request_entry entry, std::uint8_t *reply) {
   }
   if (operation == create) {
     char ifname[LUM_IFNAME_SIZE + 1] = {};  // the agent's name may lack its NUL
-    std::memcpy(ifname, entry.data() + EA_REQUEST_ENTRY_IFNAME, LUM_IFNAME_SIZE);
+    const auto name = entry.subspan<EA_REQUEST_ENTRY_IFNAME, LUM_IFNAME_SIZE>();
+    std::memcpy(ifname, name.data(), name.size());
     record_created(ifname, ifhandle);
   } else if (operation == delete_) {
     LUM_INFO(268, "Delete Oper: Ifhandle : 0x%x\n", ifhandle);
