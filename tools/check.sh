@@ -27,12 +27,14 @@ check_catalogue() {
   python3 tools/trace_catalogue.py --source $library/src
 }
 
+exported_headers() { find $library/include $services -name '*.h'; }
+
 # The exported headers stand alone, as C and as C++, with every warning on.
 check_headers() {
   local header
-  for header in $library/include/lum.h $services/*.h; do
-    gcc -std=c11 -Wall -Wextra -Wpedantic -Werror -fsyntax-only -x c -I$services "$header"
-    g++ -std=c++20 -Wall -Wextra -Wpedantic -Werror -fsyntax-only -x c++ -I$services "$header"
+  for header in $(exported_headers); do
+    gcc -std=c11 -Wall -Wextra -Wpedantic -Werror -fsyntax-only -x c -I$library/include -I$services "$header"
+    g++ -std=c++20 -Wall -Wextra -Wpedantic -Werror -fsyntax-only -x c++ -I$library/include -I$services "$header"
   done
 }
 
