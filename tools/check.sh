@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Format, catalogue, headers, exports, binary interface, lint, sanitizers, coverage and short fuzz
-# runs. Stops at the first failure.
+# Format, catalogue, headers, reference, exports, binary interface, lint, sanitizers, coverage and
+# short fuzz runs. Stops at the first failure.
 #
-# usage: tools/check.sh [format|catalogue|headers|exports|abi|lint|asan|tsan|coverage|fuzz ...]   (no argument: all)
+# usage: tools/check.sh [format|catalogue|headers|reference|exports|abi|lint|asan|tsan|coverage|fuzz ...]   (no argument: all)
 #        tools/check.sh accept-abi
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -36,6 +36,20 @@ check_headers() {
     gcc -std=c11 -Wall -Wextra -Wpedantic -Werror -fsyntax-only -x c -I$library/include -I$services "$header"
     g++ -std=c++20 -Wall -Wextra -Wpedantic -Werror -fsyntax-only -x c++ -I$library/include -I$services "$header"
   done
+}
+
+# The exported headers describe every call, argument, result, record and member.
+check_reference() {
+  doxygen docs/Doxyfile
+  # Doxygen passes over a header without @file, and over what a callback type returns.
+  exported_headers | xargs grep -L '@file' | sed 's/$/: no @file/' | report
+  exported_headers | xargs awk '/^\/\*\*/ { result = 0 } /@return/ { result = 1 }
+    /^typedef .*\(\*/ && !/^typedef void / && !result { print FILENAME ":" FNR ": no @return" }' | report
+}
+
+# Fails with what it is given, if anything.
+report() {
+  ! grep . >&2
 }
 
 # The shared object gives exactly what its version script names.
@@ -109,7 +123,7 @@ check_coverage() {
 }
 
 steps=("$@")
-[ ${#steps[@]} -gt 0 ] || steps=(format catalogue headers exports abi lint asan tsan coverage fuzz)
+[ ${#steps[@]} -gt 0 ] || steps=(format catalogue headers reference exports abi lint asan tsan coverage fuzz)
 for step in "${steps[@]}"; do
   echo "== $step"
   "check_$step"
