@@ -1,5 +1,7 @@
 /** @file
- * Checkpoints: each port's configuration outlives the process. */
+ * Checkpoints: each port's configuration outlives the process.
+ *
+ * What holds for every call stands in lum.h: @ref lum_conventions. */
 #ifndef LUM_CHECKPOINTS_H
 #define LUM_CHECKPOINTS_H
 

@@ -1,5 +1,7 @@
 /** @file
- * What follows when the interface manager has answered a batch. */
+ * What follows when the interface manager has answered a batch.
+ *
+ * What holds for every call stands in lum.h: @ref lum_conventions. */
 #ifndef LUM_COMPLETIONS_H
 #define LUM_COMPLETIONS_H
 

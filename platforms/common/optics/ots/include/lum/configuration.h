@@ -1,5 +1,7 @@
 /** @file
- * Configuration: the settings that are written into the modules. */
+ * Configuration: the settings that are written into the modules.
+ *
+ * What holds for every call stands in lum.h: @ref lum_conventions. */
 #ifndef LUM_CONFIGURATION_H
 #define LUM_CONFIGURATION_H
 

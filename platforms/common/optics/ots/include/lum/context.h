@@ -1,5 +1,7 @@
 /** @file
- * Start-up and the library context. */
+ * Start-up and the library context.
+ *
+ * What holds for every call stands in lum.h: @ref lum_conventions. */
 #ifndef LUM_CONTEXT_H
 #define LUM_CONTEXT_H
 

@@ -1,5 +1,7 @@
 /** @file
- * Batches of controllers, and the requests that send them to the interface manager. */
+ * Batches of controllers, and the requests that send them to the interface manager.
+ *
+ * What holds for every call stands in lum.h: @ref lum_conventions. */
 #ifndef LUM_CONTROLLERS_H
 #define LUM_CONTROLLERS_H
 

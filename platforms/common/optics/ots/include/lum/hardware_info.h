@@ -1,5 +1,7 @@
 /** @file
- * Hardware information: what is known of a port's hardware, in one record. */
+ * Hardware information: what is known of a port's hardware, in one record.
+ *
+ * What holds for every call stands in lum.h: @ref lum_conventions. */
 #ifndef LUM_HARDWARE_INFO_H
 #define LUM_HARDWARE_INFO_H
 

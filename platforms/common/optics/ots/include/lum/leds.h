@@ -1,5 +1,7 @@
 /** @file
- * Port LEDs. */
+ * Port LEDs.
+ *
+ * What holds for every call stands in lum.h: @ref lum_conventions. */
 #ifndef LUM_LEDS_H
 #define LUM_LEDS_H
 

@@ -1,5 +1,7 @@
 /** @file
- * Slots and ports come and go. */
+ * Slots and ports come and go.
+ *
+ * What holds for every call stands in lum.h: @ref lum_conventions. */
 #ifndef LUM_LIFECYCLE_H
 #define LUM_LIFECYCLE_H
 

@@ -1,5 +1,7 @@
 /** @file
- * Conversions between a port's identities, and from them to its data. */
+ * Conversions between a port's identities, and from them to its data.
+ *
+ * What holds for every call stands in lum.h: @ref lum_conventions. */
 #ifndef LUM_LOOKUPS_H
 #define LUM_LOOKUPS_H
 

@@ -1,5 +1,7 @@
 /** @file
- * Modules: access to their memory, what they say about themselves, and their state. */
+ * Modules: access to their memory, what they say about themselves, and their state.
+ *
+ * What holds for every call stands in lum.h: @ref lum_conventions. */
 #ifndef LUM_MODULES_H
 #define LUM_MODULES_H
 

@@ -1,5 +1,7 @@
 /** @file
- * Performance monitoring, alarms and their tests. */
+ * Performance monitoring, alarms and their tests.
+ *
+ * What holds for every call stands in lum.h: @ref lum_conventions. */
 #ifndef LUM_MONITORING_H
 #define LUM_MONITORING_H
 

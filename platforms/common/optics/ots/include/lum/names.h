@@ -1,5 +1,7 @@
 /** @file
- * Interface names. */
+ * Interface names.
+ *
+ * What holds for every call stands in lum.h: @ref lum_conventions. */
 #ifndef LUM_NAMES_H
 #define LUM_NAMES_H
 

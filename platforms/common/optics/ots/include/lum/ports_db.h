@@ -1,5 +1,7 @@
 /** @file
- * The ports database: its nodes, and how they come and go. */
+ * The ports database: its nodes, and how they come and go.
+ *
+ * What holds for every call stands in lum.h: @ref lum_conventions. */
 #ifndef LUM_PORTS_DB_H
 #define LUM_PORTS_DB_H
 

@@ -1,5 +1,7 @@
 /** @file
- * The provisioning handler and the entity-agent server. */
+ * The provisioning handler and the entity-agent server.
+ *
+ * What holds for every call stands in lum.h: @ref lum_conventions. */
 #ifndef LUM_PROVISIONING_H
 #define LUM_PROVISIONING_H
 

@@ -1,5 +1,7 @@
 /** @file
- * The slot table: which instances are in use, and their ports' properties. */
+ * The slot table: which instances are in use, and their ports' properties.
+ *
+ * What holds for every call stands in lum.h: @ref lum_conventions. */
 #ifndef LUM_SLOTS_H
 #define LUM_SLOTS_H
 

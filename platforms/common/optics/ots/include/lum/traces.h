@@ -1,5 +1,7 @@
 /** @file
- * Trace channels and text utilities. */
+ * Trace channels and text utilities.
+ *
+ * What holds for every call stands in lum.h: @ref lum_conventions. */
 #ifndef LUM_TRACES_H
 #define LUM_TRACES_H
 
