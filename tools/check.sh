@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Format, catalogue, headers, exports, binary interface, lint, sanitizers, coverage and short fuzz
-# runs. Stops at the first failure.
+# Format, catalogue, headers, reference, exports, binary interface, lint, sanitizers, coverage and
+# short fuzz runs. Stops at the first failure.
 #
 # usage: tools/check.sh [STEP ...]   (no argument: all)
 #        tools/check.sh fast         what takes no second build, over what has changed
@@ -28,13 +28,29 @@ check_catalogue() {
   python3 tools/trace_catalogue.py --source $library/src --page docs/architecture.md
 }
 
+exported_headers() { find $library/include $services -name '*.h'; }
+
 # The exported headers stand alone, as C and as C++, with every warning on.
 check_headers() {
   local header
-  for header in $library/include/lum.h $services/*.h; do
-    gcc -std=c11 -Wall -Wextra -Wpedantic -Werror -fsyntax-only -x c -I$services "$header"
-    g++ -std=c++20 -Wall -Wextra -Wpedantic -Werror -fsyntax-only -x c++ -I$services "$header"
+  for header in $(exported_headers); do
+    gcc -std=c11 -Wall -Wextra -Wpedantic -Werror -fsyntax-only -x c -I$library/include -I$services "$header"
+    g++ -std=c++20 -Wall -Wextra -Wpedantic -Werror -fsyntax-only -x c++ -I$library/include -I$services "$header"
   done
+}
+
+# The exported headers describe every call, argument, result, record and member.
+check_reference() {
+  doxygen docs/Doxyfile
+  # Doxygen passes over a header without @file, and over what a callback type returns.
+  exported_headers | xargs grep -L '@file' | sed 's/$/: no @file/' | report
+  exported_headers | xargs awk '/^\/\*\*/ { result = 0 } /@return/ { result = 1 }
+    /^typedef .*\(\*/ && !/^typedef void / && !result { print FILENAME ":" FNR ": no @return" }' | report
+}
+
+# Fails with what it is given, if anything.
+report() {
+  ! grep . >&2
 }
 
 # The shared object gives exactly what its version script names.
@@ -141,7 +157,7 @@ fast_steps=(format catalogue headers exports abi lint-changed)
 check_fast() { tools/check.sh "${fast_steps[@]}"; }
 
 steps=("$@")
-[ ${#steps[@]} -gt 0 ] || steps=(format catalogue headers exports abi presets lint asan tsan coverage fuzz)
+[ ${#steps[@]} -gt 0 ] || steps=(format catalogue headers reference exports abi presets lint asan tsan coverage fuzz)
 times=()
 for step in "${steps[@]}"; do
   declare -F "check_$step" >/dev/null || { echo "tools/check.sh: no step is called $step" >&2; exit 2; }

@@ -1,4 +1,5 @@
-/* Bounded string copy. */
+/** @file
+ * Bounded string copy. */
 #ifndef BOUNDED_COPY_H
 #define BOUNDED_COPY_H
 
@@ -10,10 +11,19 @@
 extern "C" {
 #endif
 
-/* Copies at most `count` characters of `source` (up to its NUL, never beyond `count` bytes) into
- * `destination` of `size` bytes and terminates it. `count` must be below `size`. Returns 0; 22 when
- * a pointer is null or `count` does not fit, the destination then being empty. Any thread. */
+/** @defgroup bounded_copy Bounded copy
+ * A string copy that knows the size of its destination.
+ * @{ */
+
+/** Copies a text, up to its NUL, and terminates the copy. Any thread; waits for nothing.
+ * @param[out] destination  `size` bytes; empty upon failure.
+ * @param size  Bytes of the destination.
+ * @param source  The text; nothing beyond its NUL or `count` bytes is read.
+ * @param count  Characters to copy at most, below `size`.
+ * @return 0; 22 when a pointer is null or `count` does not fit. */
 cerrno strncpy_s(char *destination, size_t size, const char *source, size_t count);
+
+/** @} */
 
 #ifdef __cplusplus
 }

@@ -1,4 +1,5 @@
-/* Trace channels. */
+/** @file
+ * Trace channels. */
 #ifndef CTRACE_H
 #define CTRACE_H
 
@@ -10,46 +11,67 @@
 extern "C" {
 #endif
 
-/* An open channel; 0 is a channel that is not open. */
+/** @defgroup ctrace Trace facility
+ * Trace channels, each a buffer of lines that the platform keeps.
+ * @{ */
+
+/** An open channel; 0 is a channel that is not open. */
 typedef uint64_t ctrace_handle;
 
-/* Opens the channel `name` with a buffer of `size` bytes and writes its handle to `*handle`.
- * `points` is the number of trace points of the caller's message catalogue, `directory_key` names
- * the platform's setting that holds the trace directory (liblum's is "liblum_ctrace_dir"), `digest`
- * is the 32-hex-digit digest of the catalogue, `flags` is 0. All texts are read during the call
- * only. Returns 0, or a code; `*handle` is then left as it was, and liblum opens no further
- * channel. Called once per channel, under liblum's start-up lock; may wait for the disk. */
+/** Opens a channel. Called once per channel, under liblum's start-up lock; may wait for the disk.
+ * All texts are read during the call only.
+ * @param[out] handle  The channel's handle; left as it was upon failure.
+ * @param name  The channel's name.
+ * @param size  Bytes of its buffer.
+ * @param points  Trace points of the caller's message catalogue.
+ * @param directory_key  Names the platform's setting that holds the trace directory; liblum's is
+ *   "liblum_ctrace_dir".
+ * @param digest  32 hexadecimal digits: the digest of the catalogue.
+ * @param flags  0.
+ * @return 0, or a code, after which liblum opens no further channel. */
 cerrno ctrace_open_internal(ctrace_handle *handle, const char *name, uint32_t size, uint32_t points,
                             const char *directory_key, const char *digest, uint32_t flags);
 
-/* Lets the channel be configured at run time through the event manager whose local handle is given
- * (may be null). Returns 0 or a code, after which liblum opens no further channel. Called right
- * after the channel was opened, as that; waits for nothing. */
+/** Lets the channel be configured at run time through an event manager. Called right after the
+ * channel was opened, as that; waits for nothing.
+ * @param handle  The channel.
+ * @param local_event_manager  The event manager's local handle; may be null.
+ * @return 0, or a code, after which liblum opens no further channel. */
 cerrno ctrace_enable_configuration(ctrace_handle handle, void *local_event_manager);
 
-/* Names the process in the traces. `name` is read during the call only. Called once, under liblum's
- * start-up lock, before the channels are opened; waits for nothing. */
+/** Names the process in the traces. Called once, under liblum's start-up lock, before the channels
+ * are opened; waits for nothing.
+ * @param name  The name; read during the call only. */
 void ctrace_set_process_name(const char *name);
 
-/* Writes one trace line. `point` is the call site's number in the catalogue, `nargs` the number of
- * arguments behind `format`, `one` always 1, `signature` one letter per argument: 's' a text, 'd'
- * an integer of up to 32 bits, 'D' a 64-bit integer or a pointer. The first three arguments are
- * always the source module's name, the thread's id and the tag. Handles that are not open come: 0
- * for all that lum_lib_init traces, and closed ones after lum_close_ctrace. Returns 0 or a code
- * that no caller acts on. Any thread, also with locks held: must not wait for long and must not
- * call back. */
+/** Writes one trace line. Any thread, also with locks held: must not wait for long and must not
+ * call back.
+ * @param handle  The channel. Handles that are not open come: 0 for all that lum_lib_init() traces,
+ *   and closed ones after lum_close_ctrace().
+ * @param point  The call site's number in the catalogue, from 1.
+ * @param nargs  Arguments behind `format`.
+ * @param one  Always 1.
+ * @param signature  One letter per argument: 's' a text, 'd' an integer of up to 32 bits, 'D' a
+ *   64-bit integer or a pointer.
+ * @param format  As of printf; constant text.
+ * @param ...  The arguments. The first three are always the source module's name, the thread's id
+ *   and the tag; texts are read during the call only.
+ * @return 0, or a code that only lum_deinit_port() and lum_provision_port_cfg_data() hand on. */
 cerrno ctrace_internal(ctrace_handle handle, uint32_t point, uint32_t nargs, uint32_t one,
                        const char *signature, const char *format, ...)
     __attribute__((format(printf, 6, 7)));
 
-/* Both take any handle, 0 and closed ones too, on any thread, while others trace; they may wait for
- * the disk. */
-
-/* Writes out what the channel still buffers. */
+/** Writes out what the channel still buffers. Any thread, while others trace; may wait for the
+ * disk.
+ * @param handle  Any handle, 0 and closed ones too. */
 void ctrace_dump(ctrace_handle handle);
 
-/* Closes the channel; its handle is not open from then on. */
+/** Closes the channel; its handle is not open from then on. Any thread, while others trace; may
+ * wait for the disk.
+ * @param handle  Any handle, 0 and closed ones too. */
 void ctrace_close(ctrace_handle handle);
+
+/** @} */
 
 #ifdef __cplusplus
 }
