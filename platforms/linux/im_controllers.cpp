@@ -8,15 +8,22 @@ constexpr uint32_t life_span = 0x00100000;
 
 }  // namespace
 
-uint32_t im_controllers::create(const std::string &name) {
+im_controllers::created im_controllers::create(const std::string &name) {
   const auto [position, is_new] = by_name_.try_emplace(name, 0);
-  if (!is_new) return position->second;
+  if (!is_new) return {position->second, false};
+  uint32_t handle = last_handle_;
   do {
-    ++last_handle_;
-  } while (last_handle_ == 0 || by_handle_.contains(last_handle_));
-  position->second = last_handle_;
-  by_handle_[last_handle_] = {name, last_handle_, 0, 0};
-  return last_handle_;
+    ++handle;
+  } while (handle == 0 || by_handle_.contains(handle));
+  try {
+    by_handle_.emplace(handle, im_controller{name, handle, 0, 0});
+  } catch (...) {
+    by_name_.erase(position);
+    throw;
+  }
+  position->second = handle;
+  last_handle_ = handle;
+  return {handle, true};
 }
 
 bool im_controllers::remove(const std::string &name) {
@@ -42,10 +49,9 @@ std::vector<im_controller> im_controllers::list() const {
   return result;
 }
 
-std::optional<std::string> im_controllers::name_of(uint32_t handle) const {
+const im_controller *im_controllers::find(uint32_t handle) const {
   const auto found = by_handle_.find(handle);
-  if (found == by_handle_.end()) return {};
-  return found->second.name;
+  return found == by_handle_.end() ? nullptr : &found->second;
 }
 
 std::optional<uint32_t> im_controllers::handle_of(const std::string &name) const {

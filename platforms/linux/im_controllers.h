@@ -18,15 +18,21 @@ class im_controllers {
   // The first handle is one above `base`.
   explicit im_controllers(uint32_t base) : first_base_(base), last_handle_(base) {}
 
-  // Returns the handle of `name`, giving it one when it is new. Never 0.
-  uint32_t create(const std::string &name);
+  struct created {
+    uint32_t handle = 0;  // never 0
+    bool is_new = false;
+  };
+  // Returns the handle of `name`, giving it one when it is new. May throw std::bad_alloc, with
+  // nothing changed.
+  created create(const std::string &name);
   // Returns false when there is no such controller.
   bool remove(const std::string &name);
   // Counts an update, and takes over the state when there is one. False for an unknown handle.
   bool update(uint32_t handle, std::optional<uint32_t> state);
 
   std::vector<im_controller> list() const;
-  std::optional<std::string> name_of(uint32_t handle) const;
+  // Null for an unknown handle; until the next change.
+  const im_controller *find(uint32_t handle) const;
   std::optional<uint32_t> handle_of(const std::string &name) const;
 
   // Forgets everything, and starts at the next round handle above all given out so far.

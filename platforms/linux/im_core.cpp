@@ -176,21 +176,18 @@ interface_manager::core::queue::iterator interface_manager::core::choose(
 // Carries the batch out with the lock held and completes it without.
 void interface_manager::core::answer(std::unique_lock<std::mutex> &lock,
                                      const queue::iterator &chosen) {
-  const im_batch batch = std::move(*chosen);
+  im_batch batch = std::move(*chosen);
   waiting_.erase(chosen);
   ++running_;
-  std::unique_ptr<im_reply> reply;
-  imca_reply_info_type out_of_memory{};
-  out_of_memory.batch_error = ENOMEM;
+  name_elements(batch);
   try {
-    reply = std::make_unique<im_reply>(batch.count);
-    carry_out(batch, *reply);
+    carry_out(batch);
   } catch (const std::bad_alloc &) {
-    reply.reset();
+    fail_without_memory(batch);
   }
   lock.unlock();
-  batch.complete(reply ? reply->record() : &out_of_memory, batch.context);
-  reply.reset();
+  batch.complete(batch.reply->record(), batch.context);
+  batch.reply.reset();
   lock.lock();
   --running_;
   ++statistics.answered;
@@ -198,43 +195,66 @@ void interface_manager::core::answer(std::unique_lock<std::mutex> &lock,
   changed.notify_all();
 }
 
-void interface_manager::core::carry_out(const im_batch &batch, im_reply &reply) {
+void interface_manager::core::name_elements(im_batch &batch) const {
   for (uint32_t i = 0; i < batch.count; ++i) {
-    reply.set_name(i, batch.operation == LUM_IM_UPDATE ? controllers.name_of(batch.handles[i])
-                                                       : batch.names[i]);
-  }
-  reply.set_batch_error(batch.fate.whole);
-  if (batch.fate.empty) reply.set_empty();
-  if (batch.fate.empty || batch.fate.whole != 0) return;
-  for (uint32_t i = 0; i < batch.count; ++i) {
-    const cerrno result = carry_out_element(batch, i, reply);
-    reply.set_result(i, result);
-    if (result != 0) ++statistics.failed_elements;
+    if (batch.operation == LUM_IM_UPDATE) {
+      if (const im_controller *known = controllers.find(batch.handles[i])) {
+        batch.reply->set_name(i, known->name);
+      }
+    } else if (batch.names[i]) {
+      batch.reply->set_name(i, *batch.names[i]);
+    }
   }
 }
 
-cerrno interface_manager::core::carry_out_element(const im_batch &batch, uint32_t element,
-                                                  im_reply &reply) {
-  if (batch.operation == LUM_IM_UPDATE) {
-    const uint32_t handle = batch.handles[element];
-    const uint8_t *payload = &batch.payload[size_t{element} * LUM_UPDATE_ELEMENT_SIZE];
-    reply.set_handle(element, handle);
-    const auto name = controllers.name_of(handle);
-    if (const cerrno fault = name ? element_fault(name) : 0) return fault;
-    std::optional<uint32_t> state;
-    if (payload[1] & 1) state = payload[0];
-    return controllers.update(handle, state) ? 0 : ENOENT;
+// Throws std::bad_alloc when there is no memory for a creation; nothing else needs any.
+void interface_manager::core::carry_out(im_batch &batch) {
+  batch.reply->set_batch_error(batch.fate.whole);
+  if (batch.fate.empty) batch.reply->set_empty();
+  if (batch.fate.empty || batch.fate.whole != 0) return;
+  uint32_t failed = 0;
+  for (uint32_t i = 0; i < batch.count; ++i) {
+    const cerrno result = batch.operation == LUM_IM_UPDATE ? update_element(batch, i)
+                                                           : create_or_delete_element(batch, i);
+    batch.reply->set_result(i, result);
+    if (result != 0) ++failed;
   }
-  const auto &name = batch.names[element];
-  if (!name) return LUM_IM_ELEMENT_BENIGN;
-  if (const cerrno fault = element_fault(name)) return fault;
-  if (batch.operation == LUM_IM_DELETE) return controllers.remove(*name) ? 0 : ENOENT;
-  reply.set_create_data(element, controllers.create(*name), batch.fate.malformation);
+  statistics.failed_elements += failed;
+}
+
+// A failed element is not carried out: what the batch has created so far goes again.
+void interface_manager::core::fail_without_memory(im_batch &batch) {
+  for (const uint32_t element : batch.created) controllers.remove(*batch.names[element]);
+  batch.reply->fail_all(ENOMEM);
+  statistics.failed_elements += batch.count;
+}
+
+cerrno interface_manager::core::update_element(im_batch &batch, uint32_t element) {
+  const uint32_t handle = batch.handles[element];
+  const uint8_t *payload = &batch.payload[size_t{element} * LUM_UPDATE_ELEMENT_SIZE];
+  batch.reply->set_handle(element, handle);
+  const im_controller *known = controllers.find(handle);
+  if (!known) return ENOENT;
+  if (const cerrno fault = element_fault(known->name)) return fault;
+  std::optional<uint32_t> state;
+  if (payload[1] & 1) state = payload[0];
+  controllers.update(handle, state);
   return 0;
 }
 
-cerrno interface_manager::core::element_fault(const std::optional<std::string> &name) {
-  const auto found = elements.names.find(*name);
+cerrno interface_manager::core::create_or_delete_element(im_batch &batch, uint32_t element) {
+  const auto &name = batch.names[element];
+  if (!name) return LUM_IM_ELEMENT_BENIGN;
+  if (const cerrno fault = element_fault(*name)) return fault;
+  if (batch.operation == LUM_IM_DELETE) return controllers.remove(*name) ? 0 : ENOENT;
+  const auto created = controllers.create(*name);
+  if (created.is_new) batch.created.push_back(element);
+  batch.reply->set_create_data(element, created.handle, batch.fate.malformation);
+  return 0;
+}
+
+cerrno interface_manager::core::element_fault(const std::string &name) {
+  const auto found = elements.names.find(name);
   if (elements.nth != 0 && ++elements.counted % elements.nth == 0) return elements.nth_code;
   return found == elements.names.end() ? 0 : found->second;
 }

@@ -39,6 +39,8 @@ struct im_batch {
   std::vector<std::optional<std::string>> names;  // create, delete
   std::vector<uint32_t> handles;                  // update
   std::vector<uint8_t> payload;
+  std::unique_ptr<im_reply> reply;
+  std::vector<uint32_t> created;  // elements whose controllers are new; has room for all
   void *context = nullptr;
   imca_completion complete = nullptr;
   batch_fate fate;
@@ -108,9 +110,12 @@ class interface_manager::core : public std::enable_shared_from_this<core> {
   void answer(std::unique_lock<std::mutex> &lock, const queue::iterator &chosen);
   queue::iterator choose(im_clock::time_point now, std::optional<im_clock::time_point> &wake);
   bool decide_fate(im_batch &batch);
-  void carry_out(const im_batch &batch, im_reply &reply);
-  cerrno carry_out_element(const im_batch &batch, uint32_t element, im_reply &reply);
-  cerrno element_fault(const std::optional<std::string> &name);
+  void name_elements(im_batch &batch) const;
+  void carry_out(im_batch &batch);
+  void fail_without_memory(im_batch &batch);
+  cerrno update_element(im_batch &batch, uint32_t element);
+  cerrno create_or_delete_element(im_batch &batch, uint32_t element);
+  cerrno element_fault(const std::string &name);
   void forget_all();
   bool on_own_thread() const { return std::this_thread::get_id() == thread_id_; }
 

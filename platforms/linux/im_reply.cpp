@@ -1,5 +1,7 @@
 #include "im_reply.h"
 
+#include <algorithm>
+
 #include "lum_linux/services.h"
 
 namespace lum_linux {
@@ -20,10 +22,17 @@ im_reply::im_reply(size_t elements)
   record_.data = data_.data();
 }
 
-void im_reply::set_name(size_t element, const std::optional<std::string> &name) {
-  if (!name) return;
-  name_texts_[element] = std::make_unique<std::string>(*name);
-  names_[element] = name_texts_[element]->c_str();
+void im_reply::set_name(size_t element, std::string_view name) {
+  auto &text = name_texts_[element];
+  text[name.copy(text.data(), longest_name)] = '\0';
+  names_[element] = text.data();
+}
+
+void im_reply::fail_all(cerrno code) {
+  record_.batch_error = code;
+  std::ranges::fill(results_, code);
+  std::ranges::fill(data_sizes_, 0u);
+  std::ranges::fill(data_, nullptr);
 }
 
 void im_reply::set_create_data(size_t element, uint32_t handle, im_malformation kind) {

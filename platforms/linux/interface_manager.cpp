@@ -43,9 +43,11 @@ cerrno interface_manager::request_by_name(const char *const *names, uint16_t, co
   im_batch batch;
   batch.operation = operation;
   batch.count = count;
+  batch.reply = std::make_unique<im_reply>(count);
   batch.names = copy_names(names, count);
   batch.payload = copy_bytes(
       payload, size_t{count} * (creates ? LUM_CREATE_ELEMENT_SIZE : LUM_DELETE_ELEMENT_SIZE));
+  batch.created.reserve(creates ? count : 0);
   batch.context = context;
   batch.complete = complete;
   return core_->accept(std::move(batch));
@@ -62,6 +64,7 @@ cerrno interface_manager::update_by_handle(const uint32_t *ifhandles, uint32_t, 
   im_batch batch;
   batch.operation = operation;
   batch.count = count;
+  batch.reply = std::make_unique<im_reply>(count);
   batch.handles.assign(ifhandles, ifhandles + count);
   batch.payload = copy_bytes(payload, payload_size);
   batch.context = context;
@@ -80,7 +83,8 @@ std::vector<im_controller> interface_manager::controllers() const {
 
 std::optional<std::string> interface_manager::name_of(uint32_t handle) const {
   const std::lock_guard lock(core_->mutex);
-  return core_->controllers.name_of(handle);
+  const im_controller *known = core_->controllers.find(handle);
+  return known ? std::optional(known->name) : std::nullopt;
 }
 
 std::optional<uint32_t> interface_manager::handle_of(const std::string &name) const {

@@ -36,7 +36,12 @@ struct completion {
 
 class im_harness {
  public:
-  explicit im_harness(const im_options &options = {}) : im(options) {}
+  explicit im_harness(const im_options &options = {}) : im(options) {
+    completions_.reserve(most_completions);
+  }
+
+  // Keeping one of so many completions needs no memory.
+  static constexpr size_t most_completions = 256;
 
   // `null_name` stands for an element whose name pointer is null.
   static constexpr const char *null_name = "(null)";
@@ -80,7 +85,8 @@ class im_harness {
     return handles;
   }
 
-  // Runs on the manager's thread, at the end of each completion.
+  // Run on the manager's thread, at the start and at the end of each completion.
+  std::function<void()> at_completion;
   std::function<void(int tag)> in_completion;
 
  private:
@@ -110,6 +116,7 @@ class im_harness {
 
   static void complete(imca_reply_info_type *reply, void *context) {
     const auto *sent = static_cast<const request *>(context);
+    if (sent->harness->at_completion) sent->harness->at_completion();
     completion copy;
     copy.tag = sent->tag;
     char thread[16] = {};
