@@ -12,9 +12,9 @@
 #include <string_view>
 #include <vector>
 
+#include "description/toml_table.h"
 #include "images/image_places.h"
 #include "lum_linux/image.h"
-#include "toml_table.h"
 
 namespace lum_linux {
 

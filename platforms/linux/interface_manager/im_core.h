@@ -16,8 +16,8 @@
 #include <utility>
 #include <vector>
 
-#include "im_controllers.h"
-#include "im_reply.h"
+#include "interface_manager/im_controllers.h"
+#include "interface_manager/im_reply.h"
 #include "lum_linux/interface_manager.h"
 
 namespace lum_linux {

@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "bounded_copy.h"
-#include "platform_core.h"
+#include "platform/platform_core.h"
 
 namespace lum_linux {
 namespace {

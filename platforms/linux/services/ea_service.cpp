@@ -7,7 +7,7 @@
 
 #include "ea_server.h"
 #include "lum_linux/services.h"
-#include "one_at_a_time.h"
+#include "services/one_at_a_time.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "store_clock.h"
+#include "services/store_clock.h"
 
 #include <mutex>
 

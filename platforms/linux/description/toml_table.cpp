@@ -1,4 +1,4 @@
-#include "toml_table.h"
+#include "description/toml_table.h"
 
 #include <fmt/format.h>
 

@@ -1,4 +1,4 @@
-#include "im_core.h"
+#include "interface_manager/im_core.h"
 
 #include <pthread.h>
 #include <signal.h>

@@ -9,7 +9,7 @@
 #include <span>
 
 #include "lum_linux/services.h"
-#include "one_at_a_time.h"
+#include "services/one_at_a_time.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "checkpoint_store.h"
+#include "services/checkpoint_store.h"
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -7,7 +7,7 @@
 
 #include "lum_linux.h"
 #include "lum_linux/platform.h"
-#include "platform_core.h"
+#include "platform/platform_core.h"
 
 namespace {
 

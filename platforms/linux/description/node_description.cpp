@@ -9,7 +9,7 @@
 #include <map>
 #include <utility>
 
-#include "toml_table.h"
+#include "description/toml_table.h"
 
 namespace lum_linux {
 namespace {

@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "im_core.h"
+#include "interface_manager/im_core.h"
 #include "lum.h"
 
 namespace lum_linux {

@@ -1,6 +1,6 @@
 #include <algorithm>
 
-#include "platform_core.h"
+#include "platform/platform_core.h"
 
 namespace lum_linux {
 

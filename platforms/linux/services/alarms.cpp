@@ -8,7 +8,7 @@
 #include <mutex>
 
 #include "lum_linux/stores.h"
-#include "store_clock.h"
+#include "services/store_clock.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "im_reply.h"
+#include "interface_manager/im_reply.h"
 
 #include <algorithm>
 

@@ -10,9 +10,9 @@
 #include <mutex>
 #include <new>
 
-#include "checkpoint_store.h"
 #include "chkpt.h"
 #include "lum_linux/services.h"
+#include "services/checkpoint_store.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "im_controllers.h"
+#include "interface_manager/im_controllers.h"
 
 namespace lum_linux {
 namespace {

@@ -11,7 +11,7 @@
 #include <string>
 
 #include "cerr.h"
-#include "sqlite_database.h"
+#include "services/sqlite_database.h"
 
 namespace lum_linux {
 

@@ -12,7 +12,7 @@
 
 #include "lum_linux/services.h"
 #include "lum_linux/stores.h"
-#include "platform_core.h"
+#include "platform/platform_core.h"
 
 namespace lum_linux {
 namespace {
