@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "lum_linux/services.h"
+#include "lum_linux/create_replies.h"
 
 namespace lum_linux {
 

@@ -1,5 +1,7 @@
 // The alarm and counter store: the stored and the published alarm bitmap of every interface, and
 // counters of what happened to them.
+#include "lum_linux/alarms.h"
+
 #include <cerrno>
 #include <cstring>
 #include <exception>
@@ -7,7 +9,6 @@
 #include <map>
 #include <mutex>
 
-#include "lum_linux/stores.h"
 #include "services/store_clock.h"
 
 namespace {

@@ -1,4 +1,6 @@
 // The checkpoint service over one store. One lock serialises every call.
+#include "lum_linux/checkpoints.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -11,7 +13,7 @@
 #include <new>
 
 #include "chkpt.h"
-#include "lum_linux/services.h"
+#include "lum_linux/system.h"
 #include "services/checkpoint_store.h"
 
 namespace {

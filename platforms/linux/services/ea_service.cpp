@@ -1,4 +1,6 @@
 // The entity-agent service: hands batches to the server that has registered.
+#include "lum_linux/entity_agent.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -6,7 +8,6 @@
 #include <mutex>
 
 #include "ea_server.h"
-#include "lum_linux/services.h"
 #include "services/one_at_a_time.h"
 
 namespace {

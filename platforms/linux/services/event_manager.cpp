@@ -2,6 +2,8 @@
 //
 // Boost 1.74's Asio relies on <utility> having been included. Fences are not needed: whatever
 // crosses threads here does so under the io_context's own mutex.
+#include "lum_linux/events.h"
+
 #include <utility>
 #define BOOST_ASIO_DISABLE_FENCED_BLOCK
 #include <boost/asio/executor_work_guard.hpp>
@@ -23,7 +25,6 @@
 #include <vector>
 
 #include "event_manager.h"
-#include "lum_linux/services.h"
 
 namespace {
 

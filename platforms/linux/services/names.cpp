@@ -1,9 +1,9 @@
-// Interface names, <letters><rack>_<slot>_<instance>_<port>[_<sub-port>], and node identifiers.
+// Interface names and node identifiers.
+#include "lum_linux/names.h"
+
 #include <cerrno>
 #include <charconv>
 #include <cstring>
-#include <optional>
-#include <string_view>
 #include <system_error>
 
 #include "imc.h"
@@ -11,6 +11,7 @@
 namespace {
 
 constexpr size_t longest_name = 63;
+constexpr size_t longest_type = sizeof imc_ifname_info::type - 1;
 
 constexpr bool is_letter(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
 
@@ -49,31 +50,6 @@ class name_reader {
   std::string_view rest_;
 };
 
-std::optional<imc_ifname_info> parse(std::string_view name) {
-  imc_ifname_info info = {};
-  name_reader reader(name);
-  const std::string_view type = reader.letters();
-  if (type.empty() || type.size() >= sizeof info.type) return std::nullopt;
-  std::memcpy(info.type, type.data(), type.size());
-
-  const auto rack = reader.number();
-  const auto slot = reader.number_after_underscore();
-  const auto instance = reader.number_after_underscore();
-  const auto port = reader.number_after_underscore();
-  if (!rack || !slot || !instance || !port) return std::nullopt;
-  info.rack = *rack;
-  info.slot = *slot;
-  info.instance = *instance;
-  info.port = *port;
-  if (reader.at_end()) return info;
-
-  const auto sub_port = reader.number_after_underscore();
-  if (!sub_port || !reader.at_end()) return std::nullopt;
-  info.sub_port_valid = 1;
-  info.sub_port = *sub_port;
-  return info;
-}
-
 cerrno refuse() {
   errno = EINVAL;
   return EINVAL;
@@ -81,13 +57,47 @@ cerrno refuse() {
 
 }  // namespace
 
+namespace lum_linux {
+
+std::optional<interface_name> parse_interface_name(std::string_view name) {
+  if (name.size() > longest_name) return std::nullopt;
+  name_reader reader(name);
+  const std::string_view type = reader.letters();
+  if (type.empty() || type.size() > longest_type) return std::nullopt;
+  const auto rack = reader.number();
+  const auto slot = reader.number_after_underscore();
+  const auto instance = reader.number_after_underscore();
+  const auto port = reader.number_after_underscore();
+  if (!rack || !slot || !instance || !port) return std::nullopt;
+  interface_name parsed{type, *rack, *slot, *instance, *port, std::nullopt};
+  if (reader.at_end()) return parsed;
+  parsed.sub_port = reader.number_after_underscore();
+  if (!parsed.sub_port || !reader.at_end()) return std::nullopt;
+  return parsed;
+}
+
+std::string ots_interface_name(uint32_t rsip, uint32_t sub_port) {
+  std::string name = "Ots" + std::to_string(rsip >> 24);
+  for (const uint32_t number : {rsip >> 16 & 0xff, rsip >> 8 & 0xff, rsip & 0xff, sub_port}) {
+    name += '_' + std::to_string(number);
+  }
+  return name;
+}
+
+}  // namespace lum_linux
+
 cerrno imc_ifname_parse(const char *ifname, uint32_t flags, imc_ifname_info *info) {
   if (ifname == nullptr || info == nullptr || flags != 0) return refuse();
-  const size_t length = strnlen(ifname, longest_name + 1);
-  if (length > longest_name) return refuse();
-  const auto parsed = parse(std::string_view(ifname, length));
+  const auto parsed = lum_linux::parse_interface_name({ifname, strnlen(ifname, longest_name + 1)});
   if (!parsed) return refuse();
-  *info = *parsed;
+  *info = {};
+  parsed->type.copy(info->type, longest_type);
+  info->rack = parsed->rack;
+  info->slot = parsed->slot;
+  info->instance = parsed->instance;
+  info->port = parsed->port;
+  info->sub_port_valid = parsed->sub_port ? 1 : 0;
+  info->sub_port = parsed->sub_port.value_or(0);
   return 0;
 }
 

@@ -1,5 +1,7 @@
 // The performance-monitoring store: the latest values of every interface, and their extremes and
 // averages over 15 minutes and 24 hours.
+#include "lum_linux/performance.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -8,7 +10,6 @@
 #include <map>
 #include <mutex>
 
-#include "lum_linux/stores.h"
 #include "services/store_clock.h"
 
 namespace {

@@ -8,6 +8,8 @@
 //
 // Numbers are little-endian. Members with tags not known here are skipped; a tag that comes twice,
 // a length that runs past the end and bytes left over make the whole reply invalid.
+#include "lum_linux/create_replies.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -15,7 +17,6 @@
 #include <span>
 
 #include "imca.h"
-#include "lum_linux/services.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // The clock that the performance-monitoring and alarm stores share.
 #pragma once
 
-#include "lum_linux/stores.h"
+#include "lum_linux/store_time.h"
 
 namespace lum_linux {
 

@@ -1,4 +1,6 @@
 // Thread ids, the system log, deadlock-monitor marks, bounded copies and error texts.
+#include "lum_linux/system.h"
+
 #include <pthread.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -14,7 +16,6 @@
 #include "bounded_copy.h"
 #include "cerr.h"
 #include "chkpt.h"
-#include "lum_linux/services.h"
 #include "ptd.h"
 #include "tern.h"
 

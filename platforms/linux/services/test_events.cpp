@@ -1,5 +1,5 @@
 // Test events. A handler runs on the thread that sends the text, one handler at a time.
-#include "test_event.h"
+#include "lum_linux/test_events.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -8,8 +8,8 @@
 #include <mutex>
 #include <span>
 
-#include "lum_linux/services.h"
 #include "services/one_at_a_time.h"
+#include "test_event.h"
 
 namespace {
 

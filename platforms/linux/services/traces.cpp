@@ -4,6 +4,8 @@
 //
 // with the channel, the trace point's number and the caller's own line behind the process's name.
 // Every line is handed to the kernel at once, so that the last lines before a crash are there.
+#include "lum_linux/traces.h"
+
 #include <spdlog/pattern_formatter.h>
 #include <spdlog/sinks/rotating_file_sink.h>
 
@@ -21,7 +23,7 @@
 #include <system_error>
 
 #include "ctrace.h"
-#include "lum_linux/services.h"
+#include "lum_linux/system.h"
 
 namespace {
 

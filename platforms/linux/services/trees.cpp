@@ -1,4 +1,6 @@
 // Ordered trees with several indices: AVL trees of Boost.Intrusive over links in the user's node.
+#include "wavl.h"
+
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
@@ -10,8 +12,6 @@
 #include <vector>
 
 #include <boost/intrusive/avltree_algorithms.hpp>
-
-#include "wavl.h"
 
 namespace {
 

@@ -1,3 +1,5 @@
+#include "lum_linux/names.h"
+
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -93,4 +95,23 @@ TEST(node_ids, are_plain_numbers) {
   EXPECT_EQ(nodeid_extract_slot_fields(1, 3, nullptr, &slot), 22u);
   EXPECT_EQ(errno, 22);
   EXPECT_EQ(nodeid_extract_slot_fields(1, 3, &rack, nullptr), 22u);
+}
+
+TEST(interface_names, are_parsed_for_the_platform_s_owner_too) {
+  const std::string name = "Och1_2_3_4_5 and more";
+  const auto parsed = lum_linux::parse_interface_name(std::string_view(name).substr(0, 12));
+  ASSERT_TRUE(parsed);
+  EXPECT_EQ(parsed->type, "Och");
+  EXPECT_EQ(parsed->rack, 1u);
+  EXPECT_EQ(parsed->slot, 2u);
+  EXPECT_EQ(parsed->instance, 3u);
+  EXPECT_EQ(parsed->port, 4u);
+  EXPECT_EQ(parsed->sub_port, 5u);
+  EXPECT_FALSE(lum_linux::parse_interface_name(name));
+  EXPECT_FALSE(lum_linux::parse_interface_name("Ots0_1_2_3")->sub_port);
+}
+
+TEST(interface_names, of_a_port_are_made_of_its_position) {
+  EXPECT_EQ(lum_linux::ots_interface_name(0x00030007, 1), "Ots0_3_0_7_1");
+  EXPECT_EQ(lum_linux::ots_interface_name(0xFF0F03FE, 0), "Ots255_15_3_254_0");
 }
