@@ -65,15 +65,15 @@ class node_reader {
     node_.source = file;
   }
 
-  node_description read(const toml::table &document);
+  node_description read(toml_table &table);
 
  private:
   void read_directories(toml_table &table);
   void read_api_socket(toml_table &table, const std::optional<located<std::string>> &state);
-  void read_interface_manager(const toml::table &source);
-  void read_slot(const toml::table &source);
-  void read_instance(const toml::table &source, place where, slot_description &into);
-  void read_port(const toml::table &source, place where, instance_description &into);
+  void read_interface_manager(toml_table &table);
+  void read_slot(toml_table &table);
+  void read_instance(toml_table &table, place where, slot_description &into);
+  void read_port(toml_table &table, place where, instance_description &into);
   void read_position(toml_table &table, place where, port_description &port);
   void read_module(toml_table &table, port_description &port);
   void read_module_file(toml_table &table, port_description &port);
@@ -95,16 +95,17 @@ T value_or(const std::optional<located<int64_t>> &found, T fallback) {
   return found ? static_cast<T>(found->value) : fallback;
 }
 
-node_description node_reader::read(const toml::table &document) {
-  toml_table table(document, "the node", problems_);
+node_description node_reader::read(toml_table &table) {
   if (auto name = table.text("name", max_name_bytes)) node_.name = name->value;
   node_.rack = value_or(table.integer("rack", 0, 255, 0), 0u);
   read_directories(table);
   const bool serves_http = table.has("http_port");
   const auto http_port = table.integer("http_port", 0, 65535, 0);
   if (serves_http && http_port) node_.http_port = static_cast<uint16_t>(http_port->value);
-  if (const auto *im = table.table("interface_manager")) read_interface_manager(*im);
-  for (const toml::table *slot : table.tables("slot", "[[slot]]", true)) read_slot(*slot);
+  if (auto im = table.table("interface_manager", "the interface manager")) {
+    read_interface_manager(*im);
+  }
+  for (toml_table &slot : table.tables("slot", "[[slot]]", true, "the slot")) read_slot(slot);
   table.refuse_unknown_keys();
   return std::move(node_);
 }
@@ -141,8 +142,7 @@ void node_reader::read_api_socket(toml_table &table,
   }
 }
 
-void node_reader::read_interface_manager(const toml::table &source) {
-  toml_table table(source, "the interface manager", problems_);
+void node_reader::read_interface_manager(toml_table &table) {
   im_description &im = node_.interface_manager;
   const auto min = table.integer("delay_ms", 0, 60000, 0);
   const int64_t least = min ? min->value : 0;
@@ -157,8 +157,7 @@ void node_reader::read_interface_manager(const toml::table &source) {
   table.refuse_unknown_keys();
 }
 
-void node_reader::read_slot(const toml::table &source) {
-  toml_table table(source, "the slot", problems_);
+void node_reader::read_slot(toml_table &table) {
   slot_description slot;
   const auto number = table.integer("number", 0, 15);
   if (number) {
@@ -166,15 +165,14 @@ void node_reader::read_slot(const toml::table &source) {
     unique_.check(unique_.slots, slot.number, number->line, fmt::format("slot {}", slot.number),
                   "one [[slot]] for each slot");
   }
-  for (const toml::table *instance : table.tables("instance", "[[slot.instance]]", true)) {
-    read_instance(*instance, {slot.number, 0, number.has_value()}, slot);
+  for (toml_table &instance : table.tables("instance", "[[slot.instance]]", true, "the instance")) {
+    read_instance(instance, {slot.number, 0, number.has_value()}, slot);
   }
   table.refuse_unknown_keys();
   node_.slots.push_back(std::move(slot));
 }
 
-void node_reader::read_instance(const toml::table &source, place where, slot_description &into) {
-  toml_table table(source, "the instance", problems_);
+void node_reader::read_instance(toml_table &table, place where, slot_description &into) {
   instance_description instance;
   const auto number = table.integer("number", 0, 3, 0);
   instance.number = where.instance = value_or(number, 0u);
@@ -185,8 +183,8 @@ void node_reader::read_instance(const toml::table &source, place where, slot_des
                   "one [[slot.instance]] for each instance");
   }
   unique_.numbers.clear();
-  for (const toml::table *port : table.tables("port", "[[slot.instance.port]]", false)) {
-    read_port(*port, where, instance);
+  for (toml_table &port : table.tables("port", "[[slot.instance.port]]", false, "the port")) {
+    read_port(port, where, instance);
   }
   const auto ports = static_cast<int64_t>(instance.ports.size());
   instance.capacity = value_or(table.integer("capacity", ports, 65535, ports), 0u);
@@ -194,8 +192,7 @@ void node_reader::read_instance(const toml::table &source, place where, slot_des
   into.instances.push_back(std::move(instance));
 }
 
-void node_reader::read_port(const toml::table &source, place where, instance_description &into) {
-  toml_table table(source, "the port", problems_);
+void node_reader::read_port(toml_table &table, place where, instance_description &into) {
   port_description port;
   port.line = table.line();
   read_position(table, where, port);
@@ -373,16 +370,10 @@ description_result read_node_description(const fs::path &file) {
 
 description_result parse_node_description(std::string_view text, const fs::path &file) {
   problem_list problems(file.string());
-  try {
-    const toml::table document = toml::parse(text, file.string());
-    node_description node = node_reader(file, problems).read(document);
-    if (problems.empty()) return {std::move(node), {}};
-  } catch (const toml::parse_error &error) {
-    problems.add(error.source().begin.line,
-                 fmt::format("{}; expected a node description in TOML", error.description()));
-  } catch (const std::exception &error) {
-    problems.add(0, fmt::format("cannot be read: {}", error.what()));
-  }
+  node_description node;
+  read_toml(text, file.string(), "node", problems,
+            [&](toml_table &root) { node = node_reader(file, problems).read(root); });
+  if (problems.empty()) return {std::move(node), {}};
   return {{}, problems.take()};
 }
 
