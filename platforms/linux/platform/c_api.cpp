@@ -1,3 +1,5 @@
+#include "lum_linux.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <memory>
@@ -5,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "lum_linux.h"
 #include "lum_linux/platform.h"
 #include "platform/platform_core.h"
 

@@ -1,6 +1,7 @@
-#include <algorithm>
+#include "platform/controller_watch.h"
 
-#include "platform/platform_core.h"
+#include <algorithm>
+#include <vector>
 
 namespace lum_linux {
 

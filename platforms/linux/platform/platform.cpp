@@ -1,9 +1,6 @@
 #include "lum_linux/platform.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/file.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -22,7 +19,6 @@ using std::chrono::milliseconds;
 
 constexpr const char *trace_directory_key = "liblum_ctrace_dir";
 constexpr const char *checkpoint_file = "checkpoints.db";
-constexpr const char *lock_file = "lock";
 
 bool make_folder(const fs::path &folder, std::string &error) {
   std::error_code code;
@@ -179,22 +175,5 @@ uint32_t platform::fw_upgrade(uint32_t rsip) const {
 }
 
 bool platform::stop(milliseconds bound) { return stop_core(core_, bound); }
-
-int directory_lock::acquire(const fs::path &directory) {
-  const int fd = open((directory / lock_file).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-  if (fd < 0) return errno;
-  if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
-    const int code = errno;
-    close(fd);
-    return code;
-  }
-  fd_ = fd;
-  return 0;
-}
-
-void directory_lock::release() {
-  if (fd_ >= 0) close(fd_);
-  fd_ = -1;
-}
 
 }  // namespace lum_linux

@@ -1,9 +1,10 @@
 // The callback table: finds the platform, and hands the call to the part that answers it.
+#include "platform/platform_core.h"
+
 #include <cerrno>
 #include <cstring>
 
 #include "bounded_copy.h"
-#include "platform/platform_core.h"
 
 namespace lum_linux {
 namespace {
