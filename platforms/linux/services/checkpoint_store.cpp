@@ -1,15 +1,14 @@
 #include "services/checkpoint_store.h"
 
-#include <fcntl.h>
-#include <unistd.h>
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <sqlite3.h>
 
 #include <algorithm>
-#include <array>
+#include <boost/crc.hpp>
 #include <cerrno>
-#include <chrono>
-#include <cstring>
-#include <ctime>
-#include <system_error>
+#include <limits>
+
+#include "services/store_files.h"
 
 namespace lum_linux {
 namespace {
@@ -19,6 +18,9 @@ namespace fs = std::filesystem;
 // What marks a database as a checkpoint store ("LUMC"), and the version of its schema.
 constexpr const char *store_mark = "1280658755";
 constexpr const char *schema_version = "1";
+
+// How long to wait for a process that is just ending to let go of the database.
+constexpr int busy_wait_ms = 2000;
 
 // An entry's version is that of the table's description when its data were saved. Ids are never
 // used twice.
@@ -30,253 +32,340 @@ constexpr const char *schema =
     "CREATE TABLE entries(id INTEGER PRIMARY KEY AUTOINCREMENT, kind INTEGER NOT NULL,"
     " key INTEGER NOT NULL, version INTEGER, checksum INTEGER, data BLOB, UNIQUE(kind, key));";
 
-constexpr std::array<uint32_t, 256> crc_table = [] {
-  std::array<uint32_t, 256> table{};
-  for (uint32_t i = 0; i < table.size(); ++i) {
-    uint32_t value = i;
-    for (int bit = 0; bit < 8; ++bit)
-      value = (value & 1) != 0 ? value >> 1 ^ 0xEDB88320u : value >> 1;
-    table[i] = value;
-  }
-  return table;
-}();
-
 uint32_t checksum(std::span<const std::byte> data) {
-  uint32_t crc = 0xFFFFFFFFu;
-  for (const std::byte b : data) crc = crc_table[(crc ^ static_cast<uint8_t>(b)) & 0xff] ^ crc >> 8;
-  return ~crc;
+  boost::crc_32_type crc;
+  crc.process_bytes(data.data(), data.size());
+  return crc.checksum();
 }
 
-// Makes a rename or a new file in the folder survive a crash of the machine.
-void sync_folder(const fs::path &folder) {
-  const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0) return;
-  fsync(fd);
-  ::close(fd);
+cerrno code_of(int result, int system_error) {
+  switch (result & 0xff) {
+    case SQLITE_FULL:
+      return ENOSPC;
+    case SQLITE_IOERR:
+      return system_error == ENOSPC || system_error == EDQUOT ? ENOSPC : EIO;
+    case SQLITE_NOMEM:
+      return ENOMEM;
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+      return EBUSY;
+    case SQLITE_READONLY:
+      return EROFS;
+    case SQLITE_CANTOPEN:
+    case SQLITE_PERM:
+      return system_error != 0 ? static_cast<cerrno>(system_error) : EACCES;
+    case SQLITE_CORRUPT:
+    case SQLITE_NOTADB:
+      return EBADMSG;
+    case SQLITE_TOOBIG:
+      return EFBIG;
+    case SQLITE_CONSTRAINT:
+      return EEXIST;
+    default:
+      return EIO;
+  }
 }
 
-std::string time_stamp() {
-  const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
-  std::tm utc = {};
-  gmtime_r(&now, &utc);
-  std::array<char, 32> text{};
-  std::strftime(text.data(), text.size(), "%Y%m%dT%H%M%SZ", &utc);
-  return text.data();
+// Whether a failure says that the file is damaged or no database at all.
+bool tells_of_damage(const SQLite::Exception &failure) {
+  const int result = failure.getErrorCode() & 0xff;
+  return result == SQLITE_CORRUPT || result == SQLITE_NOTADB;
 }
+
+// The first column of the first row; absent when there is no row.
+std::optional<std::string> ask(const SQLite::Database &database, const char *question) {
+  SQLite::Statement statement(database, question);
+  if (!statement.executeStep()) return std::nullopt;
+  return statement.getColumn(0).getText();
+}
+
+// As above, and absent when the question cannot be answered.
+std::optional<std::string> ask_if_possible(const SQLite::Database &database, const char *question) {
+  try {
+    return ask(database, question);
+  } catch (const SQLite::Exception &) {
+    return std::nullopt;
+  }
+}
+
+// One use of a statement: binds what stands for its question marks, which has to stay until the
+// use ends, and resets it at the end.
+class use {
+ public:
+  template <typename... Values>
+  explicit use(SQLite::Statement &statement, const Values &...values) : statement_(statement) {
+    int position = 0;
+    (bind(++position, values), ...);
+  }
+  ~use() { statement_.tryReset(); }
+  use(const use &) = delete;
+  use &operator=(const use &) = delete;
+
+  SQLite::Statement *operator->() const { return &statement_; }
+  uint64_t number(int column) const {
+    return static_cast<uint64_t>(statement_.getColumn(column).getInt64());
+  }
+  // Valid until the next step or the end of the use.
+  std::span<const std::byte> bytes(int column) const {
+    const SQLite::Column found = statement_.getColumn(column);
+    const auto *data = static_cast<const std::byte *>(found.getBlob());
+    if (data == nullptr) return {};
+    return {data, static_cast<size_t>(found.getBytes())};
+  }
+
+ private:
+  void bind(int position, uint64_t value) {
+    statement_.bind(position, static_cast<int64_t>(value));
+  }
+  void bind(int position, std::span<const std::byte> value) {
+    if (value.size() > std::numeric_limits<int>::max()) {
+      throw SQLite::Exception("more bytes than a record can have", SQLITE_TOOBIG);
+    }
+    // A null pointer would bind NULL instead of no bytes.
+    const void *data = value.empty() ? "" : static_cast<const void *>(value.data());
+    statement_.bindNoCopy(position, data, static_cast<int>(value.size()));
+  }
+
+  SQLite::Statement &statement_;
+};
+
+struct statements {
+  explicit statements(const SQLite::Database &database)
+      : add_table(database, "INSERT INTO tables VALUES(?)"),
+        has_table(database, "SELECT 1 FROM tables WHERE kind=?"),
+        clear_table(database, "DELETE FROM entries WHERE kind=?"),
+        clear_empty(database, "DELETE FROM entries WHERE kind=? AND data IS NULL"),
+        find(database, "SELECT id FROM entries WHERE kind=? AND key=?"),
+        create(database, "INSERT INTO entries(kind, key) VALUES(?, ?)"),
+        load(database, "SELECT version, checksum, data FROM entries WHERE kind=? AND id=?"),
+        save(database, "UPDATE entries SET version=?, checksum=?, data=? WHERE kind=? AND id=?"),
+        remove(database, "DELETE FROM entries WHERE kind=? AND id=?"),
+        next(database,
+             "SELECT id FROM entries WHERE kind=? AND id>? AND data IS NOT NULL "
+             "ORDER BY id LIMIT 1"),
+        count(database, "SELECT count(*) FROM entries") {}
+
+  SQLite::Statement add_table, has_table, clear_table, clear_empty, find, create, load, save,
+      remove, next, count;
+};
 
 }  // namespace
+
+struct checkpoint_store::connection {
+  explicit connection(const fs::path &file)
+      : database(file.string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE, busy_wait_ms) {}
+
+  SQLite::Database database;
+  std::optional<statements> prepared;  // goes before the database
+};
+
+checkpoint_store::~checkpoint_store() = default;
+
+// Makes a code of what `call` throws.
+template <typename Call>
+cerrno checkpoint_store::attempt(Call call) {
+  try {
+    return call();
+  } catch (const SQLite::Exception &failure) {
+    failure_ = failure.what();
+    const int system_error =
+        connection_ == nullptr ? 0 : sqlite3_system_errno(connection_->database.getHandle());
+    return code_of(failure.getErrorCode(), system_error);
+  }
+}
 
 checkpoint_store::opened checkpoint_store::open(const fs::path &file, const application &owner) {
   opened result;
   // The second attempt finds no file: the first has set it aside.
-  for (int attempt = 0; attempt < 2; ++attempt) {
+  for (int tries = 0; tries < 2; ++tries) {
     std::unique_ptr<checkpoint_store> store(new checkpoint_store);
-    result.code = store->database_.open(file);
     std::string reason;
-    const verdict found = result.code == 0 ? store->judge(owner, reason) : verdict::failed;
-    if (found == verdict::refused && attempt == 0) {
-      store->database_.close(false);
-      store.reset();
-      result.set_aside = set_aside(file);
-      std::replace(reason.begin(), reason.end(), '\n', ' ');
-      result.set_aside_reason = reason;
-      if (!result.set_aside.empty()) continue;
-      result.code = errno != 0 ? static_cast<cerrno>(errno) : EIO;
-      result.failure = "cannot be renamed";
-      return result;
-    }
-    if (found == verdict::fresh) result.code = store->set_up(owner);
-    if (found == verdict::failed && result.code == 0) {
-      result.code = store->database_.code();
-      if (result.code == 0) result.code = EIO;
-    }
-    if (result.code == 0) result.code = store->prepare();
+    verdict found = verdict::refused;
+    result.code = store->attempt([&]() -> cerrno {
+      store->connection_ = std::make_unique<connection>(file);
+      found = store->judge(owner, reason);
+      if (found == verdict::fresh) store->set_up(owner);
+      return 0;
+    });
     if (result.code != 0) {
+      if (store->connection_ == nullptr && result.code == EACCES) {
+        if (const int error = error_of_opening(file)) result.code = static_cast<cerrno>(error);
+      }
       result.failure = store->failure_text();
       return result;
     }
-    if (found == verdict::fresh) sync_folder(file.parent_path());
-    result.store = std::move(store);
-    return result;
+    if (found != verdict::refused) {
+      if (found == verdict::fresh) sync_folder(file.parent_path());
+      result.store = std::move(store);
+      return result;
+    }
+    store->close_as_found();
+    result.set_aside = lum_linux::set_aside(file);
+    if (result.set_aside.empty()) {
+      result.code = errno != 0 ? static_cast<cerrno>(errno) : EIO;
+      result.failure = "cannot be renamed";
+    }
+    std::replace(reason.begin(), reason.end(), '\n', ' ');
+    result.set_aside_reason = reason;
+    if (result.code != 0) return result;
   }
+  result.code = EIO;
+  result.failure = "is refused although it is new";
   return result;
+}
+
+checkpoint_store::verdict checkpoint_store::judge(const application &owner, std::string &reason) {
+  try {
+    return look_into(owner, reason);
+  } catch (const SQLite::Exception &failure) {
+    if (!tells_of_damage(failure)) throw;
+    reason = failure.what();
+    return verdict::refused;
+  }
 }
 
 // Looks at the file before anything is written to it, takes it for this process alone, and checks
 // the whole of it.
-checkpoint_store::verdict checkpoint_store::judge(const application &owner, std::string &reason) {
-  const auto refuse_damaged = [&] {
-    if (!database_.damaged()) return verdict::failed;
-    reason = database_.failure_text();
-    return verdict::refused;
-  };
-  if (database_.execute("PRAGMA locking_mode=EXCLUSIVE") != 0) return refuse_damaged();
-  const auto objects = database_.query("SELECT count(*) FROM sqlite_master");
-  if (!objects) return refuse_damaged();
-  const bool empty = *objects == "0";
-  if (!empty && (database_.query("PRAGMA application_id") != store_mark ||
-                 database_.query("PRAGMA user_version") != schema_version)) {
+checkpoint_store::verdict checkpoint_store::look_into(const application &owner,
+                                                      std::string &reason) {
+  SQLite::Database &database = connection_->database;
+  database.exec("PRAGMA locking_mode=EXCLUSIVE");
+  const bool empty = ask(database, "SELECT count(*) FROM sqlite_master") == "0";
+  if (!empty && (ask_if_possible(database, "PRAGMA application_id") != store_mark ||
+                 ask_if_possible(database, "PRAGMA user_version") != schema_version)) {
     reason = "it is no checkpoint store of this version";
     return verdict::refused;
   }
-  if (database_.query("PRAGMA journal_mode=WAL") != "wal") return refuse_damaged();
-  if (database_.execute("PRAGMA synchronous=FULL") != 0) return refuse_damaged();
-  if (database_.execute("BEGIN IMMEDIATE; COMMIT") != 0) return refuse_damaged();
+  if (ask(database, "PRAGMA journal_mode=WAL") != "wal") {
+    throw SQLite::Exception("it cannot have a write-ahead log", SQLITE_ERROR);
+  }
+  database.exec("PRAGMA synchronous=FULL");
+  database.exec("BEGIN IMMEDIATE; COMMIT");
   if (empty) return verdict::fresh;
 
-  const auto integrity = database_.query("PRAGMA integrity_check(1)");
-  if (!integrity) return refuse_damaged();
-  if (*integrity != "ok") {
-    reason = *integrity;
+  const std::string integrity = ask(database, "PRAGMA integrity_check(1)").value_or("");
+  if (integrity != "ok") {
+    reason = integrity;
     return verdict::refused;
   }
-  const auto name = database_.query("SELECT name FROM application");
-  const auto version = database_.query("SELECT version FROM application");
+  const auto name = ask_if_possible(database, "SELECT name FROM application");
+  const auto version = ask_if_possible(database, "SELECT version FROM application");
   if (name != owner.name || version != std::to_string(owner.version)) {
     reason = "it belongs to application " + name.value_or("(none)") + " version " +
              version.value_or("(none)");
     return verdict::refused;
   }
-  if (prepare() != 0) {
-    reason = database_.failure_text();
+  try {
+    connection_->prepared.emplace(database);
+  } catch (const SQLite::Exception &failure) {
+    reason = failure.what();
     return verdict::refused;
   }
   return verdict::usable;
 }
 
-cerrno checkpoint_store::set_up(const application &owner) {
-  cerrno rc = database_.execute("BEGIN IMMEDIATE");
-  if (rc != 0) return rc;
-  rc = database_.execute(schema);
-  sqlite_statement insert;
-  if (rc == 0) rc = database_.prepare("INSERT INTO application VALUES(CAST(? AS TEXT), ?)", insert);
-  if (rc == 0) {
-    sqlite_use use(insert);
-    use->bind(std::as_bytes(std::span(owner.name))).bind(owner.version);
-    if (use->step() != SQLITE_DONE) rc = database_.code();
-  }
-  if (rc == 0) rc = database_.execute("COMMIT");
-  return rc;
+void checkpoint_store::set_up(const application &owner) {
+  SQLite::Database &database = connection_->database;
+  SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
+  database.exec(schema);
+  SQLite::Statement insert(database, "INSERT INTO application VALUES(?, ?)");
+  insert.bind(1, owner.name);
+  insert.bind(2, owner.version);
+  insert.exec();
+  transaction.commit();
+  connection_->prepared.emplace(database);
 }
 
-cerrno checkpoint_store::prepare() {
-  const struct {
-    sqlite_statement &statement;
-    const char *text;
-  } statements[] = {
-      {add_table_, "INSERT INTO tables VALUES(?)"},
-      {has_table_, "SELECT 1 FROM tables WHERE kind=?"},
-      {clear_table_, "DELETE FROM entries WHERE kind=?"},
-      {clear_empty_, "DELETE FROM entries WHERE kind=? AND data IS NULL"},
-      {find_, "SELECT id FROM entries WHERE kind=? AND key=?"},
-      {create_, "INSERT INTO entries(kind, key) VALUES(?, ?)"},
-      {load_, "SELECT version, checksum, data FROM entries WHERE kind=? AND id=?"},
-      {save_, "UPDATE entries SET version=?, checksum=?, data=? WHERE kind=? AND id=?"},
-      {remove_, "DELETE FROM entries WHERE kind=? AND id=?"},
-      {next_,
-       "SELECT id FROM entries WHERE kind=? AND id>? AND data IS NOT NULL ORDER BY id LIMIT 1"},
-      {count_, "SELECT count(*) FROM entries"},
-  };
-  for (const auto &[statement, text] : statements) {
-    if (const cerrno rc = database_.prepare(text, statement); rc != 0) return rc;
-  }
-  return 0;
-}
-
-// The write-ahead log goes along, under the name that fits. Returns an empty path with errno set
-// when the file cannot be renamed.
-fs::path checkpoint_store::set_aside(const fs::path &file) {
-  const std::string base = file.string() + ".set-aside-" + time_stamp();
-  fs::path target = base;
-  for (int n = 2; fs::exists(target); ++n) target = base + "." + std::to_string(n);
-  std::error_code error;
-  for (const char *suffix : {"-wal", "-journal", "-shm"}) {
-    fs::rename(file.string() + suffix, target.string() + suffix, error);
-  }
-  fs::rename(file, target, error);
-  if (error) {
-    errno = error.value();
-    return {};
-  }
-  sync_folder(file.parent_path());
-  return target;
+// Leaves what the write-ahead log holds in it rather than merging it into a database that is not
+// understood.
+void checkpoint_store::close_as_found() {
+  sqlite3_db_config(connection_->database.getHandle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1,
+                    nullptr);
+  connection_.reset();
 }
 
 cerrno checkpoint_store::add_table(uint32_t kind, bool persistent, bool &found) {
   bool there = false;
-  {
-    sqlite_use use(has_table_);
-    const int rc = use->bind(kind).step();
-    if (rc != SQLITE_ROW && rc != SQLITE_DONE) return database_.code();
-    there = rc == SQLITE_ROW;
-  }
-  if (!there) {
-    sqlite_use use(add_table_);
-    if (use->bind(kind).step() != SQLITE_DONE) return database_.code();
-  } else {
-    sqlite_use use(persistent ? clear_empty_ : clear_table_);
+  const cerrno rc = attempt([&]() -> cerrno {
+    there = use(connection_->prepared->has_table, kind)->executeStep();
+    if (!there) use(connection_->prepared->add_table, kind)->exec();
+    return 0;
+  });
+  if (rc != 0) return rc;
+  if (there) {
+    const cerrno cleared = attempt([&]() -> cerrno {
+      statements &prepared = *connection_->prepared;
+      use(persistent ? prepared.clear_empty : prepared.clear_table, kind)->exec();
+      return 0;
+    });
     // Entries without data do no harm, so a full disk need not stop the others from being read.
-    if (use->bind(kind).step() != SQLITE_DONE && !persistent) return database_.code();
+    if (cleared != 0 && !persistent) return cleared;
   }
   found = there && persistent;
   return 0;
 }
 
 cerrno checkpoint_store::find(uint32_t kind, uint32_t key, uint64_t &id) {
-  sqlite_use use(find_);
-  const int rc = use->bind(kind).bind(key).step();
-  if (rc == SQLITE_DONE) return ENOENT;
-  if (rc != SQLITE_ROW) return database_.code();
-  id = use->number(0);
-  return 0;
+  return attempt([&]() -> cerrno {
+    const use find(connection_->prepared->find, kind, key);
+    if (!find->executeStep()) return ENOENT;
+    id = find.number(0);
+    return 0;
+  });
 }
 
 cerrno checkpoint_store::create(uint32_t kind, uint32_t key, uint64_t &id) {
-  sqlite_use use(create_);
-  if (use->bind(kind).bind(key).step() != SQLITE_DONE) return database_.code();
-  id = static_cast<uint64_t>(database_.last_insert_id());
-  return 0;
+  return attempt([&]() -> cerrno {
+    use(connection_->prepared->create, kind, key)->exec();
+    id = static_cast<uint64_t>(connection_->database.getLastInsertRowid());
+    return 0;
+  });
 }
 
 cerrno checkpoint_store::load(uint32_t kind, uint64_t id, uint32_t version,
                               std::span<std::byte> buffer) {
-  sqlite_use use(load_);
-  const int rc = use->bind(kind).bind(id).step();
-  if (rc == SQLITE_DONE) return ENOENT;
-  if (rc != SQLITE_ROW) return database_.code();
-  if (use->is_null(2)) return ENODATA;
-  const std::span<const std::byte> data = use->bytes(2);
-  if (use->number(0) != version || data.size() != buffer.size()) return EBADMSG;
-  if (use->number(1) != checksum(data)) return EBADMSG;
-  std::copy(data.begin(), data.end(), buffer.begin());
-  return 0;
+  return attempt([&]() -> cerrno {
+    const use load(connection_->prepared->load, kind, id);
+    if (!load->executeStep()) return ENOENT;
+    if (load->isColumnNull(2)) return ENODATA;
+    const std::span<const std::byte> data = load.bytes(2);
+    if (load.number(0) != version || data.size() != buffer.size()) return EBADMSG;
+    if (load.number(1) != checksum(data)) return EBADMSG;
+    std::copy(data.begin(), data.end(), buffer.begin());
+    return 0;
+  });
 }
 
 cerrno checkpoint_store::save(uint32_t kind, uint64_t id, uint32_t version,
                               std::span<const std::byte> data) {
-  sqlite_use use(save_);
-  use->bind(version).bind(checksum(data)).bind(data).bind(kind).bind(id);
-  if (use->step() != SQLITE_DONE) return database_.code();
-  return database_.changed_rows() == 1 ? 0 : ENOENT;
+  return attempt([&]() -> cerrno {
+    const use save(connection_->prepared->save, version, checksum(data), data, kind, id);
+    return save->exec() == 1 ? 0 : ENOENT;
+  });
 }
 
 cerrno checkpoint_store::remove(uint32_t kind, uint64_t id) {
-  sqlite_use use(remove_);
-  if (use->bind(kind).bind(id).step() != SQLITE_DONE) return database_.code();
-  return database_.changed_rows() == 1 ? 0 : ENOENT;
+  return attempt([&]() -> cerrno {
+    return use(connection_->prepared->remove, kind, id)->exec() == 1 ? 0 : ENOENT;
+  });
 }
 
 cerrno checkpoint_store::next(uint32_t kind, uint64_t after, uint64_t &id) {
-  sqlite_use use(next_);
-  const int rc = use->bind(kind).bind(after).step();
-  if (rc != SQLITE_ROW && rc != SQLITE_DONE) return database_.code();
-  id = rc == SQLITE_ROW ? use->number(0) : 0;
-  return 0;
+  return attempt([&]() -> cerrno {
+    const use next(connection_->prepared->next, kind, after);
+    id = next->executeStep() ? next.number(0) : 0;
+    return 0;
+  });
 }
 
 uint64_t checkpoint_store::entries() {
-  sqlite_use use(count_);
-  return use->step() == SQLITE_ROW ? use->number(0) : 0;
+  uint64_t number = 0;
+  attempt([&]() -> cerrno {
+    const use count(connection_->prepared->count);
+    if (count->executeStep()) number = count.number(0);
+    return 0;
+  });
+  return number;
 }
 
 }  // namespace lum_linux

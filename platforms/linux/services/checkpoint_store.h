@@ -11,7 +11,6 @@
 #include <string>
 
 #include "cerr.h"
-#include "services/sqlite_database.h"
 
 namespace lum_linux {
 
@@ -29,6 +28,8 @@ class checkpoint_store {
     std::filesystem::path set_aside;  // what a store that cannot be used was renamed to, or empty
     std::string set_aside_reason;
   };
+
+  ~checkpoint_store();
 
   // Opens the store, creating it when there is none. A store that is damaged, or was written by
   // another application or version, is renamed and a new one begun. May throw std::bad_alloc.
@@ -51,19 +52,23 @@ class checkpoint_store {
   cerrno next(uint32_t kind, uint64_t after, uint64_t &id);
 
   uint64_t entries();
-  std::string failure_text() const { return database_.failure_text(); }
+  // Text of the latest failure.
+  const std::string &failure_text() const { return failure_; }
 
  private:
-  checkpoint_store() = default;
-  enum class verdict { usable, fresh, refused, failed };
-  verdict judge(const application &owner, std::string &reason);
-  cerrno set_up(const application &owner);
-  cerrno prepare();
-  static std::filesystem::path set_aside(const std::filesystem::path &file);
+  struct connection;  // the database and the statements for it
+  enum class verdict { usable, fresh, refused };
 
-  sqlite_database database_;
-  sqlite_statement add_table_, has_table_, clear_table_, clear_empty_, find_, create_, load_, save_,
-      remove_, next_, count_;
+  checkpoint_store() = default;
+  verdict judge(const application &owner, std::string &reason);
+  verdict look_into(const application &owner, std::string &reason);
+  void set_up(const application &owner);
+  void close_as_found();
+  template <typename Call>
+  cerrno attempt(Call call);
+
+  std::unique_ptr<connection> connection_;
+  std::string failure_;
 };
 
 }  // namespace lum_linux
