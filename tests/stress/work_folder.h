@@ -1,48 +1,16 @@
-// A folder of a test's own, gone when the test is over.
+// A folder of a stress test's own; on a disk only where the test asks for one.
 #pragma once
 
-#include <unistd.h>
-
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <stdexcept>
-#include <string>
+#include "test_folder.h"
 
 namespace stress {
 
-enum class folder_place { memory, disk };  // memory: where there is a file system in memory
+using ::folder_place;
+using ::write_file;
 
-class work_folder {
+class work_folder : public test_folder {
  public:
-  explicit work_folder(folder_place place = folder_place::memory) {
-    const std::filesystem::path in_memory = "/dev/shm";
-    const bool use_memory =
-        place == folder_place::memory && access(in_memory.c_str(), W_OK | X_OK) == 0;
-    const auto parent = use_memory ? in_memory : std::filesystem::temp_directory_path();
-    std::string name = (parent / "lum-stress-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr)
-      throw std::runtime_error("no folder in " + parent.string());
-    path_ = name;
-  }
-  ~work_folder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  work_folder(const work_folder &) = delete;
-  work_folder &operator=(const work_folder &) = delete;
-
-  const std::filesystem::path &path() const { return path_; }
-
- private:
-  std::filesystem::path path_;
+  explicit work_folder(folder_place place = folder_place::memory) : test_folder(place) {}
 };
-
-inline void write_file(const std::filesystem::path &file, const std::string &text) {
-  std::filesystem::create_directories(file.parent_path());
-  std::ofstream out(file, std::ios::binary);
-  out << text;
-  if (!out.flush()) throw std::runtime_error("cannot write " + file.string());
-}
 
 }  // namespace stress

@@ -69,16 +69,10 @@ image_result read_module_image(const std::filesystem::path &description) {
 
 image_result compile_module_image(std::string_view text, const std::filesystem::path &file) {
   problem_list problems(file.string());
-  try {
-    const toml::table document = toml::parse(text, file.string());
-    module_image image = image_compiler(problems).compile(document);
-    if (problems.empty()) return {std::move(image), {}};
-  } catch (const toml::parse_error &error) {
-    problems.add(error.source().begin.line,
-                 fmt::format("{}; expected a module description in TOML", error.description()));
-  } catch (const std::exception &error) {
-    problems.add(0, fmt::format("cannot be read: {}", error.what()));
-  }
+  module_image image;
+  read_toml(text, file.string(), "module", problems,
+            [&](toml_table &root) { image = image_compiler(problems).compile(root); });
+  if (problems.empty()) return {std::move(image), {}};
   return {{}, problems.take()};
 }
 

@@ -35,14 +35,6 @@ bool is_printable(std::string_view text) {
   return std::all_of(text.begin(), text.end(), [](char c) { return c >= 0x20 && c <= 0x7E; });
 }
 
-std::optional<double> number_of(const toml::node &node) {
-  if (const auto *integer = node.as_integer()) return static_cast<double>(integer->get());
-  if (const auto *real = node.as_floating_point()) return real->get();
-  return {};
-}
-
-uint32_t line_of(const toml::node &node) { return node.source().begin.line; }
-
 int hex_digit(char c) {
   if (c >= '0' && c <= '9') return c - '0';
   if (c >= 'a' && c <= 'f') return c - 'a' + 10;
@@ -65,8 +57,7 @@ std::optional<std::array<uint8_t, 3>> parse_oui(std::string_view text) {
 
 }  // namespace
 
-module_image image_compiler::compile(const toml::table &document) {
-  toml_table table(document, "the module", problems_);
+module_image image_compiler::compile(toml_table &table) {
   const auto pages = table.integer("pages", min_pages, module_max_pages, min_pages);
   const auto page_count = static_cast<std::size_t>(pages ? pages->value : module_max_pages);
   image_.bytes.assign(module_page_size * (page_count + 1), 0);
@@ -132,47 +123,46 @@ void image_compiler::compile_oui(toml_table &table) {
 
 void image_compiler::compile_firmware(toml_table &table) {
   constexpr const char *expected = "two bytes such as [1, 7], or two digits such as \"17\"";
-  const toml::node *node = table.any("firmware");
-  if (!node) {
+  const auto found = table.any("firmware");
+  if (!found) {
     problems_.add(table.line(),
                   fmt::format("missing key 'firmware' in the module, expected {}", expected));
     return;
   }
-  const uint32_t line = line_of(*node);
-  if (node->is_array()) {
-    if (const auto bytes = numbers(table, "firmware", 2, 0, 255, false)) {
+  const uint32_t line = found->line;
+  if (found->is_array) {
+    if (const auto bytes = table.numbers("firmware", 2, 0, 255, false)) {
       put("firmware", line, firmware_place, static_cast<uint8_t>(bytes->value[0]));
       put("firmware", line, {firmware_place.page, firmware_place.offset + 1},
           static_cast<uint8_t>(bytes->value[1]));
     }
     return;
   }
-  const auto *digits = node->as_string();
+  const auto &digits = found->text;
   const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
-  if (!digits || digits->get().size() != 2 || !is_digit((*digits)->at(0)) ||
-      !is_digit((*digits)->at(1))) {
-    problems_.add(line, fmt::format("'firmware' is {}, expected {}",
-                                    digits ? fmt::format("\"{}\"", digits->get())
-                                           : std::string("of another kind"),
-                                    expected));
+  if (!digits || digits->size() != 2 || !is_digit(digits->at(0)) || !is_digit(digits->at(1))) {
+    problems_.add(
+        line, fmt::format("'firmware' is {}, expected {}",
+                          digits ? fmt::format("\"{}\"", *digits) : std::string("of another kind"),
+                          expected));
     return;
   }
-  put_text("firmware", line, {"firmware", firmware_place, 2, true}, digits->get());
+  put_text("firmware", line, {"firmware", firmware_place, 2, true}, *digits);
 }
 
 void image_compiler::compile_measurements(toml_table &table) {
-  if (const auto celsius = number(table, "temperature", -128, 127.99)) {
+  if (const auto celsius = table.number("temperature", -128, 127.99)) {
     put_word("temperature", celsius->line, temperature_place, signed_word(celsius->value * 256));
   }
-  if (const auto volts = number(table, "supply", 0, 6.5535)) {
+  if (const auto volts = table.number("supply", 0, 6.5535)) {
     put_word("supply", volts->line, supply_place, word(volts->value * 10000));
   }
 }
 
 void image_compiler::compile_flags(toml_table &table) {
-  const toml::table *source = table.table("flags");
-  if (!source) return;
-  toml_table flags(*source, "the flags", problems_);
+  auto given = table.table("flags", "the flags");
+  if (!given) return;
+  toml_table &flags = *given;
   for (const uint32_t offset : flag_offsets) {
     const std::string key = std::to_string(offset);
     const auto value = flags.integer(key, 0, 255, 0);
@@ -183,12 +173,12 @@ void image_compiler::compile_flags(toml_table &table) {
 
 void image_compiler::compile_sub_port(toml_table &table, uint32_t sub_port) {
   const std::string where = fmt::format("sub_port_{}", sub_port);
-  const toml::table *source = table.table(where);
-  if (!source) return;
+  auto given = table.table(where, where);
+  if (!given) return;
+  toml_table &inner = *given;
   const sub_port_places &places = sub_ports_places[sub_port];
-  toml_table inner(*source, where, problems_);
   compile_readings(inner, places, where);
-  if (const auto status = numbers(inner, "status", places.status.size(), 0, 255, false)) {
+  if (const auto status = inner.numbers("status", places.status.size(), 0, 255, false)) {
     for (std::size_t i = 0; i < places.status.size(); ++i) {
       put(where + ".status", status->line, layout(places.status[i]),
           static_cast<uint8_t>(status->value[i]));
@@ -202,11 +192,11 @@ void image_compiler::compile_sub_port(toml_table &table, uint32_t sub_port) {
   };
   put_setting("setting_a", layout(places.setting_a));
   put_setting("setting_b", layout(places.setting_b));
-  put_setting("p2_setting", {2, places.p2_setting});
-  if (const auto pair = numbers(inner, "thresholds", 2, -32768, 32767, false)) {
-    put_word(where + ".thresholds", pair->line, {2, places.thresholds},
+  put_setting("p2_setting", {threshold_page, places.p2_setting});
+  if (const auto pair = inner.numbers("thresholds", 2, -32768, 32767, false)) {
+    put_word(where + ".thresholds", pair->line, {threshold_page, places.thresholds},
              signed_word(pair->value[0]));
-    put_word(where + ".thresholds", pair->line, {2, places.thresholds + 2},
+    put_word(where + ".thresholds", pair->line, {threshold_page, places.thresholds + 2},
              signed_word(pair->value[1]));
   }
   inner.refuse_unknown_keys();
@@ -215,12 +205,12 @@ void image_compiler::compile_sub_port(toml_table &table, uint32_t sub_port) {
 // Either in units or as the five words themselves; a reading given both ways has to agree.
 void image_compiler::compile_readings(toml_table &table, const sub_port_places &places,
                                       const std::string &where) {
-  if (const auto words = numbers(table, "readings", places.readings.size(), 0, max_word, false)) {
+  if (const auto words = table.numbers("readings", places.readings.size(), 0, max_word, false)) {
     for (std::size_t i = 0; i < places.readings.size(); ++i) {
       put_word(where + ".readings", words->line, {0, places.readings[i]}, word(words->value[i]));
     }
   }
-  if (const auto powers = numbers(table, "powers_dbm", 3, min_dbm, max_dbm, true)) {
+  if (const auto powers = table.numbers("powers_dbm", 3, min_dbm, max_dbm, true)) {
     for (std::size_t i = 0; i < powers->value.size(); ++i) {
       put_word(where + ".powers_dbm", powers->line, {0, places.readings[i]},
                power_word(powers->value[i]));
@@ -228,7 +218,7 @@ void image_compiler::compile_readings(toml_table &table, const sub_port_places &
   }
   for (const std::size_t i : {3u, 4u}) {
     const std::string key = fmt::format("reading_{}", i);
-    if (const auto tenths = number(table, key, 0, max_word / 10)) {
+    if (const auto tenths = table.number(key, 0, max_word / 10)) {
       put_word(where + "." + key, tenths->line, {0, places.readings[i]}, word(tenths->value * 10));
     }
   }
@@ -236,12 +226,11 @@ void image_compiler::compile_readings(toml_table &table, const sub_port_places &
 
 // Raw bytes come last and take the place of what other keys have set.
 void image_compiler::compile_raw(toml_table &table) {
-  for (const toml::table *source : table.tables("raw", "[[raw]]", false)) {
-    toml_table raw(*source, "the raw bytes", problems_);
+  for (toml_table &raw : table.tables("raw", "[[raw]]", false, "the raw bytes")) {
     const auto pages = static_cast<int64_t>(image_.bytes.size() / module_page_size) - 1;
     const auto page = raw.integer("page", 0, pages - 1, 0);
     const auto offset = raw.integer("offset", 0, 255);
-    const auto bytes = numbers(raw, "bytes", 0, 0, 255, false);
+    const auto bytes = raw.numbers("bytes", 0, 0, 255, false);
     if (!raw.has("bytes")) {
       problems_.add(raw.line(),
                     "missing key 'bytes' in the raw bytes, expected an array of whole "
@@ -250,7 +239,8 @@ void image_compiler::compile_raw(toml_table &table) {
     raw.refuse_unknown_keys();
     if (!page || !offset || !bytes) continue;
     const bool is_lower = offset->value < module_page_size;
-    const auto room = static_cast<std::size_t>((is_lower ? 128 : 256) - offset->value);
+    const auto room = static_cast<std::size_t>(
+        (is_lower ? module_page_size : 2 * module_page_size) - offset->value);
     if (bytes->value.size() > room) {
       problems_.add(bytes->line,
                     fmt::format("'bytes' holds {} bytes, expected at most {} from offset {} on",
@@ -279,51 +269,6 @@ void image_compiler::finish_checksum() {
   const std::size_t position = eeprom_position(0, checksum_offset);
   if (origins_.contains(position)) return;
   image_.bytes[position] = page_0_checksum(image_);
-}
-
-std::optional<located<double>> image_compiler::number(toml_table &table, std::string_view key,
-                                                      double min, double max) {
-  const toml::node *node = table.any(key);
-  if (!node) return {};
-  const auto value = number_of(*node);
-  if (value && *value >= min && *value <= max) return located<double>{*value, line_of(*node)};
-  problems_.add(
-      line_of(*node),
-      value ? fmt::format("'{}' is {}, expected a number from {} to {}", key, *value, min, max)
-            : fmt::format("'{}' is no number, expected one from {} to {}", key, min, max));
-  return {};
-}
-
-std::optional<located<std::vector<double>>> image_compiler::numbers(toml_table &table,
-                                                                    std::string_view key,
-                                                                    std::size_t count, double min,
-                                                                    double max, bool fractions) {
-  const toml::node *node = table.any(key);
-  if (!node) return {};
-  const std::string expected =
-      fmt::format("an array of {}{}numbers from {} to {}",
-                  count > 0 ? fmt::format("{} ", count) : "", fractions ? "" : "whole ", min, max);
-  const toml::array *array = node->as_array();
-  if (!array || array->empty() || (count > 0 && array->size() != count)) {
-    problems_.add(
-        line_of(*node),
-        array ? fmt::format("'{}' has {} elements, expected {}", key, array->size(), expected)
-              : fmt::format("'{}' is no array, expected {}", key, expected));
-    return {};
-  }
-  located<std::vector<double>> result{{}, line_of(*node)};
-  for (const toml::node &element : *array) {
-    const auto value = number_of(element);
-    if (!value || !(*value >= min && *value <= max) || (!fractions && !element.is_integer())) {
-      problems_.add(
-          line_of(element),
-          fmt::format("'{}' holds {}, expected {}", key,
-                      value ? fmt::format("{}", *value) : std::string("something else"), expected));
-      return {};
-    }
-    result.value.push_back(*value);
-  }
-  return result;
 }
 
 byte_place image_compiler::layout(uint32_t offset) const {

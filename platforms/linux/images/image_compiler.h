@@ -1,8 +1,6 @@
 // Turns one parsed module description into bytes.
 #pragma once
 
-#include <toml++/toml.h>
-
 #include <cstdint>
 #include <initializer_list>
 #include <map>
@@ -12,9 +10,9 @@
 #include <string_view>
 #include <vector>
 
+#include "description/toml_table.h"
 #include "images/image_places.h"
 #include "lum_linux/image.h"
-#include "toml_table.h"
 
 namespace lum_linux {
 
@@ -23,7 +21,7 @@ class image_compiler {
   explicit image_compiler(problem_list &problems) : problems_(problems) {}
 
   // Worth something only when no problem has come up.
-  module_image compile(const toml::table &document);
+  module_image compile(toml_table &table);
 
  private:
   // A byte that a key has set.
@@ -42,15 +40,6 @@ class image_compiler {
   void compile_raw(toml_table &table);
   void compile_faults(toml_table &table);
   void finish_checksum();
-
-  // The value of a key as a number from min to max; nothing when it is not there or wrong.
-  std::optional<located<double>> number(toml_table &table, std::string_view key, double min,
-                                        double max);
-  // The value of a key as an array of exactly `count` numbers (any number of them from 1 on when
-  // `count` is 0). Whole numbers only unless `fractions`.
-  std::optional<located<std::vector<double>>> numbers(toml_table &table, std::string_view key,
-                                                      std::size_t count, double min, double max,
-                                                      bool fractions);
 
   byte_place layout(uint32_t offset) const;
   // Two keys may set one byte only to the same value.

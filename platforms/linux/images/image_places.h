@@ -28,6 +28,9 @@ inline constexpr std::array<text_place, 7> text_places = {{
     {"extra_id", {3, 192}, 18, false},
 }};
 
+// The words of both sub-ports' thresholds and of their second settings.
+inline constexpr uint32_t threshold_page = 2;
+
 inline constexpr byte_place identifier_place{0, 0};
 inline constexpr byte_place page_0_identifier_place{0, 128};
 inline constexpr byte_place oui_place{0, 145};
@@ -52,8 +55,8 @@ struct sub_port_places {
   std::array<uint32_t, 3> status;    // layout page
   uint32_t setting_a;                // layout page, two bytes
   uint32_t setting_b;                // layout page, two bytes
-  uint32_t thresholds;               // page 2, two bytes each: upper, lower
-  uint32_t p2_setting;               // page 2, two bytes
+  uint32_t thresholds;               // threshold page, two bytes each: upper, lower
+  uint32_t p2_setting;               // threshold page, two bytes
 };
 
 inline constexpr std::array<sub_port_places, 2> sub_ports_places = {{

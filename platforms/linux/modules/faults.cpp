@@ -1,11 +1,11 @@
 // Fault scripts as text.
+#include "lum_linux/module_faults.h"
+
 #include <fmt/format.h>
 
 #include <array>
 #include <charconv>
 #include <optional>
-
-#include "lum_linux/module_faults.h"
 
 namespace lum_linux {
 namespace {

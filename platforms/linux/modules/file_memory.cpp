@@ -1,4 +1,6 @@
 // A module's memory in an `eeprom` file.
+#include "lum_linux/module_memory.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -8,7 +10,6 @@
 #include <functional>
 #include <utility>
 
-#include "lum_linux/module_memory.h"
 #include "modules/unique_fd.h"
 
 namespace lum_linux {

@@ -1,4 +1,6 @@
 // A module's memory on a Linux I2C bus.
+#include "lum_linux/module_memory.h"
+
 #include <fcntl.h>
 #include <linux/i2c-dev.h>
 #include <linux/i2c.h>
@@ -8,8 +10,6 @@
 #include <array>
 #include <cerrno>
 #include <utility>
-
-#include "lum_linux/module_memory.h"
 
 namespace lum_linux {
 namespace {

@@ -164,7 +164,7 @@ cerrno module_entry::insert() {
     ask_presence(held);
     if (pulled_) put_back();
     if (there_ || backend_ != module_backend::simulated || description_.empty()) {
-      return there_ ? module_ok : cerrno{2};
+      return there_ ? module_ok : module_none;
     }
   }
   std::string error;
@@ -184,7 +184,7 @@ cerrno module_entry::insert(const std::filesystem::path &description, std::strin
       if (!error.empty()) error += '\n';
       error += to_string(problem);
     }
-    return is_there ? module_bad_argument : cerrno{2};
+    return is_there ? module_bad_argument : module_none;
   }
   lock held(mutex_);
   const cerrno rc = wait_for_memory(held);

@@ -55,7 +55,7 @@ cerrno guarded(Transfer transfer) {
   try {
     return transfer();
   } catch (const std::bad_alloc &) {
-    return 12;
+    return module_no_memory;
   } catch (...) {
     return module_failing;
   }

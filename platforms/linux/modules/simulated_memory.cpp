@@ -1,8 +1,8 @@
 // A module's memory without a module.
+#include "lum_linux/module_memory.h"
+
 #include <algorithm>
 #include <utility>
-
-#include "lum_linux/module_memory.h"
 
 namespace lum_linux {
 namespace {

@@ -83,7 +83,8 @@ class interface_manager {
 
   // The two requests of the callback table, whose comment in lum.h describes the arguments. Names
   // and payload are copied. Return 0, 12, 22 for arguments that make no sense, 108 after stop(), or
-  // the code asked for with refuse_next. A refused batch is never completed.
+  // the code asked for with refuse_next. A refused batch is never completed. When memory runs out
+  // while an accepted batch is carried out, all of its elements fail with 12 and none is created.
   cerrno request_by_name(const char *const *names, uint16_t iftype, const void *payload,
                          uint32_t payload_count, uint32_t operation, void *context, uint32_t count,
                          imca_completion complete) noexcept;

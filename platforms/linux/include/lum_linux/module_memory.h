@@ -17,7 +17,9 @@ namespace lum_linux {
 
 // Codes of the module layer. Anything else is the errno of the system call that failed.
 constexpr cerrno module_ok = 0;
+constexpr cerrno module_none = 2;           // ENOENT: there is no module to put in
 constexpr cerrno module_failing = 5;        // EIO: the memory ends early, or the page was not taken
+constexpr cerrno module_no_memory = 12;     // ENOMEM
 constexpr cerrno module_busy = 16;          // EBUSY: somebody else's transfer does not end
 constexpr cerrno module_absent = 19;        // ENODEV: no module there, or the modules are stopped
 constexpr cerrno module_bad_argument = 22;  // EINVAL: not a place in a module's memory, or no port

@@ -1,0 +1,36 @@
+// The checkpoint store behind chkpt.h: where it is, and how it fares.
+//
+// What holds for every call stands in lum_linux/services.h.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+
+#include "cerr.h"
+
+namespace lum_linux {
+
+// Names the store's file, whose folder is created when it is not there. To be called before
+// chkpt_init. Returns 0, 22 for an empty path, or 16 when a store is open.
+cerrno checkpoints_set_path(const std::filesystem::path &file);
+
+// Closes the store. The path is kept; table and iterator handles are unknown from now on. Waits for
+// the disk.
+void checkpoints_close();
+
+struct checkpoint_status {
+  std::filesystem::path file;
+  bool open = false;
+  bool restart = false;             // the store of an earlier process was found
+  std::filesystem::path set_aside;  // what a store that could not be used was renamed to, or empty
+  std::string set_aside_reason;
+  uint64_t entries = 0;      // in all tables
+  uint64_t writes = 0;       // durable changes since the store was opened
+  uint64_t failures = 0;     // calls that the store could not carry out since then
+  std::string last_failure;  // text of the latest, or empty
+};
+// Waits for the disk.
+checkpoint_status checkpoints_status();
+
+}  // namespace lum_linux

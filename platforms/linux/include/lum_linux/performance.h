@@ -1,0 +1,74 @@
+// What the performance-monitoring store holds; the library fills it through pm_ui.h.
+//
+// What holds for every call stands in lum_linux/stores.h.
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "lum_linux/store_time.h"
+#include "pm_ui.h"
+
+namespace lum_linux {
+
+// The values of a pm_ui_optics_record, in its order.
+enum class pm_value : std::size_t {
+  reading_3,
+  reading_4_a,
+  reading_4_b,
+  reading_4_c,
+  power_1,
+  power_0
+};
+inline constexpr std::size_t pm_value_count = 6;
+std::string_view pm_value_name(pm_value value);
+std::string_view pm_value_unit(pm_value value);
+
+struct pm_statistics {
+  uint32_t current = 0;  // the latest
+  uint32_t minimum = 0;
+  uint32_t maximum = 0;
+  double average = 0;
+};
+
+// One interval of time. Bins start at multiples of their length since the epoch (UTC). A value's
+// statistics mean nothing while there are no samples.
+struct pm_bin {
+  store_time start;
+  std::chrono::seconds length{0};
+  uint64_t samples = 0;
+  bool partial = false;  // the interface was created, or the clock set back, within it
+  std::array<pm_statistics, pm_value_count> values{};
+};
+
+inline constexpr std::chrono::seconds pm_short_bin = std::chrono::minutes(15);
+inline constexpr std::chrono::seconds pm_long_bin = std::chrono::hours(24);
+inline constexpr std::size_t pm_short_history = 32;  // finished bins kept
+inline constexpr std::size_t pm_long_history = 7;
+
+struct pm_interface {
+  uint32_t ifhandle = 0;
+  uint32_t iftype = 0;
+  std::string name;
+  std::optional<pm_ui_optics_record> latest;  // absent until there is one
+  store_time updated;                         // when the latest came
+  pm_bin quarter;                             // the current 15 minutes
+  pm_bin day;                                 // the current 24 hours
+  std::vector<pm_bin> quarters;               // finished bins that had samples, newest first
+  std::vector<pm_bin> days;
+};
+
+// All interfaces, in the order of their handles.
+std::vector<pm_interface> pm_interfaces();
+std::optional<pm_interface> pm_find(uint32_t ifhandle);
+
+// Forgets every interface.
+void pm_forget_all();
+
+}  // namespace lum_linux

@@ -1,0 +1,18 @@
+// The clock that the performance-monitoring and the alarm store share.
+//
+// What holds for every call stands in lum_linux/stores.h.
+#pragma once
+
+#include <chrono>
+#include <functional>
+
+namespace lum_linux {
+
+using store_time = std::chrono::system_clock::time_point;
+using store_clock = std::function<store_time()>;
+
+// Sets both stores' clock; an empty one goes back to the system's. It is called with a store's lock
+// held and must not call back.
+void stores_set_clock(store_clock clock);
+
+}  // namespace lum_linux

@@ -1,0 +1,30 @@
+#include "services/store_clock.h"
+
+#include <mutex>
+
+namespace lum_linux {
+namespace {
+
+struct clock_holder {
+  std::mutex lock;
+  store_clock clock;
+};
+
+clock_holder &holder() {
+  static clock_holder &the_holder = *new clock_holder;
+  return the_holder;
+}
+
+}  // namespace
+
+void stores_set_clock(store_clock clock) {
+  const std::lock_guard hold(holder().lock);
+  holder().clock.swap(clock);
+}
+
+store_time store_now() {
+  const std::lock_guard hold(holder().lock);
+  return holder().clock ? holder().clock() : std::chrono::system_clock::now();
+}
+
+}  // namespace lum_linux

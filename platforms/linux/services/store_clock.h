@@ -1,0 +1,10 @@
+// The clock that the performance-monitoring and alarm stores share.
+#pragma once
+
+#include "lum_linux/store_time.h"
+
+namespace lum_linux {
+
+store_time store_now();
+
+}  // namespace lum_linux

@@ -1,0 +1,58 @@
+#include "services/store_files.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <ctime>
+#include <string>
+#include <system_error>
+
+#include "modules/unique_fd.h"
+
+namespace lum_linux {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string time_stamp() {
+  const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
+  std::tm utc = {};
+  gmtime_r(&now, &utc);
+  std::array<char, 32> text{};
+  std::strftime(text.data(), text.size(), "%Y%m%dT%H%M%SZ", &utc);
+  return text.data();
+}
+
+}  // namespace
+
+void sync_folder(const fs::path &folder) {
+  const unique_fd fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (fd) fsync(fd.get());
+}
+
+int error_of_opening(const fs::path &file) {
+  const unique_fd fd(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+  return fd ? 0 : errno;
+}
+
+fs::path set_aside(const fs::path &file) {
+  const std::string base = file.string() + ".set-aside-" + time_stamp();
+  fs::path target = base;
+  for (int n = 2; fs::exists(target); ++n) target = base + "." + std::to_string(n);
+  std::error_code error;
+  for (const char *suffix : {"-wal", "-journal", "-shm"}) {
+    fs::rename(file.string() + suffix, target.string() + suffix, error);
+  }
+  fs::rename(file, target, error);
+  if (error) {
+    errno = error.value();
+    return {};
+  }
+  sync_folder(file.parent_path());
+  return target;
+}
+
+}  // namespace lum_linux

@@ -1,0 +1,197 @@
+// Thread ids, the system log, deadlock-monitor marks, bounded copies and error texts.
+#include "lum_linux/system.h"
+
+#include <pthread.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <mutex>
+
+#include "bounded_copy.h"
+#include "cerr.h"
+#include "chkpt.h"
+#include "ptd.h"
+#include "tern.h"
+
+namespace {
+
+// ---- Thread ids
+
+thread_local int32_t cached_tid = 0;
+
+// A forked child's thread has an id of its own.
+const int forget_tid_in_child = pthread_atfork(nullptr, nullptr, [] { cached_tid = 0; });
+
+// ---- System log
+
+struct log_outlet {
+  std::mutex lock;
+  std::function<void(std::string_view)> sink;
+};
+
+log_outlet &outlet() {
+  static log_outlet &the_outlet = *new log_outlet;
+  return the_outlet;
+}
+
+void write_log(int priority, std::string_view line) {
+  while (!line.empty() && line.back() == '\n') line.remove_suffix(1);
+  {
+    const std::lock_guard hold(outlet().lock);
+    if (outlet().sink) {
+      outlet().sink(line);
+      return;
+    }
+  }
+  syslog(priority, "%.*s", static_cast<int>(line.size()), line.data());
+}
+
+// ---- Deadlock-monitor marks
+
+// One per waiting thread, taken with the thread's first mark and given back at its end. Only its
+// thread and a lister take the lock, each for the time of a copy.
+struct mark_slot {
+  std::mutex lock;
+  bool owned = false;
+  pthread_mutex_t *mutex = nullptr;  // null: not waiting
+  int32_t tid = 0;
+  std::array<char, 64> function{};
+  uint32_t line = 0;
+  std::chrono::steady_clock::time_point since;
+};
+
+// Threads beyond these many at a time are not listed.
+constexpr std::size_t mark_slots = 512;
+
+std::array<mark_slot, mark_slots> &marks() {
+  static auto &the_marks = *new std::array<mark_slot, mark_slots>;
+  return the_marks;
+}
+
+class thread_mark {
+ public:
+  thread_mark() = default;
+  ~thread_mark() {
+    if (slot_ == nullptr) return;
+    const std::lock_guard hold(slot_->lock);
+    slot_->owned = false;
+    slot_->mutex = nullptr;
+  }
+  thread_mark(const thread_mark &) = delete;
+  thread_mark &operator=(const thread_mark &) = delete;
+
+  mark_slot *slot() {
+    if (slot_ == nullptr) slot_ = take();
+    return slot_;
+  }
+
+ private:
+  static mark_slot *take() {
+    for (mark_slot &slot : marks()) {
+      const std::lock_guard hold(slot.lock);
+      if (slot.owned) continue;
+      slot.owned = true;
+      return &slot;
+    }
+    return nullptr;
+  }
+
+  mark_slot *slot_ = nullptr;
+};
+thread_local thread_mark this_mark;
+
+}  // namespace
+
+int32_t tern_gettid(void) {
+  if (cached_tid == 0) cached_tid = gettid();
+  return cached_tid;
+}
+
+// A facility without a level is that of an error: the library logs nothing less.
+void tern_syslog(int32_t facility, const char *format, ...) {
+  if (format == nullptr) return;
+  std::array<char, 1024> line;
+  va_list arguments;
+  va_start(arguments, format);
+  const int length = std::vsnprintf(line.data(), line.size(), format, arguments);
+  va_end(arguments);
+  if (length < 0) return;
+  write_log((facility & LOG_PRIMASK) == 0 ? facility | LOG_ERR : facility, line.data());
+}
+
+void ptd_set_mutex_block(pthread_mutex_t *mutex, const char *function, uint32_t line) {
+  mark_slot *slot = this_mark.slot();
+  if (slot == nullptr) return;
+  const std::lock_guard hold(slot->lock);
+  slot->mutex = mutex;
+  slot->tid = tern_gettid();
+  slot->line = line;
+  slot->since = std::chrono::steady_clock::now();
+  std::snprintf(slot->function.data(), slot->function.size(), "%s",
+                function == nullptr ? "" : function);
+}
+
+void ptd_unset_mutex_block(pthread_mutex_t *mutex) {
+  mark_slot *slot = this_mark.slot();
+  if (slot == nullptr) return;
+  const std::lock_guard hold(slot->lock);
+  if (slot->mutex == mutex) slot->mutex = nullptr;
+}
+
+cerrno strncpy_s(char *destination, size_t size, const char *source, size_t count) {
+  if (destination == nullptr || size == 0) return EINVAL;
+  destination[0] = '\0';
+  if (source == nullptr || count >= size) return EINVAL;
+  const size_t length = strnlen(source, count);
+  std::memmove(destination, source, length);
+  destination[length] = '\0';
+  return 0;
+}
+
+const char *cerr_strerror(cerrno rc) {
+  switch (rc) {
+    case CHKPT_ALREADY_INITIALISED:
+      return "Checkpoint service already initialised";
+    case 0x809A4200u:
+      return "Interface already as requested";
+    case 0xFFFFFFFFu:
+      return "Not found";
+    default:
+      break;
+  }
+  if (rc <= 0xFFFF) {
+    if (const char *text = strerrordesc_np(static_cast<int>(rc))) return text;
+  }
+  thread_local std::array<char, 24> text;
+  std::snprintf(text.data(), text.size(), "error 0x%x", rc);
+  return text.data();
+}
+
+namespace lum_linux {
+
+void system_log_set_sink(std::function<void(std::string_view)> sink) {
+  const std::lock_guard hold(outlet().lock);
+  outlet().sink.swap(sink);
+}
+
+void system_log(std::string_view line) { write_log(LOG_ERR, line); }
+
+std::vector<blocked_thread> blocked_threads() {
+  std::vector<blocked_thread> waiting;
+  for (mark_slot &slot : marks()) {
+    const std::lock_guard hold(slot.lock);
+    if (slot.mutex == nullptr) continue;
+    waiting.push_back({slot.tid, slot.function.data(), slot.line, slot.mutex, slot.since});
+  }
+  std::sort(waiting.begin(), waiting.end(),
+            [](const auto &a, const auto &b) { return a.since < b.since; });
+  return waiting;
+}
+
+}  // namespace lum_linux

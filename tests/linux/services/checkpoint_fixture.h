@@ -1,0 +1,91 @@
+// A checkpoint store in a folder of its own, with the descriptors the library uses.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <array>
+#include <cstring>
+#include <string>
+
+#include "chkpt.h"
+#include "lum_linux/services.h"
+#include "test_folder.h"
+
+using chkpt_record = std::array<uint8_t, 96>;
+
+inline chkpt_record record_of(uint8_t fill) {
+  chkpt_record record;
+  record.fill(fill);
+  return record;
+}
+
+inline void put_word(void *descriptor, size_t position, uint32_t value) {
+  std::memcpy(static_cast<char *>(descriptor) + position, &value, sizeof value);
+}
+
+// Runs statements on a store that nobody has open.
+inline void alter_store(const std::filesystem::path &file, const std::string &statements) {
+  sqlite3 *db = nullptr;
+  ASSERT_EQ(sqlite3_open(file.c_str(), &db), SQLITE_OK);
+  EXPECT_EQ(sqlite3_exec(db, statements.c_str(), nullptr, nullptr, nullptr), SQLITE_OK)
+      << sqlite3_errmsg(db);
+  sqlite3_close(db);
+}
+
+class checkpoints : public testing::Test {
+ public:
+  static constexpr uint32_t key = 0x00030007;
+
+ protected:
+  void SetUp() override { ASSERT_EQ(lum_linux::checkpoints_set_path(file), 0u); }
+  void TearDown() override { lum_linux::checkpoints_close(); }
+
+  cerrno init(uint32_t version = 0x2003, const char *name = "LUM_LIB") {
+    chkpt_appdesc descriptor;
+    chkpt_appdesc_init(&descriptor);
+    put_word(&descriptor, CHKPT_APPDESC_VERSION, version);
+    std::strcpy(reinterpret_cast<char *>(&descriptor) + CHKPT_APPDESC_NAME, name);
+    return chkpt_init(0, &descriptor);
+  }
+  cerrno add_table(uint32_t version = 0x12003, bool persistent = true, uint32_t kind = 40) {
+    chkpt_tbldesc descriptor;
+    chkpt_tbldesc_init(&descriptor);
+    put_word(&descriptor, CHKPT_TBLDESC_VERSION, version);
+    put_word(&descriptor, CHKPT_TBLDESC_KEYED, 1);
+    put_word(&descriptor, CHKPT_TBLDESC_PERSISTENT, persistent ? 1 : 0);
+    return chkpt_register(&descriptor, kind, &restart, &table);
+  }
+  void open() {
+    ASSERT_EQ(init(), 0u);
+    ASSERT_EQ(add_table(), 0u);
+  }
+  // What a new process does.
+  void reopen() {
+    lum_linux::checkpoints_close();
+    open();
+  }
+  uint64_t create_saved(uint32_t of_key, uint8_t fill) {
+    uint64_t id = 0;
+    EXPECT_EQ(chkpt_create(table, of_key, &id), 0u);
+    const chkpt_record record = record_of(fill);
+    EXPECT_EQ(chkpt_save(table, id, record.data(), record.size()), 0u);
+    return id;
+  }
+  cerrno get(uint64_t id, chkpt_record &record) {
+    uint32_t size = record.size();
+    return chkpt_get(table, id, 0, record.data(), &size);
+  }
+  // The record saved for the key, or one of 0xEE when there is none.
+  chkpt_record saved(uint32_t of_key) {
+    uint64_t id = 0;
+    chkpt_record record = record_of(0xEE);
+    if (chkpt_mapkey(table, of_key, &id, 0) == 0) get(id, record);
+    return record;
+  }
+
+  test_folder folder;
+  std::filesystem::path file = folder / "state/checkpoints.db";
+  uint64_t table = 0;
+  uint32_t restart = 77;
+};

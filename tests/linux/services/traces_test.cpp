@@ -1,0 +1,227 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <regex>
+#include <thread>
+#include <vector>
+
+#include "ctrace.h"
+#include "services/log_capture.h"
+#include "test_folder.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using lum_linux::traces_enable;
+using lum_linux::traces_set_directory;
+using lum_linux::traces_status;
+
+constexpr const char *key = "liblum_ctrace_dir";
+constexpr const char *digest = "0123456789abcdef0123456789abcdef";
+
+std::vector<std::string> lines_of(const fs::path &file) {
+  std::vector<std::string> lines;
+  std::istringstream in(contents(file));
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
+
+class traces : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(traces_set_directory(key, folder / "traces"), 0u);
+    ctrace_set_process_name("tester");
+  }
+  void TearDown() override {
+    for (const ctrace_handle handle : opened) ctrace_close(handle);
+  }
+  ctrace_handle open(const char *name, uint32_t size = 0x80000) {
+    ctrace_handle handle = 0;
+    EXPECT_EQ(ctrace_open_internal(&handle, name, size, 278, key, digest, 0), 0u);
+    EXPECT_NE(handle, 0u);
+    opened.push_back(handle);
+    return handle;
+  }
+  fs::path file(const std::string &name) const { return folder / ("traces/" + name); }
+
+  test_folder folder;
+  std::vector<ctrace_handle> opened;
+};
+
+}  // namespace
+
+TEST_F(traces, keep_time_process_channel_point_tag_and_text) {
+  const ctrace_handle handle = open("lum_info");
+  EXPECT_EQ(ctrace_internal(handle, 18, 4, 1, "sdsd", "[%s][tid:%d]%s:LUM_API: value %d\n",
+                            "lum_api", 4711, "LUM_INFO", 7),
+            0u);
+  const auto lines = lines_of(file("lum_info.log"));
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_TRUE(std::regex_match(
+      lines[0], std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{6}Z \[tester\] lum_info #18 )"
+                           R"(\[lum_api\]\[tid:4711\]LUM_INFO:LUM_API: value 7)")))
+      << lines[0];
+}
+
+TEST_F(traces, a_line_is_in_the_file_when_the_call_returns_and_dump_may_follow) {
+  const ctrace_handle handle = open("lum_error");
+  ctrace_internal(handle, 1, 0, 1, "", "one");
+  EXPECT_EQ(lines_of(file("lum_error.log")).size(), 1u);
+  ctrace_dump(handle);
+  EXPECT_EQ(lines_of(file("lum_error.log")).size(), 1u);
+}
+
+TEST_F(traces, spell_out_what_is_not_printable_and_cut_what_is_too_long) {
+  const ctrace_handle handle = open("lum_debug");
+  EXPECT_EQ(ctrace_internal(handle, 1, 1, 1, "s", "a%sb\n", "\x1b[2J\n\x80%d"), 0u);
+  EXPECT_EQ(ctrace_internal(handle, 2, 1, 1, "s", "%s", std::string(100000, 'x').c_str()), 0u);
+  EXPECT_EQ(ctrace_internal(handle, 3, 1, 1, "s", "%s", std::string(5000, '\1').c_str()), 0u);
+  const auto lines = lines_of(file("lum_debug.log"));
+  ASSERT_EQ(lines.size(), 3u);
+  EXPECT_TRUE(lines[0].ends_with(R"(#1 a\x1b[2J\x0a\x80%db)")) << lines[0];
+  EXPECT_TRUE(lines[1].ends_with(std::string(2047, 'x') + "...")) << lines[1];
+  EXPECT_TRUE(lines[2].ends_with(R"(\x01...)"));
+}
+
+TEST_F(traces, percent_signs_in_names_are_kept) {
+  ctrace_set_process_name("50%v");
+  const ctrace_handle handle = open("lum_info");
+  ctrace_internal(handle, 5, 0, 1, "", "text");
+  ctrace_set_process_name("new%n");
+  ctrace_internal(handle, 5, 0, 1, "", "text");
+  ctrace_set_process_name(nullptr);
+  const auto lines = lines_of(file("lum_info.log"));
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_NE(lines[0].find("[50%v] lum_info #5 text"), std::string::npos) << lines[0];
+  EXPECT_NE(lines[1].find("[new%n] lum_info #5 text"), std::string::npos) << lines[1];
+}
+
+TEST_F(traces, stay_within_their_size_and_keep_the_latest_lines) {
+  constexpr uint32_t size = 65536;
+  const ctrace_handle handle = open("lum_periodic", size);
+  for (int i = 0; i < 3000; ++i) ctrace_internal(handle, 1, 1, 1, "d", "line number %d", i);
+  EXPECT_LE(fs::file_size(file("lum_periodic.log")), size / 2);
+  EXPECT_LE(fs::file_size(file("lum_periodic.1.log")), size / 2);
+  const auto lines = lines_of(file("lum_periodic.log"));
+  ASSERT_FALSE(lines.empty());
+  EXPECT_TRUE(lines.back().ends_with("line number 2999"));
+  size_t files = 0;
+  for ([[maybe_unused]] const auto &entry : fs::directory_iterator(folder / "traces")) ++files;
+  EXPECT_EQ(files, 2u);
+}
+
+TEST_F(traces, a_channel_that_is_not_open_drops_its_lines) {
+  EXPECT_EQ(ctrace_internal(0, 1, 0, 1, "", "dropped"), 0u);
+  ctrace_dump(0);
+  ctrace_close(0);
+  const ctrace_handle handle = open("lum_info");
+  ctrace_close(handle);
+  EXPECT_EQ(ctrace_internal(handle, 1, 0, 1, "", "dropped"), 9u);
+  EXPECT_EQ(ctrace_internal(0xFFFFFFFFFFFFFFFF, 1, 0, 1, "", "dropped"), 9u);
+  ctrace_dump(handle);
+  ctrace_close(handle);
+  const ctrace_handle again = open("lum_info");
+  EXPECT_NE(again, handle);
+  EXPECT_EQ(ctrace_internal(handle, 1, 0, 1, "", "dropped"), 9u);
+  EXPECT_EQ(contents(file("lum_info.log")), "");
+}
+
+TEST_F(traces, opening_goes_on_with_the_file_of_before) {
+  ctrace_handle handle = open("lum_info");
+  ctrace_internal(handle, 1, 0, 1, "", "one");
+  ctrace_close(handle);
+  handle = open("lum_info");
+  ctrace_internal(handle, 1, 0, 1, "", "two");
+  EXPECT_EQ(lines_of(file("lum_info.log")).size(), 2u);
+}
+
+TEST_F(traces, opening_refuses_what_makes_no_sense_and_leaves_the_handle) {
+  ctrace_handle handle = 77;
+  EXPECT_EQ(ctrace_open_internal(nullptr, "a", 65536, 1, key, digest, 0), 22u);
+  for (const char *name : {"", "../a", "a/b", ".hidden"}) {
+    EXPECT_EQ(ctrace_open_internal(&handle, name, 65536, 1, key, digest, 0), 22u) << name;
+  }
+  EXPECT_EQ(ctrace_open_internal(&handle, nullptr, 65536, 1, key, digest, 0), 22u);
+  EXPECT_EQ(ctrace_open_internal(&handle, std::string(64, 'a').c_str(), 1, 1, key, digest, 0), 22u);
+  EXPECT_EQ(ctrace_open_internal(&handle, "a", 65536, 1, nullptr, digest, 0), 22u);
+  EXPECT_EQ(ctrace_open_internal(&handle, "a", 65536, 1, key, nullptr, 0), 22u);
+  EXPECT_EQ(ctrace_open_internal(&handle, "a", 65536, 1, key, digest, 1), 22u);
+  EXPECT_EQ(ctrace_open_internal(&handle, "a", 65536, 1, "no_such_key", digest, 0), 2u);
+  EXPECT_EQ(handle, 77u);
+  EXPECT_EQ(traces_set_directory("", "/tmp"), 22u);
+  EXPECT_EQ(traces_set_directory(key, ""), 22u);
+  EXPECT_EQ(ctrace_enable_configuration(0, nullptr), 9u);
+}
+
+TEST_F(traces, a_directory_that_cannot_be_is_refused) {
+  std::ofstream(folder / "file") << "x";
+  ASSERT_EQ(traces_set_directory(key, folder / "file/below"), 0u);
+  ctrace_handle handle = 77;
+  EXPECT_NE(ctrace_open_internal(&handle, "a", 65536, 1, key, digest, 0), 0u);
+  ASSERT_EQ(traces_set_directory(key, folder / "other"), 0u);
+  fs::create_directories(folder / "other/a.log");
+  EXPECT_EQ(ctrace_open_internal(&handle, "a", 65536, 1, key, digest, 0), 21u);
+  EXPECT_EQ(handle, 77u);
+}
+
+TEST_F(traces, a_file_that_cannot_be_written_is_reported_once_and_harms_nobody) {
+  const ctrace_handle handle = open("lum_info", 32768);
+  log_capture log;
+  // The older file's place is taken, so the files cannot be rotated.
+  fs::create_directories(file("lum_info.1.log") / "in the way");
+  cerrno worst = 0;
+  for (int i = 0; i < 1000; ++i) {
+    worst = std::max(worst, ctrace_internal(handle, 1, 0, 1, "", "a line of some length"));
+  }
+  EXPECT_EQ(worst, 5u);
+  ASSERT_EQ(log.lines().size(), 1u);
+  EXPECT_NE(log.lines()[0].find("lum_info"), std::string::npos);
+  ASSERT_EQ(traces_status().size(), 1u);
+  EXPECT_GT(traces_status()[0].failures, 0u);
+  ctrace_dump(handle);
+  ctrace_set_process_name("other");
+}
+
+TEST_F(traces, can_be_turned_off_once_configurable) {
+  const ctrace_handle handle = open("lum_debug");
+  EXPECT_EQ(traces_enable("lum_debug", false), 1u);
+  EXPECT_EQ(ctrace_enable_configuration(handle, nullptr), 0u);
+  EXPECT_EQ(traces_enable("lum_debug", false), 0u);
+  EXPECT_EQ(traces_enable("lum_other", false), 2u);
+  ctrace_internal(handle, 1, 0, 1, "", "off");
+  EXPECT_EQ(traces_enable("lum_debug", true), 0u);
+  ctrace_internal(handle, 1, 0, 1, "", "on");
+  EXPECT_EQ(lines_of(file("lum_debug.log")).size(), 1u);
+  const auto status = traces_status();
+  ASSERT_EQ(status.size(), 1u);
+  EXPECT_EQ(status[0].name, "lum_debug");
+  EXPECT_EQ(status[0].points, 278u);
+  EXPECT_EQ(status[0].digest, digest);
+  EXPECT_EQ(status[0].lines, 1u);
+  EXPECT_EQ(status[0].file, file("lum_debug.log"));
+}
+
+TEST_F(traces, there_are_only_so_many_channels) {
+  for (int i = 0; i < 64; ++i) open(("channel_" + std::to_string(i)).c_str());
+  ctrace_handle handle = 77;
+  EXPECT_EQ(ctrace_open_internal(&handle, "one_more", 65536, 1, key, digest, 0), 24u);
+  EXPECT_EQ(handle, 77u);
+}
+
+TEST_F(traces, come_from_many_threads_while_channels_close) {
+  const ctrace_handle kept = open("kept"), closed = open("closed");
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&] {
+      for (int i = 0; i < 500; ++i) {
+        EXPECT_EQ(ctrace_internal(kept, 1, 1, 1, "d", "%d", i), 0u);
+        ctrace_internal(closed, 1, 1, 1, "d", "%d", i);
+      }
+    });
+  }
+  ctrace_dump(kept);
+  ctrace_set_process_name("changed");
+  ctrace_close(closed);
+  for (std::thread &t : threads) t.join();
+  EXPECT_EQ(lines_of(file("kept.log")).size(), 2000u);
+}
