@@ -157,26 +157,43 @@ cerrno ask_for_deletion(driver &node, const port_list &ports) {
   return first;
 }
 
-// The library finds controllers to delete by their handles; without one it may find another port's.
-const port_description *one_without_handle(const port_list &ports) {
+bool has_every_handle(const port_copy &port) {
+  return port.data.sub_port[0].ifhandle != 0 && port.data.sub_port[1].ifhandle != 0;
+}
+
+// The library finds controllers to delete by their handles. A port without one has the handle 0,
+// and so has, to the library, a listed port that goes while it is asked: when a deletion that was
+// asked for before is answered. So the first such port of the node would lose its controllers.
+std::string reason_against_deletion(driver &node, const port_list &ports) {
+  const auto copies = copy_ports();
+  const port_description *repeated = nullptr;
   for (const port_description *port : ports) {
-    const auto copy = copy_port(port->rsip);
-    if (!copy) continue;
-    for (const lum_sub_port_intf &controller : copy->data.sub_port) {
-      if (controller.ifhandle == 0) return port;
+    const auto copy = copies.find(port->rsip);
+    if (copy == copies.end()) continue;
+    if (!has_every_handle(copy->second)) {
+      return fmt::format("the controllers of port {} have no handles yet: wait for them, or replay",
+                         port->name);
     }
+    if (is_going(copy->second)) repeated = port;
   }
-  return nullptr;
+  if (repeated == nullptr) return {};
+  for (const port_description *port : node.node().ports()) {
+    const auto copy = copies.find(port->rsip);
+    if (copy == copies.end() || has_every_handle(copy->second)) continue;
+    return fmt::format(
+        "the deletion of port {} cannot be repeated now: the controllers of port {} have no "
+        "handles yet: wait for them, or replay",
+        repeated->name, port->name);
+  }
+  return {};
 }
 
 api_reply delete_existing(driver &node, const port_list &ports, wait_time wait) {
   const auto deadline = action_clock::now() + wait;
   turn mine(node, wait);
   if (!mine) return refuse_turn();
-  if (const auto *port = one_without_handle(ports)) {
-    return refuse(409, fmt::format("the controllers of port {} have no handles yet: wait for them, "
-                                   "or replay",
-                                   port->name));
+  if (const auto reason = reason_against_deletion(node, ports); !reason.empty()) {
+    return refuse(409, reason);
   }
   const cerrno rc = ask_for_deletion(node, ports);
   mine.end();
