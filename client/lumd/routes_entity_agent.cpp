@@ -5,6 +5,7 @@
 #include "action.h"
 #include "driver.h"
 #include "find_port.h"
+#include "imc.h"
 #include "lum.h"
 #include "lum_linux/services.h"
 #include "request_body.h"
@@ -50,13 +51,24 @@ api_reply run_batch(lum_linux::ea_operation operation, const lum_linux::ea_entry
   return {200, std::move(reply)};
 }
 
+// The library ends the process over a name of a port that leaves the sub-port out.
+void check_interface_name(const std::string &name, request_body &body) {
+  if (name.size() >= LUM_IFNAME_SIZE) return body.complain("the interface's name is too long");
+  imc_ifname_info info = {};
+  if (imc_ifname_parse(name.c_str(), 0, &info) != 0 || info.sub_port_valid != 0) return;
+  body.complain(
+      fmt::format("the interface \"{}\" has no sub-port, expected a name such as "
+                  "Ots0_1_0_3_1",
+                  name.c_str()));
+}
+
 // The interface that the body means, by its name or as a port's sub-port; empty when it complains.
 std::string read_interface(driver &node, request_body &body) {
   const auto name = body.optional_text("interface");
   const auto port_name = body.optional_text("port");
   const auto sub_port = body.optional_number("sub_port", 0, LUM_SUB_PORTS - 1);
   if (name && !port_name && !sub_port) {
-    if (name->size() >= LUM_IFNAME_SIZE) body.complain("the interface's name is too long");
+    check_interface_name(*name, body);
     return *name;
   }
   if (name || !port_name || !sub_port) {
