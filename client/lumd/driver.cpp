@@ -68,8 +68,10 @@ driver::~driver() { stop(); }
 
 void driver::bring_up() {
   cage_thread_ = std::make_unique<periodic>("lumd-cages", cage_period, [this] { cages_.look(); });
-  feed_thread_ =
-      std::make_unique<periodic>("lumd-feed", feed_period, [this] { feed_.feed_polled(); });
+  feed_thread_ = std::make_unique<periodic>("lumd-feed", feed_period, [this] {
+    feed_.feed_polled();
+    count_.look();
+  });
   std::thread([this] { create_ports(); }).detach();
 }
 

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "cages.h"
+#include "controller_count.h"
 #include "data_feed.h"
 #include "lum_linux/platform.h"
 #include "periodic.h"
@@ -47,6 +48,9 @@ class driver {
   // The controllers that exist, as the library has told.
   const told_controllers &told() const { return told_; }
 
+  // Whether the library's count of them keeps it from polling.
+  const controller_count_watch &count() const { return count_; }
+
   // Ends everything that can be ended, each step within a bound, and writes the traces out. The
   // library's own threads go on until the process exits.
   void stop();
@@ -62,6 +66,7 @@ class driver {
   told_controllers told_;
   cage_watch cages_;
   data_feed feed_;
+  controller_count_watch count_;
   polling_clock polling_;
   std::unique_ptr<periodic> cage_thread_;
   std::unique_ptr<periodic> feed_thread_;

@@ -18,7 +18,7 @@ void add_driver(driver &node, metrics_page &page) {
   page.gauge("lum_warm_start", "1 when the driver went on with an earlier one's checkpoints", {},
              node.restarted() ? 1 : 0);
   page.gauge("lum_controllers", "Controllers that the library takes for created", {},
-             __atomic_load_n(&lum_get_ctx()->controller_count, __ATOMIC_RELAXED));
+             counted_controllers());
 }
 
 void add_polling(driver &node, metrics_page &page) {
@@ -28,6 +28,10 @@ void add_polling(driver &node, metrics_page &page) {
   page.gauge("lum_polling_running", "1 while a polling cycle is running", {},
              report.running ? 1 : 0);
   page.gauge("lum_polling_paused", "1 while polling is switched off", {}, report.paused ? 1 : 0);
+  page.gauge("lum_polling_halted",
+             "1 while nothing is polled because the library counts no controllers although there "
+             "are some",
+             {}, node.count().halts_polling() ? 1 : 0);
   if (!report.last) return;
   const polling_cycle &cycle = *report.last;
   page.gauge("lum_polling_cycle_duration_seconds", "How long the latest polling cycle took", {},

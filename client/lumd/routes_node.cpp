@@ -66,8 +66,9 @@ api_reply get_node(driver &node, const api_request &) {
            {"restart", node.restarted()},
            {"ports", description.ports().size()},
            {"port_states", count_states(node)},
-           {"controllers", __atomic_load_n(&context.controller_count, __ATOMIC_RELAXED)},
+           {"controllers", counted_controllers()},
            {"controllers_existing", node.told().count()},
+           {"polling_halted", node.count().halts_polling()},
            {"resync", __atomic_load_n(&context.resync, __ATOMIC_RELAXED) != 0},
            {"checkpoints", show_checkpoints()},
            {"traces", show_traces()}}};
