@@ -67,7 +67,7 @@ api_reply get_node(driver &node, const api_request &) {
            {"ports", description.ports().size()},
            {"port_states", count_states(node)},
            {"controllers", counted_controllers()},
-           {"controllers_existing", node.told().count()},
+           {"controllers_existing", node.platform().created_controllers()},
            {"polling_halted", node.count().halts_polling()},
            {"resync", __atomic_load_n(&context.resync, __ATOMIC_RELAXED) != 0},
            {"checkpoints", show_checkpoints()},

@@ -54,11 +54,6 @@ std::unique_ptr<driver> driver::start(const lum_linux::node_description &node, b
   auto platform = lum_linux::platform::start(node, error);
   if (!platform) return nullptr;
   auto result = std::unique_ptr<driver>(new driver(std::move(platform)));
-  result->platform_->observe_controllers(
-      [&told = result->told_](bool created,
-                              std::span<const lum_linux::controller_event> controllers) {
-        told.note(created, controllers);
-      });
   if (!start_library(*result->platform_, result->polling_, alarm_tests, result->restarted_, error))
     return nullptr;
   return result;

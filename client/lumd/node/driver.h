@@ -13,7 +13,6 @@
 #include "lum_linux/platform.h"
 #include "periodic.h"
 #include "polling_clock.h"
-#include "told_controllers.h"
 
 namespace lumd {
 
@@ -45,10 +44,7 @@ class driver {
   // thread at a time.
   std::timed_mutex &lifecycle() { return lifecycle_; }
 
-  // The controllers that exist, as the library has told.
-  const told_controllers &told() const { return told_; }
-
-  // Whether the library's count of them keeps it from polling.
+  // Whether the library's count of controllers keeps it from polling.
   const controller_count_watch &count() const { return count_; }
 
   // Ends everything that can be ended, each step within a bound, and writes the traces out. The
@@ -63,7 +59,6 @@ class driver {
   bool restarted_ = false;
   std::chrono::system_clock::time_point started_ = std::chrono::system_clock::now();
   std::timed_mutex lifecycle_;
-  told_controllers told_;
   cage_watch cages_;
   data_feed feed_;
   controller_count_watch count_;

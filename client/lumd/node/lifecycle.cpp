@@ -116,7 +116,7 @@ bool is_created_now(uint32_t rsip) {
 }
 
 bool is_gone_now(driver &node, uint32_t rsip) {
-  return !copy_port(rsip) && !node.told().has_any(rsip);
+  return !copy_port(rsip) && !node.platform().has_controllers(rsip);
 }
 
 template <typename Condition>
