@@ -1,9 +1,11 @@
-#include "action.h"
+#include "api/action.h"
 
 #include <atomic>
 #include <future>
 #include <memory>
 #include <thread>
+
+#include "views/action_view.h"
 
 namespace lumd {
 namespace {
@@ -36,15 +38,6 @@ api_reply act(std::chrono::milliseconds bound, std::function<api_reply()> work) 
   json body = {{"result", nullptr}};
   conclude(body, false, "a module or the disk holds it up; it goes on");
   return {202, std::move(body)};
-}
-
-json result_of(cerrno rc) {
-  return {{"code", rc}, {"text", CERR_IS_OK(rc) ? "done" : cerr_strerror(rc)}};
-}
-
-void conclude(json &reply, bool complete, const std::string &reason) {
-  reply["complete"] = complete;
-  if (!complete) reply["reason"] = reason;
 }
 
 }  // namespace lumd

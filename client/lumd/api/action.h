@@ -5,22 +5,16 @@
 #include <chrono>
 #include <functional>
 
-#include "cerr.h"
-#include "router.h"
+#include "api/reply.h"
 
 namespace lumd {
 
-using action_clock = std::chrono::steady_clock;
+// So much longer may an action take than it is to wait for confirmations.
+inline constexpr std::chrono::milliseconds wait_margin(3000);
 
 // Runs `work` and returns its reply. Work that has not ended after `bound` goes on alone, and the
 // reply says so (202); when too much does already, `work` is not begun (503). What it uses must
 // live until the process ends. An exception of it becomes this call's.
 api_reply act(std::chrono::milliseconds bound, std::function<api_reply()> work);
-
-// Every reply of an action has "result", what the library or the platform answered, null when there
-// is no answer yet; "complete", whether everything asked for has come about; and, if it has not,
-// the "reason".
-json result_of(cerrno rc);
-void conclude(json &reply, bool complete, const std::string &reason);
 
 }  // namespace lumd

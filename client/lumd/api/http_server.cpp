@@ -2,7 +2,7 @@
 #include <utility>
 // clang-format on
 
-#include "http_server.h"
+#include "api/http_server.h"
 
 #include <sys/socket.h>
 #include <sys/stat.h>

@@ -1,4 +1,4 @@
-#include "request_body.h"
+#include "api/request_body.h"
 
 #include <fmt/format.h>
 
@@ -12,7 +12,9 @@ constexpr uint32_t longest_wait_ms = 20'000;
 std::string shown(const json &value) {
   constexpr std::size_t longest = 60;
   std::string text = value.dump(-1, ' ', true, json::error_handler_t::replace);
-  return text.size() > longest ? text.substr(0, longest) + "..." : text;
+  if (text.size() <= longest) return text;
+  text.resize(longest);
+  return text += "...";
 }
 
 }  // namespace

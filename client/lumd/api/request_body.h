@@ -4,12 +4,13 @@
 
 #include <chrono>
 #include <cstdint>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <set>
 #include <string>
 #include <string_view>
 
-#include "router.h"
+#include "views/json.h"
 
 namespace lumd {
 

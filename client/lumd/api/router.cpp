@@ -1,4 +1,4 @@
-#include "router.h"
+#include "api/router.h"
 
 #include <algorithm>
 #include <optional>
@@ -90,10 +90,6 @@ const char *read_request(const http_request &source, std::string_view query_text
 }
 
 }  // namespace
-
-api_reply refuse(unsigned status, const std::string &message) {
-  return {status, {{"error", message}}};
-}
 
 http_reply answer(driver &node, std::span<const std::span<const route>> groups,
                   const http_request &request) {

@@ -2,39 +2,15 @@
 // pattern, handler.
 #pragma once
 
-#include <map>
-#include <nlohmann/json.hpp>
 #include <span>
-#include <string>
 #include <string_view>
-#include <vector>
 
-#include "http_server.h"
+#include "api/http_server.h"
+#include "api/reply.h"
 
 namespace lumd {
 
 class driver;
-
-// Objects keep the order in which their members were put in: people read them too.
-using json = nlohmann::ordered_json;
-
-struct api_request {
-  std::vector<std::string> parameters;       // what stood for each {} of the pattern, decoded
-  std::map<std::string, std::string> query;  // decoded
-  json body;                                 // null when the request has none
-  std::string accept;                        // the header of that name
-};
-
-struct api_reply {
-  unsigned status = 200;
-  json body = nullptr;
-  // What goes out instead of the body when it has a type.
-  std::string text = {};
-  std::string text_type = {};
-};
-
-// {"error": message}
-api_reply refuse(unsigned status, const std::string &message);
 
 struct route {
   std::string_view method;

@@ -1,15 +1,11 @@
-#include "routes.h"
-
-#include <array>
+#include "api/routes.h"
 
 namespace lumd {
 
-http_reply answer(driver &node, const http_request &request) {
-  const std::array groups = {port_routes(),          controller_routes(),   module_routes(),
-                             node_routes(),          lifecycle_routes(),    settings_routes(),
-                             module_action_routes(), im_routes(),           monitoring_routes(),
-                             inject_routes(),        entity_agent_routes(), metrics_routes()};
-  return answer(node, groups, request);
+std::vector<std::span<const route>> api_routes() {
+  return {port_routes(),       controller_routes(), module_routes(),        node_routes(),
+          lifecycle_routes(),  settings_routes(),   module_action_routes(), im_routes(),
+          monitoring_routes(), inject_routes(),     entity_agent_routes()};
 }
 
 }  // namespace lumd

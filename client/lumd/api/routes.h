@@ -2,8 +2,9 @@
 #pragma once
 
 #include <span>
+#include <vector>
 
-#include "router.h"
+#include "api/router.h"
 
 namespace lumd {
 
@@ -18,9 +19,8 @@ std::span<const route> im_routes();
 std::span<const route> monitoring_routes();
 std::span<const route> inject_routes();
 std::span<const route> entity_agent_routes();
-std::span<const route> metrics_routes();
 
-// Answers a request from all of them.
-http_reply answer(driver &node, const http_request &request);
+// All of the above.
+std::vector<std::span<const route>> api_routes();
 
 }  // namespace lumd

@@ -1,72 +1,36 @@
-#include <cstring>
-#include <map>
-#include <string>
-
-#include "driver.h"
-#include "lum.h"
-#include "port_data.h"
-#include "routes.h"
+// The controllers: what there is, and what is asked of all of them.
+#include "api/action.h"
+#include "api/request_body.h"
+#include "api/routes.h"
+#include "node/controller_actions.h"
+#include "views/action_view.h"
+#include "views/im_view.h"
 
 namespace lumd {
 namespace {
 
-// What the library takes for the controllers: name and interface handle of those it has confirmed.
-std::map<std::string, uint32_t> known_to_the_library() {
-  std::map<std::string, uint32_t> known;
-  for (const auto &[rsip, port] : copy_ports()) {
-    for (const lum_sub_port_intf &controller : port.data.sub_port) {
-      if (controller.created == 0) continue;
-      known[std::string(controller.ifname, strnlen(controller.ifname, LUM_IFNAME_SIZE))] =
-          controller.ifhandle;
-    }
-  }
-  return known;
-}
-
-// The interface manager's controllers, then those that only the library believes in.
-json show_controllers(driver &node) {
-  auto known = known_to_the_library();
-  json controllers = json::array();
-  for (const auto &controller : node.platform().im().controllers()) {
-    json shown = {{"name", controller.name},     {"ifhandle", controller.handle},
-                  {"state", controller.state},   {"updates", controller.updates},
-                  {"library_ifhandle", nullptr}, {"agrees", false}};
-    if (const auto own = known.extract(controller.name)) {
-      shown["library_ifhandle"] = own.mapped();
-      shown["agrees"] = own.mapped() == controller.handle;
-    }
-    controllers.push_back(std::move(shown));
-  }
-  for (const auto &[name, ifhandle] : known) {
-    controllers.push_back({{"name", name},
-                           {"ifhandle", nullptr},
-                           {"state", nullptr},
-                           {"updates", nullptr},
-                           {"library_ifhandle", ifhandle},
-                           {"agrees", false}});
-  }
-  return controllers;
-}
-
 api_reply get_controllers(driver &node, const api_request &) {
-  const auto statistics = node.platform().im().statistics();
-  return {
-      200,
-      {{"controllers", show_controllers(node)},
-       {"batches",
-        {{"create", statistics.create_batches},
-         {"delete", statistics.delete_batches},
-         {"update", statistics.update_batches},
-         {"refused", statistics.refused},
-         {"answered", statistics.answered},
-         {"dropped", statistics.dropped},
-         {"pending", statistics.pending}}},
-       {"elements", {{"accepted", statistics.elements}, {"failed", statistics.failed_elements}}},
-       {"restarts", statistics.restarts}}};
+  return {200, show_controllers(node)};
+}
+
+api_reply post_replay(driver &node, const api_request &request) {
+  request_body body(request.body);
+  const wait_time wait = body.wait();
+  if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
+  return act(wait + wait_margin,
+             [&node, wait] { return reply_to(replay_controllers(node, wait), show_replay); });
+}
+
+api_reply post_resync(driver &, const api_request &request) {
+  const request_body body(request.body);
+  if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
+  return act(wait_margin, [] { return api_reply{200, show_action(ask_for_resync())}; });
 }
 
 constexpr route routes[] = {
     {"GET", "/v1/controllers", get_controllers},
+    {"POST", "/v1/controllers/replay", post_replay},
+    {"POST", "/v1/controllers/resync", post_resync},
 };
 
 }  // namespace

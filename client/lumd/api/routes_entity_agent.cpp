@@ -1,15 +1,18 @@
+// What an entity agent does to the library.
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 
-#include "action.h"
-#include "driver.h"
-#include "find_port.h"
-#include "imc.h"
+#include "api/action.h"
+#include "api/request_body.h"
+#include "api/routes.h"
 #include "lum.h"
-#include "lum_linux/services.h"
-#include "request_body.h"
-#include "routes.h"
+#include "node/driver.h"
+#include "node/entity_agent.h"
+#include "node/find_port.h"
+#include "node/interface_names.h"
+#include "views/action_view.h"
 
 namespace lumd {
 namespace {
@@ -27,39 +30,8 @@ constexpr std::array<named_operation, 4> interface_operations = {
      {"get-info", lum_linux::ea_operation::get_info},
      {"delete", lum_linux::ea_operation::remove}}};
 
-json show_resync() {
-  const lum_ctx &context = *lum_get_ctx();
-  return {
-      {"replay_required", __atomic_load_n(&context.ea_replay_required_bitmap, __ATOMIC_RELAXED)},
-      {"complete", __atomic_load_n(&context.is_resync_with_ea_complete, __ATOMIC_RELAXED) != 0}};
-}
-
-json conclusion(cerrno rc) {
-  json reply = {{"result", result_of(rc)}, {"resync", show_resync()}};
-  conclude(reply, CERR_IS_OK(rc), fmt::format("the library answered {}", rc));
-  return reply;
-}
-
-api_reply run_batch(lum_linux::ea_operation operation, const lum_linux::ea_entry &entry) {
-  std::vector<bool> served;
-  const cerrno rc = lum_linux::ea_run(static_cast<uint32_t>(operation), {&entry, 1}, served);
-  json reply = conclusion(rc);
-  if (!entry.ifname.empty()) {
-    reply["interface"] = {{"name", entry.ifname}, {"ifhandle", entry.ifhandle}};
-  }
-  reply["served"] = !served.empty() && served.front();
-  return {200, std::move(reply)};
-}
-
-// The library ends the process over a name of a port that leaves the sub-port out.
-void check_interface_name(const std::string &name, request_body &body) {
-  if (name.size() >= LUM_IFNAME_SIZE) return body.complain("the interface's name is too long");
-  imc_ifname_info info = {};
-  if (imc_ifname_parse(name.c_str(), 0, &info) != 0 || info.sub_port_valid != 0) return;
-  body.complain(
-      fmt::format("the interface \"{}\" has no sub-port, expected a name such as "
-                  "Ots0_1_0_3_1",
-                  name.c_str()));
+api_reply run(lum_linux::ea_operation operation, const lum_linux::ea_entry &entry) {
+  return {200, show_agent_batch(run_agent_batch(operation, entry), entry.ifname, entry.ifhandle)};
 }
 
 // The interface that the body means, by its name or as a port's sub-port; empty when it complains.
@@ -68,21 +40,21 @@ std::string read_interface(driver &node, request_body &body) {
   const auto port_name = body.optional_text("port");
   const auto sub_port = body.optional_number("sub_port", 0, LUM_SUB_PORTS - 1);
   if (name && !port_name && !sub_port) {
-    check_interface_name(*name, body);
+    if (auto reason = reason_against_interface(*name); !reason.empty()) {
+      body.complain(std::move(reason));
+    }
     return *name;
   }
   if (name || !port_name || !sub_port) {
     body.complain("expected either \"interface\", or \"port\" and \"sub_port\"");
     return {};
   }
-  const auto *port = find_port(node, *port_name);
+  const auto *port = find_port(node.node(), *port_name);
   if (port == nullptr) {
     body.complain(fmt::format("the node has no port \"{}\"", *port_name));
     return {};
   }
-  const uint32_t rsip = port->rsip;
-  return fmt::format("Ots{}_{}_{}_{}_{}", rsip >> 24, rsip >> 16 & 0xFF, rsip >> 8 & 0xFF,
-                     rsip & 0xFF, *sub_port);
+  return interface_name({port->rsip, *sub_port});
 }
 
 api_reply post_interface(driver &node, const api_request &request) {
@@ -107,20 +79,20 @@ api_reply post_interface(driver &node, const api_request &request) {
                                    entry.ifname));
   }
   entry.ifhandle = ifhandle ? *ifhandle : *known;
-  return act(bound, [operation = found->operation, entry] { return run_batch(operation, entry); });
+  return act(bound, [operation = found->operation, entry] { return run(operation, entry); });
 }
 
 // The end of a resync is told of each entry of its batch; one is enough.
 api_reply post_resync_end(driver &, const api_request &request) {
   const request_body body(request.body);
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
-  return act(bound, [] { return run_batch(lum_linux::ea_operation::resync_end, {}); });
+  return act(bound, [] { return run(lum_linux::ea_operation::resync_end, {}); });
 }
 
 api_reply post_connect(driver &, const api_request &request) {
   const request_body body(request.body);
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
-  return act(bound, [] { return api_reply{200, conclusion(lum_linux::ea_connect())}; });
+  return act(bound, [] { return api_reply{200, show_agent(connect_agent())}; });
 }
 
 constexpr route routes[] = {

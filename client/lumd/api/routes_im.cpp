@@ -1,13 +1,16 @@
+// The interface manager: how it behaves, and how it is to behave.
 #include <fmt/format.h>
 
 #include <array>
 #include <limits>
 
-#include "action.h"
-#include "driver.h"
+#include "api/action.h"
+#include "api/request_body.h"
+#include "api/routes.h"
 #include "lum_linux/interface_manager.h"
-#include "request_body.h"
-#include "routes.h"
+#include "node/driver.h"
+#include "views/action_view.h"
+#include "views/im_view.h"
 
 namespace lumd {
 namespace {
@@ -21,55 +24,7 @@ constexpr uint32_t longest_delay_ms = 600'000;
 constexpr uint32_t any_code = std::numeric_limits<uint32_t>::max();
 constexpr milliseconds bound(5000);
 
-struct kind {
-  std::string_view name;
-  im_malformation value;
-};
-constexpr std::array<kind, 4> kinds = {{{"garbage", im_malformation::garbage},
-                                        {"truncated", im_malformation::truncated},
-                                        {"missing-member", im_malformation::missing_member},
-                                        {"absent", im_malformation::absent}}};
-
-std::string_view name_of(im_malformation value) {
-  for (const kind &kind : kinds) {
-    if (kind.value == value) return kind.name;
-  }
-  return "none";
-}
-
-json show_behaviour(const lum_linux::im_behaviour &now) {
-  json names = json::array();
-  for (const auto &[name, code] : now.fail_names) names.push_back({{"name", name}, {"code", code}});
-  return {{"refuse", {{"batches", now.refuse}, {"code", now.refuse_code}}},
-          {"drop", {{"batches", now.drop}}},
-          {"fail", {{"batches", now.fail}, {"code", now.fail_code}}},
-          {"empty", {{"batches", now.empty}}},
-          {"malform", {{"batches", now.malform}, {"kind", name_of(now.malformation)}}},
-          {"fail_names", std::move(names)},
-          {"fail_every", {{"nth", now.fail_nth}, {"code", now.fail_nth_code}}},
-          {"delay_ms", {{"min", now.delay_min.count()}, {"max", now.delay_max.count()}}},
-          {"out_of_order", now.out_of_order},
-          {"held", now.held}};
-}
-
-api_reply get_im(driver &node, const api_request &) {
-  const interface_manager &im = node.platform().im();
-  const auto statistics = im.statistics();
-  return {200,
-          {{"controllers", im.controllers().size()},
-           {"behaviour", show_behaviour(im.behaviour())},
-           {"statistics",
-            {{"create_batches", statistics.create_batches},
-             {"delete_batches", statistics.delete_batches},
-             {"update_batches", statistics.update_batches},
-             {"elements", statistics.elements},
-             {"failed_elements", statistics.failed_elements},
-             {"refused", statistics.refused},
-             {"answered", statistics.answered},
-             {"dropped", statistics.dropped},
-             {"pending", statistics.pending},
-             {"restarts", statistics.restarts}}}}};
-}
+api_reply get_im(driver &node, const api_request &) { return {200, show_im(node)}; }
 
 // Each reads its own members and returns what to do once the body has turned out right.
 using im_action = std::function<bool(interface_manager &)>;
@@ -121,7 +76,7 @@ im_action read_malform(request_body &body) {
   const std::string wanted = body.text("kind");
   im_malformation chosen = im_malformation::none;
   std::string names;
-  for (const kind &kind : kinds) {
+  for (const named_malformation &kind : malformations()) {
     if (kind.name == wanted) chosen = kind.value;
     names += (names.empty() ? "" : ", ") + std::string(kind.name);
   }

@@ -1,15 +1,24 @@
+// Alarms and readings injected for tests.
 #include <fmt/format.h>
 
-#include "alarm_tests.h"
-#include "alarms.h"
-#include "driver.h"
-#include "find_port.h"
+#include "api/request_body.h"
+#include "api/routes.h"
 #include "lum.h"
-#include "request_body.h"
-#include "routes.h"
+#include "node/alarm_tests.h"
+#include "node/alarms.h"
+#include "node/driver.h"
+#include "node/find_port.h"
+#include "node/readings.h"
+#include "views/alarm_view.h"
 
 namespace lumd {
 namespace {
+
+api_reply run(driver &node, const alarm_test_request &wanted, const std::string &text) {
+  return reply_to(run_alarm_test(node, wanted, text), [&](const alarm_test_report &report) {
+    return show_alarm_test(report, wanted, text);
+  });
+}
 
 // Alarms and readings differ in the names of what is injected only.
 api_reply inject(driver &node, const api_request &request, alarm_test test, const char *member,
@@ -18,17 +27,17 @@ api_reply inject(driver &node, const api_request &request, alarm_test test, cons
   const std::string name = body.text("port");
   alarm_test_request wanted;
   wanted.test = test;
-  wanted.sub_port = body.number("sub_port", 0, LUM_SUB_PORTS - 1);
+  wanted.place.sub_port = body.number("sub_port", 0, LUM_SUB_PORTS - 1);
   const std::string what = body.text(member);
   wanted.on = body.boolean("on");
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
-  const auto *port = find_port(node, name);
+  const auto *port = find_port(node.node(), name);
   if (port == nullptr) return refuse_unknown_port(name);
-  wanted.rsip = port->rsip;
+  wanted.place.rsip = port->rsip;
   const auto id = id_of(what);
   if (!id) return refuse(400, fmt::format("there is no {} \"{}\"", member, what));
   wanted.id = *id;
-  return run_alarm_test(node, wanted, to_text(wanted));
+  return run(node, wanted, to_text(wanted));
 }
 
 api_reply post_alarm(driver &node, const api_request &request) {
@@ -46,7 +55,7 @@ api_reply post_text(driver &node, const api_request &request) {
   std::string error;
   const auto wanted = read_alarm_test(text, error);
   if (!wanted) return refuse(400, error);
-  return run_alarm_test(node, *wanted, text);
+  return run(node, *wanted, text);
 }
 
 constexpr route routes[] = {

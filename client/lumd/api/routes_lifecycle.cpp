@@ -1,20 +1,16 @@
-#include <fmt/format.h>
-
-#include "action.h"
-#include "driver.h"
-#include "find_port.h"
-#include "lifecycle.h"
+// Ports come and go, and change their controllers' state.
+#include "api/action.h"
+#include "api/request_body.h"
+#include "api/routes.h"
 #include "lum.h"
-#include "request_body.h"
-#include "routes.h"
+#include "node/controller_actions.h"
+#include "node/driver.h"
+#include "node/find_port.h"
+#include "node/lifecycle.h"
+#include "views/action_view.h"
 
 namespace lumd {
 namespace {
-
-using port_list = std::vector<const lum_linux::port_description *>;
-
-// An action may take so much longer than it is to wait for confirmations.
-constexpr std::chrono::milliseconds margin(3000);
 
 api_reply post_create(driver &node, const api_request &request) {
   request_body body(request.body);
@@ -22,8 +18,9 @@ api_reply post_create(driver &node, const api_request &request) {
   const auto instance = body.optional_number("instance", 0, LUM_MAX_INSTANCES - 1);
   const wait_time wait = body.wait();
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
-  return act(wait + margin,
-             [&node, slot, instance, wait] { return create_ports(node, slot, instance, wait); });
+  return act(wait + wait_margin, [&node, slot, instance, wait] {
+    return reply_to(create_ports(node, slot, instance, wait), show_lifecycle);
+  });
 }
 
 // Reads the member "ports", a list of names.
@@ -33,7 +30,7 @@ api_reply read_ports(driver &node, const json &names, port_list &ports) {
   }
   for (const json &name : names) {
     if (!name.is_string()) return refuse(400, "\"ports\" is not a list of port names");
-    const auto *port = find_port(node, name.get<std::string>());
+    const auto *port = find_port(node.node(), name.get<std::string>());
     if (port == nullptr) return refuse_unknown_port(name.get<std::string>());
     ports.push_back(port);
   }
@@ -51,18 +48,21 @@ api_reply post_delete(driver &node, const api_request &request) {
   }
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
   if (slot) {
-    return act(wait + margin,
-               [&node, slot, instance, wait] { return delete_slot(node, *slot, instance, wait); });
+    return act(wait + wait_margin, [&node, slot, instance, wait] {
+      return reply_to(delete_slot(node, *slot, instance, wait), show_lifecycle);
+    });
   }
   port_list ports;
   if (const api_reply refused = read_ports(node, *names, ports); refused.status != 200) {
     return refused;
   }
-  return act(wait + margin, [&node, ports, wait] { return delete_ports(node, ports, wait); });
+  return act(wait + wait_margin, [&node, ports, wait] {
+    return reply_to(delete_ports(node, ports, wait), show_lifecycle);
+  });
 }
 
 api_reply post_update(driver &node, const api_request &request) {
-  const auto *port = find_port(node, request.parameters[0]);
+  const auto *port = find_port(node.node(), request.parameters[0]);
   if (port == nullptr) return refuse_unknown_port(request.parameters[0]);
   request_body body(request.body);
   const std::string state = body.text("state");
@@ -70,25 +70,10 @@ api_reply post_update(driver &node, const api_request &request) {
   if (state != "up" && state != "down") body.complain("\"state\" is neither \"up\" nor \"down\"");
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
   const uint32_t number = state == "up" ? 1 : 0;
-  return act(wait + margin,
-             [&node, port, number, wait] { return update_port(node, *port, number, wait); });
-}
-
-api_reply post_replay(driver &node, const api_request &request) {
-  request_body body(request.body);
-  const wait_time wait = body.wait();
-  if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
-  return act(wait + margin, [&node, wait] { return replay_controllers(node, wait); });
-}
-
-api_reply post_resync(driver &, const api_request &request) {
-  const request_body body(request.body);
-  if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
-  return act(margin, [] {
-    lum_resync_with_ea();
-    json reply = {{"result", result_of(0)}};
-    conclude(reply, true, "");
-    return api_reply{200, std::move(reply)};
+  return act(wait + wait_margin, [&node, port, number, wait] {
+    return reply_to(update_port(node, *port, number, wait), [&](const action_report &report) {
+      return show_update(report, *port, number);
+    });
   });
 }
 
@@ -96,8 +81,6 @@ constexpr route routes[] = {
     {"POST", "/v1/ports/create", post_create},
     {"POST", "/v1/ports/delete", post_delete},
     {"POST", "/v1/ports/{}/update", post_update},
-    {"POST", "/v1/controllers/replay", post_replay},
-    {"POST", "/v1/controllers/resync", post_resync},
 };
 
 }  // namespace

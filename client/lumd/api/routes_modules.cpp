@@ -1,31 +1,19 @@
+// A port's module: what is known of it, and its memory.
 #include <fmt/format.h>
 
 #include <array>
 #include <charconv>
 #include <cstdint>
 
-#include "driver.h"
-#include "find_port.h"
-#include "lum_linux/modules.h"
-#include "port_view.h"
-#include "routes.h"
+#include "api/routes.h"
+#include "node/driver.h"
+#include "node/find_port.h"
+#include "views/module_view.h"
 
 namespace lumd {
 namespace {
 
 constexpr uint32_t page_bytes = 256;
-
-const char *backend_name(lum_linux::module_backend backend) {
-  switch (backend) {
-    case lum_linux::module_backend::file:
-      return "file";
-    case lum_linux::module_backend::i2c_dev:
-      return "i2c-dev";
-    case lum_linux::module_backend::simulated:
-      return "simulated";
-  }
-  return "unknown";
-}
 
 // Reads the query's page number; false when it is none.
 bool read_page_number(const std::string &text, uint32_t &page) {
@@ -37,20 +25,12 @@ bool read_page_number(const std::string &text, uint32_t &page) {
 // The module's identity and readings come from what the library has polled; its memory is looked at
 // only when a page is asked for.
 api_reply get_module(driver &node, const api_request &request) {
-  const auto *port = find_port(node, request.parameters[0]);
+  const auto *port = find_port(node.node(), request.parameters[0]);
   if (port == nullptr) return refuse_unknown_port(request.parameters[0]);
   const auto status = node.platform().modules().status(port->rsip);
   if (!status) return refuse_unknown_port(request.parameters[0]);
   const auto copy = copy_port(port->rsip);
-  json shown = show_port(node, *port, copy ? &*copy : nullptr);
-  shown["module"]["backend"] = backend_name(status->backend);
-  shown["module"]["faults"] = to_string(status->faults);
-  shown["module"]["pulled"] = status->pulled;
-  shown["module"]["insertion"] = status->insertion;
-  shown["module"]["busy_ms"] = status->busy_for.count();
-  shown["module"]["bytes_read"] = status->statistics.bytes_read;
-  shown["module"]["bytes_written"] = status->statistics.bytes_written;
-  shown["module"]["last_transfer_us"] = status->statistics.last_duration.count();
+  json shown = show_module(node, *port, copy ? &*copy : nullptr, *status);
   if (const auto asked = request.query.find("page"); asked != request.query.end()) {
     uint32_t page = 0;
     if (!read_page_number(asked->second, page)) {
@@ -62,7 +42,7 @@ api_reply get_module(driver &node, const api_request &request) {
     if (!CERR_IS_OK(rc)) {
       return refuse(409, fmt::format("page {} cannot be read: {}", page, cerr_strerror(rc)));
     }
-    shown["page"] = {{"number", page}, {"bytes", bytes}};
+    shown["page"] = show_page(page, bytes);
   }
   return {200, std::move(shown)};
 }

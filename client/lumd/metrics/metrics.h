@@ -1,15 +1,15 @@
-// What is measured, and under which names; docs/metrics.md lists them all.
+// Everything that is counted and measured, as text; docs/metrics.md lists the names.
 #pragma once
 
-#include "driver.h"
-#include "metrics_page.h"
+#include <string>
+
+#include "metrics/metrics_format.h"
 
 namespace lumd {
 
-// The ports, their modules and sub-ports.
-void add_port_metrics(driver &node, metrics_page &page);
+class driver;
 
-// The driver itself: build, polling, interface manager, checkpoints, traces. Waits for the disk.
-void add_node_metrics(driver &node, metrics_page &page);
+// One scrape: looks at what is stored, and touches no module. Waits for the disk.
+std::string metrics_text(driver &node, metrics_format format);
 
 }  // namespace lumd

@@ -1,4 +1,4 @@
-#include "metrics_format.h"
+#include "metrics/metrics_format.h"
 
 #include <algorithm>
 #include <charconv>

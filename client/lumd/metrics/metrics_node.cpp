@@ -1,9 +1,11 @@
+// The driver itself.
 #include <fmt/format.h>
 
 #include "lum.h"
 #include "lum_linux/services.h"
-#include "metrics.h"
-#include "times.h"
+#include "metrics/metrics_subjects.h"
+#include "node/driver.h"
+#include "views/times.h"
 
 namespace lumd {
 namespace {

@@ -1,11 +1,13 @@
-#include "metrics_page.h"
+#include "metrics/metrics_page.h"
 
 #include <prometheus/counter.h>
 #include <prometheus/gauge.h>
 #include <prometheus/text_serializer.h>
 
-#include "openmetrics_text.h"
-#include "router.h"
+#include <nlohmann/json.hpp>
+
+#include "metrics/openmetrics_text.h"
+#include "views/json.h"
 
 namespace lumd {
 namespace {

@@ -7,7 +7,7 @@
 #include <set>
 #include <string>
 
-#include "metrics_format.h"
+#include "metrics/metrics_format.h"
 
 namespace lumd {
 

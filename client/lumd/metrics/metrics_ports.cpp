@@ -1,14 +1,14 @@
-#include <cstring>
-
-#include "alarms.h"
+// The ports, their modules and sub-ports.
 #include "lum.h"
 #include "lum_linux/modules.h"
 #include "lum_linux/stores.h"
-#include "metrics.h"
-#include "port_data.h"
-#include "port_view.h"
-#include "readings.h"
-#include "times.h"
+#include "metrics/metrics_subjects.h"
+#include "node/alarms.h"
+#include "node/driver.h"
+#include "node/port_data.h"
+#include "node/port_state.h"
+#include "node/readings.h"
+#include "views/times.h"
 
 namespace lumd {
 namespace {
@@ -16,24 +16,15 @@ namespace {
 using lum_linux::module_status;
 using lum_linux::port_description;
 
-constexpr port_state all_states[] = {port_state::absent, port_state::going, port_state::coming_up,
-                                     port_state::empty,  port_state::up,    port_state::upgrading,
-                                     port_state::failing};
-
-template <std::size_t size>
-std::string text_of(const char (&field)[size]) {
-  return std::string(field, strnlen(field, size));
-}
-
 metric_labels with(metric_labels labels, const char *name, std::string value) {
   labels[name] = std::move(value);
   return labels;
 }
 
 void add_states(const metric_labels &port, port_state current, metrics_page &page) {
-  for (const port_state state : all_states) {
+  for (const auto &[state, name] : port_states()) {
     page.gauge("lum_port_state", "1 for the state that the port is in, 0 for the others",
-               with(port, "state", std::string(port_state_name(state))), state == current ? 1 : 0);
+               with(port, "state", std::string(name)), state == current ? 1 : 0);
   }
 }
 
@@ -69,14 +60,14 @@ void add_identity(const metric_labels &port, uint32_t rsip, const lum_vendor_inf
 }
 
 void add_readings(const metric_labels &sub_port, const lum_dom_area &area, metrics_page &page) {
-  for (std::size_t i = 0; i < std::size(area.readings); ++i) {
-    const metric_labels labels = with(sub_port, "reading", std::to_string(i));
-    if (i < powers) {
-      page.gauge("lum_power_dbm", "Optical power, readings 0 to 2", labels,
-                 power_dbm(area.readings[i]));
+  for (const reading &reading : readings()) {
+    const uint16_t raw = area.readings[reading.place];
+    const metric_labels labels = with(sub_port, "reading", std::to_string(reading.place));
+    if (reading.unit == reading_unit::dbm) {
+      page.gauge("lum_power_dbm", "Optical power, readings 0 to 2", labels, power_dbm(raw));
     } else {
       page.gauge("lum_reading", "Readings 3 and 4, in the module's units", labels,
-                 reading_value(area.readings[i]));
+                 reading_value(raw));
     }
   }
 }

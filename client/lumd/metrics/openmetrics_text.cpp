@@ -1,4 +1,4 @@
-#include "openmetrics_text.h"
+#include "metrics/openmetrics_text.h"
 
 #include <fmt/format.h>
 

@@ -1,4 +1,4 @@
-#include "alarms.h"
+#include "node/alarms.h"
 
 #include <algorithm>
 #include <array>

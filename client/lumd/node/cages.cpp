@@ -1,7 +1,7 @@
-#include "cages.h"
+#include "node/cages.h"
 
-#include "log.h"
 #include "lum.h"
+#include "node/log.h"
 
 namespace lumd {
 namespace {

@@ -8,7 +8,7 @@
 
 #include "lum_linux/modules.h"
 #include "lum_linux/node_description.h"
-#include "port_data.h"
+#include "node/port_data.h"
 
 namespace lumd {
 

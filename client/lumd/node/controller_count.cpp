@@ -1,10 +1,10 @@
-#include "controller_count.h"
+#include "node/controller_count.h"
 
 #include <algorithm>
 
-#include "log.h"
 #include "lum.h"
-#include "port_data.h"
+#include "node/log.h"
+#include "node/port_data.h"
 
 namespace lumd {
 namespace {

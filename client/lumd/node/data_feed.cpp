@@ -1,7 +1,7 @@
-#include "data_feed.h"
+#include "node/data_feed.h"
 
 #include "lum.h"
-#include "port_data.h"
+#include "node/port_data.h"
 
 namespace lumd {
 namespace {

@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <map>
 
-#include "cages.h"
 #include "lum_linux/modules.h"
+#include "node/cages.h"
 
 namespace lumd {
 

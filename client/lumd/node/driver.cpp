@@ -1,13 +1,13 @@
-#include "driver.h"
+#include "node/driver.h"
 
 #include <cstring>
 #include <thread>
 
-#include "lifecycle.h"
-#include "log.h"
 #include "lum.h"
 #include "lum_linux/modules.h"
 #include "lum_linux/services.h"
+#include "node/lifecycle.h"
+#include "node/log.h"
 
 namespace lumd {
 namespace {

@@ -7,12 +7,12 @@
 #include <mutex>
 #include <string>
 
-#include "cages.h"
-#include "controller_count.h"
-#include "data_feed.h"
 #include "lum_linux/platform.h"
-#include "periodic.h"
-#include "polling_clock.h"
+#include "node/cages.h"
+#include "node/controller_count.h"
+#include "node/data_feed.h"
+#include "node/periodic.h"
+#include "node/polling_clock.h"
 
 namespace lumd {
 

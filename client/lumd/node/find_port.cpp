@@ -1,13 +1,12 @@
-#include "find_port.h"
+#include "node/find_port.h"
 
 #include <fmt/format.h>
 
-#include "driver.h"
-
 namespace lumd {
 
-const lum_linux::port_description *find_port(driver &node, const std::string &name) {
-  const auto ports = node.node().ports();
+const lum_linux::port_description *find_port(const lum_linux::node_description &node,
+                                             const std::string &name) {
+  const auto ports = node.ports();
   for (const auto *port : ports) {
     if (port->name == name) return port;
   }
@@ -19,10 +18,6 @@ const lum_linux::port_description *find_port(driver &node, const std::string &na
     }
   }
   return nullptr;
-}
-
-api_reply refuse_unknown_port(const std::string &name) {
-  return refuse(404, fmt::format("the node has no port \"{}\"", name));
 }
 
 }  // namespace lumd

@@ -1,16 +1,14 @@
-#include "lifecycle.h"
+#include "node/lifecycle.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <map>
 
-#include "action.h"
-#include "driver.h"
-#include "log.h"
 #include "lum.h"
-#include "port_data.h"
-#include "port_view.h"
+#include "node/driver.h"
+#include "node/log.h"
+#include "node/port_data.h"
 
 namespace lumd {
 namespace {
@@ -18,7 +16,7 @@ namespace {
 using lum_linux::instance_description;
 using lum_linux::port_description;
 using std::chrono::milliseconds;
-using port_list = std::vector<const port_description *>;
+using clock = std::chrono::steady_clock;
 
 constexpr milliseconds shortest_turn(1000);  // for a turn at the lifecycle, however short the wait
 constexpr milliseconds look_again(20);
@@ -30,21 +28,22 @@ struct place {
 
 // What a request names: empty, with the refusal in `refused`, when the node does not have it.
 std::vector<place> find_instances(driver &node, uint32_t slot, std::optional<uint32_t> instance,
-                                  api_reply &refused) {
+                                  refusal &refused) {
   std::vector<place> found;
   const auto &slots = node.node().slots;
   const auto described =
       std::find_if(slots.begin(), slots.end(), [&](const auto &s) { return s.number == slot; });
   if (described == slots.end()) {
-    refused = refuse(404, fmt::format("the node has no slot {}", slot));
+    refused = {refusal_kind::unknown, fmt::format("the node has no slot {}", slot)};
     return found;
   }
   for (const instance_description &candidate : described->instances) {
     if (!instance || candidate.number == *instance) found.push_back({slot, &candidate});
   }
   if (found.empty()) {
-    refused = refuse(404, instance ? fmt::format("slot {} has no instance {}", slot, *instance)
-                                   : fmt::format("slot {} has no instances", slot));
+    refused = {refusal_kind::unknown,
+               instance ? fmt::format("slot {} has no instance {}", slot, *instance)
+                        : fmt::format("slot {} has no instances", slot)};
   }
   return found;
 }
@@ -66,33 +65,36 @@ std::string names_of(const port_list &ports) {
   return ports.size() > most ? fmt::format("{} and {} more", names, ports.size() - most) : names;
 }
 
-// The ports with their states, for the reply.
-json show_states(driver &node, const port_list &ports) {
+refusal not_now(const std::string &reason) { return {refusal_kind::conflict, reason}; }
+
+std::vector<port_result> results_of(driver &node, const port_list &ports) {
   const auto copies = copy_ports();
-  json shown = json::array();
+  std::vector<port_result> results;
   for (const port_description *port : ports) {
     const auto found = copies.find(port->rsip);
     const port_copy *copy = found == copies.end() ? nullptr : &found->second;
-    json one = {{"name", port->name}, {"state", port_state_name(state_of(node, *port, copy))}};
-    one["ifhandles"] = json::array();
+    port_result one = {port, state_of(node, *port, copy), {}};
     for (std::size_t s = 0; copy != nullptr && s < LUM_SUB_PORTS; ++s) {
-      one["ifhandles"].push_back(copy->data.sub_port[s].ifhandle);
+      one.ifhandles.push_back(copy->data.sub_port[s].ifhandle);
     }
-    shown.push_back(std::move(one));
+    results.push_back(std::move(one));
   }
-  return shown;
+  return results;
 }
 
-// The reply to a creation or deletion that has been asked for.
-api_reply report(driver &node, cerrno rc, const port_list &ports, const port_list &unconfirmed,
-                 const char *what) {
-  json reply = {{"result", result_of(rc)}, {"ports", show_states(node, ports)}};
-  conclude(reply, CERR_IS_OK(rc) && unconfirmed.empty(),
-           CERR_IS_OK(rc)
-               ? fmt::format("the interface manager has not confirmed the {} of {}", what,
-                             names_of(unconfirmed))
-               : fmt::format("the {} was refused: {} ({})", what, cerr_strerror(rc), rc));
-  return {200, std::move(reply)};
+// Of a creation or deletion that has been asked for.
+lifecycle_report report_on(driver &node, cerrno rc, const port_list &ports,
+                           const port_list &unconfirmed, const char *what) {
+  lifecycle_report report;
+  report.rc = rc;
+  report.ports = results_of(node, ports);
+  if (!CERR_IS_OK(rc)) {
+    report.missing = fmt::format("the {} was refused: {} ({})", what, cerr_strerror(rc), rc);
+  } else if (!unconfirmed.empty()) {
+    report.missing = fmt::format("the interface manager has not confirmed the {} of {}", what,
+                                 names_of(unconfirmed));
+  }
+  return report;
 }
 
 class turn {
@@ -106,9 +108,7 @@ class turn {
   std::unique_lock<std::timed_mutex> lock_;
 };
 
-api_reply refuse_turn() {
-  return refuse(409, "another creation or deletion of ports is under way");
-}
+refusal no_turn() { return not_now("another creation or deletion of ports is under way"); }
 
 bool is_created_now(uint32_t rsip) {
   const auto copy = copy_port(rsip);
@@ -188,18 +188,18 @@ std::string reason_against_deletion(driver &node, const port_list &ports) {
   return {};
 }
 
-api_reply delete_existing(driver &node, const port_list &ports, wait_time wait) {
-  const auto deadline = action_clock::now() + wait;
+outcome<lifecycle_report> delete_existing(driver &node, const port_list &ports, wait_time wait) {
+  const auto deadline = clock::now() + wait;
   turn mine(node, wait);
-  if (!mine) return refuse_turn();
+  if (!mine) return no_turn();
   if (const auto reason = reason_against_deletion(node, ports); !reason.empty()) {
-    return refuse(409, reason);
+    return not_now(reason);
   }
   const cerrno rc = ask_for_deletion(node, ports);
   mine.end();
   const auto is_gone = [&node](uint32_t rsip) { return is_gone_now(node, rsip); };
   wait_for_answers(node, deadline, [&] { return those_not(ports, is_gone).empty(); });
-  return report(node, rc, ports, those_not(ports, is_gone), "deletion");
+  return report_on(node, rc, ports, those_not(ports, is_gone), "deletion");
 }
 
 void close_empty(driver &node, const std::vector<place> &places) {
@@ -238,24 +238,24 @@ cerrno create_missing_ports(driver &node, uint32_t slot, const instance_descript
   return rc;
 }
 
-api_reply create_ports(driver &node, uint32_t slot, std::optional<uint32_t> instance,
-                       wait_time wait) {
-  api_reply refused;
+outcome<lifecycle_report> create_ports(driver &node, uint32_t slot,
+                                       std::optional<uint32_t> instance, wait_time wait) {
+  refusal refused;
   const auto places = find_instances(node, slot, instance, refused);
   if (places.empty()) return refused;
 
-  const auto deadline = action_clock::now() + wait;
+  const auto deadline = clock::now() + wait;
   turn mine(node, wait);
-  if (!mine) return refuse_turn();
+  if (!mine) return no_turn();
   port_list missing;
   for (const port_description *port : ports_of(places)) {
     const auto copy = copy_port(port->rsip);
     if (copy && is_going(*copy)) {
-      return refuse(409, fmt::format("port {} is still being deleted", port->name));
+      return not_now(fmt::format("port {} is still being deleted", port->name));
     }
     if (!copy) missing.push_back(port);
   }
-  if (missing.empty()) return refuse(409, fmt::format("all ports of slot {} exist", slot));
+  if (missing.empty()) return not_now(fmt::format("all ports of slot {} exist", slot));
   cerrno rc = 0;
   for (const place &place : places) {
     const cerrno one = create_missing_ports(node, place.slot, *place.instance);
@@ -263,37 +263,37 @@ api_reply create_ports(driver &node, uint32_t slot, std::optional<uint32_t> inst
   }
   mine.end();
   wait_for_answers(node, deadline, [&] { return those_not(missing, is_created_now).empty(); });
-  return report(node, rc, missing, those_not(missing, is_created_now), "creation");
+  return report_on(node, rc, missing, those_not(missing, is_created_now), "creation");
 }
 
-api_reply delete_ports(driver &node, const port_list &ports, wait_time wait) {
+outcome<lifecycle_report> delete_ports(driver &node, const port_list &ports, wait_time wait) {
   port_list wanted;
   for (const port_description *port : ports) {
     if (!copy_port(port->rsip)) {
-      return refuse(409, fmt::format("port {} does not exist", port->name));
+      return not_now(fmt::format("port {} does not exist", port->name));
     }
     if (std::find(wanted.begin(), wanted.end(), port) == wanted.end()) wanted.push_back(port);
   }
   return delete_existing(node, wanted, wait);
 }
 
-api_reply delete_slot(driver &node, uint32_t slot, std::optional<uint32_t> instance,
-                      wait_time wait) {
-  api_reply refused;
+outcome<lifecycle_report> delete_slot(driver &node, uint32_t slot, std::optional<uint32_t> instance,
+                                      wait_time wait) {
+  refusal refused;
   const auto places = find_instances(node, slot, instance, refused);
   if (places.empty()) return refused;
   const port_list existing =
       those_not(ports_of(places), [](uint32_t rsip) { return !copy_port(rsip); });
-  if (existing.empty()) return refuse(409, fmt::format("slot {} has no ports", slot));
-  const api_reply reply = delete_existing(node, existing, wait);
-  if (reply.status == 200) close_empty(node, places);
-  return reply;
+  if (existing.empty()) return not_now(fmt::format("slot {} has no ports", slot));
+  auto deleted = delete_existing(node, existing, wait);
+  if (deleted) close_empty(node, places);
+  return deleted;
 }
 
 bool wait_for_answers(driver &node, std::chrono::steady_clock::time_point deadline,
                       const std::function<bool()> &holds) {
   while (!holds()) {
-    if (action_clock::now() >= deadline) return false;
+    if (clock::now() >= deadline) return false;
     if (node.platform().im().wait_idle(look_again)) return holds();
   }
   return true;

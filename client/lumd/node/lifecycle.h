@@ -1,4 +1,4 @@
-// Ports come and go: what the API asks of the library, and how it turned out.
+// Ports come and go: what is asked of the library, and how it turned out.
 #pragma once
 
 #include <chrono>
@@ -7,11 +7,13 @@
 #include <optional>
 #include <vector>
 
-#include "cerr.h"
 #include "lum_linux/node_description.h"
-#include "router.h"
+#include "node/outcome.h"
+#include "node/port_state.h"
 
 namespace lumd {
+
+using port_list = std::vector<const lum_linux::port_description *>;
 
 // Creates those ports of an instance that do not exist, and opens the instance when it has none.
 // Returns 0 or the code of the first call that failed, after saying so. Called with the lifecycle
@@ -19,28 +21,30 @@ namespace lumd {
 cerrno create_missing_ports(driver &node, uint32_t slot,
                             const lum_linux::instance_description &instance);
 
-// The rest answers requests. Each waits for the library and the interface manager, but not much
-// longer than `wait`; the reply is an action's.
+// The rest waits for the library and the interface manager, but not much longer than `wait`.
 using wait_time = std::chrono::milliseconds;
 
+// One port of a creation or deletion, afterwards.
+struct port_result {
+  const lum_linux::port_description *port = nullptr;
+  port_state state = port_state::absent;
+  std::vector<uint32_t> ifhandles;  // of its sub-ports; none without the port
+};
+
+struct lifecycle_report : action_report {
+  std::vector<port_result> ports;
+};
+
 // Creates what does not exist of one instance, or of all instances of a slot.
-api_reply create_ports(driver &node, uint32_t slot, std::optional<uint32_t> instance,
-                       wait_time wait);
+outcome<lifecycle_report> create_ports(driver &node, uint32_t slot,
+                                       std::optional<uint32_t> instance, wait_time wait);
 
 // Deletes some ports.
-api_reply delete_ports(driver &node, const std::vector<const lum_linux::port_description *> &ports,
-                       wait_time wait);
+outcome<lifecycle_report> delete_ports(driver &node, const port_list &ports, wait_time wait);
 
 // Deletes what exists of one instance, or of all instances of a slot, and closes them.
-api_reply delete_slot(driver &node, uint32_t slot, std::optional<uint32_t> instance,
-                      wait_time wait);
-
-// Sends a controller state to both controllers of a port.
-api_reply update_port(driver &node, const lum_linux::port_description &port, uint32_t state,
-                      wait_time wait);
-
-// Asks for the controllers of every port again.
-api_reply replay_controllers(driver &node, wait_time wait);
+outcome<lifecycle_report> delete_slot(driver &node, uint32_t slot, std::optional<uint32_t> instance,
+                                      wait_time wait);
 
 // Until `holds`: true; until the interface manager has answered all it was asked, or `deadline`:
 // what it says then.

@@ -1,4 +1,4 @@
-#include "module_flags.h"
+#include "node/module_flags.h"
 
 #include <fmt/format.h>
 

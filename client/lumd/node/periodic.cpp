@@ -1,4 +1,4 @@
-#include "periodic.h"
+#include "node/periodic.h"
 
 #include <pthread.h>
 

@@ -1,4 +1,4 @@
-#include "polling_clock.h"
+#include "node/polling_clock.h"
 
 #include <pthread.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-#include "port_data.h"
+#include "node/port_data.h"
 
 #include <atomic>
 #include <cstddef>

@@ -1,19 +1,27 @@
-// The alarms of sub-ports as the API shows them, from the alarm service's store.
+// Alarms as the API shows them: those of sub-ports, from the alarm service's store, and those that
+// are injected.
 #pragma once
 
-#include "driver.h"
-#include "lum_linux/stores.h"
-#include "port_data.h"
-#include "router.h"
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "node/alarm_tests.h"
+#include "node/port_data.h"
+#include "views/json.h"
 
 namespace lumd {
+
+class driver;
 
 // The names of the alarms in a bitmap, in the order of their bits; "bit-7" for one without a name.
 json alarm_names(uint64_t bitmap);
 
-// A controller's alarms and counters, or null when the store does not know it. The port is one that
-// `copy` is of.
-json show_alarms(const lum_linux::port_description &port, const port_copy &copy,
-                 std::size_t sub_port);
+// The sub-ports with an alarm, or all that the alarm service knows, and every kind of alarm.
+json show_alarms(driver &node, bool all);
+
+// An alarm test that was sent to the library with the text.
+json show_alarm_test(const alarm_test_report &report, const alarm_test_request &request,
+                     const std::string &text);
 
 }  // namespace lumd

@@ -1,8 +1,11 @@
-#include "pm_view.h"
+#include "views/pm_view.h"
 
 #include <cmath>
+#include <nlohmann/json.hpp>
 
-#include "times.h"
+#include "lum_linux/stores.h"
+#include "node/port_data.h"
+#include "views/times.h"
 
 namespace lumd {
 namespace {
@@ -37,15 +40,7 @@ json show_bin(const pm_bin &bin, std::string_view length) {
       {"samples", bin.samples}, {"partial", bin.partial},         {"values", std::move(values)}};
 }
 
-}  // namespace
-
-std::optional<pm_bins> pm_bins_of(std::string_view name) {
-  if (name == quarter_name) return pm_bins::quarter;
-  if (name == day_name) return pm_bins::day;
-  return std::nullopt;
-}
-
-json show_pm(const lum_linux::pm_interface &interface, std::optional<pm_bins> bins) {
+json show_bins(const lum_linux::pm_interface &interface, std::optional<pm_bins> bins) {
   json shown = json::array();
   if (bins != pm_bins::day) shown.push_back(show_bin(interface.quarter, quarter_name));
   if (bins != pm_bins::quarter) shown.push_back(show_bin(interface.day, day_name));
@@ -56,6 +51,30 @@ json show_pm(const lum_linux::pm_interface &interface, std::optional<pm_bins> bi
     for (const pm_bin &bin : interface.days) shown.push_back(show_bin(bin, day_name));
   }
   return shown;
+}
+
+}  // namespace
+
+std::optional<pm_bins> pm_bins_of(std::string_view name) {
+  if (name == quarter_name) return pm_bins::quarter;
+  if (name == day_name) return pm_bins::day;
+  return std::nullopt;
+}
+
+json show_pm(const port_list &ports, std::optional<pm_bins> bins) {
+  json interfaces = json::array();
+  each_sub_port(ports, [&](const auto &port, const port_copy &copy, std::size_t sub_port) {
+    const auto pm = lum_linux::pm_find(copy.data.sub_port[sub_port].ifhandle);
+    if (!pm) return;
+    json shown = {{"port", port.name},
+                  {"sub_port", sub_port},
+                  {"ifname", pm->name},
+                  {"ifhandle", pm->ifhandle}};
+    if (pm->latest) shown["age_s"] = seconds_since(pm->updated);
+    shown["bins"] = show_bins(*pm, bins);
+    interfaces.push_back(std::move(shown));
+  });
+  return {{"interfaces", std::move(interfaces)}};
 }
 
 }  // namespace lumd

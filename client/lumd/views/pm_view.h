@@ -4,8 +4,8 @@
 #include <optional>
 #include <string_view>
 
-#include "lum_linux/stores.h"
-#include "router.h"
+#include "node/lifecycle.h"
+#include "views/json.h"
 
 namespace lumd {
 
@@ -14,8 +14,8 @@ enum class pm_bins { quarter, day };
 // "15min" or "24h".
 std::optional<pm_bins> pm_bins_of(std::string_view name);
 
-// The current bin of each length or, with `bins`, that and the finished ones of one length, newest
-// first.
-json show_pm(const lum_linux::pm_interface &interface, std::optional<pm_bins> bins);
+// The controllers of the ports: of each the current bin of each length or, with `bins`, that and
+// the finished ones of one length, newest first.
+json show_pm(const port_list &ports, std::optional<pm_bins> bins);
 
 }  // namespace lumd

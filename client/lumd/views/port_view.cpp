@@ -1,76 +1,24 @@
-#include "port_view.h"
+#include "views/port_view.h"
 
 #include <fmt/format.h>
 
-#include <cstring>
+#include <nlohmann/json.hpp>
 
-#include "alarm_view.h"
-#include "configuration.h"
-#include "driver.h"
 #include "lum_linux/modules.h"
 #include "lum_linux/stores.h"
-#include "module_flags.h"
-#include "readings.h"
-#include "times.h"
+#include "node/driver.h"
+#include "node/module_flags.h"
+#include "node/port_state.h"
+#include "node/readings.h"
+#include "views/alarm_view.h"
+#include "views/configuration_view.h"
+#include "views/times.h"
 
 namespace lumd {
 namespace {
 
 using lum_linux::module_status;
 using std::chrono::system_clock;
-
-constexpr std::chrono::seconds stuck_after(2);
-
-bool last_transfer_failed(const module_status &module) {
-  return module.statistics.failed > 0 &&
-         module.statistics.last_failure > module.statistics.last_success;
-}
-
-module_status module_of(driver &node, const lum_linux::port_description &port) {
-  return node.platform().modules().last_status(port.rsip).value_or(module_status());
-}
-
-port_state judge(driver &node, const lum_linux::port_description &port, const port_copy *copy,
-                 const module_status &module) {
-  if (copy == nullptr) return port_state::absent;
-  if (is_going(*copy)) return port_state::going;
-  if (!is_created(*copy)) return port_state::coming_up;
-  if (copy->data.inserted == 0) return port_state::empty;
-  if (node.platform().fw_upgrade(port.rsip) != 0) return port_state::upgrading;
-  if (module.busy_for > stuck_after || last_transfer_failed(module)) return port_state::failing;
-  return port_state::up;
-}
-
-std::string reason_for(port_state state, const module_status &module) {
-  switch (state) {
-    case port_state::absent:
-      return "the port has not been created, or has been deleted";
-    case port_state::going:
-      return "the interface manager has not confirmed the deletion yet";
-    case port_state::coming_up:
-      return "the interface manager has not confirmed both controllers yet";
-    case port_state::empty:
-      return "there is no module in the cage";
-    case port_state::upgrading:
-      return "the module's firmware is being upgraded";
-    case port_state::failing:
-      if (module.busy_for > stuck_after) {
-        return fmt::format("a transfer has not ended for {:.0f} s",
-                           std::chrono::duration<double>(module.busy_for).count());
-      }
-      return fmt::format("the module's last transfer failed: {}",
-                         cerr_strerror(module.statistics.last_error));
-    case port_state::up:
-      return "";
-  }
-  return "";
-}
-
-// A text field of the library: ends at its NUL or with its field.
-template <std::size_t size>
-std::string text_of(const char (&field)[size]) {
-  return std::string(field, strnlen(field, size));
-}
 
 json show_vendor(const lum_vendor_info &vendor) {
   return {{"name", text_of(vendor.vendor_name)},
@@ -95,29 +43,28 @@ json show_led(uint32_t rsip) {
 }
 
 json show_readings(const lum_dom_area &area) {
-  json readings = json::array();
-  for (std::size_t i = 0; i < std::size(area.readings); ++i) {
-    const uint16_t raw = area.readings[i];
-    json reading = {{"raw", raw}};
-    if (i < powers) {
-      reading["dbm"] = power_dbm(raw);
-      reading["microwatt"] = power_microwatt(raw);
+  json shown = json::array();
+  for (const reading &reading : readings()) {
+    const uint16_t raw = area.readings[reading.place];
+    json one = {{"raw", raw}};
+    if (reading.unit == reading_unit::dbm) {
+      one["dbm"] = power_dbm(raw);
+      one["microwatt"] = power_microwatt(raw);
     } else {
-      reading["value"] = reading_value(raw);
+      one["value"] = reading_value(raw);
     }
-    readings.push_back(std::move(reading));
+    shown.push_back(std::move(one));
   }
-  return readings;
+  return shown;
 }
 
 json show_monitoring(uint32_t ifhandle) {
   json shown = json::object();
   if (const auto pm = lum_linux::pm_find(ifhandle); pm && pm->latest) {
     shown["age_s"] = seconds_since(pm->updated);
-    shown["reading_3"] = pm->latest->reading_3;
-    shown["reading_4"] = pm->latest->reading_4[0];
-    shown["power_1"] = pm->latest->power_1;
-    shown["power_0"] = pm->latest->power_0;
+    for (const monitored_reading &reading : monitored_readings()) {
+      shown[std::string(reading.name)] = reading.value(*pm->latest);
+    }
   }
   if (const auto ptah = lum_linux::ptah_find(ifhandle)) {
     shown["alarms"] = ptah->all.bitmap;
@@ -191,35 +138,20 @@ void add_module_data(const port_copy &port, bool has_readings, json &shown) {
   shown["raised"] = raised_flags(data.module_flags);
 }
 
+// The port's checkpoint record, the lock that a deletion keeps, and what provisioning has marked.
+void add_upkeep(const port_copy &port, json &shown) {
+  shown["checkpoint"] = {{"id", port.data.chkpt.chkpt_id},
+                         {"created", port.data.chkpt.created != 0}};
+  shown["mutex_kept"] = port.data.mutex_kept_by != 0;
+  shown["provisioning"] = {{"needed", port.data.provisioning_needed != 0},
+                           {"forced", port.data.force_reprovisioning != 0}};
+}
+
 }  // namespace
 
-std::string_view port_state_name(port_state state) {
-  switch (state) {
-    case port_state::absent:
-      return "absent";
-    case port_state::going:
-      return "deleting";
-    case port_state::coming_up:
-      return "coming up";
-    case port_state::empty:
-      return "empty";
-    case port_state::upgrading:
-      return "upgrading";
-    case port_state::failing:
-      return "failing";
-    case port_state::up:
-      return "up";
-  }
-  return "unknown";
-}
-
-port_state state_of(driver &node, const lum_linux::port_description &port, const port_copy *copy) {
-  return judge(node, port, copy, module_of(node, port));
-}
-
 json show_port(driver &node, const lum_linux::port_description &port, const port_copy *copy) {
-  const module_status module = module_of(node, port);
-  const port_state state = judge(node, port, copy, module);
+  const port_condition condition = condition_of(node, port, copy);
+  const module_status &module = condition.module;
   json shown = {{"name", port.name},
                 {"rack", port.rsip >> 24},
                 {"slot", port.rsip >> 16 & 0xFF},
@@ -227,8 +159,8 @@ json show_port(driver &node, const lum_linux::port_description &port, const port
                 {"port", port.rsip & 0xFF},
                 {"rsip", port.rsip},
                 {"port_handle", port.handle},
-                {"state", port_state_name(state)},
-                {"reason", reason_for(state, module)},
+                {"state", port_state_name(condition.state)},
+                {"reason", condition.reason},
                 {"module", show_module(module)}};
   if (copy == nullptr) {
     shown["sub_ports"] = json::array();
@@ -244,6 +176,17 @@ json show_port(driver &node, const lum_linux::port_description &port, const port
   shown["sub_ports"] =
       json::array({show_sub_port(*copy, 0, has_readings), show_sub_port(*copy, 1, has_readings)});
   return shown;
+}
+
+json show_ports(driver &node, bool existing_only) {
+  const auto copies = copy_ports();
+  json shown = json::array();
+  for (const lum_linux::port_description *port : node.node().ports()) {
+    const auto found = copies.find(port->rsip);
+    if (existing_only && found == copies.end()) continue;
+    shown.push_back(show_port(node, *port, found == copies.end() ? nullptr : &found->second));
+  }
+  return {{"ports", std::move(shown)}};
 }
 
 }  // namespace lumd

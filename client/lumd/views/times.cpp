@@ -1,4 +1,4 @@
-#include "times.h"
+#include "views/times.h"
 
 #include <fmt/chrono.h>
 

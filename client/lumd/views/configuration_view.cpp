@@ -1,6 +1,9 @@
-#include "configuration.h"
+#include "views/configuration_view.h"
 
+#include <nlohmann/json.hpp>
 #include <string>
+
+#include "node/settings.h"
 
 namespace lumd {
 
@@ -20,14 +23,6 @@ json show_configuration(const lum_port_cfg &configuration) {
   shown["changed_bits"] = configuration.changed_bits;
   shown["changed"] = std::move(changed);
   return shown;
-}
-
-void add_upkeep(const port_copy &port, json &shown) {
-  shown["checkpoint"] = {{"id", port.data.chkpt.chkpt_id},
-                         {"created", port.data.chkpt.created != 0}};
-  shown["mutex_kept"] = port.data.mutex_kept_by != 0;
-  shown["provisioning"] = {{"needed", port.data.provisioning_needed != 0},
-                           {"forced", port.data.force_reprovisioning != 0}};
 }
 
 }  // namespace lumd

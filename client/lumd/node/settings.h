@@ -1,17 +1,21 @@
-// A port's configuration, as the library has stored it.
+// The settings of a sub-port: their names, where the library keeps them, and their change.
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <cstdint>
+#include <map>
 #include <string_view>
 
 #include "lum.h"
-#include "port_data.h"
-#include "router.h"
+#include "lum_linux/node_description.h"
+#include "node/outcome.h"
 
 namespace lumd {
 
-// One setting of a sub-port under the name that the API gives it.
+class driver;
+
+// One setting under the name that people give it.
 struct setting {
   std::string_view name;
   uint32_t lum_port_cfg::*field;
@@ -30,10 +34,20 @@ inline constexpr std::array<setting, 7> settings = {{
     {"sub1", &lum_port_cfg::sub1_flag, LUM_HW_IN_SUB1_FLAG, LUM_CHANGE_SETTINGS},
 }};
 
-// Every setting, the change bits, and the names of the settings that have ever been set.
-json show_configuration(const lum_port_cfg &configuration);
+// The members of lumd::settings that are to be changed, with their values.
+using wanted_settings = std::map<const setting *, uint32_t>;
 
-// The port's checkpoint record, the lock that a deletion keeps, and what provisioning has marked.
-void add_upkeep(const port_copy &port, json &shown);
+struct settings_report : action_report {
+  uint32_t ifhandle = 0;
+  uint64_t change_bits = 0;
+  bool module_written = false;
+  lum_port_cfg stored = {};  // afterwards
+};
+
+// Changes what is wanted of one sub-port, 0 or 1. Waits for the module, and up to `wait` for
+// another change of the port.
+outcome<settings_report> change_settings(driver &node, const lum_linux::port_description &port,
+                                         uint32_t sub_port, const wanted_settings &wanted,
+                                         std::chrono::milliseconds wait);
 
 }  // namespace lumd
