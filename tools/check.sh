@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Format, catalogue, headers, exports, binary interface, lint, sanitizers, coverage and short fuzz
+# Format, includes, catalogue, headers, exports, binary interface, lint, sanitizers, coverage and short fuzz
 # runs. Stops at the first failure.
 #
-# usage: tools/check.sh [format|catalogue|headers|exports|abi|lint|asan|tsan|coverage|fuzz ...]   (no argument: all)
+# usage: tools/check.sh [format|includes|catalogue|headers|exports|abi|lint|asan|tsan|coverage|fuzz ...]   (no argument: all)
 #        tools/check.sh accept-abi
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -25,6 +25,11 @@ check_lint() {
 
 check_catalogue() {
   python3 tools/trace_catalogue.py --source $library/src
+}
+
+# Nothing includes what stands above or beside it.
+check_includes() {
+  python3 tools/check_includes.py
 }
 
 # The exported headers stand alone, as C and as C++, with every warning on.
@@ -107,7 +112,7 @@ check_coverage() {
 }
 
 steps=("$@")
-[ ${#steps[@]} -gt 0 ] || steps=(format catalogue headers exports abi lint asan tsan coverage fuzz)
+[ ${#steps[@]} -gt 0 ] || steps=(format includes catalogue headers exports abi lint asan tsan coverage fuzz)
 for step in "${steps[@]}"; do
   echo "== $step"
   "check_$step"
