@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Format, catalogue, headers, reference, exports, binary interface, lint, sanitizers, coverage and
-# short fuzz runs. Stops at the first failure.
+# Format, includes, catalogue, headers, reference, exports, binary interface, presets, lint,
+# sanitizers, coverage and short fuzz runs. Stops at the first failure.
 #
 # usage: tools/check.sh [STEP ...]   (no argument: all)
 #        tools/check.sh fast         what takes no second build, over what has changed
@@ -29,6 +29,10 @@ check_catalogue() {
 }
 
 exported_headers() { find $library/include $services -name '*.h'; }
+# Nothing includes what stands above or beside it.
+check_includes() {
+  python3 tools/check_includes.py
+}
 
 # The exported headers stand alone, as C and as C++, with every warning on.
 check_headers() {
@@ -153,11 +157,11 @@ check_lint-changed() {
   changed_sources "^$library/src/.*\.cpp$" | xargs -r -P "$jobs" -n 2 clang-tidy-14 --quiet -p build 2>/dev/null
 }
 
-fast_steps=(format catalogue headers exports abi lint-changed)
+fast_steps=(format includes catalogue headers reference exports abi lint-changed)
 check_fast() { tools/check.sh "${fast_steps[@]}"; }
 
 steps=("$@")
-[ ${#steps[@]} -gt 0 ] || steps=(format catalogue headers reference exports abi presets lint asan tsan coverage fuzz)
+[ ${#steps[@]} -gt 0 ] || steps=(format includes catalogue headers reference exports abi presets lint asan tsan coverage fuzz)
 times=()
 for step in "${steps[@]}"; do
   declare -F "check_$step" >/dev/null || { echo "tools/check.sh: no step is called $step" >&2; exit 2; }

@@ -60,6 +60,11 @@ void print_node(const json &node) {
   line("Ports",
        fmt::format("{}: {}", node.at("ports").get<unsigned>(), states_of(node.at("port_states"))));
   line("Controllers", controllers_of(node));
+  if (node.at("polling_halted").get<bool>()) {
+    line("Polling",
+         "halted: the library counts no controllers; a replay ends that, or with 128 ports the "
+         "deletion of one");
+  }
   print_store(node.at("checkpoints"));
   for (const json &channel : node.at("traces")) {
     line("Trace", fmt::format("{}: {} lines{}", text_or_dash(channel.at("file")),

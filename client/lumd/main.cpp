@@ -3,30 +3,19 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <thread>
 
-#include "driver.h"
-#include "http_server.h"
-#include "log.h"
-#include "lum.h"
+#include "answer.h"
+#include "command_line.h"
 #include "lum_linux/image.h"
-#include "routes.h"
+#include "node/driver.h"
+#include "node/log.h"
 
 namespace {
 
 using namespace lumd;
 
-constexpr int exit_failed = 1;
-constexpr int exit_wrong_description = 2;
 constexpr std::chrono::milliseconds stop_bound(4500);
-
-struct options {
-  std::string config;
-  std::string socket;
-  bool check = false;
-  bool alarm_tests = false;
-};
 
 bool is_good(const lum_linux::description_result &result) {
   for (const auto &problem : result.problems) {
@@ -113,7 +102,7 @@ void report_ready(const driver &node, const http_server &server, std::size_t por
   if (server.tcp_port() != 0) say("read-only API on http://127.0.0.1:{}/", server.tcp_port());
 }
 
-int run(lum_linux::node_description description, const options &chosen) {
+int run(lum_linux::node_description description, const command_line &chosen) {
   if (!chosen.socket.empty()) {
     description.api_socket = std::filesystem::absolute(chosen.socket);
   }
@@ -151,36 +140,18 @@ int run(lum_linux::node_description description, const options &chosen) {
 }  // namespace
 
 int main(int argc, char **argv) {
-  options chosen;
-  CLI::App app(
-      "The optics driver of one node: manages its OTS ports and serves the API that lumctl "
-      "talks to. Runs in the foreground until SIGTERM or SIGINT.",
-      "lumd");
-  app.add_option("--config", chosen.config, "The node's description, a TOML file")->required();
-  app.add_option("--socket", chosen.socket, "The API's socket, instead of the description's");
-  app.add_flag("--alarm-tests", chosen.alarm_tests,
-               "Let lumctl inject alarms and readings for tests");
-  app.add_flag("--check", chosen.check, "Only say whether the description is right");
-  app.set_version_flag("--version", fmt::format("lumd {}.{}.{}", LUM_VERSION_MAJOR,
-                                                LUM_VERSION_MINOR, LUM_VERSION_PATCH));
-  app.footer(
-      "Exit status: 0 stopped as asked, 1 could not start or not stop, 2 wrong description "
-      "or usage.");
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError &stop) {
-    return app.exit(stop) == 0 ? 0 : exit_wrong_description;
-  }
-
-  const auto result = lum_linux::read_node_description(chosen.config);
+  int status = 0;
+  const auto chosen = read_command_line(argc, argv, status);
+  if (!chosen) return status;
+  const auto result = lum_linux::read_node_description(chosen->config);
   if (!is_good(result) || !modules_are_good(*result.node)) return exit_wrong_description;
   warn(*result.node);
-  if (chosen.check) {
-    fmt::print("{}: right, {} ports\n", chosen.config, result.node->ports().size());
+  if (chosen->check) {
+    fmt::print("{}: right, {} ports\n", chosen->config, result.node->ports().size());
     return 0;
   }
   try {
-    return run(*result.node, chosen);
+    return run(*result.node, *chosen);
   } catch (const std::exception &error) {
     say("{}", error.what());
     leave(exit_failed);

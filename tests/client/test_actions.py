@@ -73,6 +73,24 @@ class Lifecycle(Actions):
         self.does("port", "delete", self.first.name)
         self.does("port", "create", "1")
 
+    def test_a_deletion_is_repeated_only_while_every_controller_has_a_handle(self):
+        """The library would take a port without handles for the one that has gone meanwhile."""
+        self.begin()
+        self.does("port", "delete", "--slot", "2")
+        self.does("im", "drop", "2")
+        self.assertIn("has not confirmed the creation", self.fails(1, "port", "create", "2"))
+        self.assertIn("has not confirmed the deletion",
+                      self.fails(1, "port", "delete", self.first.name))
+        for again in ((self.first.name,), (self.second.name, self.first.name), ("--slot", "1")):
+            said = self.fails(1, "port", "delete", *again)
+            self.assertIn(f"controllers of port {self.other.name} have no handles yet", said)
+            self.assertIn(f"port {self.first.name} cannot be repeated", said)
+        self.assertEqual(self.port(self.second)["state"], "up")
+        self.does("port", "delete", self.second.name)
+        self.does("replay")
+        self.does("port", "delete", self.first.name)
+        self.assertEqual(self.port(self.other)["state"], "up")
+
     def test_an_unanswered_creation_is_told_and_replayed(self):
         self.begin()
         self.does("port", "delete", "--slot", "1")

@@ -119,3 +119,15 @@ class Injection(Monitored):
         self.fails(1, "ea", "update", "Ots" + "9" * 100, "--handle", "7")
         self.fails(2, "ea", "update")
         self.fails(2, "ea", "update", "Ots0_1_0_1_1", "--admin", "256")
+
+    def test_the_entity_agent_cannot_name_a_port_without_its_sub_port(self):
+        """The library ends the process that creates such an interface."""
+        self.begin()
+        for name in ("Ots0_1_0_1", "abc0_1_0_1", "Ots000_01_0_1", "Ots0_0_0_65537", "Ots9_9_9_9"):
+            for operation in ("create", "update", "get-info", "delete"):
+                with self.subTest(name=name, operation=operation):
+                    said = self.fails(1, "ea", operation, name, "--handle", "0x4321")
+                    self.assertIn(f'"{name}" has no sub-port', said)
+                    self.assertIn("such as Ots0_1_0_3_1", said)
+        self.assertIsNone(self.driver.process.poll())
+        self.assertNotIn(0x4321, self.handles(self.first))

@@ -3,6 +3,8 @@
 import contextlib
 import os
 import sqlite3
+import socket
+import time
 
 from actions import Actions
 
@@ -16,7 +18,7 @@ class Node(Actions):
         self.begin()
         self.assertEqual(self.lines()["Controllers"].strip(), "6")
         shown = self.says("show", "node")
-        for word in ("replayed", "could not be written", "Set aside", "the last"):
+        for word in ("replayed", "could not be written", "Set aside", "the last", "Polling:"):
             self.assertNotIn(word, shown)
 
     def test_a_replay_is_told_until_the_next_creation_or_resync(self):
@@ -61,3 +63,72 @@ class Node(Actions):
         self.assertEqual([channel["name"] for channel in failing], ["lum_info"])
         self.assertRegex(self.says("show", "node"),
                          r"lum_info\.log: \d+ lines, [1-9]\d* could not be written\n")
+
+
+class Count(Actions):
+    """The library polls nothing while its count of controllers, of 8 bits, is 0."""
+
+    BEGUN = "the library counts no controllers although there are"
+    ENDED = "modules are polled again"
+
+    def gauge(self):
+        with socket.socket(socket.AF_UNIX) as connection:
+            connection.settimeout(10)
+            connection.connect(str(self.shelf.socket))
+            connection.sendall(b"GET /metrics HTTP/1.0\r\n\r\n")
+            answer = b"".join(iter(lambda: connection.recv(65536), b"")).decode()
+        return float(next(line.split()[1] for line in answer.splitlines()
+                          if line.startswith("lum_polling_halted ")))
+
+    def assert_halted(self, halted):
+        """Waits until the node says so, and looks at every place that tells of it."""
+        for _ in range(100):
+            node = self.does("show", "node")
+            if node["polling_halted"] == halted:
+                break
+            time.sleep(0.1)
+        self.assertEqual(node["polling_halted"], halted)
+        self.assertEqual(node["controllers"] == 0, halted)
+        self.assertEqual(self.gauge(), halted)
+        self.assertEqual("Polling:" in self.says("show", "node"), halted)
+
+    def said(self):
+        log = self.driver.log.read_text()
+        return log.count(self.BEGUN), log.count(self.ENDED)
+
+    def cycles(self):
+        return self.does("watch", "--count", "1")["polling"]["cycles"]
+
+    def test_repeated_deletions_are_counted_again(self):
+        self.begin()
+        self.assert_halted(False)
+        self.does("im", "drop", "3")
+        for _ in range(3):
+            self.fails(1, "port", "delete", self.first.name)
+        self.assert_halted(True)
+        self.assertEqual(self.said(), (1, 0))
+        self.does("replay")
+        self.assert_halted(False)
+        self.assertEqual(self.said(), (1, 1))
+        before = self.cycles()
+        self.assertIsNotNone(self.driver.wait_for(lambda _: self.cycles() > before, 15))
+
+    def test_every_replay_is_counted(self):
+        self.add_module("iivi-old-map", slot=2)
+        self.begin()
+        for _ in range(31):
+            self.does("replay")
+        self.assert_halted(True)
+        self.does("replay")
+        self.assert_halted(False)
+        self.assertEqual(self.said(), (1, 1))
+
+    def test_ports_that_go_are_not_missed(self):
+        self.begin()
+        self.does("im", "hold", "on")
+        self.does("port", "delete", "--slot", "1", "--wait", "0")
+        self.fails(1, "port", "delete", "--slot", "2", "--wait", "3")
+        node = self.does("show", "node")
+        self.assertEqual((node["controllers"], node["controllers_existing"]), (0, 6))
+        self.assertEqual((node["polling_halted"], self.said()), (False, (0, 0)))
+        self.does("im", "behave")

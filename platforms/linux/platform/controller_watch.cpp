@@ -61,6 +61,12 @@ uint32_t controller_watch::count() const {
   return static_cast<uint32_t>(ifhandles_.size());
 }
 
+bool controller_watch::has_any(uint32_t rsip) const {
+  const std::lock_guard lock(mutex_);
+  const auto first = ifhandles_.lower_bound({rsip, 0});
+  return first != ifhandles_.end() && first->first.first == rsip;
+}
+
 bool controller_watch::wait_at_least(uint32_t count, std::chrono::milliseconds bound) const {
   std::unique_lock lock(mutex_);
   return changed_.wait_for(lock, bound, [&] { return ifhandles_.size() >= count; });

@@ -24,6 +24,7 @@ class controller_watch {
   void updated(std::span<const uint32_t> rsips);
 
   uint32_t count() const;
+  bool has_any(uint32_t rsip) const;
   bool wait_at_least(uint32_t count, std::chrono::milliseconds bound) const;
   bool wait_at_most(uint32_t count, std::chrono::milliseconds bound) const;
 

@@ -154,6 +154,8 @@ void platform::observe_updates(update_observer observer) {
 
 uint32_t platform::created_controllers() const { return core_->watch.count(); }
 
+bool platform::has_controllers(uint32_t rsip) const { return core_->watch.has_any(rsip); }
+
 bool platform::wait_created(uint32_t count, milliseconds bound) const {
   return core_->watch.wait_at_least(count, bound);
 }

@@ -8,6 +8,7 @@
 #include <mutex>
 
 #include "ea_server.h"
+#include "imc.h"
 #include "services/one_at_a_time.h"
 
 namespace {
@@ -48,6 +49,12 @@ bool fits(const ea_entry &entry) {
   return entry.ifname.size() < EA_SERVER_NAME_SIZE && entry.ifname.find('\0') == std::string::npos;
 }
 
+// The library ends the process over a name of a port that leaves the sub-port out.
+bool lacks_sub_port(const ea_entry &entry) {
+  imc_ifname_info info = {};
+  return imc_ifname_parse(entry.ifname.c_str(), 0, &info) == 0 && info.sub_port_valid == 0;
+}
+
 record request_of(std::span<const ea_entry> entries) {
   record request(EA_REQUEST_ENTRIES, entries.size(), EA_REQUEST_ENTRY_SIZE);
   request.put(EA_REQUEST_COUNT, static_cast<uint32_t>(entries.size()));
@@ -76,7 +83,8 @@ cerrno ea_server_register(const ea_server_registration *server) {
 namespace lum_linux {
 
 cerrno ea_run(uint32_t operation, std::span<const ea_entry> entries, std::vector<bool> &served) {
-  if (entries.size() > most_entries || !std::all_of(entries.begin(), entries.end(), fits)) {
+  if (entries.size() > most_entries || !std::all_of(entries.begin(), entries.end(), fits) ||
+      std::any_of(entries.begin(), entries.end(), lacks_sub_port)) {
     return EINVAL;
   }
   try {

@@ -189,7 +189,11 @@ TEST_F(Platform, CountsControllersAndTellsTheObserver) {
   // Created again under a new handle, then confirmed without one.
   EXPECT_EQ(tell(*running, 1, {first_port, first_port}, {0, 1}, {201, 0}), 0u);
   EXPECT_EQ(running->created_controllers(), 1u);
-  ASSERT_EQ(told.size(), 2u);
+  EXPECT_TRUE(running->has_controllers(first_port));
+  EXPECT_FALSE(running->has_controllers(second_port));
+  EXPECT_EQ(tell(*running, 1, {first_port}, {0}, {0}), 0u);
+  EXPECT_FALSE(running->has_controllers(first_port));
+  ASSERT_EQ(told.size(), 3u);
   EXPECT_TRUE(told[0].first);
   EXPECT_THAT(told[0].second,
               ElementsAre(is_event(first_port, 0, 101), is_event(first_port, 1, 102)));

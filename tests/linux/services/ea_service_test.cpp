@@ -94,6 +94,16 @@ TEST_F(entity_agent, passes_foreign_operations_and_empty_batches) {
   EXPECT_TRUE(seen.empty());
 }
 
+TEST_F(entity_agent, refuses_a_port_without_its_sub_port_whatever_is_asked_of_it) {
+  for (const char *name : {"Ots0_1_0_3", "abc0_1_0_3", "Ots000_01_0_3", "Ots0_0_0_65539"}) {
+    for (const uint32_t operation : {0u, 1u, 2u, 3u, 4u, 4711u}) {
+      const std::vector<ea_entry> entries = {{"Ots0_1_0_3_1", 1, 1, 1}, {name, 2, 1, 1}};
+      EXPECT_EQ(ea_run(operation, entries, served), 22u) << name << " " << operation;
+    }
+  }
+  EXPECT_TRUE(seen.empty());
+}
+
 TEST_F(entity_agent, refuses_what_does_not_fit) {
   EXPECT_EQ(ea_run(1, std::vector<ea_entry>{{std::string(64, 'n'), 1, 0, 0}}, served), 22u);
   EXPECT_EQ(ea_run(1, std::vector<ea_entry>{{std::string("a\0b", 3), 1, 0, 0}}, served), 22u);

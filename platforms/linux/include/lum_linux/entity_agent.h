@@ -26,7 +26,8 @@ struct ea_entry {
 // Hands a batch to the registered server, on the calling thread; one at a time. `operation` may be
 // a number that ea_operation does not name. `served` receives whether the reply entry of each
 // request entry was set. Returns 0, 107 when no server is registered, 22 for more than 4,096
-// entries or a name that does not fit, 35 when called from the server, or 12.
+// entries, a name that does not fit or one of a port without its sub-port (Ots0_1_0_3, over which
+// the library would end the process), 35 when called from the server, or 12.
 cerrno ea_run(uint32_t operation, std::span<const ea_entry> entries, std::vector<bool> &served);
 
 // Tells the server that an entity agent has connected. Returns its code, 107 or 35.

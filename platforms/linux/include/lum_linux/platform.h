@@ -62,6 +62,8 @@ class platform {
 
   // Controllers created and not deleted, as far as the library has told.
   uint32_t created_controllers() const;
+  // Whether any of them is the port's.
+  bool has_controllers(uint32_t rsip) const;
   // Waits until there are at least `count` of them; false when `bound` passed before.
   bool wait_created(uint32_t count, std::chrono::milliseconds bound) const;
   // Waits until there are at most `count` of them.

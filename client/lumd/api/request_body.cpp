@@ -1,0 +1,110 @@
+#include "api/request_body.h"
+
+#include <fmt/format.h>
+
+namespace lumd {
+namespace {
+
+constexpr uint32_t usual_wait_ms = 5'000;
+constexpr uint32_t longest_wait_ms = 20'000;
+
+// A value as it came, cut to a line's length.
+std::string shown(const json &value) {
+  constexpr std::size_t longest = 60;
+  std::string text = value.dump(-1, ' ', true, json::error_handler_t::replace);
+  if (text.size() <= longest) return text;
+  text.resize(longest);
+  return text += "...";
+}
+
+}  // namespace
+
+request_body::request_body(const json &body) : body_(body.is_null() ? json::object() : body) {
+  if (!body_.is_object()) {
+    complain("the body is not an object");
+    body_ = json::object();
+  }
+}
+
+uint32_t request_body::number(std::string_view name, uint32_t least, uint32_t most) {
+  const json *value = required(name, fmt::format("a number from {} to {}", least, most));
+  return value == nullptr ? 0 : checked_number(*value, name, least, most);
+}
+
+std::optional<uint32_t> request_body::optional_number(std::string_view name, uint32_t least,
+                                                      uint32_t most) {
+  const json *value = member(name);
+  if (value == nullptr) return std::nullopt;
+  return checked_number(*value, name, least, most);
+}
+
+bool request_body::boolean(std::string_view name) {
+  required(name, "true or false");
+  return optional_boolean(name, false);
+}
+
+bool request_body::optional_boolean(std::string_view name, bool otherwise) {
+  const json *value = member(name);
+  if (value == nullptr) return otherwise;
+  if (value->is_boolean()) return value->get<bool>();
+  complain(fmt::format("\"{}\" is {}, expected true or false", name, shown(*value)));
+  return otherwise;
+}
+
+std::string request_body::text(std::string_view name) {
+  required(name, "a text");
+  return optional_text(name).value_or("");
+}
+
+std::optional<std::string> request_body::optional_text(std::string_view name) {
+  const json *value = member(name);
+  if (value == nullptr) return std::nullopt;
+  if (value->is_string() && !value->get_ref<const std::string &>().empty()) {
+    return value->get<std::string>();
+  }
+  complain(fmt::format("\"{}\" is {}, expected a text", name, shown(*value)));
+  return std::nullopt;
+}
+
+std::chrono::milliseconds request_body::wait() {
+  return std::chrono::milliseconds(
+      optional_number("wait_ms", 0, longest_wait_ms).value_or(usual_wait_ms));
+}
+
+const json *request_body::member(std::string_view name) {
+  known_.emplace(name);
+  const auto found = body_.find(std::string(name));
+  return found == body_.end() || found->is_null() ? nullptr : &*found;
+}
+
+void request_body::complain(std::string what) {
+  if (wrong_.empty()) wrong_ = std::move(what);
+}
+
+std::string request_body::wrong() const {
+  if (!wrong_.empty()) return wrong_;
+  for (const auto &[name, value] : body_.items()) {
+    if (!known_.contains(name)) return fmt::format("there is no \"{}\" here", name);
+  }
+  return {};
+}
+
+const json *request_body::required(std::string_view name, std::string_view expected) {
+  const json *value = member(name);
+  if (value == nullptr) complain(fmt::format("\"{}\" is missing, expected {}", name, expected));
+  return value;
+}
+
+uint32_t request_body::checked_number(const json &value, std::string_view name, uint32_t least,
+                                      uint32_t most) {
+  const bool is_whole =
+      value.is_number_unsigned() || (value.is_number_integer() && value.get<int64_t>() >= 0);
+  if (is_whole && value.get<uint64_t>() >= least && value.get<uint64_t>() <= most) {
+    return value.get<uint32_t>();
+  }
+  complain(fmt::format("\"{}\" is {}, expected a number from {} to {}", name, shown(value), least,
+                       most));
+  return least;
+}
+
+}  // namespace lumd

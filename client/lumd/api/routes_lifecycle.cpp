@@ -1,0 +1,90 @@
+// Ports come and go, and change their controllers' state.
+#include "api/action.h"
+#include "api/request_body.h"
+#include "api/routes.h"
+#include "lum.h"
+#include "node/controller_actions.h"
+#include "node/driver.h"
+#include "node/find_port.h"
+#include "node/lifecycle.h"
+#include "views/action_view.h"
+
+namespace lumd {
+namespace {
+
+api_reply post_create(driver &node, const api_request &request) {
+  request_body body(request.body);
+  const uint32_t slot = body.number("slot", 0, LUM_MAX_SLOTS - 1);
+  const auto instance = body.optional_number("instance", 0, LUM_MAX_INSTANCES - 1);
+  const wait_time wait = body.wait();
+  if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
+  return act(wait + wait_margin, [&node, slot, instance, wait] {
+    return reply_to(create_ports(node, slot, instance, wait), show_lifecycle);
+  });
+}
+
+// Reads the member "ports", a list of names.
+api_reply read_ports(driver &node, const json &names, port_list &ports) {
+  if (!names.is_array() || names.empty()) {
+    return refuse(400, "\"ports\" is not a list of port names");
+  }
+  for (const json &name : names) {
+    if (!name.is_string()) return refuse(400, "\"ports\" is not a list of port names");
+    const auto *port = find_port(node.node(), name.get<std::string>());
+    if (port == nullptr) return refuse_unknown_port(name.get<std::string>());
+    ports.push_back(port);
+  }
+  return {};
+}
+
+api_reply post_delete(driver &node, const api_request &request) {
+  request_body body(request.body);
+  const json *names = body.member("ports");
+  const auto slot = body.optional_number("slot", 0, LUM_MAX_SLOTS - 1);
+  const auto instance = body.optional_number("instance", 0, LUM_MAX_INSTANCES - 1);
+  const wait_time wait = body.wait();
+  if ((names == nullptr) == !slot || (instance && !slot)) {
+    body.complain("expected either \"ports\", or \"slot\" and possibly \"instance\"");
+  }
+  if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
+  if (slot) {
+    return act(wait + wait_margin, [&node, slot, instance, wait] {
+      return reply_to(delete_slot(node, *slot, instance, wait), show_lifecycle);
+    });
+  }
+  port_list ports;
+  if (const api_reply refused = read_ports(node, *names, ports); refused.status != 200) {
+    return refused;
+  }
+  return act(wait + wait_margin, [&node, ports, wait] {
+    return reply_to(delete_ports(node, ports, wait), show_lifecycle);
+  });
+}
+
+api_reply post_update(driver &node, const api_request &request) {
+  const auto *port = find_port(node.node(), request.parameters[0]);
+  if (port == nullptr) return refuse_unknown_port(request.parameters[0]);
+  request_body body(request.body);
+  const std::string state = body.text("state");
+  const wait_time wait = body.wait();
+  if (state != "up" && state != "down") body.complain("\"state\" is neither \"up\" nor \"down\"");
+  if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
+  const uint32_t number = state == "up" ? 1 : 0;
+  return act(wait + wait_margin, [&node, port, number, wait] {
+    return reply_to(update_port(node, *port, number, wait), [&](const action_report &report) {
+      return show_update(report, *port, number);
+    });
+  });
+}
+
+constexpr route routes[] = {
+    {"POST", "/v1/ports/create", post_create},
+    {"POST", "/v1/ports/delete", post_delete},
+    {"POST", "/v1/ports/{}/update", post_update},
+};
+
+}  // namespace
+
+std::span<const route> lifecycle_routes() { return routes; }
+
+}  // namespace lumd

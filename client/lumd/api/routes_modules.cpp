@@ -1,0 +1,58 @@
+// A port's module: what is known of it, and its memory.
+#include <fmt/format.h>
+
+#include <array>
+#include <charconv>
+#include <cstdint>
+
+#include "api/routes.h"
+#include "node/driver.h"
+#include "node/find_port.h"
+#include "views/module_view.h"
+
+namespace lumd {
+namespace {
+
+constexpr uint32_t page_bytes = 256;
+
+// Reads the query's page number; false when it is none.
+bool read_page_number(const std::string &text, uint32_t &page) {
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), page);
+  return error == std::errc() && end == text.data() + text.size() &&
+         page < lum_linux::module_max_pages;
+}
+
+// The module's identity and readings come from what the library has polled; its memory is looked at
+// only when a page is asked for.
+api_reply get_module(driver &node, const api_request &request) {
+  const auto *port = find_port(node.node(), request.parameters[0]);
+  if (port == nullptr) return refuse_unknown_port(request.parameters[0]);
+  const auto status = node.platform().modules().status(port->rsip);
+  if (!status) return refuse_unknown_port(request.parameters[0]);
+  const auto copy = copy_port(port->rsip);
+  json shown = show_module(node, *port, copy ? &*copy : nullptr, *status);
+  if (const auto asked = request.query.find("page"); asked != request.query.end()) {
+    uint32_t page = 0;
+    if (!read_page_number(asked->second, page)) {
+      return refuse(400, fmt::format("the page is \"{}\", expected 0 to {}", asked->second,
+                                     lum_linux::module_max_pages - 1));
+    }
+    std::array<uint8_t, page_bytes> bytes = {};
+    const cerrno rc = node.platform().modules().peek(port->rsip, page, 0, bytes);
+    if (!CERR_IS_OK(rc)) {
+      return refuse(409, fmt::format("page {} cannot be read: {}", page, cerr_strerror(rc)));
+    }
+    shown["page"] = show_page(page, bytes);
+  }
+  return {200, std::move(shown)};
+}
+
+constexpr route routes[] = {
+    {"GET", "/v1/modules/{}", get_module},
+};
+
+}  // namespace
+
+std::span<const route> module_routes() { return routes; }
+
+}  // namespace lumd

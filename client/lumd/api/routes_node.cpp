@@ -1,0 +1,21 @@
+// The node and its driver.
+#include "api/routes.h"
+#include "views/node_view.h"
+
+namespace lumd {
+namespace {
+
+api_reply get_node(driver &node, const api_request &) { return {200, show_node(node)}; }
+
+api_reply get_polling(driver &node, const api_request &) { return {200, show_polling(node)}; }
+
+constexpr route routes[] = {
+    {"GET", "/v1/node", get_node},
+    {"GET", "/v1/polling", get_polling},
+};
+
+}  // namespace
+
+std::span<const route> node_routes() { return routes; }
+
+}  // namespace lumd

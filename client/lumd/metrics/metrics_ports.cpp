@@ -1,0 +1,138 @@
+// The ports, their modules and sub-ports.
+#include "lum.h"
+#include "lum_linux/modules.h"
+#include "lum_linux/stores.h"
+#include "metrics/metrics_subjects.h"
+#include "node/alarms.h"
+#include "node/driver.h"
+#include "node/port_data.h"
+#include "node/port_state.h"
+#include "node/readings.h"
+#include "views/times.h"
+
+namespace lumd {
+namespace {
+
+using lum_linux::module_status;
+using lum_linux::port_description;
+
+metric_labels with(metric_labels labels, const char *name, std::string value) {
+  labels[name] = std::move(value);
+  return labels;
+}
+
+void add_states(const metric_labels &port, port_state current, metrics_page &page) {
+  for (const auto &[state, name] : port_states()) {
+    page.gauge("lum_port_state", "1 for the state that the port is in, 0 for the others",
+               with(port, "state", std::string(name)), state == current ? 1 : 0);
+  }
+}
+
+void add_transfers(const metric_labels &port, const module_status &module, metrics_page &page) {
+  const auto &transfers = module.statistics;
+  page.gauge("lum_module_present", "1 when there is a module in the cage", port,
+             module.present ? 1 : 0);
+  page.counter("lum_module_transfers_total", "Transfers attempted with the module", port,
+               static_cast<double>(transfers.attempted));
+  page.counter("lum_module_failed_transfers_total", "Transfers with the module that failed", port,
+               static_cast<double>(transfers.failed));
+  page.gauge("lum_module_last_transfer_duration_seconds", "How long the latest transfer took", port,
+             std::chrono::duration<double>(transfers.last_duration).count());
+  page.gauge("lum_module_busy_seconds", "How long the transfer under way has taken, 0 for none",
+             port, std::chrono::duration<double>(module.busy_for).count());
+  if (transfers.last_success != std::chrono::system_clock::time_point()) {
+    page.gauge("lum_module_last_success_age_seconds", "Time since the latest good transfer", port,
+               seconds_since(transfers.last_success));
+  }
+}
+
+void add_identity(const metric_labels &port, uint32_t rsip, const lum_vendor_info &vendor,
+                  metrics_page &page) {
+  metric_labels labels = port;
+  labels["rack"] = std::to_string(rsip >> 24);
+  labels["slot"] = std::to_string(rsip >> 16 & 0xFF);
+  labels["instance"] = std::to_string(rsip >> 8 & 0xFF);
+  labels["number"] = std::to_string(rsip & 0xFF);
+  labels["vendor"] = text_of(vendor.vendor_name);
+  labels["part"] = text_of(vendor.vendor_part_number);
+  labels["serial"] = text_of(vendor.vendor_serial_number);
+  page.fact("lum_port_info", "Where the port is and which module is in it; always 1", labels);
+}
+
+void add_readings(const metric_labels &sub_port, const lum_dom_area &area, metrics_page &page) {
+  for (const reading &reading : readings()) {
+    const uint16_t raw = area.readings[reading.place];
+    const metric_labels labels = with(sub_port, "reading", std::to_string(reading.place));
+    if (reading.unit == reading_unit::dbm) {
+      page.gauge("lum_power_dbm", "Optical power, readings 0 to 2", labels, power_dbm(raw));
+    } else {
+      page.gauge("lum_reading", "Readings 3 and 4, in the module's units", labels,
+                 reading_value(raw));
+    }
+  }
+}
+
+void add_alarms(const metric_labels &labels, std::size_t sub_port,
+                const lum_linux::ptah_interface &stored, metrics_page &page) {
+  for (const alarm_kind &kind : alarm_kinds()) {
+    if (!belongs_to(kind, sub_port)) continue;
+    page.gauge("lum_alarm", "1 while the alarm is raised",
+               with(labels, "alarm", std::string(kind.name)),
+               (stored.all.bitmap & kind.bit) != 0 ? 1 : 0);
+  }
+  page.counter("lum_alarm_changes_total", "How often the alarms have changed", labels,
+               stored.all.values[lum_linux::ptah_bitmap_changes]);
+}
+
+// An empty cage has no readings and no alarms of its own.
+void add_sub_port(const metric_labels &port, const port_copy &copy, std::size_t number,
+                  bool has_readings, metrics_page &page) {
+  const lum_sub_port_intf &controller = copy.data.sub_port[number];
+  const metric_labels labels = with(port, "sub_port", std::to_string(number));
+  page.gauge("lum_controller_created", "1 when the controller of the sub-port exists", labels,
+             controller.created != 0 ? 1 : 0);
+  if (!has_readings) return;
+  add_readings(labels, copy.data.dom[number], page);
+  if (const auto stored = lum_linux::ptah_find(controller.ifhandle)) {
+    add_alarms(labels, number, *stored, page);
+  }
+}
+
+void add_port(driver &node, const port_description &port, const port_copy *copy,
+              metrics_page &page) {
+  const metric_labels labels = {{"port", port.name}};
+  const auto module = node.platform().modules().last_status(port.rsip).value_or(module_status());
+  add_states(labels, state_of(node, port, copy), page);
+  add_transfers(labels, module, page);
+  add_identity(labels, port.rsip, copy == nullptr ? lum_vendor_info{} : copy->data.vendor, page);
+  if (copy == nullptr) return;
+  const lum_port_data &data = copy->data;
+  page.gauge("lum_port_dom_enabled", "1 when the port's module is to be polled", labels,
+             data.is_dom_enabled != 0 ? 1 : 0);
+  uint32_t led = LUM_LED_OFF;
+  if (CERR_IS_OK(lum_optics_led_get_state(port.rsip, 0, &led))) {
+    page.gauge("lum_port_led_state", "The port's LED: 0 off, 1 normal, 3 fault", labels, led);
+  }
+  const bool has_readings = data.inserted != 0 && node.cages().has_readings(port.rsip);
+  if (has_readings) {
+    page.gauge("lum_module_temperature_celsius", "Temperature of the module", labels,
+               temperature_celsius(data.module_temperature));
+    page.gauge("lum_module_supply_volts", "Supply voltage of the module", labels,
+               supply_volts(data.module_word_16));
+  }
+  for (std::size_t i = 0; i < LUM_SUB_PORTS; ++i) {
+    add_sub_port(labels, *copy, i, has_readings, page);
+  }
+}
+
+}  // namespace
+
+void add_port_metrics(driver &node, metrics_page &page) {
+  const auto copies = copy_ports();
+  for (const port_description *port : node.node().ports()) {
+    const auto found = copies.find(port->rsip);
+    add_port(node, *port, found == copies.end() ? nullptr : &found->second, page);
+  }
+}
+
+}  // namespace lumd

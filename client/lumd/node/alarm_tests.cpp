@@ -1,0 +1,135 @@
+#include "node/alarm_tests.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <vector>
+
+#include "lum_linux/services.h"
+#include "node/alarms.h"
+#include "node/driver.h"
+#include "node/port_data.h"
+#include "node/readings.h"
+
+namespace lumd {
+namespace {
+
+constexpr uint32_t test_event_id = 100;
+constexpr std::size_t fields_of_text = 5;
+
+bool read_hexadecimal(std::string_view text, uint32_t &number) {
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, 16);
+  return error == std::errc() && end == text.data() + text.size();
+}
+
+std::vector<std::string_view> split(std::string_view text, char separator) {
+  std::vector<std::string_view> parts;
+  for (;;) {
+    const std::size_t end = text.find(separator);
+    parts.push_back(text.substr(0, end));
+    if (end == std::string_view::npos) return parts;
+    text.remove_prefix(end + 1);
+  }
+}
+
+// Why the library would not act on the request, or nothing.
+std::string reason_against(const alarm_test_request &request) {
+  const uint32_t sub_port = request.place.sub_port;
+  if (sub_port >= LUM_SUB_PORTS) {
+    return fmt::format("a port has sub-ports 0 and 1, not {}", sub_port);
+  }
+  if (request.test == alarm_test::readings) {
+    return is_readings_test(request.id)
+               ? ""
+               : fmt::format("there are no readings {}, expected 1 to 5", request.id);
+  }
+  if (request.id == every_alarm_test_id) return "";
+  for (const alarm_kind &kind : alarm_kinds()) {
+    if (kind.test_id != request.id) continue;
+    if (belongs_to(kind, sub_port)) return "";
+    return fmt::format("sub-port {} does not have the alarm {}", sub_port, kind.name);
+  }
+  return fmt::format("there is no alarm {} (0x{:x})", request.id, request.id);
+}
+
+// Without readings there is nothing to hand on yet. Returns what is missing.
+std::string hand_on(driver &node, const port_copy &port, const controller_place &place) {
+  const lum_sub_port_intf &controller = port.data.sub_port[place.sub_port];
+  if (controller.created == 0 || port.data.inserted == 0 ||
+      !node.cages().has_readings(place.rsip)) {
+    return "it shows once the port's module has been polled";
+  }
+  const cerrno rc = lum_update_pm_ptah_data(controller.ifhandle);
+  return CERR_IS_OK(rc) ? "" : "it shows with the next polling cycle";
+}
+
+}  // namespace
+
+std::string to_text(const alarm_test_request &request) {
+  return fmt::format("lumd#{}#{:x}#{:x}#{:x}", interface_name(request.place),
+                     static_cast<uint32_t>(request.test), request.id, request.on ? 1 : 0);
+}
+
+std::optional<alarm_test_request> read_alarm_test(const std::string &text, std::string &error) {
+  alarm_test_request request;
+  const auto fields = split(text, '#');
+  if (fields.size() != fields_of_text) {
+    error = "expected ANYTHING#INTERFACE#TEST#ID#STATUS";
+    return std::nullopt;
+  }
+  const auto place = read_interface_name(fields[1]);
+  if (!place) {
+    error = fmt::format("\"{}\" is no interface name, expected one such as Ots0_1_0_3_1",
+                        fields[1].substr(0, LUM_IFNAME_SIZE));
+    return std::nullopt;
+  }
+  std::array<uint32_t, 3> numbers = {};
+  for (std::size_t i = 0; i < numbers.size(); ++i) {
+    if (read_hexadecimal(fields[2 + i], numbers[i])) continue;
+    error = fmt::format("\"{}\" is no hexadecimal number of at most 8 digits",
+                        fields[2 + i].substr(0, LUM_IFNAME_SIZE));
+    return std::nullopt;
+  }
+  if (numbers[0] != 1 && numbers[0] != 2) {
+    error = fmt::format("there is no test 0x{:x}, expected 1 (alarms) or 2 (readings)", numbers[0]);
+    return std::nullopt;
+  }
+  request.place = *place;
+  request.test = static_cast<alarm_test>(numbers[0]);
+  request.id = numbers[1];
+  // An alarm is forced on by 1 alone, readings are raised by anything but 0.
+  request.on = request.test == alarm_test::alarm ? numbers[2] == 1 : numbers[2] != 0;
+  return request;
+}
+
+outcome<alarm_test_report> run_alarm_test(driver &node, const alarm_test_request &request,
+                                          const std::string &text) {
+  if (const auto reason = reason_against(request); !reason.empty()) {
+    return refusal{refusal_kind::wrong, reason};
+  }
+  const uint32_t rsip = request.place.rsip;
+  const auto *port = node.node().find(rsip);
+  if (port == nullptr || !copy_port(rsip)) {
+    return refusal{refusal_kind::unknown, fmt::format("there is no port with the interface {}",
+                                                      interface_name(request.place))};
+  }
+  const cerrno rc = lum_linux::test_event_send(test_string[0], test_event_id, text);
+  if (rc == ENOENT) {
+    return refusal{refusal_kind::conflict, "lumd was started without --alarm-tests"};
+  }
+  const auto copy = copy_port(rsip);
+  if (!copy) {
+    return refusal{refusal_kind::conflict,
+                   fmt::format("port {} has been deleted meanwhile", port->name)};
+  }
+  alarm_test_report report;
+  report.rc = rc;
+  report.port = port;
+  report.injected = copy->data.test[request.place.sub_port];
+  report.missing = hand_on(node, *copy, request.place);
+  return report;
+}
+
+}  // namespace lumd

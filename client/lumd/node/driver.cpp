@@ -1,0 +1,95 @@
+#include "node/driver.h"
+
+#include <cstring>
+#include <thread>
+
+#include "lum.h"
+#include "lum_linux/modules.h"
+#include "lum_linux/services.h"
+#include "node/lifecycle.h"
+#include "node/log.h"
+
+namespace lumd {
+namespace {
+
+constexpr std::chrono::seconds cage_period(1);
+constexpr std::chrono::seconds feed_period(1);
+
+bool start_library(lum_linux::platform &platform, polling_clock &polling, bool alarm_tests,
+                   bool &restarted, std::string &error) {
+  if (const cerrno rc = lum_lib_init(); !CERR_IS_OK(rc)) {
+    error = fmt::format("the checkpoint store cannot be used: {}", cerr_strerror(rc));
+    return false;
+  }
+  const auto store = lum_linux::checkpoints_status();
+  if (!store.set_aside.empty()) {
+    say("the checkpoint store was not usable ({}) and is now {}", store.set_aside_reason,
+        store.set_aside.string());
+  }
+  restarted = store.restart;
+
+  lum_infra_params params = {};
+  params.evm = platform.evm();
+  params.restart = restarted ? 1 : 0;
+  params.pm_alarm_test = alarm_tests ? 1 : 0;
+  std::strncpy(params.process_name, "lumd", sizeof params.process_name - 1);
+  const lum_platform_cbs callbacks = polling.watch(platform.callbacks());
+  params.platform_cbs = &callbacks;
+  if (const cerrno rc = lum_infra_init(&params); !CERR_IS_OK(rc)) {
+    error = fmt::format("the library did not start: {}", cerr_strerror(rc));
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+driver::driver(std::unique_ptr<lum_linux::platform> platform)
+    : platform_(std::move(platform)),
+      cages_(platform_->node(), platform_->modules()),
+      feed_(platform_->modules(), cages_) {}
+
+std::unique_ptr<driver> driver::start(const lum_linux::node_description &node, bool alarm_tests,
+                                      std::string &error) {
+  auto platform = lum_linux::platform::start(node, error);
+  if (!platform) return nullptr;
+  auto result = std::unique_ptr<driver>(new driver(std::move(platform)));
+  if (!start_library(*result->platform_, result->polling_, alarm_tests, result->restarted_, error))
+    return nullptr;
+  return result;
+}
+
+driver::~driver() { stop(); }
+
+void driver::bring_up() {
+  cage_thread_ = std::make_unique<periodic>("lumd-cages", cage_period, [this] { cages_.look(); });
+  feed_thread_ = std::make_unique<periodic>("lumd-feed", feed_period, [this] {
+    feed_.feed_polled();
+    count_.look();
+  });
+  std::thread([this] { create_ports(); }).detach();
+}
+
+void driver::create_ports() {
+  std::lock_guard lock(lifecycle_);
+  bool good = true;
+  for (const auto &slot : node().slots) {
+    for (const auto &instance : slot.instances) {
+      good = CERR_IS_OK(create_missing_ports(*this, slot.number, instance)) && good;
+    }
+  }
+  if (!good) say("the node is not complete; the API shows what there is");
+}
+
+void driver::stop() {
+  if (!platform_) return;
+  platform_->modules().stop();
+  if (cage_thread_) cage_thread_->stop();
+  if (feed_thread_) feed_thread_->stop();
+  platform_->stop(std::chrono::seconds(2));
+  for (const ctrace_handle channel : {ct_err, ct_info, ct_debug, ct_periodic}) {
+    if (channel != 0) ctrace_dump(channel);
+  }
+}
+
+}  // namespace lumd

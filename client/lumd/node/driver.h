@@ -1,0 +1,70 @@
+// The node at work: platform, library and slots, brought up in the order the library wants and
+// taken down within a bound.
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "lum_linux/platform.h"
+#include "node/cages.h"
+#include "node/controller_count.h"
+#include "node/data_feed.h"
+#include "node/periodic.h"
+#include "node/polling_clock.h"
+
+namespace lumd {
+
+class driver {
+ public:
+  // Starts the platform and the library; there are no ports yet. Returns null with `error` saying
+  // what failed. SIGTERM and SIGINT are to be blocked before: the threads inherit it. With
+  // `alarm_tests` the library's hooks for injected alarms and readings are there.
+  static std::unique_ptr<driver> start(const lum_linux::node_description &node, bool alarm_tests,
+                                       std::string &error);
+
+  ~driver();
+  driver(const driver &) = delete;
+  driver &operator=(const driver &) = delete;
+
+  // Begins, on threads of its own, to open every slot, to create every port of the description, to
+  // watch the cages and to feed the monitoring services: a module that hangs may keep the creation
+  // waiting. The driver must live until the process ends from then on.
+  void bring_up();
+
+  lum_linux::platform &platform() { return *platform_; }
+  cage_watch &cages() { return cages_; }
+  polling_clock &polling() { return polling_; }
+  const lum_linux::node_description &node() const { return platform_->node(); }
+  bool restarted() const { return restarted_; }
+  std::chrono::system_clock::time_point started() const { return started_; }
+
+  // Held by whoever opens slots and creates or deletes ports: the library wants that from one
+  // thread at a time.
+  std::timed_mutex &lifecycle() { return lifecycle_; }
+
+  // Whether the library's count of controllers keeps it from polling.
+  const controller_count_watch &count() const { return count_; }
+
+  // Ends everything that can be ended, each step within a bound, and writes the traces out. The
+  // library's own threads go on until the process exits.
+  void stop();
+
+ private:
+  explicit driver(std::unique_ptr<lum_linux::platform> platform);
+  void create_ports();
+
+  std::unique_ptr<lum_linux::platform> platform_;
+  bool restarted_ = false;
+  std::chrono::system_clock::time_point started_ = std::chrono::system_clock::now();
+  std::timed_mutex lifecycle_;
+  cage_watch cages_;
+  data_feed feed_;
+  controller_count_watch count_;
+  polling_clock polling_;
+  std::unique_ptr<periodic> cage_thread_;
+  std::unique_ptr<periodic> feed_thread_;
+};
+
+}  // namespace lumd

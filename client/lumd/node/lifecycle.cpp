@@ -1,0 +1,302 @@
+#include "node/lifecycle.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <map>
+
+#include "lum.h"
+#include "node/driver.h"
+#include "node/log.h"
+#include "node/port_data.h"
+
+namespace lumd {
+namespace {
+
+using lum_linux::instance_description;
+using lum_linux::port_description;
+using std::chrono::milliseconds;
+using clock = std::chrono::steady_clock;
+
+constexpr milliseconds shortest_turn(1000);  // for a turn at the lifecycle, however short the wait
+constexpr milliseconds look_again(20);
+
+struct place {
+  uint32_t slot = 0;
+  const instance_description *instance = nullptr;
+};
+
+// What a request names: empty, with the refusal in `refused`, when the node does not have it.
+std::vector<place> find_instances(driver &node, uint32_t slot, std::optional<uint32_t> instance,
+                                  refusal &refused) {
+  std::vector<place> found;
+  const auto &slots = node.node().slots;
+  const auto described =
+      std::find_if(slots.begin(), slots.end(), [&](const auto &s) { return s.number == slot; });
+  if (described == slots.end()) {
+    refused = {refusal_kind::unknown, fmt::format("the node has no slot {}", slot)};
+    return found;
+  }
+  for (const instance_description &candidate : described->instances) {
+    if (!instance || candidate.number == *instance) found.push_back({slot, &candidate});
+  }
+  if (found.empty()) {
+    refused = {refusal_kind::unknown,
+               instance ? fmt::format("slot {} has no instance {}", slot, *instance)
+                        : fmt::format("slot {} has no instances", slot)};
+  }
+  return found;
+}
+
+port_list ports_of(const std::vector<place> &places) {
+  port_list ports;
+  for (const place &place : places) {
+    for (const port_description &port : place.instance->ports) ports.push_back(&port);
+  }
+  return ports;
+}
+
+std::string names_of(const port_list &ports) {
+  constexpr std::size_t most = 4;
+  std::string names;
+  for (std::size_t i = 0; i < std::min(most, ports.size()); ++i) {
+    names += (names.empty() ? "" : ", ") + ports[i]->name;
+  }
+  return ports.size() > most ? fmt::format("{} and {} more", names, ports.size() - most) : names;
+}
+
+refusal not_now(const std::string &reason) { return {refusal_kind::conflict, reason}; }
+
+std::vector<port_result> results_of(driver &node, const port_list &ports) {
+  const auto copies = copy_ports();
+  std::vector<port_result> results;
+  for (const port_description *port : ports) {
+    const auto found = copies.find(port->rsip);
+    const port_copy *copy = found == copies.end() ? nullptr : &found->second;
+    port_result one = {port, state_of(node, *port, copy), {}};
+    for (std::size_t s = 0; copy != nullptr && s < LUM_SUB_PORTS; ++s) {
+      one.ifhandles.push_back(copy->data.sub_port[s].ifhandle);
+    }
+    results.push_back(std::move(one));
+  }
+  return results;
+}
+
+// Of a creation or deletion that has been asked for.
+lifecycle_report report_on(driver &node, cerrno rc, const port_list &ports,
+                           const port_list &unconfirmed, const char *what) {
+  lifecycle_report report;
+  report.rc = rc;
+  report.ports = results_of(node, ports);
+  if (!CERR_IS_OK(rc)) {
+    report.missing = fmt::format("the {} was refused: {} ({})", what, cerr_strerror(rc), rc);
+  } else if (!unconfirmed.empty()) {
+    report.missing = fmt::format("the interface manager has not confirmed the {} of {}", what,
+                                 names_of(unconfirmed));
+  }
+  return report;
+}
+
+class turn {
+ public:
+  turn(driver &node, wait_time wait)
+      : lock_(node.lifecycle(), std::max<milliseconds>(wait, shortest_turn)) {}
+  explicit operator bool() const { return lock_.owns_lock(); }
+  void end() { lock_.unlock(); }
+
+ private:
+  std::unique_lock<std::timed_mutex> lock_;
+};
+
+refusal no_turn() { return not_now("another creation or deletion of ports is under way"); }
+
+bool is_created_now(uint32_t rsip) {
+  const auto copy = copy_port(rsip);
+  return copy && is_created(*copy);
+}
+
+bool is_gone_now(driver &node, uint32_t rsip) {
+  return !copy_port(rsip) && !node.platform().has_controllers(rsip);
+}
+
+template <typename Condition>
+port_list those_not(const port_list &ports, Condition condition) {
+  port_list rest;
+  std::copy_if(ports.begin(), ports.end(), std::back_inserter(rest),
+               [&](const port_description *port) { return !condition(port->rsip); });
+  return rest;
+}
+
+cerrno open_instance(driver &node, uint32_t slot, const instance_description &instance) {
+  const lum_slot_props props = {1, instance.capacity};
+  const cerrno rc = lum_plat_init(node.node().rack, slot, instance.number, &props);
+  if (!CERR_IS_OK(rc)) {
+    say("slot {} instance {} was not opened: {}", slot, instance.number, cerr_strerror(rc));
+  }
+  return rc;
+}
+
+// One batch for each instance. Returns the first failure.
+cerrno ask_for_deletion(driver &node, const port_list &ports) {
+  std::map<uint32_t, std::vector<uint32_t>> batches;  // by rsip without the port
+  for (const port_description *port : ports) {
+    batches[port->rsip & ~0xFFu].push_back(port->number);
+  }
+  cerrno first = 0;
+  for (const auto &[position, numbers] : batches) {
+    const uint32_t slot = position >> 16 & 0xFF;
+    const uint32_t instance = position >> 8 & 0xFF;
+    const cerrno rc = lum_delete_ports(node.node().rack, slot, instance,
+                                       static_cast<uint32_t>(numbers.size()), numbers.data());
+    if (!CERR_IS_OK(rc)) {
+      say("the ports of slot {} instance {} were not deleted: {}", slot, instance,
+          cerr_strerror(rc));
+      if (CERR_IS_OK(first)) first = rc;
+    }
+  }
+  return first;
+}
+
+bool has_every_handle(const port_copy &port) {
+  return port.data.sub_port[0].ifhandle != 0 && port.data.sub_port[1].ifhandle != 0;
+}
+
+// The library finds controllers to delete by their handles. A port without one has the handle 0,
+// and so has, to the library, a listed port that goes while it is asked: when a deletion that was
+// asked for before is answered. So the first such port of the node would lose its controllers.
+std::string reason_against_deletion(driver &node, const port_list &ports) {
+  const auto copies = copy_ports();
+  const port_description *repeated = nullptr;
+  for (const port_description *port : ports) {
+    const auto copy = copies.find(port->rsip);
+    if (copy == copies.end()) continue;
+    if (!has_every_handle(copy->second)) {
+      return fmt::format("the controllers of port {} have no handles yet: wait for them, or replay",
+                         port->name);
+    }
+    if (is_going(copy->second)) repeated = port;
+  }
+  if (repeated == nullptr) return {};
+  for (const port_description *port : node.node().ports()) {
+    const auto copy = copies.find(port->rsip);
+    if (copy == copies.end() || has_every_handle(copy->second)) continue;
+    return fmt::format(
+        "the deletion of port {} cannot be repeated now: the controllers of port {} have no "
+        "handles yet: wait for them, or replay",
+        repeated->name, port->name);
+  }
+  return {};
+}
+
+outcome<lifecycle_report> delete_existing(driver &node, const port_list &ports, wait_time wait) {
+  const auto deadline = clock::now() + wait;
+  turn mine(node, wait);
+  if (!mine) return no_turn();
+  if (const auto reason = reason_against_deletion(node, ports); !reason.empty()) {
+    return not_now(reason);
+  }
+  const cerrno rc = ask_for_deletion(node, ports);
+  mine.end();
+  const auto is_gone = [&node](uint32_t rsip) { return is_gone_now(node, rsip); };
+  wait_for_answers(node, deadline, [&] { return those_not(ports, is_gone).empty(); });
+  return report_on(node, rc, ports, those_not(ports, is_gone), "deletion");
+}
+
+void close_empty(driver &node, const std::vector<place> &places) {
+  turn mine(node, shortest_turn);
+  if (!mine) return;
+  for (const place &place : places) {
+    if (!those_not(ports_of({place}), [](uint32_t rsip) { return !copy_port(rsip); }).empty()) {
+      continue;
+    }
+    lum_plat_deinit(node.node().rack, place.slot, place.instance->number);
+  }
+}
+
+}  // namespace
+
+cerrno create_missing_ports(driver &node, uint32_t slot, const instance_description &instance) {
+  std::vector<lum_port_props> missing;
+  for (const port_description &port : instance.ports) {
+    if (copy_port(port.rsip)) continue;
+    lum_port_props props = {};
+    props.rsip = port.rsip;
+    props.port_index = port.number;
+    props.port_handle = port.handle;
+    missing.push_back(props);
+  }
+  if (missing.size() == instance.ports.size()) {
+    if (const cerrno rc = open_instance(node, slot, instance); !CERR_IS_OK(rc)) return rc;
+  }
+  if (missing.empty()) return 0;
+  const cerrno rc = lum_create_ports(static_cast<uint32_t>(missing.size()), missing.data());
+  if (!CERR_IS_OK(rc)) {
+    say("the ports of slot {} instance {} were not created: {}", slot, instance.number,
+        cerr_strerror(rc));
+  }
+  for (const lum_port_props &props : missing) node.cages().begin(props.rsip);
+  return rc;
+}
+
+outcome<lifecycle_report> create_ports(driver &node, uint32_t slot,
+                                       std::optional<uint32_t> instance, wait_time wait) {
+  refusal refused;
+  const auto places = find_instances(node, slot, instance, refused);
+  if (places.empty()) return refused;
+
+  const auto deadline = clock::now() + wait;
+  turn mine(node, wait);
+  if (!mine) return no_turn();
+  port_list missing;
+  for (const port_description *port : ports_of(places)) {
+    const auto copy = copy_port(port->rsip);
+    if (copy && is_going(*copy)) {
+      return not_now(fmt::format("port {} is still being deleted", port->name));
+    }
+    if (!copy) missing.push_back(port);
+  }
+  if (missing.empty()) return not_now(fmt::format("all ports of slot {} exist", slot));
+  cerrno rc = 0;
+  for (const place &place : places) {
+    const cerrno one = create_missing_ports(node, place.slot, *place.instance);
+    if (CERR_IS_OK(rc)) rc = one;
+  }
+  mine.end();
+  wait_for_answers(node, deadline, [&] { return those_not(missing, is_created_now).empty(); });
+  return report_on(node, rc, missing, those_not(missing, is_created_now), "creation");
+}
+
+outcome<lifecycle_report> delete_ports(driver &node, const port_list &ports, wait_time wait) {
+  port_list wanted;
+  for (const port_description *port : ports) {
+    if (!copy_port(port->rsip)) {
+      return not_now(fmt::format("port {} does not exist", port->name));
+    }
+    if (std::find(wanted.begin(), wanted.end(), port) == wanted.end()) wanted.push_back(port);
+  }
+  return delete_existing(node, wanted, wait);
+}
+
+outcome<lifecycle_report> delete_slot(driver &node, uint32_t slot, std::optional<uint32_t> instance,
+                                      wait_time wait) {
+  refusal refused;
+  const auto places = find_instances(node, slot, instance, refused);
+  if (places.empty()) return refused;
+  const port_list existing =
+      those_not(ports_of(places), [](uint32_t rsip) { return !copy_port(rsip); });
+  if (existing.empty()) return not_now(fmt::format("slot {} has no ports", slot));
+  auto deleted = delete_existing(node, existing, wait);
+  if (deleted) close_empty(node, places);
+  return deleted;
+}
+
+bool wait_for_answers(driver &node, std::chrono::steady_clock::time_point deadline,
+                      const std::function<bool()> &holds) {
+  while (!holds()) {
+    if (clock::now() >= deadline) return false;
+    if (node.platform().im().wait_idle(look_again)) return holds();
+  }
+  return true;
+}
+
+}  // namespace lumd

@@ -1,0 +1,54 @@
+// Ports come and go: what is asked of the library, and how it turned out.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <vector>
+
+#include "lum_linux/node_description.h"
+#include "node/outcome.h"
+#include "node/port_state.h"
+
+namespace lumd {
+
+using port_list = std::vector<const lum_linux::port_description *>;
+
+// Creates those ports of an instance that do not exist, and opens the instance when it has none.
+// Returns 0 or the code of the first call that failed, after saying so. Called with the lifecycle
+// held. Waits for the bus and the disk.
+cerrno create_missing_ports(driver &node, uint32_t slot,
+                            const lum_linux::instance_description &instance);
+
+// The rest waits for the library and the interface manager, but not much longer than `wait`.
+using wait_time = std::chrono::milliseconds;
+
+// One port of a creation or deletion, afterwards.
+struct port_result {
+  const lum_linux::port_description *port = nullptr;
+  port_state state = port_state::absent;
+  std::vector<uint32_t> ifhandles;  // of its sub-ports; none without the port
+};
+
+struct lifecycle_report : action_report {
+  std::vector<port_result> ports;
+};
+
+// Creates what does not exist of one instance, or of all instances of a slot.
+outcome<lifecycle_report> create_ports(driver &node, uint32_t slot,
+                                       std::optional<uint32_t> instance, wait_time wait);
+
+// Deletes some ports.
+outcome<lifecycle_report> delete_ports(driver &node, const port_list &ports, wait_time wait);
+
+// Deletes what exists of one instance, or of all instances of a slot, and closes them.
+outcome<lifecycle_report> delete_slot(driver &node, uint32_t slot, std::optional<uint32_t> instance,
+                                      wait_time wait);
+
+// Until `holds`: true; until the interface manager has answered all it was asked, or `deadline`:
+// what it says then.
+bool wait_for_answers(driver &node, std::chrono::steady_clock::time_point deadline,
+                      const std::function<bool()> &holds);
+
+}  // namespace lumd

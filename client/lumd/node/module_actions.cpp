@@ -1,0 +1,67 @@
+#include "node/module_actions.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "node/driver.h"
+
+namespace lumd {
+namespace {
+
+using lum_linux::port_description;
+
+constexpr cerrno nothing_there = 2;
+
+// What has become of the module, or why not.
+outcome<module_report> report(driver &node, const port_description &port, cerrno rc,
+                              const std::string &why = {}) {
+  if (!CERR_IS_OK(rc)) {
+    std::string reason = why.empty() ? cerr_strerror(rc) : why;
+    std::replace(reason.begin(), reason.end(), '\n', ';');
+    return refusal{refusal_kind::conflict, fmt::format("port {}: {}", port.name, reason)};
+  }
+  module_report report;
+  report.rc = rc;
+  report.status = node.platform().modules().status(port.rsip);
+  return report;
+}
+
+}  // namespace
+
+outcome<module_report> insert_module(driver &node, const port_description &port) {
+  auto &modules = node.platform().modules();
+  const cerrno rc = modules.insert(port.rsip);
+  std::string why;
+  if (rc == nothing_there) {
+    why = "there is no module at " + modules.last_status(port.rsip)->location;
+  }
+  return report(node, port, rc, why);
+}
+
+outcome<module_report> insert_module(driver &node, const port_description &port,
+                                     const std::filesystem::path &description) {
+  std::string error;
+  const cerrno rc = node.platform().modules().insert(port.rsip, description, error);
+  return report(node, port, rc, error);
+}
+
+outcome<module_report> remove_module(driver &node, const port_description &port) {
+  return report(node, port, node.platform().modules().remove(port.rsip));
+}
+
+outcome<module_report> set_module_faults(driver &node, const port_description &port,
+                                         const lum_linux::fault_script &script) {
+  return report(node, port, node.platform().modules().set_faults(port.rsip, script));
+}
+
+outcome<module_report> release_module(driver &node, const port_description &port) {
+  return report(node, port, node.platform().modules().release(port.rsip));
+}
+
+outcome<module_report> poke_module(driver &node, const port_description &port, uint32_t page,
+                                   uint32_t offset, uint8_t value) {
+  return report(node, port, node.platform().modules().poke(port.rsip, page, offset, value));
+}
+
+}  // namespace lumd

@@ -1,0 +1,60 @@
+#include "node/periodic.h"
+
+#include <pthread.h>
+
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+namespace lumd {
+
+struct periodic::core {
+  std::chrono::milliseconds period;
+  std::function<void()> work;
+  std::thread thread;
+
+  std::mutex mutex;  // guards the next two
+  std::condition_variable changed;
+  bool stopping = false;
+  bool ended = false;
+
+  void run() {
+    std::unique_lock lock(mutex);
+    while (!stopping) {
+      lock.unlock();
+      work();
+      lock.lock();
+      changed.wait_for(lock, period, [this] { return stopping; });
+    }
+    ended = true;
+    changed.notify_all();
+  }
+};
+
+periodic::periodic(const std::string &name, std::chrono::milliseconds period,
+                   std::function<void()> work)
+    : core_(std::make_shared<core>()) {
+  core_->period = period;
+  core_->work = std::move(work);
+  core_->thread = std::thread([state = core_] { state->run(); });
+  pthread_setname_np(core_->thread.native_handle(), name.c_str());
+}
+
+periodic::~periodic() { stop(); }
+
+bool periodic::stop(std::chrono::milliseconds bound) {
+  if (!core_->thread.joinable()) return true;
+  std::unique_lock lock(core_->mutex);
+  core_->stopping = true;
+  core_->changed.notify_all();
+  const bool ended = core_->changed.wait_for(lock, bound, [this] { return core_->ended; });
+  lock.unlock();
+  if (ended) {
+    core_->thread.join();
+  } else {
+    core_->thread.detach();
+  }
+  return ended;
+}
+
+}  // namespace lumd

@@ -1,0 +1,93 @@
+#include "node/port_state.h"
+
+#include <fmt/format.h>
+
+#include <array>
+
+#include "node/driver.h"
+
+namespace lumd {
+namespace {
+
+using lum_linux::module_status;
+using lum_linux::port_description;
+
+constexpr std::chrono::seconds stuck_after(2);
+
+constexpr std::array<named_port_state, 7> states = {{
+    {port_state::absent, "absent"},
+    {port_state::going, "deleting"},
+    {port_state::coming_up, "coming up"},
+    {port_state::empty, "empty"},
+    {port_state::upgrading, "upgrading"},
+    {port_state::failing, "failing"},
+    {port_state::up, "up"},
+}};
+
+bool last_transfer_failed(const module_status &module) {
+  return module.statistics.failed > 0 &&
+         module.statistics.last_failure > module.statistics.last_success;
+}
+
+module_status module_of(driver &node, const port_description &port) {
+  return node.platform().modules().last_status(port.rsip).value_or(module_status());
+}
+
+port_state judge(driver &node, const port_description &port, const port_copy *copy,
+                 const module_status &module) {
+  if (copy == nullptr) return port_state::absent;
+  if (is_going(*copy)) return port_state::going;
+  if (!is_created(*copy)) return port_state::coming_up;
+  if (copy->data.inserted == 0) return port_state::empty;
+  if (node.platform().fw_upgrade(port.rsip) != 0) return port_state::upgrading;
+  if (module.busy_for > stuck_after || last_transfer_failed(module)) return port_state::failing;
+  return port_state::up;
+}
+
+std::string reason_for(port_state state, const module_status &module) {
+  switch (state) {
+    case port_state::absent:
+      return "the port has not been created, or has been deleted";
+    case port_state::going:
+      return "the interface manager has not confirmed the deletion yet";
+    case port_state::coming_up:
+      return "the interface manager has not confirmed both controllers yet";
+    case port_state::empty:
+      return "there is no module in the cage";
+    case port_state::upgrading:
+      return "the module's firmware is being upgraded";
+    case port_state::failing:
+      if (module.busy_for > stuck_after) {
+        return fmt::format("a transfer has not ended for {:.0f} s",
+                           std::chrono::duration<double>(module.busy_for).count());
+      }
+      return fmt::format("the module's last transfer failed: {}",
+                         cerr_strerror(module.statistics.last_error));
+    case port_state::up:
+      return "";
+  }
+  return "";
+}
+
+}  // namespace
+
+std::span<const named_port_state> port_states() { return states; }
+
+std::string_view port_state_name(port_state state) {
+  for (const named_port_state &known : states) {
+    if (known.state == state) return known.name;
+  }
+  return "unknown";
+}
+
+port_condition condition_of(driver &node, const port_description &port, const port_copy *copy) {
+  module_status module = module_of(node, port);
+  const port_state state = judge(node, port, copy, module);
+  return {state, reason_for(state, module), std::move(module)};
+}
+
+port_state state_of(driver &node, const port_description &port, const port_copy *copy) {
+  return judge(node, port, copy, module_of(node, port));
+}
+
+}  // namespace lumd

@@ -1,0 +1,80 @@
+#include "node/settings.h"
+
+#include <fmt/format.h>
+
+#include <cstring>
+#include <mutex>
+
+#include "node/driver.h"
+#include "node/port_data.h"
+
+namespace lumd {
+namespace {
+
+// The turns of those who change one port: settings that are taken over together are completed from
+// what is stored.
+std::timed_mutex &turn_of(uint32_t rsip) {
+  static std::mutex mutex;
+  static std::map<uint32_t, std::timed_mutex> turns;
+  std::lock_guard lock(mutex);
+  return turns[rsip];
+}
+
+lum_hw_info_in make_record(const lum_port_cfg &stored, const wanted_settings &wanted,
+                           uint64_t changed_bits) {
+  lum_hw_info_in record = {};
+  for (const setting &setting : settings) {
+    if ((changed_bits & setting.change_bit) == 0) continue;
+    const auto given = wanted.find(&setting);
+    const uint32_t value = given == wanted.end() ? stored.*setting.field : given->second;
+    std::memcpy(reinterpret_cast<unsigned char *>(&record) + setting.position, &value,
+                sizeof value);
+  }
+  return record;
+}
+
+uint64_t failed_transfers(driver &node, uint32_t rsip) {
+  const auto status = node.platform().modules().last_status(rsip);
+  return status ? status->statistics.failed : 0;
+}
+
+refusal not_now(const std::string &reason) { return {refusal_kind::conflict, reason}; }
+
+}  // namespace
+
+outcome<settings_report> change_settings(driver &node, const lum_linux::port_description &port,
+                                         uint32_t sub_port, const wanted_settings &wanted,
+                                         std::chrono::milliseconds wait) {
+  const std::unique_lock turn(turn_of(port.rsip), wait);
+  if (!turn) return not_now(fmt::format("another change of port {} is under way", port.name));
+  const auto before = copy_port(port.rsip);
+  if (!before) return not_now(fmt::format("port {} does not exist", port.name));
+  if (is_going(*before)) return not_now(fmt::format("port {} is being deleted", port.name));
+  const uint32_t ifhandle = before->data.sub_port[sub_port].ifhandle;
+  if (!is_created(*before) || ifhandle == 0) {
+    return not_now(fmt::format("the controllers of port {} are not confirmed yet", port.name));
+  }
+
+  uint64_t changed_bits = 0;
+  for (const auto &[setting, value] : wanted) changed_bits |= setting->change_bit;
+  const lum_hw_info_in record = make_record(before->data.port_cfg[sub_port], wanted, changed_bits);
+  const uint64_t failed_before = failed_transfers(node, port.rsip);
+  const cerrno rc = lum_set_hw_info_by_ifh(1, &ifhandle, &record, &changed_bits);
+  const auto after = copy_port(port.rsip);
+  if (!after) return not_now(fmt::format("port {} has been deleted meanwhile", port.name));
+
+  settings_report report;
+  report.rc = rc;
+  if (!CERR_IS_OK(rc)) {
+    report.missing =
+        fmt::format("the settings are in force but not saved: {} ({})", cerr_strerror(rc), rc);
+  }
+  report.ifhandle = ifhandle;
+  report.change_bits = changed_bits;
+  report.module_written =
+      after->data.transceiver_disabled == 0 && failed_transfers(node, port.rsip) == failed_before;
+  report.stored = after->data.port_cfg[sub_port];
+  return report;
+}
+
+}  // namespace lumd

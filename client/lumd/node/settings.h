@@ -1,0 +1,53 @@
+// The settings of a sub-port: their names, where the library keeps them, and their change.
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <string_view>
+
+#include "lum.h"
+#include "lum_linux/node_description.h"
+#include "node/outcome.h"
+
+namespace lumd {
+
+class driver;
+
+// One setting under the name that people give it.
+struct setting {
+  std::string_view name;
+  uint32_t lum_port_cfg::*field;
+  uint32_t position;    // in the library's input record
+  uint64_t change_bit;  // several settings may share one: they are taken over together
+  bool is_signed = false;
+};
+
+inline constexpr std::array<setting, 7> settings = {{
+    {"threshold", &lum_port_cfg::threshold, LUM_HW_IN_THRESHOLD, LUM_CHANGE_THRESHOLD, true},
+    {"p2_setting", &lum_port_cfg::p2_setting, LUM_HW_IN_P2_SETTING, LUM_CHANGE_P2_SETTING},
+    {"mode", &lum_port_cfg::mode, LUM_HW_IN_MODE, LUM_CHANGE_MODE},
+    {"setting_a", &lum_port_cfg::setting_a, LUM_HW_IN_SETTING_A, LUM_CHANGE_SETTINGS},
+    {"setting_b", &lum_port_cfg::setting_b, LUM_HW_IN_SETTING_B, LUM_CHANGE_SETTINGS},
+    {"enable", &lum_port_cfg::enable_flag, LUM_HW_IN_ENABLE_FLAG, LUM_CHANGE_SETTINGS},
+    {"sub1", &lum_port_cfg::sub1_flag, LUM_HW_IN_SUB1_FLAG, LUM_CHANGE_SETTINGS},
+}};
+
+// The members of lumd::settings that are to be changed, with their values.
+using wanted_settings = std::map<const setting *, uint32_t>;
+
+struct settings_report : action_report {
+  uint32_t ifhandle = 0;
+  uint64_t change_bits = 0;
+  bool module_written = false;
+  lum_port_cfg stored = {};  // afterwards
+};
+
+// Changes what is wanted of one sub-port, 0 or 1. Waits for the module, and up to `wait` for
+// another change of the port.
+outcome<settings_report> change_settings(driver &node, const lum_linux::port_description &port,
+                                         uint32_t sub_port, const wanted_settings &wanted,
+                                         std::chrono::milliseconds wait);
+
+}  // namespace lumd

@@ -1,0 +1,116 @@
+#include "views/alarm_view.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "lum_linux/stores.h"
+#include "node/alarms.h"
+#include "node/driver.h"
+#include "node/readings.h"
+#include "views/action_view.h"
+#include "views/times.h"
+
+namespace lumd {
+namespace {
+
+std::string name_of_bit(unsigned bit) {
+  const auto kinds = alarm_kinds();
+  const auto found = std::find_if(kinds.begin(), kinds.end(), [bit](const alarm_kind &kind) {
+    return kind.bit == uint64_t{1} << bit;
+  });
+  return found == kinds.end() ? fmt::format("bit-{}", bit) : std::string(found->name);
+}
+
+// How often each alarm has been raised since the counters were set back.
+json show_raise_counts(const ptah_al_all &all) {
+  json counts = json::object();
+  for (std::size_t bit = 0; bit < lum_linux::ptah_counted_bits; ++bit) {
+    const uint32_t count = all.values[lum_linux::ptah_first_raise + bit];
+    if (count > 0) counts[name_of_bit(static_cast<unsigned>(bit))] = count;
+  }
+  return counts;
+}
+
+// A controller's alarms and counters, or null when the store does not know it. The port is one that
+// `copy` is of.
+json show_sub_port(const lum_linux::port_description &port, const port_copy &copy,
+                   std::size_t sub_port) {
+  const uint32_t ifhandle = copy.data.sub_port[sub_port].ifhandle;
+  const auto stored = ifhandle == 0 ? std::nullopt : lum_linux::ptah_find(ifhandle);
+  if (!stored) return nullptr;
+  json shown = {{"port", port.name},
+                {"sub_port", sub_port},
+                {"ifname", stored->name},
+                {"ifhandle", ifhandle},
+                {"inserted", copy.data.inserted != 0},
+                {"bitmap", stored->all.bitmap},
+                {"raised", alarm_names(stored->all.bitmap)},
+                {"injected", alarm_names(copy.data.test[sub_port].test_alarm_bits)}};
+  if (stored->changed) shown["changed_age_s"] = seconds_since(*stored->changed);
+  if (stored->cleared) shown["cleared_age_s"] = seconds_since(*stored->cleared);
+  shown["counters"] = {{"publishes", stored->all.values[lum_linux::ptah_publishes]},
+                       {"bitmap_changes", stored->all.values[lum_linux::ptah_bitmap_changes]},
+                       {"raised", show_raise_counts(stored->all)}};
+  return shown;
+}
+
+json show_kinds() {
+  json kinds = json::array();
+  for (const alarm_kind &kind : alarm_kinds()) {
+    kinds.push_back({{"name", kind.name},
+                     {"bit", kind.bit},
+                     {"test_id", kind.test_id},
+                     {"sub_port_1_only", kind.sub_port_1_only},
+                     {"source", kind.source}});
+  }
+  return kinds;
+}
+
+// The test offsets that are set, as they are added to the module's words.
+json show_offsets(const lum_test_injection &injection) {
+  json shown = json::object();
+  for (const monitored_reading &reading : monitored_readings()) {
+    const uint16_t offset = injection.pm_test_offsets[reading.offset];
+    if (offset != 0) shown[std::string(reading.test_name)] = offset;
+  }
+  return shown;
+}
+
+}  // namespace
+
+json alarm_names(uint64_t bitmap) {
+  json names = json::array();
+  for (unsigned bit = 0; bit < 64; ++bit) {
+    if ((bitmap >> bit & 1) != 0) names.push_back(name_of_bit(bit));
+  }
+  return names;
+}
+
+json show_alarms(driver &node, bool all) {
+  json interfaces = json::array();
+  std::size_t known = 0;
+  each_sub_port(node.node().ports(),
+                [&](const auto &port, const port_copy &copy, std::size_t sub_port) {
+                  json shown = show_sub_port(port, copy, sub_port);
+                  if (shown.is_null()) return;
+                  ++known;
+                  if (all || shown["bitmap"] != 0) interfaces.push_back(std::move(shown));
+                });
+  return {{"interfaces", std::move(interfaces)}, {"known", known}, {"kinds", show_kinds()}};
+}
+
+json show_alarm_test(const alarm_test_report &report, const alarm_test_request &request,
+                     const std::string &text) {
+  json shown = {{"result", result_of(report.rc)},
+                {"port", report.port->name},
+                {"sub_port", request.place.sub_port},
+                {"text", text},
+                {"alarms", alarm_names(report.injected.test_alarm_bits)},
+                {"offsets", show_offsets(report.injected)}};
+  conclude(shown, report);
+  return shown;
+}
+
+}  // namespace lumd

@@ -1,0 +1,27 @@
+// Alarms as the API shows them: those of sub-ports, from the alarm service's store, and those that
+// are injected.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "node/alarm_tests.h"
+#include "node/port_data.h"
+#include "views/json.h"
+
+namespace lumd {
+
+class driver;
+
+// The names of the alarms in a bitmap, in the order of their bits; "bit-7" for one without a name.
+json alarm_names(uint64_t bitmap);
+
+// The sub-ports with an alarm, or all that the alarm service knows, and every kind of alarm.
+json show_alarms(driver &node, bool all);
+
+// An alarm test that was sent to the library with the text.
+json show_alarm_test(const alarm_test_report &report, const alarm_test_request &request,
+                     const std::string &text);
+
+}  // namespace lumd

@@ -1,0 +1,28 @@
+#include "views/configuration_view.h"
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "node/settings.h"
+
+namespace lumd {
+
+json show_configuration(const lum_port_cfg &configuration) {
+  json shown = json::object();
+  json changed = json::array();
+  for (const setting &setting : settings) {
+    const std::string name(setting.name);
+    const uint32_t value = configuration.*setting.field;
+    if (setting.is_signed) {
+      shown[name] = static_cast<int32_t>(value);
+    } else {
+      shown[name] = value;
+    }
+    if ((configuration.changed_bits & setting.change_bit) != 0) changed.push_back(name);
+  }
+  shown["changed_bits"] = configuration.changed_bits;
+  shown["changed"] = std::move(changed);
+  return shown;
+}
+
+}  // namespace lumd

@@ -1,0 +1,42 @@
+#include "views/module_view.h"
+
+#include <nlohmann/json.hpp>
+
+#include "views/port_view.h"
+
+namespace lumd {
+namespace {
+
+const char *backend_name(lum_linux::module_backend backend) {
+  switch (backend) {
+    case lum_linux::module_backend::file:
+      return "file";
+    case lum_linux::module_backend::i2c_dev:
+      return "i2c-dev";
+    case lum_linux::module_backend::simulated:
+      return "simulated";
+  }
+  return "unknown";
+}
+
+}  // namespace
+
+json show_module(driver &node, const lum_linux::port_description &port, const port_copy *copy,
+                 const lum_linux::module_status &module) {
+  json shown = show_port(node, port, copy);
+  shown["module"]["backend"] = backend_name(module.backend);
+  shown["module"]["faults"] = to_string(module.faults);
+  shown["module"]["pulled"] = module.pulled;
+  shown["module"]["insertion"] = module.insertion;
+  shown["module"]["busy_ms"] = module.busy_for.count();
+  shown["module"]["bytes_read"] = module.statistics.bytes_read;
+  shown["module"]["bytes_written"] = module.statistics.bytes_written;
+  shown["module"]["last_transfer_us"] = module.statistics.last_duration.count();
+  return shown;
+}
+
+json show_page(uint32_t number, std::span<const uint8_t> bytes) {
+  return {{"number", number}, {"bytes", bytes}};
+}
+
+}  // namespace lumd

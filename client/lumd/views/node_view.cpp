@@ -1,0 +1,103 @@
+#include "views/node_view.h"
+
+#include <fmt/format.h>
+
+#include <nlohmann/json.hpp>
+
+#include "lum.h"
+#include "lum_linux/services.h"
+#include "node/driver.h"
+#include "node/port_data.h"
+#include "node/port_state.h"
+#include "views/times.h"
+
+namespace lumd {
+namespace {
+
+constexpr int polling_period_s = 5;
+
+std::string version() {
+  return fmt::format("{}.{}.{}", LUM_VERSION_MAJOR, LUM_VERSION_MINOR, LUM_VERSION_PATCH);
+}
+
+json show_checkpoints() {
+  const auto store = lum_linux::checkpoints_status();
+  json shown = {{"file", store.file.string()},
+                {"entries", store.entries},
+                {"writes", store.writes},
+                {"failures", store.failures}};
+  if (!store.last_failure.empty()) shown["last_failure"] = store.last_failure;
+  if (!store.set_aside.empty()) {
+    shown["set_aside"] = {{"file", store.set_aside.string()}, {"reason", store.set_aside_reason}};
+  }
+  return shown;
+}
+
+json show_traces() {
+  json channels = json::array();
+  for (const auto &channel : lum_linux::traces_status()) {
+    channels.push_back({{"name", channel.name},
+                        {"file", channel.file.string()},
+                        {"enabled", channel.enabled},
+                        {"lines", channel.lines},
+                        {"failures", channel.failures}});
+  }
+  return channels;
+}
+
+json count_states(driver &node) {
+  const auto copies = copy_ports();
+  json counts = json::object();
+  for (const lum_linux::port_description *port : node.node().ports()) {
+    const auto found = copies.find(port->rsip);
+    const std::string name(
+        port_state_name(state_of(node, *port, found == copies.end() ? nullptr : &found->second)));
+    counts[name] = counts.value(name, 0) + 1;
+  }
+  return counts;
+}
+
+json show_cycle(const polling_cycle &cycle) {
+  json shown = {{"duration_s", seconds_of(cycle.ended - cycle.started)}, {"ports", cycle.ports}};
+  if (cycle.lateness) shown["lateness_s"] = seconds_of(*cycle.lateness);
+  return shown;
+}
+
+}  // namespace
+
+json show_node(driver &node) {
+  const lum_linux::node_description &description = node.node();
+  const lum_ctx &context = *lum_get_ctx();
+  const std::chrono::duration<double> uptime = std::chrono::system_clock::now() - node.started();
+  return {{"name", description.name},
+          {"rack", description.rack},
+          {"version", version()},
+          {"description", std::filesystem::absolute(description.source).string()},
+          {"started", utc_text(node.started())},
+          {"uptime_s", std::max<int64_t>(0, static_cast<int64_t>(uptime.count()))},
+          {"restart", node.restarted()},
+          {"ports", description.ports().size()},
+          {"port_states", count_states(node)},
+          {"controllers", counted_controllers()},
+          {"controllers_existing", node.platform().created_controllers()},
+          {"polling_halted", node.count().halts_polling()},
+          {"resync", __atomic_load_n(&context.resync, __ATOMIC_RELAXED) != 0},
+          {"checkpoints", show_checkpoints()},
+          {"traces", show_traces()}};
+}
+
+json show_polling(driver &node) {
+  const polling_report report = node.polling().report();
+  json shown = {{"cycles", report.cycles},
+                {"running", report.running},
+                {"paused", report.paused},
+                {"period_s", polling_period_s},
+                {"last", nullptr}};
+  if (report.last) {
+    shown["last"] = show_cycle(*report.last);
+    shown["last"]["age_s"] = seconds_of(std::chrono::steady_clock::now() - report.last->ended);
+  }
+  return shown;
+}
+
+}  // namespace lumd

@@ -1,0 +1,21 @@
+// What performance monitoring keeps of a controller, as the API shows it.
+#pragma once
+
+#include <optional>
+#include <string_view>
+
+#include "node/lifecycle.h"
+#include "views/json.h"
+
+namespace lumd {
+
+enum class pm_bins { quarter, day };
+
+// "15min" or "24h".
+std::optional<pm_bins> pm_bins_of(std::string_view name);
+
+// The controllers of the ports: of each the current bin of each length or, with `bins`, that and
+// the finished ones of one length, newest first.
+json show_pm(const port_list &ports, std::optional<pm_bins> bins);
+
+}  // namespace lumd

@@ -1,0 +1,29 @@
+#include "views/times.h"
+
+#include <fmt/chrono.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace lumd {
+namespace {
+
+double to_milliseconds(double seconds) { return std::round(seconds * 1000) / 1000; }
+
+}  // namespace
+
+double seconds_since(std::chrono::system_clock::time_point then) {
+  const std::chrono::duration<double> age = std::chrono::system_clock::now() - then;
+  return to_milliseconds(std::max(0.0, age.count()));
+}
+
+double seconds_of(std::chrono::steady_clock::duration duration) {
+  return to_milliseconds(std::chrono::duration<double>(duration).count());
+}
+
+std::string utc_text(std::chrono::system_clock::time_point time) {
+  return fmt::format("{:%Y-%m-%dT%H:%M:%SZ}",
+                     fmt::gmtime(std::chrono::system_clock::to_time_t(time)));
+}
+
+}  // namespace lumd
