@@ -3,7 +3,7 @@
 
 #include <cstdlib>
 
-#include "commands.h"
+#include "commands/commands.h"
 
 namespace {
 

@@ -1,0 +1,58 @@
+#include <fmt/format.h>
+
+#include "commands/commands.h"
+#include "printing/port_cells.h"
+
+namespace lumctl {
+namespace {
+
+std::string hexadecimal(const json &handle) {
+  return handle.is_number() ? fmt::format("0x{:08x}", handle.get<std::uint32_t>()) : "-";
+}
+
+std::string count_or_dash(const json &number) {
+  return number.is_number() ? fmt::format("{}", number.get<std::uint32_t>()) : "-";
+}
+
+// Whether the library has the controller under the same handle.
+cell library_cell(const json &controller) {
+  if (controller.at("agrees").get<bool>()) return {"agrees", colour::good};
+  if (controller.at("library_ifhandle").is_null()) return {"does not know it", colour::warning};
+  return {"has " + hexadecimal(controller.at("library_ifhandle")), colour::bad};
+}
+
+void print_controllers(const json &answer, const style &output) {
+  const std::vector<line_format> formats = {
+      {{{"CONTROLLER"}, {"IFHANDLE"}, {"STATE", true}, {"UPDATES", true}, {"LIBRARY"}}, 0}};
+  std::vector<record> records;
+  for (const json &controller : answer.at("controllers")) {
+    records.push_back({{{{{text_or_dash(controller.at("name")), colour::strong},
+                          {hexadecimal(controller.at("ifhandle"))},
+                          {count_or_dash(controller.at("state"))},
+                          {count_or_dash(controller.at("updates"))},
+                          library_cell(controller)}}},
+                       {}});
+  }
+  fmt::print("{}", render(formats, records, output));
+  const json &batches = answer.at("batches");
+  const auto count = [&batches](const char *name) { return batches.at(name).get<std::uint64_t>(); };
+  fmt::print("{} controllers; batches: {} create, {} delete, {} update, {} refused, {} pending\n",
+             records.size(), count("create"), count("delete"), count("update"), count("refused"),
+             count("pending"));
+}
+
+}  // namespace
+
+void add_show_controllers(CLI::App &show_app, command_line &line) {
+  CLI::App *command =
+      show_app.add_subcommand("controllers", "What the interface manager knows of the controllers");
+  command->add_flag("--json", line.as_json, "Print what the driver answered");
+  command->callback([&line] {
+    line.chosen = [&line] {
+      return show(line, "/v1/controllers",
+                  [&line](const json &answer) { print_controllers(answer, line.output); });
+    };
+  });
+}
+
+}  // namespace lumctl

@@ -1,0 +1,79 @@
+#include <fmt/format.h>
+
+#include "commands/commands.h"
+#include "printing/port_cells.h"
+
+namespace lumctl {
+namespace {
+
+std::string states_of(const json &counts) {
+  std::string text;
+  for (const auto &[state, count] : counts.items()) {
+    text += fmt::format("{}{} {}", text.empty() ? "" : ", ", count.get<unsigned>(), state);
+  }
+  return text.empty() ? "none" : text;
+}
+
+void line(const char *name, const std::string &value) {
+  fmt::print("{:<14} {}\n", std::string(name) + ":", value);
+}
+
+// The library counts a controller again with each replay.
+std::string controllers_of(const json &node) {
+  const auto existing = node.at("controllers_existing").get<unsigned>();
+  const auto counted = node.at("controllers").get<unsigned>();
+  std::string text = fmt::format("{}", existing);
+  if (counted != existing) text += fmt::format(", the library counts {}", counted);
+  if (node.at("resync").get<bool>()) text += ", replayed since the last creation or resync";
+  return text;
+}
+
+// The store, what it last failed at, and the one before it when that was not usable.
+void print_store(const json &store) {
+  std::string text =
+      fmt::format("{}: {} entries, {} writes, {} failures", text_or_dash(store.at("file")),
+                  store.at("entries").get<std::uint64_t>(), store.at("writes").get<std::uint64_t>(),
+                  store.at("failures").get<std::uint64_t>());
+  if (store.contains("last_failure")) {
+    text += ", the last: " + text_or_dash(store.at("last_failure"));
+  }
+  line("Checkpoints", text);
+  if (!store.contains("set_aside")) return;
+  const json &aside = store.at("set_aside");
+  line("Set aside", fmt::format("{}: was not usable: {}", text_or_dash(aside.at("file")),
+                                text_or_dash(aside.at("reason"))));
+}
+
+std::string failed_lines(const json &channel) {
+  const auto failures = channel.at("failures").get<std::uint64_t>();
+  return failures == 0 ? "" : fmt::format(", {} could not be written", failures);
+}
+
+void print_node(const json &node) {
+  line("Node",
+       fmt::format("{} (rack {})", text_or_dash(node.at("name")), node.at("rack").get<unsigned>()));
+  line("Driver",
+       fmt::format("lumd {}, {} start at {}, up for {} s", text_or_dash(node.at("version")),
+                   node.at("restart").get<bool>() ? "warm" : "cold",
+                   text_or_dash(node.at("started")), node.at("uptime_s").get<std::int64_t>()));
+  line("Description", text_or_dash(node.at("description")));
+  line("Ports",
+       fmt::format("{}: {}", node.at("ports").get<unsigned>(), states_of(node.at("port_states"))));
+  line("Controllers", controllers_of(node));
+  print_store(node.at("checkpoints"));
+  for (const json &channel : node.at("traces")) {
+    line("Trace", fmt::format("{}: {} lines{}", text_or_dash(channel.at("file")),
+                              channel.at("lines").get<std::uint64_t>(), failed_lines(channel)));
+  }
+}
+
+}  // namespace
+
+void add_show_node(CLI::App &show_app, command_line &line) {
+  CLI::App *command = show_app.add_subcommand("node", "The node and its driver");
+  command->add_flag("--json", line.as_json, "Print what the driver answered");
+  command->callback(
+      [&line] { line.chosen = [&line] { return show(line, "/v1/node", print_node); }; });
+}
+
+}  // namespace lumctl
