@@ -1,12 +1,13 @@
 // Asks the driver through its socket.
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <chrono>
+#include <memory>
 #include <string>
 
-namespace lumctl {
+#include "api/json.h"
 
-using json = nlohmann::ordered_json;
+namespace lumctl {
 
 enum class outcome {
   done,
@@ -16,14 +17,16 @@ enum class outcome {
 
 struct api_result {
   outcome what = outcome::unreachable;
-  json body;          // when done
-  std::string error;  // else: why, in one line
+  std::shared_ptr<const json> body;  // when done
+  std::string error;                 // else: why, in one line
 };
 
-// One request, and its answer, within half a minute. `target` is the encoded path and query; `body`
-// goes out when it is not null.
-api_result call(const std::string &socket, const std::string &method, const std::string &target,
-                const json &body = nullptr);
+constexpr std::chrono::seconds usual_patience(30);
+
+// One request, and its answer, within `patience`. `target` is the encoded path and query.
+api_result get(const std::string &socket, const std::string &target,
+               std::chrono::milliseconds patience = usual_patience);
+api_result post(const std::string &socket, const std::string &target, const json &body);
 
 // A text as one segment of a path or one value of a query.
 std::string encoded(const std::string &text);

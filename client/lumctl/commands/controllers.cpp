@@ -1,28 +1,42 @@
+// Replays of every controller.
 #include <fmt/format.h>
 
+#include <nlohmann/json.hpp>
+
+#include "commands/commands.h"
 #include "commands/exchange.h"
 
 namespace lumctl {
+namespace {
 
-void add_replay(CLI::App &app, command_line &line) {
-  CLI::App *command = app.add_subcommand(
-      "replay", "Ask the interface manager for the controllers of every port again");
-  const auto wanted = add_wait(*command);
-  finish(*command, line, [&line, wanted] {
-    return change(line, "/v1/controllers/replay", json::object(), *wanted, [](const json &reply) {
-      fmt::print("{} of {} controllers confirmed\n", reply.at("confirmed").get<unsigned>(),
-                 reply.at("controllers").get<unsigned>());
-    });
-  });
+std::string describe_replay(const json &reply) {
+  return fmt::format("{} of {} controllers confirmed\n", reply.at("confirmed").get<unsigned>(),
+                     reply.at("controllers").get<unsigned>());
 }
 
-void add_resync(CLI::App &app, command_line &line) {
-  CLI::App *command = app.add_subcommand("resync", "Ask the entity agent for a replay");
-  finish(*command, line, [&line] {
-    return change(line, "/v1/controllers/resync", json::object(), [](const json &) {
-      fmt::print("the entity agent has been asked for a replay\n");
-    });
-  });
+std::string describe_resync(const json & /*reply*/) {
+  return "the entity agent has been asked for a replay\n";
+}
+
+}  // namespace
+
+command replay_command() {
+  return {.name = "replay",
+          .help = "Ask the interface manager for the controllers of every port again",
+          .options = {wait_option(), json_option()},
+          .action = [](const session &now, const given &words) {
+            return change_and_wait(now, words, "/v1/controllers/replay", json::object(),
+                                   describe_replay);
+          }};
+}
+
+command resync_command() {
+  return {.name = "resync",
+          .help = "Ask the entity agent for a replay",
+          .options = {json_option()},
+          .action = [](const session &now, const given &words) {
+            return change(now, words, "/v1/controllers/resync", json::object(), describe_resync);
+          }};
 }
 
 }  // namespace lumctl

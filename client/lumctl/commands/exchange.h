@@ -1,34 +1,38 @@
-// Commands that change something.
+// What commands have in common: they ask the driver, print its answer and say how it went.
 #pragma once
 
 #include <functional>
-#include <memory>
 #include <string>
 
-#include "commands/commands.h"
+#include "api/json.h"
+#include "command_line/command.h"
+#include "command_line/status.h"
 
 namespace lumctl {
 
-// How a command wants to go on.
-struct waiting {
-  double seconds = 5;
-};
+// An answer of the driver as text.
+using printer = std::function<std::string(const json &)>;
 
-// Adds --wait; what the request's body says about it.
-std::shared_ptr<waiting> add_wait(CLI::App &command);
-void put_wait(const waiting &wanted, json &body);
+// The exit status of an answer that lacks what it should hold.
+int fail_for_missing_member();
 
-// Posts `body` to `target` and prints the reply: as JSON when that was asked for, else through
-// `print`. What has not come about is a failure, unless nobody wanted to wait for it. Returns the
+// Gets `target` and prints it: as JSON when that was asked for, else through `print`. Returns the
 // exit status.
-int change(const command_line &line, const std::string &target, const json &body,
-           const std::function<void(const json &)> &print, bool must_be_complete = true);
+int show(const session &now, const given &words, const std::string &target, const printer &print);
 
-// The same for a command that may be told to wait.
-int change(const command_line &line, const std::string &target, json body, const waiting &wanted,
-           const std::function<void(const json &)> &print);
+// Posts `body` to `target` and prints the reply likewise. What has not come about is a failure when
+// it `must_be_complete`. Returns the exit status.
+int change(const session &now, const given &words, const std::string &target, const json &body,
+           const printer &print, bool must_be_complete = true);
 
-// Puts --json and what the command does into its definition.
-void finish(CLI::App &command, command_line &line, std::function<int()> action);
+// The same for a command with the wait option: what has not come about is a failure unless nobody
+// wanted to wait for it.
+int change_and_wait(const session &now, const given &words, const std::string &target, json body,
+                    const printer &print);
+
+// The options that make a difference to these.
+option json_option(const std::string &help = "Print what the driver answered");
+bool wants_json(const given &words);
+option wait_option();
 
 }  // namespace lumctl

@@ -1,163 +1,119 @@
 // The interface manager, and what it is to do wrong.
-#include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
-#include <cstdint>
-
+#include "commands/commands.h"
 #include "commands/exchange.h"
-#include "printing/port_cells.h"
+#include "names.h"
+#include "printing/im_text.h"
 
 namespace lumctl {
 namespace {
 
-std::uint64_t number(const json &object, const char *name) {
-  return object.at(name).get<std::uint64_t>();
+constexpr const char *state = "state";
+
+// What the driver calls a word of an action.
+std::string member_of_word(const std::string &word) {
+  return word == "min" || word == "max" || word == "window" ? word + "_ms" : word;
 }
 
-std::string code_text(const json &object) {
-  const std::uint64_t code = number(object, "code");
-  return code > 0xFFFF ? fmt::format("0x{:08x}", code) : fmt::format("{}", code);
-}
-
-void print_batches(const json &behaviour, const char *member, const char *what) {
-  const json &fault = behaviour.at(member);
-  if (number(fault, "batches") == 0) return;
-  std::string how;
-  if (fault.contains("code")) how = fmt::format(" with code {}", code_text(fault));
-  if (fault.contains("kind")) how = fmt::format(", {}", text_or_dash(fault.at("kind")));
-  fmt::print("  {} the next {}{}\n", what, number(fault, "batches"), how);
-}
-
-void print_behaviour(const json &answer) {
-  const json &now = answer.at("behaviour");
-  fmt::print("Batches:\n");
-  print_batches(now, "refuse", "refused:");
-  print_batches(now, "drop", "dropped:");
-  print_batches(now, "fail", "failed whole:");
-  print_batches(now, "empty", "answered empty:");
-  print_batches(now, "malform", "create replies malformed:");
-  const json &delay = now.at("delay_ms");
-  fmt::print("  answered after {} to {} ms{}{}\n", number(delay, "min"), number(delay, "max"),
-             now.at("out_of_order").get<bool>() ? ", newest first" : "",
-             now.at("held").get<bool>() ? ", held" : "");
-  for (const json &name : now.at("fail_names")) {
-    fmt::print("  elements of {} fail with code {}\n", text_or_dash(name.at("name")),
-               code_text(name));
-  }
-  const json &every = now.at("fail_every");
-  if (number(every, "nth") != 0) {
-    fmt::print("  every {}th element fails with code {}\n", number(every, "nth"), code_text(every));
+void put(json &body, const std::string &word, const std::optional<value> &takes,
+         const given &words) {
+  if (!words.has(word)) return;
+  if (word == state) {
+    body["on"] = words.text(word) == on;
+  } else if (!takes) {
+    body[member_of_word(word)] = true;
+  } else if (takes->kind == value_kind::whole) {
+    body[member_of_word(word)] = words.whole(word);
+  } else {
+    body[member_of_word(word)] = words.text(word);
   }
 }
 
-void print_im(const json &answer) {
-  fmt::print("Controllers: {}\n", number(answer, "controllers"));
-  print_behaviour(answer);
-  fmt::print("So far:\n");
-  for (const auto &[name, count] : answer.at("statistics").items()) {
-    fmt::print("  {:<16} {}\n", name, count.get<std::uint64_t>());
-  }
+// An action of the interface manager: whatever is given goes into the request.
+command action(const std::string &name, const std::string &help,
+               const std::vector<argument> &arguments, const std::vector<option> &options = {}) {
+  command described = {.name = name,
+                       .help = help,
+                       .arguments = arguments,
+                       .options = {json_option()},
+                       .action = [=](const session &now, const given &words) {
+                         json body = {{"action", name}};
+                         for (const argument &one : arguments) {
+                           put(body, one.name, one.takes, words);
+                         }
+                         for (const option &one : options) put(body, one.name, one.takes, words);
+                         return change(now, words, "/v1/im", body, describe_im_behaviour);
+                       }};
+  described.options.insert(described.options.end(), options.begin(), options.end());
+  return described;
 }
 
-// One action: its body is filled in by the options of its command.
-class action {
- public:
-  action(CLI::App &im, command_line &line, const std::string &name, const std::string &help)
-      : command_(*im.add_subcommand(name, help)), body_(std::make_shared<json>()) {
-    (*body_)["action"] = name;
-    finish(command_, line,
-           [&line, body = body_] { return change(line, "/v1/im", *body, print_behaviour); });
-  }
+argument number(const std::string &name, const std::string &help) {
+  return {name, help, value{.kind = value_kind::whole}};
+}
+argument batches() { return number("count", "How many batches; 0 takes back what is left"); }
+argument code() { return number("code", "A cerrno, 1 or more"); }
+argument element_code() { return number("code", "A cerrno; 0 takes the fault back"); }
 
-  action &number(const std::string &name, const std::string &help) {
-    add<std::uint32_t>(name, name, help)->required();
-    return *this;
-  }
-  action &text(const std::string &name, const std::string &help) {
-    add<std::string>(name, name, help)->required();
-    return *this;
-  }
-  action &milliseconds(const std::string &name, const std::string &help) {
-    add<std::uint32_t>(name, name + "_ms", help)->required();
-    return *this;
-  }
-  action &option(const std::string &name, const std::string &member, const std::string &help) {
-    add<std::uint32_t>("--" + name, member, help);
-    return *this;
-  }
-  action &on_or_off() {
-    command_
-        .add_option_function<std::string>(
-            "state", [body = body_](const std::string &state) { (*body)["on"] = state == "on"; },
-            "on or off")
-        ->required()
-        ->check(CLI::IsMember({"on", "off"}));
-    return *this;
-  }
-  action &flag(const std::string &name, const std::string &help) {
-    command_.add_flag_callback(
-        "--" + name, [body = body_, name] { (*body)[name] = true; }, help);
-    return *this;
-  }
-
- private:
-  template <typename Value>
-  CLI::Option *add(const std::string &name, const std::string &member, const std::string &help) {
-    return command_.add_option_function<Value>(
-        name, [body = body_, member](const Value &value) { (*body)[member] = value; }, help);
-  }
-
-  CLI::App &command_;
-  std::shared_ptr<json> body_;
-};
-
-void add_faults(CLI::App &im, command_line &line) {
-  const char *batches = "How many batches; 0 takes back what is left";
-  const char *code = "A cerrno, 1 or more";
-  const char *element_code = "A cerrno; 0 takes the fault back";
-  action(im, line, "refuse", "Refuse the next batches")
-      .number("count", batches)
-      .number("code", code);
-  action(im, line, "drop", "Accept the next batches and never answer them")
-      .number("count", batches);
-  action(im, line, "fail-next", "Answer the next batches with a failure of the whole batch")
-      .number("count", batches)
-      .number("code", code);
-  action(im, line, "fail-name", "Fail every element of a controller's name")
-      .text("name", "The controller's name, such as Ots0_1_0_1_0")
-      .number("code", element_code);
-  action(im, line, "fail-every", "Fail every n-th element")
-      .number("nth", "2 fails every other one; 0 takes the fault back")
-      .number("code", element_code);
-  action(im, line, "empty", "Answer the next batches with a count of 0").number("count", batches);
-  action(im, line, "malform",
-         "Spoil the replies to the next create batches; the driver ends when it reads one")
-      .number("count", batches)
-      .text("kind", "garbage, truncated, missing-member or absent");
+argument on_or_off() {
+  return {state, listed(switch_states()),
+          value{.words = as_words(switch_states()), .only_words = true}};
 }
 
-void add_manners(CLI::App &im, command_line &line) {
-  action(im, line, "delay", "Answer each batch after a random time")
-      .milliseconds("min", "Milliseconds")
-      .milliseconds("max", "Milliseconds")
-      .option("seed", "seed", "Of the random times");
-  action(im, line, "hold", "Answer no batch while on").on_or_off();
-  action(im, line, "out-of-order", "Let batches gather and answer the newest first")
-      .on_or_off()
-      .option("window", "window_ms", "Milliseconds to gather for; 20 unless given");
-  action(im, line, "restart", "Forget every controller, once pending batches are answered")
-      .flag("drop", "Drop pending batches instead");
-  action(im, line, "behave", "Take back every fault, delay and hold");
+option number_option(const std::string &name, const std::string &help) {
+  return {name, help, value{.kind = value_kind::whole}};
+}
+
+std::vector<command> faults() {
+  return {
+      action("refuse", "Refuse the next batches", {batches(), code()}),
+      action("drop", "Accept the next batches and never answer them", {batches()}),
+      action("fail-next", "Answer the next batches with a failure of the whole batch",
+             {batches(), code()}),
+      action("fail-name", "Fail every element of a controller's name",
+             {{"name", "The controller's name, such as Ots0_1_0_1_0",
+               value{.names = known_names::controllers}},
+              element_code()}),
+      action("fail-every", "Fail every n-th element",
+             {number("nth", "2 fails every other one; 0 takes the fault back"), element_code()}),
+      action("empty", "Answer the next batches with a count of 0", {batches()}),
+      action("malform",
+             "Spoil the replies to the next create batches; the driver ends when it reads one",
+             {batches(),
+              {"kind", listed(malformations()), value{.words = as_words(malformations())}}}),
+  };
+}
+
+std::vector<command> manners() {
+  return {
+      action("delay", "Answer each batch after a random time",
+             {number("min", "Milliseconds"), number("max", "Milliseconds")},
+             {number_option("seed", "Of the random times")}),
+      action("hold", "Answer no batch while on", {on_or_off()}),
+      action("out-of-order", "Let batches gather and answer the newest first", {on_or_off()},
+             {number_option("window", "Milliseconds to gather for; 20 unless given")}),
+      action("restart", "Forget every controller, once pending batches are answered", {},
+             {{"drop", "Drop pending batches instead"}}),
+      action("behave", "Take back every fault, delay and hold", {}),
+  };
 }
 
 }  // namespace
 
-void add_im(CLI::App &app, command_line &line) {
-  CLI::App *im = app.add_subcommand("im", "The interface manager: its state, faults and restart");
-  im->require_subcommand(1);
-  CLI::App *show_command = im->add_subcommand("show", "What it is asked to do, and has done");
-  finish(*show_command, line, [&line] { return show(line, "/v1/im", print_im); });
-  add_faults(*im, line);
-  add_manners(*im, line);
+command im_commands() {
+  command im = {.name = "im",
+                .help = "The interface manager: its state, faults and restart",
+                .commands = {{.name = "show",
+                              .help = "What it is asked to do, and has done",
+                              .options = {json_option()},
+                              .action = [](const session &now, const given &words) {
+                                return show(now, words, "/v1/im", describe_im);
+                              }}}};
+  for (const auto &group : {faults(), manners()}) {
+    im.commands.insert(im.commands.end(), group.begin(), group.end());
+  }
+  return im;
 }
 
 }  // namespace lumctl

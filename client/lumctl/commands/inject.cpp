@@ -1,19 +1,18 @@
+// Alarms and readings that are not the module's, for tests.
 #include <fmt/format.h>
 
+#include <nlohmann/json.hpp>
+
+#include "commands/commands.h"
 #include "commands/exchange.h"
 #include "commands/sub_port_name.h"
+#include "names.h"
 #include "printing/port_cells.h"
 
 namespace lumctl {
 namespace {
 
-struct injection {
-  std::string where;
-  std::string what;
-  std::string status;
-};
-
-void print_injected(const json &reply) {
+std::string describe_injected(const json &reply) {
   std::string alarms;
   for (const json &name : reply.at("alarms")) {
     alarms += (alarms.empty() ? "" : ", ") + text_or_dash(name);
@@ -22,55 +21,68 @@ void print_injected(const json &reply) {
   for (const auto &[name, offset] : reply.at("offsets").items()) {
     offsets += fmt::format("{}{} +{}", offsets.empty() ? "" : ", ", name, offset.get<unsigned>());
   }
-  fmt::print("{} sub-port {}: alarms forced on: {}; readings raised: {}\n",
-             text_or_dash(reply.at("port")), reply.at("sub_port").get<unsigned>(),
-             alarms.empty() ? "none" : alarms, offsets.empty() ? "none" : offsets);
-  if (!reply.at("complete").get<bool>()) fmt::print("{}\n", text_or_dash(reply.at("reason")));
+  std::string text =
+      fmt::format("{} sub-port {}: alarms forced on: {}; readings raised: {}\n",
+                  text_or_dash(reply.at("port")), reply.at("sub_port").get<unsigned>(),
+                  alarms.empty() ? "none" : alarms, offsets.empty() ? "none" : offsets);
+  if (!reply.at("complete").get<bool>()) text += text_or_dash(reply.at("reason")) + "\n";
+  return text;
 }
 
 // What is injected shows later when the port has no readings yet: that is no failure.
-int inject(const command_line &line, const std::string &target, const json &body) {
-  return change(line, target, body, print_injected, false);
+int inject(const session &now, const given &words, const std::string &target, const json &body) {
+  return change(now, words, target, body, describe_injected, false);
 }
 
-void add_one(CLI::App &parent, command_line &line, const char *name, const char *help,
-             const char *what_help, const std::string &target) {
-  const auto wanted = std::make_shared<injection>();
-  CLI::App *command = parent.add_subcommand(name, help);
-  command->add_option("where", wanted->where, "NAME:SUBPORT, the sub-port of a port")
-      ->required()
-      ->check(check_sub_port_name);
-  command->add_option("what", wanted->what, what_help)->required();
-  command->add_option("status", wanted->status, "on or off")
-      ->required()
-      ->check(CLI::IsMember({"on", "off"}));
-  const std::string member = name;
-  finish(*command, line, [&line, wanted, target, member] {
-    const auto where = read_sub_port_name(wanted->where);
-    if (!where) return fail(exit_usage, check_sub_port_name(wanted->where));
-    return inject(line, target,
-                  {{"port", where->port},
-                   {"sub_port", where->sub_port},
-                   {member, wanted->what},
-                   {"on", wanted->status == "on"}});
-  });
+// `kind` is the command's own name and what the driver calls it.
+int inject_one(const session &now, const given &words, const std::string &kind) {
+  const auto where = read_sub_port_name(words.text("where"));
+  if (!where) return fail(exit_usage, check_sub_port_name(words.text("where")));
+  return inject(now, words, "/v1/inject/" + kind,
+                {{"port", where->port},
+                 {"sub_port", where->sub_port},
+                 {kind, words.text("what")},
+                 {"on", words.text("status") == on}});
+}
+
+command one(const std::string &name, const std::string &help, const std::string &what_help,
+            std::span<const std::string_view> names) {
+  std::vector<std::string> offered = as_words(names);
+  offered.emplace_back(everything);
+  return {.name = name,
+          .help = help,
+          .arguments = {{"where", "NAME:SUBPORT, the sub-port of a port",
+                         value{.names = known_names::sub_ports, .wrong = check_sub_port_name}},
+                        {"what", what_help, value{.words = offered}},
+                        {"status", listed(switch_states()),
+                         value{.words = as_words(switch_states()), .only_words = true}}},
+          .options = {json_option()},
+          .action = [name](const session &now, const given &words) {
+            return inject_one(now, words, name);
+          }};
+}
+
+int inject_text(const session &now, const given &words) {
+  return inject(now, words, "/v1/inject/text", {{"text", words.text("text")}});
 }
 
 }  // namespace
 
-void add_inject(CLI::App &app, command_line &line) {
-  CLI::App *command = app.add_subcommand(
-      "inject", "Force alarms on or raise readings for a test; lumd needs --alarm-tests");
-  command->require_subcommand(0, 1);
-  add_one(*command, line, "alarm", "Force an alarm of a sub-port on, or let it go",
-          "The alarm: its name, its number, or all", "/v1/inject/alarm");
-  add_one(*command, line, "readings", "Raise what is monitored of a sub-port's readings, or not",
-          "reading-3, power-1, power-0, reading-4 or all, or 1 to 5", "/v1/inject/readings");
-  const auto text = std::make_shared<std::string>();
-  CLI::App *raw = command->add_subcommand("text", "Send the text of a test as it is");
-  raw->add_option("text", *text, "ANYTHING#INTERFACE#TEST#ID#STATUS, numbers in hexadecimal")
-      ->required();
-  finish(*raw, line, [&line, text] { return inject(line, "/v1/inject/text", {{"text", *text}}); });
+command inject_commands() {
+  const command text = {
+      .name = "text",
+      .help = "Send the text of a test as it is",
+      .arguments = {{"text", "ANYTHING#INTERFACE#TEST#ID#STATUS, numbers in hexadecimal"}},
+      .options = {json_option()},
+      .action = inject_text};
+  return {.name = "inject",
+          .help = "Force alarms on or raise readings for a test; lumd needs --alarm-tests",
+          .commands = {
+              one("alarm", "Force an alarm of a sub-port on, or let it go",
+                  "The alarm: its name, its number, or all", alarms()),
+              one("readings", "Raise what is monitored of a sub-port's readings, or not",
+                  listed(raisable_readings(), ", ") + " or all, or 1 to 5", raisable_readings()),
+              text}};
 }
 
 }  // namespace lumctl

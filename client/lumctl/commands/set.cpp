@@ -1,27 +1,20 @@
+// A port's settings.
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <cstdint>
+#include <nlohmann/json.hpp>
 
+#include "api/client.h"
+#include "commands/commands.h"
 #include "commands/exchange.h"
+#include "names.h"
 #include "printing/port_cells.h"
 #include "printing/port_text.h"
 
 namespace lumctl {
 namespace {
-
-constexpr std::array<std::string_view, 7> fields = {"threshold", "p2-setting", "mode", "setting-a",
-                                                    "setting-b", "enable",     "sub1"};
-
-std::string joined_fields() {
-  std::string names;
-  for (const std::string_view field : fields) {
-    names += (names.empty() ? "" : ", ") + std::string(field);
-  }
-  return names;
-}
 
 // A decimal or 0x hexadecimal number, possibly negative.
 bool read_number(std::string_view text, std::int64_t &number) {
@@ -42,17 +35,18 @@ std::string read_setting(const std::string &text, json &body) {
   if (equals == std::string::npos) return fmt::format("\"{}\" is not FIELD=VALUE", text);
   std::string field = text.substr(0, equals);
   std::replace(field.begin(), field.end(), '_', '-');
-  if (std::find(fields.begin(), fields.end(), field) == fields.end()) {
-    return fmt::format("there is no setting \"{}\", expected one of {}", field, joined_fields());
+  if (std::find(settings().begin(), settings().end(), field) == settings().end()) {
+    return fmt::format("there is no setting \"{}\", expected one of {}", field,
+                       listed(settings(), ", "));
   }
   std::int64_t number = 0;
   if (!read_number(std::string_view(text).substr(equals + 1), number)) {
     return fmt::format("{} is \"{}\", expected a whole number of at most 32 bits", field,
                        text.substr(equals + 1));
   }
-  std::replace(field.begin(), field.end(), '-', '_');
-  if (body.contains(field)) return fmt::format("{} is given twice", field);
-  body[field] = number;
+  const std::string member = member_of(field);
+  if (body.contains(member)) return fmt::format("{} is given twice", member);
+  body[member] = number;
   return {};
 }
 
@@ -83,38 +77,46 @@ target read_target(const std::string &text) {
   return result;
 }
 
-void print_stored(const json &reply) {
+std::string describe_stored(const json &reply) {
   const std::string name = text_or_dash(reply.at("name"));
-  fmt::print("{}:{} {}\n", name, reply.at("sub_port").get<unsigned>(),
-             describe_configuration(reply.at("stored")));
+  std::string text = fmt::format("{}:{} {}\n", name, reply.at("sub_port").get<unsigned>(),
+                                 describe_configuration(reply.at("stored")));
   if (!reply.at("module_written").get<bool>()) {
-    fmt::print(
+    text += fmt::format(
         "not all of it has reached the module; \"lumctl port update {} up\" writes it again\n",
         name);
   }
+  return text;
+}
+
+int change_settings(const session &now, const given &words) {
+  target wanted = read_target(words.text("name"));
+  for (const std::string &setting : words.texts("setting")) {
+    if (const auto wrong = read_setting(setting, wanted.body); !wrong.empty()) {
+      return fail(exit_usage, wrong);
+    }
+  }
+  return change(now, words, "/v1/ports/" + encoded(wanted.name) + "/settings", wanted.body,
+                describe_stored);
+}
+
+std::vector<std::string> setting_words() {
+  std::vector<std::string> words;
+  for (const std::string_view setting : settings()) words.push_back(std::string(setting) + "=");
+  return words;
 }
 
 }  // namespace
 
-void add_set(CLI::App &app, command_line &line) {
-  CLI::App *command =
-      app.add_subcommand("set", "Change settings of a port: in its module, and kept for good");
-  auto name = std::make_shared<std::string>();
-  auto settings = std::make_shared<std::vector<std::string>>();
-  command->add_option("name", *name, "NAME or NAME:SUBPORT; sub-port 0 unless given")->required();
-  command->add_option("setting", *settings, "FIELD=VALUE, FIELD being one of " + joined_fields())
-      ->required()
-      ->check(check_setting);
-  finish(*command, line, [&line, name, settings] {
-    target wanted = read_target(*name);
-    for (const std::string &setting : *settings) {
-      if (const auto wrong = read_setting(setting, wanted.body); !wrong.empty()) {
-        return fail(exit_usage, wrong);
-      }
-    }
-    return change(line, "/v1/ports/" + encoded(wanted.name) + "/settings", wanted.body,
-                  print_stored);
-  });
+command set_command() {
+  return {.name = "set",
+          .help = "Change settings of a port: in its module, and kept for good",
+          .arguments = {{"name", "NAME or NAME:SUBPORT; sub-port 0 unless given",
+                         value{.names = known_names::ports_and_sub_ports}},
+                        {"setting", "FIELD=VALUE, FIELD being one of " + listed(settings(), ", "),
+                         value{.words = setting_words(), .wrong = check_setting}, true, true}},
+          .options = {json_option()},
+          .action = change_settings};
 }
 
 }  // namespace lumctl

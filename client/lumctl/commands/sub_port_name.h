@@ -14,7 +14,7 @@ struct sub_port_name {
 // Nothing unless the text ends in ":0" or ":1".
 std::optional<sub_port_name> read_sub_port_name(const std::string &text);
 
-// For CLI11: empty, or what is wrong.
+// Empty, or what is wrong with the text.
 std::string check_sub_port_name(const std::string &text);
 
 }  // namespace lumctl

@@ -1,12 +1,15 @@
-#include <fmt/chrono.h>
+// The ports again and again, as polling cycles end.
 #include <fmt/format.h>
 
 #include <chrono>
+#include <ctime>
+#include <nlohmann/json.hpp>
 #include <optional>
-#include <thread>
 
+#include "api/client.h"
 #include "commands/commands.h"
-#include "printing/port_cells.h"
+#include "commands/exchange.h"
+#include "printing/polling_text.h"
 #include "printing/ports_table.h"
 #include "terminal/screen.h"
 
@@ -24,6 +27,7 @@ struct watching {
   double interval = 0;  // seconds; 0: as polling cycles end
   unsigned count = 0;   // pictures; 0: until interrupted
   bool all = false;
+  bool as_json = false;
 };
 
 // What the driver said, or why it did not.
@@ -34,35 +38,19 @@ struct view {
   bool good() const { return failure().what == outcome::done; }
 };
 
-std::string describe_polling(const json &polling) {
-  std::string text = fmt::format("{:%H:%M:%S}  cycle {}", fmt::localtime(std::time(nullptr)),
-                                 polling.at("cycles").get<std::uint64_t>());
-  if (const json &last = polling.at("last"); last.is_object()) {
-    text += fmt::format(": {} ports in {} s", last.at("ports").get<unsigned>(),
-                        number_or_dash(last.at("duration_s"), 3));
-    if (last.contains("lateness_s")) {
-      text += fmt::format(", {} s late", number_or_dash(last.at("lateness_s"), 3));
-    }
-    text += fmt::format(", ended {} s ago", number_or_dash(last.at("age_s"), 0));
-  }
-  if (polling.at("running").get<bool>()) text += ", the next is running";
-  if (polling.at("paused").get<bool>()) text += ", polling is paused";
-  return text;
-}
-
 std::string describe(const view &seen, const style &output) {
-  return painted(output, describe_polling(seen.polling.body), colour::strong) + "\n\n" +
-         describe_ports(seen.ports.body.at("ports"), false, output);
+  return painted(output, describe_polling(*seen.polling.body), colour::strong) + "\n\n" +
+         describe_ports(*seen.ports.body, false, output);
 }
 
 std::uint64_t cycles_of(const api_result &polling) {
-  return polling.what == outcome::done ? polling.body.at("cycles").get<std::uint64_t>() : 0;
+  return polling.what == outcome::done ? polling.body->at("cycles").get<std::uint64_t>() : 0;
 }
 
 class watcher {
  public:
-  watcher(const command_line &line, const watching &wanted) : line_(line), wanted_(wanted) {
-    if (!line.as_json && can_draw()) screen_.emplace();
+  watcher(const session &now, const watching &wanted) : now_(now), wanted_(wanted) {
+    if (!wanted.as_json && can_draw()) screen_.emplace();
   }
 
   int run() {
@@ -79,23 +67,23 @@ class watcher {
  private:
   view look() const {
     view seen;
-    seen.polling = call(line_.socket, "GET", "/v1/polling");
+    seen.polling = get(now_.socket, "/v1/polling");
     if (seen.polling.what == outcome::done) {
-      seen.ports = call(line_.socket, "GET", wanted_.all ? "/v1/ports" : "/v1/ports?existing");
+      seen.ports = get(now_.socket, wanted_.all ? "/v1/ports" : "/v1/ports?existing");
     }
     return seen;
   }
 
   void put(const view &seen) {
-    if (line_.as_json) {
-      const json both = {{"polling", seen.polling.body}, {"ports", seen.ports.body.at("ports")}};
+    if (wanted_.as_json) {
+      const json both = {{"polling", *seen.polling.body}, {"ports", seen.ports.body->at("ports")}};
       fmt::print("{}\n", both.dump(-1, ' ', false, json::error_handler_t::replace));
     } else if (screen_) {
       const style output = style_of_output();
       screen_->draw(seen.good() ? describe(seen, output)
                                 : painted(output, seen.failure().error, colour::bad) + "\n");
     } else {
-      fmt::print("{}\n", describe(seen, line_.output));
+      fmt::print("{}\n", describe(seen, now_.output));
     }
     std::fflush(stdout);
   }
@@ -113,7 +101,7 @@ class watcher {
       const timespec time = {pause.count() / 1'000'000'000, pause.count() % 1'000'000'000};
       ::nanosleep(&time, nullptr);
       if (wanted_.interval > 0) continue;
-      const api_result now = call(line_.socket, "GET", "/v1/polling");
+      const api_result now = get(now_.socket, "/v1/polling");
       if (now.what != outcome::done || cycles_of(now) != cycles_shown) return;
     }
   }
@@ -123,35 +111,33 @@ class watcher {
     return fail(failure.what == outcome::refused ? exit_refused : exit_unreachable, failure.error);
   }
 
-  const command_line &line_;
+  const session &now_;
   const watching &wanted_;
   std::optional<screen> screen_;
 };
 
-int watch(const command_line &line, const watching &wanted) {
+int watch(const session &now, const given &words) {
+  const watching wanted = {words.real("interval"), words.whole("count"), words.has("all"),
+                           wants_json(words)};
   try {
-    return watcher(line, wanted).run();
+    return watcher(now, wanted).run();
   } catch (const json::exception &) {
-    return fail(exit_unreachable, "the driver's answer lacks something; is it another version?");
+    return fail_for_missing_member();
   }
 }
 
 }  // namespace
 
-void add_watch(CLI::App &app, command_line &line) {
-  const auto wanted = std::make_shared<watching>();
-  CLI::App *command =
-      app.add_subcommand("watch", "Show every port again as each polling cycle ends");
-  command
-      ->add_option("--interval", wanted->interval,
-                   "Seconds between two pictures, instead of a polling cycle")
-      ->check(CLI::Range(0.1, 86400.0));
-  command->add_option("--count", wanted->count, "End after so many pictures")
-      ->check(CLI::Range(1, 1'000'000));
-  command->add_flag("--all", wanted->all, "Also ports that are described but do not exist");
-  command->add_flag("--json", line.as_json, "Print one line of JSON for each picture");
-  command->callback(
-      [&line, wanted] { line.chosen = [&line, wanted] { return watch(line, *wanted); }; });
+command watch_command() {
+  return {.name = "watch",
+          .help = "Show every port again as each polling cycle ends",
+          .options = {{"interval", "Seconds between two pictures, instead of a polling cycle",
+                       value{.kind = value_kind::real, .within = limits{0.1, 86400}}},
+                      {"count", "End after so many pictures",
+                       value{.kind = value_kind::whole, .within = limits{1, 1'000'000}}},
+                      {"all", "Also ports that are described but do not exist"},
+                      json_option("Print one line of JSON for each picture")},
+          .action = watch};
 }
 
 }  // namespace lumctl

@@ -1,8 +1,11 @@
+#include "printing/alarms_table.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
 
-#include "commands/commands.h"
+#include <nlohmann/json.hpp>
+
 #include "printing/port_cells.h"
 
 namespace lumctl {
@@ -45,34 +48,21 @@ record alarm_record(const json &interface) {
   return result;
 }
 
-void print_alarms(const json &answer, const style &output) {
+}  // namespace
+
+std::string describe_alarms(const json &answer, const style &output) {
   std::vector<record> records;
   for (const json &interface : answer.at("interfaces")) {
     records.push_back(alarm_record(interface));
   }
   if (records.empty()) {
-    fmt::print("no alarm is raised on any of {} sub-ports\n", answer.at("known").get<unsigned>());
-    return;
+    return fmt::format("no alarm is raised on any of {} sub-ports\n",
+                       answer.at("known").get<unsigned>());
   }
   const std::vector<column> columns = {
       {"PORT"},          {"SUB", true},       {"CONTROLLER"},      {"SINCE S", true},
       {"CHANGES", true}, {"PUBLISHED", true}, {"RAISED SO OFTEN"}, {"RAISED NOW"}};
-  fmt::print("{}", render({{columns, 0}}, records, output));
-}
-
-}  // namespace
-
-void add_show_alarms(CLI::App &show_app, command_line &line) {
-  const auto all = std::make_shared<bool>(false);
-  CLI::App *command = show_app.add_subcommand("alarms", "Alarms that are raised, with counters");
-  command->add_flag("--all", *all, "Also sub-ports without an alarm");
-  command->add_flag("--json", line.as_json, "Print what the driver answered");
-  command->callback([&line, all] {
-    line.chosen = [&line, all] {
-      return show(line, *all ? "/v1/alarms?all=true" : "/v1/alarms",
-                  [&line](const json &answer) { print_alarms(answer, line.output); });
-    };
-  });
+  return render({{columns, 0}}, records, output);
 }
 
 }  // namespace lumctl

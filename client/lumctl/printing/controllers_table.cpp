@@ -1,6 +1,9 @@
+#include "printing/controllers_table.h"
+
 #include <fmt/format.h>
 
-#include "commands/commands.h"
+#include <nlohmann/json.hpp>
+
 #include "printing/port_cells.h"
 
 namespace lumctl {
@@ -21,7 +24,9 @@ cell library_cell(const json &controller) {
   return {"has " + hexadecimal(controller.at("library_ifhandle")), colour::bad};
 }
 
-void print_controllers(const json &answer, const style &output) {
+}  // namespace
+
+std::string describe_controllers(const json &answer, const style &output) {
   const std::vector<line_format> formats = {
       {{{"CONTROLLER"}, {"IFHANDLE"}, {"STATE", true}, {"UPDATES", true}, {"LIBRARY"}}, 0}};
   std::vector<record> records;
@@ -33,26 +38,13 @@ void print_controllers(const json &answer, const style &output) {
                           library_cell(controller)}}},
                        {}});
   }
-  fmt::print("{}", render(formats, records, output));
   const json &batches = answer.at("batches");
   const auto count = [&batches](const char *name) { return batches.at(name).get<std::uint64_t>(); };
-  fmt::print("{} controllers; batches: {} create, {} delete, {} update, {} refused, {} pending\n",
+  return render(formats, records, output) +
+         fmt::format(
+             "{} controllers; batches: {} create, {} delete, {} update, {} refused, {} pending\n",
              records.size(), count("create"), count("delete"), count("update"), count("refused"),
              count("pending"));
-}
-
-}  // namespace
-
-void add_show_controllers(CLI::App &show_app, command_line &line) {
-  CLI::App *command =
-      show_app.add_subcommand("controllers", "What the interface manager knows of the controllers");
-  command->add_flag("--json", line.as_json, "Print what the driver answered");
-  command->callback([&line] {
-    line.chosen = [&line] {
-      return show(line, "/v1/controllers",
-                  [&line](const json &answer) { print_controllers(answer, line.output); });
-    };
-  });
 }
 
 }  // namespace lumctl

@@ -1,6 +1,10 @@
+#include "printing/node_text.h"
+
 #include <fmt/format.h>
 
-#include "commands/commands.h"
+#include <nlohmann/json.hpp>
+
+#include "printing/line.h"
 #include "printing/port_cells.h"
 
 namespace lumctl {
@@ -14,10 +18,6 @@ std::string states_of(const json &counts) {
   return text.empty() ? "none" : text;
 }
 
-void line(const char *name, const std::string &value) {
-  fmt::print("{:<14} {}\n", std::string(name) + ":", value);
-}
-
 // The library counts a controller again with each replay.
 std::string controllers_of(const json &node) {
   const auto existing = node.at("controllers_existing").get<unsigned>();
@@ -29,7 +29,7 @@ std::string controllers_of(const json &node) {
 }
 
 // The store, what it last failed at, and the one before it when that was not usable.
-void print_store(const json &store) {
+std::string describe_store(const json &store) {
   std::string text =
       fmt::format("{}: {} entries, {} writes, {} failures", text_or_dash(store.at("file")),
                   store.at("entries").get<std::uint64_t>(), store.at("writes").get<std::uint64_t>(),
@@ -37,11 +37,12 @@ void print_store(const json &store) {
   if (store.contains("last_failure")) {
     text += ", the last: " + text_or_dash(store.at("last_failure"));
   }
-  line("Checkpoints", text);
-  if (!store.contains("set_aside")) return;
+  text = line("Checkpoints", text);
+  if (!store.contains("set_aside")) return text;
   const json &aside = store.at("set_aside");
-  line("Set aside", fmt::format("{}: was not usable: {}", text_or_dash(aside.at("file")),
-                                text_or_dash(aside.at("reason"))));
+  return text +
+         line("Set aside", fmt::format("{}: was not usable: {}", text_or_dash(aside.at("file")),
+                                       text_or_dash(aside.at("reason"))));
 }
 
 std::string failed_lines(const json &channel) {
@@ -49,31 +50,28 @@ std::string failed_lines(const json &channel) {
   return failures == 0 ? "" : fmt::format(", {} could not be written", failures);
 }
 
-void print_node(const json &node) {
-  line("Node",
-       fmt::format("{} (rack {})", text_or_dash(node.at("name")), node.at("rack").get<unsigned>()));
-  line("Driver",
-       fmt::format("lumd {}, {} start at {}, up for {} s", text_or_dash(node.at("version")),
-                   node.at("restart").get<bool>() ? "warm" : "cold",
-                   text_or_dash(node.at("started")), node.at("uptime_s").get<std::int64_t>()));
-  line("Description", text_or_dash(node.at("description")));
-  line("Ports",
-       fmt::format("{}: {}", node.at("ports").get<unsigned>(), states_of(node.at("port_states"))));
-  line("Controllers", controllers_of(node));
-  print_store(node.at("checkpoints"));
-  for (const json &channel : node.at("traces")) {
-    line("Trace", fmt::format("{}: {} lines{}", text_or_dash(channel.at("file")),
-                              channel.at("lines").get<std::uint64_t>(), failed_lines(channel)));
-  }
-}
-
 }  // namespace
 
-void add_show_node(CLI::App &show_app, command_line &line) {
-  CLI::App *command = show_app.add_subcommand("node", "The node and its driver");
-  command->add_flag("--json", line.as_json, "Print what the driver answered");
-  command->callback(
-      [&line] { line.chosen = [&line] { return show(line, "/v1/node", print_node); }; });
+std::string describe_node(const json &node) {
+  std::string text;
+  text += line("Node", fmt::format("{} (rack {})", text_or_dash(node.at("name")),
+                                   node.at("rack").get<unsigned>()));
+  text +=
+      line("Driver",
+           fmt::format("lumd {}, {} start at {}, up for {} s", text_or_dash(node.at("version")),
+                       node.at("restart").get<bool>() ? "warm" : "cold",
+                       text_or_dash(node.at("started")), node.at("uptime_s").get<std::int64_t>()));
+  text += line("Description", text_or_dash(node.at("description")));
+  text += line("Ports", fmt::format("{}: {}", node.at("ports").get<unsigned>(),
+                                    states_of(node.at("port_states"))));
+  text += line("Controllers", controllers_of(node));
+  text += describe_store(node.at("checkpoints"));
+  for (const json &channel : node.at("traces")) {
+    text +=
+        line("Trace", fmt::format("{}: {} lines{}", text_or_dash(channel.at("file")),
+                                  channel.at("lines").get<std::uint64_t>(), failed_lines(channel)));
+  }
+  return text;
 }
 
 }  // namespace lumctl

@@ -1,15 +1,13 @@
+#include "printing/pm_table.h"
+
 #include <fmt/format.h>
 
-#include "commands/commands.h"
+#include <nlohmann/json.hpp>
+
 #include "printing/port_cells.h"
 
 namespace lumctl {
 namespace {
-
-struct wanted_pm {
-  std::string name;
-  std::string bins;
-};
 
 std::vector<column> pm_columns() {
   return {{"PORT"},          {"SUB", true},     {"BIN"},       {"START"},
@@ -73,7 +71,9 @@ void add_bin(const json &interface, const json &bin, std::vector<row> &rows) {
   }
 }
 
-void print_pm(const json &answer, const style &output) {
+}  // namespace
+
+std::string describe_pm(const json &answer, const style &output) {
   std::vector<record> records;
   for (const json &interface : answer.at("interfaces")) {
     std::vector<row> rows;
@@ -83,32 +83,9 @@ void print_pm(const json &answer, const style &output) {
     if (!rows.empty()) records.push_back({{rows}, {}});
   }
   if (records.empty()) {
-    fmt::print("nothing is monitored yet\n");
-    return;
+    return "nothing is monitored yet\n";
   }
-  fmt::print("{}", render({{pm_columns(), 0}}, records, output));
-}
-
-}  // namespace
-
-void add_show_pm(CLI::App &show_app, command_line &line) {
-  const auto wanted = std::make_shared<wanted_pm>();
-  CLI::App *command =
-      show_app.add_subcommand("pm", "Monitored values: now, minimum, maximum and average");
-  command->add_option("name", wanted->name, "Only this port");
-  command
-      ->add_option("--bins", wanted->bins, "All bins of this length, instead of the current ones")
-      ->check(CLI::IsMember({"15min", "24h"}));
-  command->add_flag("--json", line.as_json, "Print what the driver answered");
-  command->callback([&line, wanted] {
-    line.chosen = [&line, wanted] {
-      std::string query;
-      if (!wanted->name.empty()) query += "&port=" + encoded(wanted->name);
-      if (!wanted->bins.empty()) query += "&bins=" + wanted->bins;
-      return show(line, query.empty() ? "/v1/pm" : "/v1/pm?" + query.substr(1),
-                  [&line](const json &answer) { print_pm(answer, line.output); });
-    };
-  });
+  return render({{pm_columns(), 0}}, records, output);
 }
 
 }  // namespace lumctl

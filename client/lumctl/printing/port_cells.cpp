@@ -2,10 +2,13 @@
 
 #include <fmt/format.h>
 
+#include <nlohmann/json.hpp>
+
+#include "names.h"
+#include "terminal/printable.h"
+
 namespace lumctl {
 namespace {
-
-constexpr std::size_t readings = 5;
 
 // A member that may be missing.
 json member(const json &object, const char *name) {
@@ -25,18 +28,12 @@ std::string number_or_dash(const json &value, int digits) {
 
 cell state_cell(const json &port) {
   const std::string state = text_or_dash(port.at("state"));
-  const colour paint = state == "up"        ? colour::good
-                       : state == "failing" ? colour::bad
-                                            : colour::warning;
-  return {state, paint};
+  return {state, colour_of_port(state)};
 }
 
 cell led_cell(const json &port) {
   const std::string name = text_or_dash(member(member(port, "led"), "name"));
-  const colour paint = name == "normal"  ? colour::good
-                       : name == "fault" ? colour::bad
-                                         : colour::none;
-  return {name, paint};
+  return {name, colour_of_led(name)};
 }
 
 cell dom_cell(const json &port) {
@@ -59,7 +56,7 @@ std::string handle_text(const json &sub_port) {
 std::vector<cell> reading_cells(const json &sub_port) {
   std::vector<cell> cells;
   const json &values = sub_port.at("readings");
-  for (std::size_t i = 0; i < readings; ++i) {
+  for (std::size_t i = 0; i < reading_titles().size(); ++i) {
     if (i >= values.size()) {
       cells.push_back({"-"});
     } else if (values.at(i).contains("dbm")) {
@@ -72,7 +69,10 @@ std::vector<cell> reading_cells(const json &sub_port) {
 }
 
 std::vector<column> reading_columns() {
-  return {{"P0 dBm", true}, {"P1 dBm", true}, {"P2 dBm", true}, {"R3", true}, {"R4", true}};
+  std::vector<column> columns;
+  for (const std::string_view title : reading_titles())
+    columns.push_back({std::string(title), true});
+  return columns;
 }
 
 }  // namespace lumctl

@@ -1,7 +1,7 @@
 // A port's values as cells of tables.
 #pragma once
 
-#include "api/client.h"
+#include "api/json.h"
 #include "printing/table.h"
 
 namespace lumctl {

@@ -2,16 +2,17 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "names.h"
+#include "printing/line.h"
 #include "printing/port_cells.h"
 
 namespace lumctl {
 namespace {
 
 constexpr std::size_t bytes_per_line = 16;
-
-std::string line(const std::string &name, const std::string &value) {
-  return fmt::format("{:<14} {}\n", name.empty() ? "" : name + ":", value);
-}
 
 std::string with_unit(const json &port, const char *name, int digits, const char *unit) {
   const json value = port.contains(name) ? port.at(name) : json();
@@ -128,54 +129,33 @@ std::string describe_sub_port(const json &sub_port) {
   return text;
 }
 
-}  // namespace
-
-std::string describe_port(const json &port, const style &where) {
+std::string describe_identity(const json &port, const style &where) {
   const cell state = state_cell(port);
   std::string shown_state = painted(where, state.text, state.paint);
   if (!port.at("reason").get<std::string>().empty()) {
     shown_state += ", " + text_or_dash(port.at("reason"));
   }
-  std::string text =
-      line("Port", fmt::format("{} (handle {}, rsip 0x{:08x})", text_or_dash(port.at("name")),
-                               port.at("port_handle").get<std::uint32_t>(),
-                               port.at("rsip").get<std::uint32_t>())) +
-      line("State", shown_state);
-  if (port.contains("vendor")) {
-    const cell led = led_cell(port);
-    text += describe_vendor(port.at("vendor"));
-    text += line("Firmware",
-                 firmware_text(port) + (port.at("new_memmap").get<bool>() ? ", newer memory map"
-                                                                          : ", older memory map"));
-    text += line("Temperature", with_unit(port, "temperature_c", 2, "C"));
-    text += line("Supply", with_unit(port, "supply_v", 4, "V"));
-    text += line("LED", painted(where, led.text, led.paint));
-    text += line("DOM", describe_dom(port));
-    text += line("Flags", describe_flags(port));
-    text += describe_raised(port.at("raised"));
-    text += describe_upkeep(port);
-  }
-  text += describe_transfers(port.at("module"));
-  for (const json &sub_port : port.at("sub_ports")) text += describe_sub_port(sub_port);
-  return text;
+  return line("Port", fmt::format("{} (handle {}, rsip 0x{:08x})", text_or_dash(port.at("name")),
+                                  port.at("port_handle").get<std::uint32_t>(),
+                                  port.at("rsip").get<std::uint32_t>())) +
+         line("State", shown_state);
 }
 
-std::string describe_configuration(const json &configuration) {
-  static constexpr std::pair<const char *, const char *> fields[] = {{"threshold", "threshold"},
-                                                                     {"p2_setting", "p2-setting"},
-                                                                     {"mode", "mode"},
-                                                                     {"setting_a", "setting-a"},
-                                                                     {"setting_b", "setting-b"},
-                                                                     {"enable", "enable"},
-                                                                     {"sub1", "sub1"}};
-  std::string text;
-  for (const auto &[member, name] : fields) {
-    text += fmt::format("{} {}, ", name, configuration.at(member).get<std::int64_t>());
-  }
-  return text +
-         fmt::format("changed 0x{:x}", configuration.at("changed_bits").get<std::uint64_t>());
+// What is known of the module, and of the LED that stands for it.
+std::string describe_condition(const json &port, const style &where) {
+  const cell led = led_cell(port);
+  return describe_vendor(port.at("vendor")) +
+         line("Firmware",
+              firmware_text(port) + (port.at("new_memmap").get<bool>() ? ", newer memory map"
+                                                                       : ", older memory map")) +
+         line("Temperature", with_unit(port, "temperature_c", 2, "C")) +
+         line("Supply", with_unit(port, "supply_v", 4, "V")) +
+         line("LED", painted(where, led.text, led.paint)) + line("DOM", describe_dom(port)) +
+         line("Flags", describe_flags(port)) + describe_raised(port.at("raised")) +
+         describe_upkeep(port);
 }
 
+// 256 bytes of a module, 16 a line, with the characters they are.
 std::string hex_dump(const json &page) {
   const auto bytes = page.at("bytes").get<std::vector<std::uint8_t>>();
   std::string text = fmt::format("Page {}, the lower page first:\n", page.at("number").get<int>());
@@ -190,6 +170,27 @@ std::string hex_dump(const json &page) {
     text += fmt::format("  {:3}  {:<48} {}\n", start, digits, characters);
   }
   return text;
+}
+
+}  // namespace
+
+std::string describe_port(const json &port, const style &where) {
+  std::string text = describe_identity(port, where);
+  if (port.contains("vendor")) text += describe_condition(port, where);
+  text += describe_transfers(port.at("module"));
+  for (const json &sub_port : port.at("sub_ports")) text += describe_sub_port(sub_port);
+  if (port.contains("page")) text += hex_dump(port.at("page"));
+  return text;
+}
+
+std::string describe_configuration(const json &configuration) {
+  std::string text;
+  for (const std::string_view setting : settings()) {
+    text +=
+        fmt::format("{} {}, ", setting, configuration.at(member_of(setting)).get<std::int64_t>());
+  }
+  return text +
+         fmt::format("changed 0x{:x}", configuration.at("changed_bits").get<std::uint64_t>());
 }
 
 }  // namespace lumctl

@@ -3,18 +3,15 @@
 
 #include <string>
 
-#include "api/client.h"
+#include "api/json.h"
 #include "terminal/style.h"
 
 namespace lumctl {
 
-// Identity, state, readings and transfers.
+// Identity, state, readings and transfers, and a page of the module's memory where there is one.
 std::string describe_port(const json &port, const style &where);
 
 // A sub-port's settings and which of them have been set.
 std::string describe_configuration(const json &configuration);
-
-// 256 bytes of a module, 16 a line, with the characters they are.
-std::string hex_dump(const json &page);
 
 }  // namespace lumctl

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <nlohmann/json.hpp>
+
 #include "printing/port_cells.h"
 
 namespace lumctl {
@@ -113,7 +115,8 @@ layout lay_out_narrow(const json &ports) {
 
 }  // namespace
 
-std::string describe_ports(const json &ports, bool wide, const style &output) {
+std::string describe_ports(const json &answer, bool wide, const style &output) {
+  const json &ports = answer.at("ports");
   layout chosen = wide ? lay_out_wide(ports) : lay_out_folded(ports);
   if (!wide && table_width(chosen.formats, chosen.records) > output.columns) {
     chosen = lay_out_narrow(ports);

@@ -3,12 +3,12 @@
 
 #include <string>
 
-#include "api/client.h"
+#include "api/json.h"
 #include "terminal/style.h"
 
 namespace lumctl {
 
 // Folds to the terminal's width, unless `wide` asks for one line a sub-port.
-std::string describe_ports(const json &ports, bool wide, const style &output);
+std::string describe_ports(const json &answer, bool wide, const style &output);
 
 }  // namespace lumctl

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "terminal/printable.h"
+
 namespace lumctl {
 namespace {
 

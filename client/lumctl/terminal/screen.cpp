@@ -1,7 +1,6 @@
 #include "terminal/screen.h"
 
 #include <signal.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -9,13 +8,14 @@
 #include <string_view>
 #include <vector>
 
+#include "terminal/size.h"
+
 namespace lumctl {
 namespace {
 
 // Alternate screen, no cursor, long lines cut; and all of that back.
 constexpr std::string_view take = "\x1b[?1049h\x1b[?25l\x1b[?7l\x1b[H\x1b[2J";
 constexpr std::string_view give_back = "\x1b[?7h\x1b[?25h\x1b[?1049l";
-constexpr std::size_t rows_unless_known = 24;
 
 volatile sig_atomic_t size_has_changed = 0;
 
@@ -47,12 +47,6 @@ void handle(int number, void (*handler)(int)) {
   action.sa_handler = handler;
   sigemptyset(&action.sa_mask);
   ::sigaction(number, &action, nullptr);
-}
-
-std::size_t terminal_rows() {
-  winsize size = {};
-  if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > 0) return size.ws_row;
-  return rows_unless_known;
 }
 
 std::vector<std::string_view> lines_of(std::string_view text) {

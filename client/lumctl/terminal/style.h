@@ -18,10 +18,4 @@ style style_of_output();
 // The text in the colour, when there are colours.
 std::string painted(const style &where, const std::string &text, colour paint);
 
-// The text with everything that would steer a terminal replaced: modules may hold any bytes.
-std::string printable(const std::string &text);
-
-// Characters that the text takes on the terminal.
-std::size_t display_width(const std::string &text);
-
 }  // namespace lumctl
