@@ -14,7 +14,7 @@ class Monitored(Actions):
         self.start()
         cages = (self.first, self.second, self.other, self.alarmed)
         self.assertIsNotNone(self.driver.wait_for(
-            lambda now: all("power_1" in sub.get("pm", {}) for cage in cages
+            lambda now: all({"power_1", "alarms"} <= sub.get("pm", {}).keys() for cage in cages
                             for sub in now[cage.name]["sub_ports"]), 20))
 
     def alarms(self, cage, sub_port):

@@ -1,10 +1,14 @@
 """A small shelf of simulated modules and a driver on it, for one test each."""
 
+import http.client
+import json
 import os
 import pathlib
+import socket
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 
 BUILD = pathlib.Path(os.environ["LUM_BUILD"])
@@ -12,11 +16,17 @@ SOURCE = pathlib.Path(__file__).resolve().parents[2]
 EXAMPLES = SOURCE / "examples" / "modules"
 sys.path.insert(0, str(SOURCE / "tools" / "demo"))
 
+import driver as drivers  # noqa: E402
 import shelf as shelves  # noqa: E402
-from driver import Driver  # noqa: E402
 
 LUMD = BUILD / "lumd"
 LUMCTL = BUILD / "lumctl"
+CLOCK = BUILD / "lum_test_clock.so"
+
+# What a second of the library's sleep lasts. A cycle of 1.5 s still leaves the driver the time to
+# feed what each one has read, which it looks for once a second.
+QUICK = 300
+REAL = 1000
 
 
 def run(*arguments, **environment):
@@ -25,6 +35,81 @@ def run(*arguments, **environment):
         arguments, env=dict(os.environ, **environment),
         capture_output=True, text=True, check=False, timeout=30,
     )
+
+
+class UnixConnection(http.client.HTTPConnection):
+    """HTTP through the driver's socket."""
+
+    def __init__(self, path):
+        super().__init__("lumd", timeout=20)
+        self.path = path
+
+    def connect(self):
+        self.sock = socket.socket(socket.AF_UNIX)
+        self.sock.settimeout(self.timeout)
+        self.sock.connect(str(self.path))
+
+
+class Driver(drivers.Driver):
+    """A driver whose library sleeps shorter, or until it is told to go on."""
+
+    def __init__(self, build, shelf, options, second_ms):
+        super().__init__(build, shelf, options)
+        self.held = shelf.folder / "polling-is-held"
+        self.environment = dict(os.environ, LD_PRELOAD=str(CLOCK), LUM_TEST_HOLD=str(self.held),
+                                LUM_TEST_SECOND_MS=str(second_ms))
+
+    def start(self):
+        with open(self.log, "a") as log:
+            self.process = subprocess.Popen(
+                [LUMD, "--config", self.shelf.description, *self.options],
+                stdout=log, stderr=log, env=self.environment,
+            )
+
+    def hold_polling(self):
+        """No polling cycle begins from here on; one that is running goes on."""
+        self.held.touch()
+
+    def go_on_polling(self):
+        self.held.unlink()
+
+    def get(self, target):
+        """The driver's answer to one question."""
+        connection = UnixConnection(self.shelf.socket)
+        try:
+            connection.request("GET", target)
+            answer = connection.getresponse()
+            if answer.status != 200:
+                raise RuntimeError(f"lumd refuses: {answer.read()}")
+            return json.loads(answer.read())
+        except (OSError, http.client.HTTPException, ValueError) as failed:
+            raise RuntimeError(f"lumd does not answer: {failed}") from failed
+        finally:
+            connection.close()
+
+    def ports(self):
+        return {view["name"]: view for view in self.get("/v1/ports")["ports"]}
+
+    def wait_for(self, condition, seconds):
+        deadline = time.monotonic() + seconds
+        while True:
+            try:
+                ports = self.ports()
+                if condition(ports):
+                    return ports
+            except RuntimeError:
+                if self.process.poll() is not None:
+                    raise RuntimeError(f"lumd ended: {self.log.read_text().strip()}") from None
+            if time.monotonic() > deadline:
+                return None
+            time.sleep(0.03)
+
+    def poll_once(self):
+        """Lets one polling cycle run and end, and holds the next."""
+        before = self.get("/v1/polling")["cycles"]
+        self.go_on_polling()
+        assert self.wait_for(lambda _: self.get("/v1/polling")["cycles"] > before, 30)
+        self.hold_polling()
 
 
 class ShelfTest(unittest.TestCase):
@@ -45,16 +130,19 @@ class ShelfTest(unittest.TestCase):
     def add_empty(self, slot=1):
         return self.shelf.add_cage(slot, "nothing.eeprom")
 
-    def start(self, extra="", options=("--alarm-tests",)):
-        """Starts the driver on the shelf and waits until it answers."""
+    def start(self, extra="", options=("--alarm-tests",), second_ms=QUICK, held=False):
+        """Starts the driver on the shelf and waits until it has brought its ports up."""
         self.shelf.write_description()
         if extra:
             text = self.shelf.description.read_text()
             self.shelf.description.write_text(f"{extra}\n{text}")
-        self.driver = Driver(BUILD, self.shelf, options)
+        self.driver = Driver(BUILD, self.shelf, options, second_ms)
+        if held:
+            self.driver.hold_polling()
         self.driver.__enter__()
         self.addCleanup(self.driver.__exit__)
-        self.assertIsNotNone(self.driver.wait_for(lambda ports: True, 30), "lumd does not answer")
+        self.assertIsNotNone(self.driver.wait_for(
+            lambda ports: all(port["state"] != "absent" for port in ports.values()), 30))
         return self.driver
 
     def wait_for_state(self, cage, state, seconds=20):

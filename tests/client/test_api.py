@@ -5,7 +5,6 @@ import random
 import re
 import socket
 import stat
-import time
 
 import support
 
@@ -107,7 +106,6 @@ class Api(support.ShelfTest):
 
     def test_those_who_say_nothing_are_many_and_do_not_block(self):
         silent = [self.connect() for _ in range(100)]
-        time.sleep(0.3)
         for connection in silent:
             connection.close()
         self.assertIsNotNone(self.driver.wait_for(lambda ports: True, 5))

@@ -1,7 +1,10 @@
 """Exit codes and one-line errors of lumctl, and what it prints besides."""
 
+import re
+
 import support
-from support import LUMCTL, LUMD, run
+from helps import every_help
+from support import LUMCTL, LUMD, SOURCE, run
 
 
 class CommandLine(support.ShelfTest):
@@ -45,10 +48,9 @@ class CommandLine(support.ShelfTest):
                 self.assertTrue(done.stdout)
         self.assertEqual(run(LUMD, "--frobnicate").returncode, 2)
 
-    def test_completion_is_good_bash(self):
-        done = run(LUMCTL, "completion", "bash")
-        self.assertEqual(done.returncode, 0)
-        shell = run("bash", "-c", done.stdout + """
-            COMP_WORDS=(lumctl --socket here show po); COMP_CWORD=4; _lumctl
-            echo "${COMPREPLY[@]}" """)
-        self.assertEqual((shell.stdout, shell.stderr), ("ports port\n", ""))
+    def test_every_command_and_option_stands_in_the_manual_page(self):
+        text = (SOURCE / "docs" / "man" / "lumctl.1").read_text()
+        text = re.sub(r"\\f.", "", text).replace("\\-", "-")
+        words = set(re.findall(r"[\w-]+", text))
+        for path, known in every_help():
+            self.assertLessEqual({*path[-1:], *known.options}, words, path)

@@ -72,7 +72,7 @@ class WrongDescription(support.ShelfTest):
         self.assertIn(warning, driver.log.read_text())
         # As it warns: for longer than a polling cycle no module is asked for anything.
         self.assertIsNone(driver.wait_for(
-            lambda now: any(port["module"]["transfers"] for port in now.values()), 7))
+            lambda now: any(port["module"]["transfers"] for port in now.values()), 2.5))
 
 
 class Folders(support.ShelfTest):

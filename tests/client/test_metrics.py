@@ -17,8 +17,8 @@ LABEL = re.compile(r'(\w+)="((?:[^"\\]|\\.)*)"')
 class MetricsShelf(Actions):
     """On the shelf of the actions, with the metrics on both ways in."""
 
-    def begin_with_http(self):
-        self.start("http_port = 0")
+    def begin_with_http(self, second_ms=support.QUICK):
+        self.start("http_port = 0", second_ms=second_ms)
         self.assertIsNotNone(self.driver.wait_for(
             lambda now: "power_1" in now[self.first.name]["sub_ports"][0].get("pm", {})
             and now[self.first.name]["temperature_c"] is not None, 20))
@@ -109,7 +109,7 @@ class Metrics(MetricsShelf):
                           ("sub_port", "0")), now, "sub-port 0 cannot have it")
 
     def test_polling_cycles(self):
-        self.begin_with_http()
+        self.begin_with_http(support.REAL)
         self.does("module", "fault", self.first.name, "delay-ms=400")
         cycles = self.samples()["lum_polling_cycles_total",]
         self.driver.wait_for(

@@ -74,13 +74,14 @@ class Ports(support.ShelfTest):
         cage = self.shelf.add_cage(1, "late.eeprom")
         made = self.shelf.folder / "made.eeprom"
         shelves.make_image(BUILD / "lum-module-image", support.EXAMPLES / "iivi-alarm.toml", made)
-        self.start()
+        self.start(held=True)
         self.wait_for_state(cage, "empty")
 
         shutil.copyfile(made, cage.module)
         port = self.wait_for_state(cage, "up")
         self.assertEqual(port["vendor"]["serial"], "IV25B00232")
         self.assertIsNone(port["temperature_c"], "nothing has been polled yet")
+        self.driver.go_on_polling()
         ports = self.driver.wait_for(lambda now: now[cage.name]["temperature_c"] == 47.5, 10)
         self.assertEqual(ports[cage.name]["led"]["state"], 3)
 

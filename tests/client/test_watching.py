@@ -1,60 +1,14 @@
 """The live view, and what is drawn while a command waits."""
 
 import json
-import os
-import pty
-import select
 import signal
 import subprocess
-import time
-import unittest
 
 from actions import Actions
 from support import LUMCTL, run
+from terminal import Terminal, needs_a_terminal
 
 TAKE, GIVE_BACK = b"\x1b[?1049h", b"\x1b[?1049l"
-
-
-def has_terminals():
-    try:
-        for end in os.openpty():
-            os.close(end)
-    except OSError:
-        return False
-    return True
-
-
-needs_a_terminal = unittest.skipUnless(has_terminals(), "there are no pseudo-terminals here")
-
-
-class Terminal:
-    """A command on a terminal of its own."""
-
-    def __init__(self, *arguments):
-        self.output = b""
-        self.pid, self.master = pty.fork()
-        if self.pid == 0:
-            os.environ.update(TERM="xterm", COLUMNS="100")
-            os.execv(arguments[0], [str(argument) for argument in arguments])
-
-    def read_until(self, condition, seconds):
-        deadline = time.monotonic() + seconds
-        while not condition(self.output) and time.monotonic() < deadline:
-            if select.select([self.master], [], [], 0.1)[0]:
-                try:
-                    self.output += os.read(self.master, 65536)
-                except OSError:
-                    break
-        return condition(self.output)
-
-    def kill(self, number):
-        os.kill(self.pid, number)
-
-    def end(self):
-        """Its wait status, once everything it has drawn is read."""
-        self.read_until(lambda _: False, 5)
-        os.close(self.master)
-        return os.waitpid(self.pid, 0)[1]
 
 
 class Watching(Actions):
@@ -121,12 +75,12 @@ class Watching(Actions):
         self.begin()
         self.does("im", "hold", "on")
         terminal = Terminal(LUMCTL, "--socket", self.shelf.socket, "port", "update",
-                            self.first.name, "up", "--wait", "2")
+                            self.first.name, "up", "--wait", "1.5")
         self.assertNotEqual(terminal.end(), 0)
         self.assertIn(b"#", terminal.output)
         self.assertIn(b"waiting for the driver", terminal.output)
         with subprocess.Popen(
                 [LUMCTL, "--socket", self.shelf.socket, "port", "update", self.first.name, "up",
-                 "--wait", "2"], stdout=subprocess.PIPE, stderr=subprocess.PIPE) as plain:
+                 "--wait", "1.5"], stdout=subprocess.PIPE, stderr=subprocess.PIPE) as plain:
             self.assertNotIn(b"#", plain.communicate()[1], "no terminal, no bar")
         self.does("im", "behave")

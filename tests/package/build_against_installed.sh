@@ -47,6 +47,7 @@ END
 [ "$(pkg-config --modversion lum)" = "$(sed -n 's/^project(lum VERSION \([0-9.]*\).*/\1/p' "$source/CMakeLists.txt")" ]
 for file in sbin/lumd bin/lumctl bin/lum-module-image lib/systemd/system/lumd.service \
             share/man/man8/lumd.8 share/man/man1/lumctl.1 share/bash-completion/completions/lumctl \
+            share/zsh/site-functions/_lumctl share/fish/vendor_completions.d/lumctl.fish \
             share/man/man1/lum-module-image.1 share/doc/lum/examples/node.toml; do
   [ -s "$prefix/$file" ] || { echo "$file was not installed"; exit 1; }
 done

@@ -1,0 +1,113 @@
+// clang-format off
+#include <utility>
+// clang-format on
+
+#include "api/client.h"
+
+#include <fmt/format.h>
+#include <sys/un.h>
+
+#include <boost/asio.hpp>
+#include <boost/beast/core.hpp>
+#include <boost/beast/http.hpp>
+#include <nlohmann/json.hpp>
+
+namespace lumctl {
+namespace {
+
+namespace net = boost::asio;
+namespace beast = boost::beast;
+namespace http = boost::beast::http;
+using boost::system::error_code;
+using local = net::local::stream_protocol;
+
+constexpr std::size_t answer_limit = 64 * 1024 * 1024;
+
+api_result unreachable(const std::string &socket, const std::string &why) {
+  return {outcome::unreachable, nullptr,
+          fmt::format("the driver cannot be reached at {}: {}", socket, why)};
+}
+
+using request_type = http::request<http::string_body>;
+using answer_parser = http::response_parser<http::string_body>;
+
+request_type make_request(http::verb method, const std::string &target) {
+  request_type request;
+  request.version(11);
+  request.method(method);
+  request.target(target);
+  request.set(http::field::host, "lumd");
+  request.keep_alive(false);
+  return request;
+}
+
+// Sends the request and reads the answer, all of it within `patience`.
+error_code exchange(const std::string &socket, const request_type &request,
+                    std::chrono::milliseconds patience, answer_parser &answer) {
+  net::io_context loop;
+  beast::basic_stream<local> stream(loop);
+  beast::flat_buffer buffer;
+  error_code result;
+  stream.expires_after(patience);
+  stream.async_connect(local::endpoint(socket), [&](error_code failed) {
+    if ((result = failed)) return;
+    http::async_write(stream, request, [&](error_code failed_write, std::size_t) {
+      if ((result = failed_write)) return;
+      http::async_read(stream, buffer, answer,
+                       [&](error_code failed_read, std::size_t) { result = failed_read; });
+    });
+  });
+  loop.run();
+  return result;
+}
+
+std::string why_refused(const json &shown, unsigned status) {
+  const bool has_reason =
+      shown.is_object() && shown.contains("error") && shown["error"].is_string();
+  return has_reason ? shown["error"].get<std::string>()
+                    : fmt::format("the driver refused ({})", status);
+}
+
+api_result call(const std::string &socket, request_type request,
+                std::chrono::milliseconds patience) {
+  if (socket.size() >= sizeof(sockaddr_un::sun_path)) {
+    return unreachable(socket, "the path is too long for a socket");
+  }
+  request.prepare_payload();
+  answer_parser answer;
+  answer.body_limit(answer_limit);
+  const error_code failed = exchange(socket, request, patience, answer);
+  if (failed) return unreachable(socket, failed.message());
+
+  auto shown = std::make_shared<const json>(json::parse(answer.get().body(), nullptr, false));
+  if (shown->is_discarded()) return unreachable(socket, "the answer is not JSON");
+  const unsigned status = answer.get().result_int();
+  if (status / 100 != 2) return {outcome::refused, nullptr, why_refused(*shown, status)};
+  return {outcome::done, std::move(shown), {}};
+}
+
+}  // namespace
+
+api_result get(const std::string &socket, const std::string &target,
+               std::chrono::milliseconds patience) {
+  return call(socket, make_request(http::verb::get, target), patience);
+}
+
+api_result post(const std::string &socket, const std::string &target, const json &body) {
+  request_type request = make_request(http::verb::post, target);
+  request.set(http::field::content_type, "application/json");
+  request.body() = body.dump(-1, ' ', false, json::error_handler_t::replace);
+  return call(socket, std::move(request), usual_patience);
+}
+
+std::string encoded(const std::string &text) {
+  std::string result;
+  for (const char c : text) {
+    const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+                       c == '-' || c == '_' || c == '.' || c == '~';
+    result += plain ? std::string(1, c) : fmt::format("%{:02X}", static_cast<unsigned char>(c));
+  }
+  return result;
+}
+
+}  // namespace lumctl

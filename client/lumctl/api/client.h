@@ -1,0 +1,34 @@
+// Asks the driver through its socket.
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <string>
+
+#include "api/json.h"
+
+namespace lumctl {
+
+enum class outcome {
+  done,
+  refused,      // the driver said no
+  unreachable,  // no driver answered, or nothing that can be understood
+};
+
+struct api_result {
+  outcome what = outcome::unreachable;
+  std::shared_ptr<const json> body;  // when done
+  std::string error;                 // else: why, in one line
+};
+
+constexpr std::chrono::seconds usual_patience(30);
+
+// One request, and its answer, within `patience`. `target` is the encoded path and query.
+api_result get(const std::string &socket, const std::string &target,
+               std::chrono::milliseconds patience = usual_patience);
+api_result post(const std::string &socket, const std::string &target, const json &body);
+
+// A text as one segment of a path or one value of a query.
+std::string encoded(const std::string &text);
+
+}  // namespace lumctl

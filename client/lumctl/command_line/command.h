@@ -1,0 +1,76 @@
+// What lumctl can be told to do, as plain records: the command line, its help and the shell's
+// completion are made of them.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "command_line/given.h"
+#include "terminal/style.h"
+
+namespace lumctl {
+
+// What every command knows besides its own words.
+struct session {
+  std::string socket;  // the driver's
+  style output;
+};
+
+enum class value_kind { text, whole, real };
+
+// Names that only a running driver knows.
+enum class known_names { none, ports, sub_ports, ports_and_sub_ports, controllers };
+
+struct limits {
+  double lowest = 0;
+  double highest = 0;
+};
+
+// What may stand for an argument or behind an option.
+struct value {
+  value_kind kind = value_kind::text;
+  std::optional<limits> within = {};    // of a number
+  std::vector<std::string> words = {};  // offered by the completion
+  bool only_words = false;              // and nothing else is taken
+  known_names names = known_names::none;
+  // Empty, or what is wrong with a text.
+  std::function<std::string(const std::string &)> wrong = {};
+};
+
+struct argument {
+  std::string name;
+  std::string help;
+  value takes = {};
+  bool required = true;
+  bool repeated = false;
+};
+
+struct option {
+  std::string name;  // without the dashes
+  std::string help;
+  std::optional<value> takes = {};  // a flag has none
+  std::string excludes = {};        // an argument that it cannot stand beside
+};
+
+// Either has commands below it, or does something.
+struct command {
+  std::string name;
+  std::string help;
+  std::vector<argument> arguments = {};
+  std::vector<option> options = {};
+  // Returns the exit status.
+  std::function<int(const session &, const given &)> action = {};
+  std::vector<command> commands = {};
+  bool hidden = false;  // from help and completion
+};
+
+// The option of lumctl itself that commands are told of.
+constexpr const char *socket_option = "socket";
+
+// Options that there are without a record: of every command, and of lumctl itself.
+constexpr const char *help_option = "help";
+constexpr const char *version_option = "version";
+
+}  // namespace lumctl

@@ -1,0 +1,25 @@
+#include "commands/commands.h"
+
+namespace lumctl {
+
+command all_commands() {
+  return {
+      .name = "lumctl",
+      .help = "Talks to lumd, the optics driver of one node.",
+      .options = {{socket_option, "The driver's socket; LUMD_SOCKET in the environment", value{}}},
+      .commands = {show_commands(), port_commands(), set_command(), module_commands(),
+                   replay_command(), resync_command(), im_commands(), watch_command(),
+                   clear_commands(), inject_commands(), ea_commands(), completion_commands(),
+                   complete_command()}};
+}
+
+argument port_name() {
+  return {"name", "The port's name, or rack/slot/instance/port",
+          value{.names = known_names::ports}};
+}
+
+argument optional_port_name() {
+  return {"name", "Only this port", value{.names = known_names::ports}, false};
+}
+
+}  // namespace lumctl

@@ -1,0 +1,110 @@
+#include "commands/exchange.h"
+
+#include <fmt/format.h>
+
+#include <cmath>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+#include "api/client.h"
+#include "terminal/printable.h"
+#include "terminal/progress.h"
+
+namespace lumctl {
+namespace {
+
+constexpr double longest_wait = 20;
+constexpr double usual_wait = 5;
+
+constexpr const char *json_name = "json";
+constexpr const char *wait_name = "wait";
+
+bool was_accepted(const json &reply) {
+  return reply.contains("result") && reply.at("result").is_object() &&
+         reply.at("result").at("code") == 0;
+}
+
+std::optional<std::chrono::milliseconds> wait_of(const json &body) {
+  if (!body.contains("wait_ms")) return std::nullopt;
+  return std::chrono::milliseconds(body.at("wait_ms").get<unsigned>());
+}
+
+int fail_for(const api_result &result) {
+  return fail(result.what == outcome::refused ? exit_refused : exit_unreachable, result.error);
+}
+
+void print_as_json(const json &answer) {
+  fmt::print("{}\n", answer.dump(2, ' ', false, json::error_handler_t::replace));
+}
+
+int finish_change(const given &words, const json &reply, const printer &print,
+                  bool must_be_complete) {
+  if (wants_json(words)) {
+    print_as_json(reply);
+  } else if (reply.at("result").is_object()) {
+    fmt::print("{}", print(reply));
+  }
+  const bool complete =
+      reply.at("complete").get<bool>() || (!must_be_complete && was_accepted(reply));
+  std::fflush(stdout);
+  return complete ? exit_done
+                  : fail(exit_refused, printable(reply.at("reason").get<std::string>()));
+}
+
+}  // namespace
+
+int fail_for_missing_member() {
+  return fail(exit_unreachable, "the driver's answer lacks something; is it another version?");
+}
+
+int show(const session &now, const given &words, const std::string &target, const printer &print) {
+  const api_result result = [&] {
+    const progress bar("waiting for the driver");
+    return get(now.socket, target);
+  }();
+  if (result.what != outcome::done) return fail_for(result);
+  if (wants_json(words)) {
+    print_as_json(*result.body);
+    return exit_done;
+  }
+  try {
+    fmt::print("{}", print(*result.body));
+  } catch (const json::exception &) {
+    return fail_for_missing_member();
+  }
+  return exit_done;
+}
+
+int change(const session &now, const given &words, const std::string &target, const json &body,
+           const printer &print, bool must_be_complete) {
+  const api_result result = [&] {
+    const progress bar("waiting for the driver", wait_of(body));
+    return post(now.socket, target, body);
+  }();
+  if (result.what != outcome::done) return fail_for(result);
+  try {
+    return finish_change(words, *result.body, print, must_be_complete);
+  } catch (const json::exception &) {
+    return fail_for_missing_member();
+  }
+}
+
+int change_and_wait(const session &now, const given &words, const std::string &target, json body,
+                    const printer &print) {
+  const double seconds = words.real(wait_name, usual_wait);
+  body["wait_ms"] = static_cast<unsigned>(std::lround(seconds * 1000));
+  return change(now, words, target, body, print, seconds > 0);
+}
+
+option json_option(const std::string &help) { return {json_name, help}; }
+
+bool wants_json(const given &words) { return words.has(json_name); }
+
+option wait_option() {
+  return {wait_name,
+          fmt::format("Seconds to wait until the interface manager has confirmed; {} unless given",
+                      usual_wait),
+          value{.kind = value_kind::real, .within = limits{0, longest_wait}}};
+}
+
+}  // namespace lumctl

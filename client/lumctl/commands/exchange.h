@@ -1,0 +1,38 @@
+// What commands have in common: they ask the driver, print its answer and say how it went.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "api/json.h"
+#include "command_line/command.h"
+#include "command_line/status.h"
+
+namespace lumctl {
+
+// An answer of the driver as text.
+using printer = std::function<std::string(const json &)>;
+
+// The exit status of an answer that lacks what it should hold.
+int fail_for_missing_member();
+
+// Gets `target` and prints it: as JSON when that was asked for, else through `print`. Returns the
+// exit status.
+int show(const session &now, const given &words, const std::string &target, const printer &print);
+
+// Posts `body` to `target` and prints the reply likewise. What has not come about is a failure when
+// it `must_be_complete`. Returns the exit status.
+int change(const session &now, const given &words, const std::string &target, const json &body,
+           const printer &print, bool must_be_complete = true);
+
+// The same for a command with the wait option: what has not come about is a failure unless nobody
+// wanted to wait for it.
+int change_and_wait(const session &now, const given &words, const std::string &target, json body,
+                    const printer &print);
+
+// The options that make a difference to these.
+option json_option(const std::string &help = "Print what the driver answered");
+bool wants_json(const given &words);
+option wait_option();
+
+}  // namespace lumctl

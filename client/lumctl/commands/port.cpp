@@ -1,0 +1,110 @@
+// Ports come and go, and are told a state.
+#include <fmt/format.h>
+
+#include <charconv>
+#include <nlohmann/json.hpp>
+
+#include "api/client.h"
+#include "commands/commands.h"
+#include "commands/exchange.h"
+#include "names.h"
+#include "printing/port_cells.h"
+
+namespace lumctl {
+namespace {
+
+// Reads SLOT or SLOT/INSTANCE into a request's body; says what is wrong with it, or nothing.
+std::string read_place(const std::string &text, json &body) {
+  const char *at = text.data();
+  const char *const end = at + text.size();
+  for (const char *member : {"slot", "instance"}) {
+    unsigned number = 0;
+    const auto [stop, error] = std::from_chars(at, end, number);
+    if (error != std::errc()) break;
+    body[member] = number;
+    if (stop == end) return {};
+    if (*stop != '/') break;
+    at = stop + 1;
+  }
+  return fmt::format("\"{}\" is not SLOT or SLOT/INSTANCE", text);
+}
+
+std::string check_place(const std::string &text) {
+  json ignored;
+  return read_place(text, ignored);
+}
+
+std::string describe_changed(const json &reply) {
+  std::string text;
+  for (const json &port : reply.at("ports")) {
+    text += fmt::format("{}: {}", text_or_dash(port.at("name")), text_or_dash(port.at("state")));
+    for (const json &handle : port.at("ifhandles")) {
+      text += fmt::format(" 0x{:08x}", handle.get<std::uint32_t>());
+    }
+    text += "\n";
+  }
+  return text;
+}
+
+int create_ports(const session &now, const given &words) {
+  json body = json::object();
+  read_place(words.text("slot"), body);
+  return change_and_wait(now, words, "/v1/ports/create", body, describe_changed);
+}
+
+int delete_ports(const session &now, const given &words) {
+  json body = json::object();
+  if (words.has("name")) {
+    body["ports"] = words.texts("name");
+  } else if (words.has("slot")) {
+    read_place(words.text("slot"), body);
+  } else {
+    return fail(exit_usage, "port delete: expected the names of ports, or --slot; try --help");
+  }
+  return change_and_wait(now, words, "/v1/ports/delete", body, describe_changed);
+}
+
+int update_port(const session &now, const given &words) {
+  const std::string state = words.text("state");
+  const printer print = [&state](const json &reply) -> std::string {
+    if (!reply.at("complete").get<bool>()) return {};
+    return fmt::format("{}: {}\n", text_or_dash(reply.at("name")), state);
+  };
+  return change_and_wait(now, words, "/v1/ports/" + encoded(words.text("name")) + "/update",
+                         {{"state", state}}, print);
+}
+
+}  // namespace
+
+command port_commands() {
+  const command create = {
+      .name = "create",
+      .help = "Create the ports of a slot, or of one of its instances, that do not exist",
+      .arguments = {{"slot", "SLOT or SLOT/INSTANCE", value{.wrong = check_place}}},
+      .options = {wait_option(), json_option()},
+      .action = create_ports};
+  const command remove = {
+      .name = "delete",
+      .help = "Delete ports, or all ports of a slot",
+      .arguments = {{"name", "The ports' names", value{.names = known_names::ports}, false, true}},
+      .options = {{"slot", "All ports of SLOT or SLOT/INSTANCE, which is closed",
+                   value{.wrong = check_place}, "name"},
+                  wait_option(),
+                  json_option()},
+      .action = delete_ports};
+  const command update = {
+      .name = "update",
+      .help =
+          "Send a port's controllers a new state; up also writes its settings into the module "
+          "again",
+      .arguments = {port_name(),
+                    {"state", listed(controller_states()),
+                     value{.words = as_words(controller_states()), .only_words = true}}},
+      .options = {wait_option(), json_option()},
+      .action = update_port};
+  return {.name = "port",
+          .help = "Create, delete and update ports",
+          .commands = {create, remove, update}};
+}
+
+}  // namespace lumctl

@@ -1,0 +1,122 @@
+// A port's settings.
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdint>
+#include <nlohmann/json.hpp>
+
+#include "api/client.h"
+#include "commands/commands.h"
+#include "commands/exchange.h"
+#include "names.h"
+#include "printing/port_cells.h"
+#include "printing/port_text.h"
+
+namespace lumctl {
+namespace {
+
+// A decimal or 0x hexadecimal number, possibly negative.
+bool read_number(std::string_view text, std::int64_t &number) {
+  const bool negative = text.starts_with('-');
+  if (negative) text.remove_prefix(1);
+  const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
+  if (hexadecimal) text.remove_prefix(2);
+  std::uint32_t magnitude = 0;
+  const char *const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, magnitude, hexadecimal ? 16 : 10);
+  number = negative ? -std::int64_t{magnitude} : std::int64_t{magnitude};
+  return error == std::errc() && stop == end;
+}
+
+// Reads field=value into a request's body; says what is wrong with it, or nothing.
+std::string read_setting(const std::string &text, json &body) {
+  const std::size_t equals = text.find('=');
+  if (equals == std::string::npos) return fmt::format("\"{}\" is not FIELD=VALUE", text);
+  std::string field = text.substr(0, equals);
+  std::replace(field.begin(), field.end(), '_', '-');
+  if (std::find(settings().begin(), settings().end(), field) == settings().end()) {
+    return fmt::format("there is no setting \"{}\", expected one of {}", field,
+                       listed(settings(), ", "));
+  }
+  std::int64_t number = 0;
+  if (!read_number(std::string_view(text).substr(equals + 1), number)) {
+    return fmt::format("{} is \"{}\", expected a whole number of at most 32 bits", field,
+                       text.substr(equals + 1));
+  }
+  const std::string member = member_of(field);
+  if (body.contains(member)) return fmt::format("{} is given twice", member);
+  body[member] = number;
+  return {};
+}
+
+std::string check_setting(const std::string &text) {
+  json ignored = json::object();
+  return read_setting(text, ignored);
+}
+
+struct target {
+  std::string name;
+  json body = json::object();
+};
+
+// Takes NAME or NAME:SUBPORT apart. A colon that no digits follow belongs to the name.
+target read_target(const std::string &text) {
+  target result;
+  const std::size_t colon = text.rfind(':');
+  const std::string digits = colon == std::string::npos ? "" : text.substr(colon + 1);
+  std::uint32_t number = 0;
+  const char *const end = digits.data() + digits.size();
+  const auto [stop, error] = std::from_chars(digits.data(), end, number);
+  if (error != std::errc() || stop != end) {
+    result.name = text;
+    return result;
+  }
+  result.name = text.substr(0, colon);
+  result.body["sub_port"] = number;
+  return result;
+}
+
+std::string describe_stored(const json &reply) {
+  const std::string name = text_or_dash(reply.at("name"));
+  std::string text = fmt::format("{}:{} {}\n", name, reply.at("sub_port").get<unsigned>(),
+                                 describe_configuration(reply.at("stored")));
+  if (!reply.at("module_written").get<bool>()) {
+    text += fmt::format(
+        "not all of it has reached the module; \"lumctl port update {} up\" writes it again\n",
+        name);
+  }
+  return text;
+}
+
+int change_settings(const session &now, const given &words) {
+  target wanted = read_target(words.text("name"));
+  for (const std::string &setting : words.texts("setting")) {
+    if (const auto wrong = read_setting(setting, wanted.body); !wrong.empty()) {
+      return fail(exit_usage, wrong);
+    }
+  }
+  return change(now, words, "/v1/ports/" + encoded(wanted.name) + "/settings", wanted.body,
+                describe_stored);
+}
+
+std::vector<std::string> setting_words() {
+  std::vector<std::string> words;
+  for (const std::string_view setting : settings()) words.push_back(std::string(setting) + "=");
+  return words;
+}
+
+}  // namespace
+
+command set_command() {
+  return {.name = "set",
+          .help = "Change settings of a port: in its module, and kept for good",
+          .arguments = {{"name", "NAME or NAME:SUBPORT; sub-port 0 unless given",
+                         value{.names = known_names::ports_and_sub_ports}},
+                        {"setting", "FIELD=VALUE, FIELD being one of " + listed(settings(), ", "),
+                         value{.words = setting_words(), .wrong = check_setting}, true, true}},
+          .options = {json_option()},
+          .action = change_settings};
+}
+
+}  // namespace lumctl

@@ -1,0 +1,68 @@
+#include "printing/alarms_table.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include <nlohmann/json.hpp>
+
+#include "printing/port_cells.h"
+
+namespace lumctl {
+namespace {
+
+std::string raised_text(const json &interface) {
+  std::string text;
+  const json &injected = interface.at("injected");
+  for (const json &name : interface.at("raised")) {
+    const bool forced = std::find(injected.begin(), injected.end(), name) != injected.end();
+    text += fmt::format("{}{}{}", text.empty() ? "" : ", ", text_or_dash(name), forced ? "*" : "");
+  }
+  return text.empty() ? "-" : text;
+}
+
+std::string counted_text(const json &counts) {
+  std::string text;
+  for (const auto &[name, count] : counts.items()) {
+    text += fmt::format("{}{} {}", text.empty() ? "" : ", ", name, count.get<std::uint64_t>());
+  }
+  return text.empty() ? "-" : text;
+}
+
+record alarm_record(const json &interface) {
+  const json &counters = interface.at("counters");
+  const std::string raised = raised_text(interface);
+  record result;
+  result.lines = {
+      {{{text_or_dash(interface.at("port")), colour::strong},
+        {fmt::format("{}", interface.at("sub_port").get<unsigned>())},
+        {text_or_dash(interface.at("ifname"))},
+        {interface.contains("changed_age_s") ? number_or_dash(interface.at("changed_age_s"), 0)
+                                             : "-"},
+        {fmt::format("{}", counters.at("bitmap_changes").get<std::uint64_t>())},
+        {fmt::format("{}", counters.at("publishes").get<std::uint64_t>())},
+        {counted_text(counters.at("raised"))},
+        {raised, raised == "-" ? colour::none : colour::bad}}}};
+  if (raised.find('*') != std::string::npos) result.note = "* is injected by a test";
+  if (!interface.at("inserted").get<bool>()) result.note = "no module; this is what was known last";
+  return result;
+}
+
+}  // namespace
+
+std::string describe_alarms(const json &answer, const style &output) {
+  std::vector<record> records;
+  for (const json &interface : answer.at("interfaces")) {
+    records.push_back(alarm_record(interface));
+  }
+  if (records.empty()) {
+    return fmt::format("no alarm is raised on any of {} sub-ports\n",
+                       answer.at("known").get<unsigned>());
+  }
+  const std::vector<column> columns = {
+      {"PORT"},          {"SUB", true},       {"CONTROLLER"},      {"SINCE S", true},
+      {"CHANGES", true}, {"PUBLISHED", true}, {"RAISED SO OFTEN"}, {"RAISED NOW"}};
+  return render({{columns, 0}}, records, output);
+}
+
+}  // namespace lumctl

@@ -1,0 +1,50 @@
+#include "printing/controllers_table.h"
+
+#include <fmt/format.h>
+
+#include <nlohmann/json.hpp>
+
+#include "printing/port_cells.h"
+
+namespace lumctl {
+namespace {
+
+std::string hexadecimal(const json &handle) {
+  return handle.is_number() ? fmt::format("0x{:08x}", handle.get<std::uint32_t>()) : "-";
+}
+
+std::string count_or_dash(const json &number) {
+  return number.is_number() ? fmt::format("{}", number.get<std::uint32_t>()) : "-";
+}
+
+// Whether the library has the controller under the same handle.
+cell library_cell(const json &controller) {
+  if (controller.at("agrees").get<bool>()) return {"agrees", colour::good};
+  if (controller.at("library_ifhandle").is_null()) return {"does not know it", colour::warning};
+  return {"has " + hexadecimal(controller.at("library_ifhandle")), colour::bad};
+}
+
+}  // namespace
+
+std::string describe_controllers(const json &answer, const style &output) {
+  const std::vector<line_format> formats = {
+      {{{"CONTROLLER"}, {"IFHANDLE"}, {"STATE", true}, {"UPDATES", true}, {"LIBRARY"}}, 0}};
+  std::vector<record> records;
+  for (const json &controller : answer.at("controllers")) {
+    records.push_back({{{{{text_or_dash(controller.at("name")), colour::strong},
+                          {hexadecimal(controller.at("ifhandle"))},
+                          {count_or_dash(controller.at("state"))},
+                          {count_or_dash(controller.at("updates"))},
+                          library_cell(controller)}}},
+                       {}});
+  }
+  const json &batches = answer.at("batches");
+  const auto count = [&batches](const char *name) { return batches.at(name).get<std::uint64_t>(); };
+  return render(formats, records, output) +
+         fmt::format(
+             "{} controllers; batches: {} create, {} delete, {} update, {} refused, {} pending\n",
+             records.size(), count("create"), count("delete"), count("update"), count("refused"),
+             count("pending"));
+}
+
+}  // namespace lumctl

@@ -1,0 +1,82 @@
+#include "printing/node_text.h"
+
+#include <fmt/format.h>
+
+#include <nlohmann/json.hpp>
+
+#include "printing/line.h"
+#include "printing/port_cells.h"
+
+namespace lumctl {
+namespace {
+
+std::string states_of(const json &counts) {
+  std::string text;
+  for (const auto &[state, count] : counts.items()) {
+    text += fmt::format("{}{} {}", text.empty() ? "" : ", ", count.get<unsigned>(), state);
+  }
+  return text.empty() ? "none" : text;
+}
+
+// The library counts a controller again with each replay.
+std::string controllers_of(const json &node) {
+  const auto existing = node.at("controllers_existing").get<unsigned>();
+  const auto counted = node.at("controllers").get<unsigned>();
+  std::string text = fmt::format("{}", existing);
+  if (counted != existing) text += fmt::format(", the library counts {}", counted);
+  if (node.at("resync").get<bool>()) text += ", replayed since the last creation or resync";
+  return text;
+}
+
+// The store, what it last failed at, and the one before it when that was not usable.
+std::string describe_store(const json &store) {
+  std::string text =
+      fmt::format("{}: {} entries, {} writes, {} failures", text_or_dash(store.at("file")),
+                  store.at("entries").get<std::uint64_t>(), store.at("writes").get<std::uint64_t>(),
+                  store.at("failures").get<std::uint64_t>());
+  if (store.contains("last_failure")) {
+    text += ", the last: " + text_or_dash(store.at("last_failure"));
+  }
+  text = line("Checkpoints", text);
+  if (!store.contains("set_aside")) return text;
+  const json &aside = store.at("set_aside");
+  return text +
+         line("Set aside", fmt::format("{}: was not usable: {}", text_or_dash(aside.at("file")),
+                                       text_or_dash(aside.at("reason"))));
+}
+
+std::string failed_lines(const json &channel) {
+  const auto failures = channel.at("failures").get<std::uint64_t>();
+  return failures == 0 ? "" : fmt::format(", {} could not be written", failures);
+}
+
+}  // namespace
+
+std::string describe_node(const json &node) {
+  std::string text;
+  text += line("Node", fmt::format("{} (rack {})", text_or_dash(node.at("name")),
+                                   node.at("rack").get<unsigned>()));
+  text +=
+      line("Driver",
+           fmt::format("lumd {}, {} start at {}, up for {} s", text_or_dash(node.at("version")),
+                       node.at("restart").get<bool>() ? "warm" : "cold",
+                       text_or_dash(node.at("started")), node.at("uptime_s").get<std::int64_t>()));
+  text += line("Description", text_or_dash(node.at("description")));
+  text += line("Ports", fmt::format("{}: {}", node.at("ports").get<unsigned>(),
+                                    states_of(node.at("port_states"))));
+  text += line("Controllers", controllers_of(node));
+  if (node.at("polling_halted").get<bool>()) {
+    text += line("Polling",
+                 "halted: the library counts no controllers; a replay ends that, or with 128 ports "
+                 "the deletion of one");
+  }
+  text += describe_store(node.at("checkpoints"));
+  for (const json &channel : node.at("traces")) {
+    text +=
+        line("Trace", fmt::format("{}: {} lines{}", text_or_dash(channel.at("file")),
+                                  channel.at("lines").get<std::uint64_t>(), failed_lines(channel)));
+  }
+  return text;
+}
+
+}  // namespace lumctl

@@ -1,0 +1,30 @@
+#include "printing/polling_text.h"
+
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+
+#include <cstdint>
+#include <ctime>
+#include <nlohmann/json.hpp>
+
+#include "printing/port_cells.h"
+
+namespace lumctl {
+
+std::string describe_polling(const json &polling) {
+  std::string text = fmt::format("{:%H:%M:%S}  cycle {}", fmt::localtime(std::time(nullptr)),
+                                 polling.at("cycles").get<std::uint64_t>());
+  if (const json &last = polling.at("last"); last.is_object()) {
+    text += fmt::format(": {} ports in {} s", last.at("ports").get<unsigned>(),
+                        number_or_dash(last.at("duration_s"), 3));
+    if (last.contains("lateness_s")) {
+      text += fmt::format(", {} s late", number_or_dash(last.at("lateness_s"), 3));
+    }
+    text += fmt::format(", ended {} s ago", number_or_dash(last.at("age_s"), 0));
+  }
+  if (polling.at("running").get<bool>()) text += ", the next is running";
+  if (polling.at("paused").get<bool>()) text += ", polling is paused";
+  return text;
+}
+
+}  // namespace lumctl

@@ -1,0 +1,196 @@
+#include "printing/port_text.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "names.h"
+#include "printing/line.h"
+#include "printing/port_cells.h"
+
+namespace lumctl {
+namespace {
+
+constexpr std::size_t bytes_per_line = 16;
+
+std::string with_unit(const json &port, const char *name, int digits, const char *unit) {
+  const json value = port.contains(name) ? port.at(name) : json();
+  return value.is_number() ? number_or_dash(value, digits) + " " + unit : "-";
+}
+
+std::string describe_vendor(const json &vendor) {
+  const auto field = [&vendor](const char *name) { return text_or_dash(vendor.at(name)); };
+  return line("Vendor", fmt::format("{} (OUI {})", field("name"), field("oui"))) +
+         line("Part", fmt::format("{} revision {}", field("part"), field("revision"))) +
+         line("Serial", fmt::format("{} date {}", field("serial"), field("date"))) +
+         line("Extra", fmt::format("code {} id {}", field("extra_code"), field("extra_id")));
+}
+
+std::string describe_transfers(const json &module) {
+  std::string text = line("Module", text_or_dash(module.at("location")));
+  std::string transfers = fmt::format("{}, {} failed", module.at("transfers").get<std::uint64_t>(),
+                                      module.at("failed_transfers").get<std::uint64_t>());
+  if (module.contains("last_error")) {
+    transfers +=
+        fmt::format(", the last {} s ago: {}", number_or_dash(module.at("last_failure_age_s"), 1),
+                    text_or_dash(module.at("last_error").at("text")));
+  }
+  text += line("Transfers", transfers);
+  if (module.contains("backend")) {
+    text += line("Backend", text_or_dash(module.at("backend")));
+    text += line("Faults", text_or_dash(module.at("faults")));
+    text += line("Bytes", fmt::format("{} read, {} written, the last transfer took {} us",
+                                      module.at("bytes_read").get<std::uint64_t>(),
+                                      module.at("bytes_written").get<std::uint64_t>(),
+                                      module.at("last_transfer_us").get<std::uint64_t>()));
+  }
+  return text;
+}
+
+std::string describe_dom(const json &port) {
+  std::string text = dom_cell(port).text;
+  const json &dom = port.at("dom");
+  if (dom.contains("last_poll_age_s")) {
+    text += fmt::format(", polled {} s ago", number_or_dash(dom.at("last_poll_age_s"), 1));
+  }
+  return text;
+}
+
+std::string describe_bytes(const json &bytes) {
+  std::string text;
+  for (const json &byte : bytes) {
+    text += fmt::format("{}{:02x}", text.empty() ? "" : " ", byte.get<unsigned>());
+  }
+  return text;
+}
+
+// Each flag byte behind its number in the module's lower page.
+std::string describe_flags(const json &port) {
+  const json &flags = port.at("flags");
+  if (!flags.is_array()) return "-";
+  const json &numbers = port.at("flag_bytes");
+  std::string text;
+  for (std::size_t i = 0; i < std::min(flags.size(), numbers.size()); ++i) {
+    text += fmt::format("{}{}: {:02x}", text.empty() ? "byte " : ", ", numbers[i].get<unsigned>(),
+                        flags[i].get<unsigned>());
+  }
+  return text;
+}
+
+std::string describe_alarms(const json &names) {
+  std::string text;
+  for (const json &name : names) text += (text.empty() ? "" : ", ") + text_or_dash(name);
+  return text.empty() ? "none" : text;
+}
+
+// The raised flags by name, a line each.
+std::string describe_raised(const json &raised) {
+  std::string text;
+  if (!raised.is_array()) return text;
+  for (const json &name : raised) text += line("", text_or_dash(name));
+  return text;
+}
+
+// What keeps the port's settings and locks.
+std::string describe_upkeep(const json &port) {
+  const json &record = port.at("checkpoint");
+  return line("Checkpoint", record.at("created").get<bool>()
+                                ? fmt::format("record {}", record.at("id").get<std::uint64_t>())
+                                : "none") +
+         line("Mutex", port.at("mutex_kept").get<bool>() ? "kept by the deletion" : "not kept");
+}
+
+std::string describe_reading(std::size_t number, const json &reading) {
+  const unsigned raw = reading.at("raw").get<unsigned>();
+  if (!reading.contains("dbm")) {
+    return fmt::format("  reading {}     {:>10}                     raw {:5}\n", number,
+                       number_or_dash(reading.at("value"), 1), raw);
+  }
+  const std::string microwatt =
+      reading.contains("microwatt") ? number_or_dash(reading.at("microwatt"), 1) + " uW" : "";
+  return fmt::format("  power {}       {:>10} dBm {:>15}  raw {:5}\n", number,
+                     number_or_dash(reading.at("dbm"), 2), microwatt, raw);
+}
+
+std::string describe_sub_port(const json &sub_port) {
+  std::string text = fmt::format("Sub-port {}: {} {}{}\n", sub_port.at("sub_port").get<unsigned>(),
+                                 text_or_dash(sub_port.at("ifname")), handle_text(sub_port),
+                                 sub_port.at("created").get<bool>() ? "" : " not created");
+  std::size_t number = 0;
+  for (const json &reading : sub_port.at("readings")) text += describe_reading(number++, reading);
+  if (!sub_port.at("status").empty()) {
+    text += "  status bytes  " + describe_bytes(sub_port.at("status")) + "\n";
+  }
+  text += "  settings      " + describe_configuration(sub_port.at("configuration")) + "\n";
+  if (sub_port.contains("pm") && sub_port.at("pm").contains("raised")) {
+    text += "  alarms        " + describe_alarms(sub_port.at("pm").at("raised")) + "\n";
+  }
+  return text;
+}
+
+std::string describe_identity(const json &port, const style &where) {
+  const cell state = state_cell(port);
+  std::string shown_state = painted(where, state.text, state.paint);
+  if (!port.at("reason").get<std::string>().empty()) {
+    shown_state += ", " + text_or_dash(port.at("reason"));
+  }
+  return line("Port", fmt::format("{} (handle {}, rsip 0x{:08x})", text_or_dash(port.at("name")),
+                                  port.at("port_handle").get<std::uint32_t>(),
+                                  port.at("rsip").get<std::uint32_t>())) +
+         line("State", shown_state);
+}
+
+// What is known of the module, and of the LED that stands for it.
+std::string describe_condition(const json &port, const style &where) {
+  const cell led = led_cell(port);
+  return describe_vendor(port.at("vendor")) +
+         line("Firmware",
+              firmware_text(port) + (port.at("new_memmap").get<bool>() ? ", newer memory map"
+                                                                       : ", older memory map")) +
+         line("Temperature", with_unit(port, "temperature_c", 2, "C")) +
+         line("Supply", with_unit(port, "supply_v", 4, "V")) +
+         line("LED", painted(where, led.text, led.paint)) + line("DOM", describe_dom(port)) +
+         line("Flags", describe_flags(port)) + describe_raised(port.at("raised")) +
+         describe_upkeep(port);
+}
+
+// 256 bytes of a module, 16 a line, with the characters they are.
+std::string hex_dump(const json &page) {
+  const auto bytes = page.at("bytes").get<std::vector<std::uint8_t>>();
+  std::string text = fmt::format("Page {}, the lower page first:\n", page.at("number").get<int>());
+  for (std::size_t start = 0; start < bytes.size(); start += bytes_per_line) {
+    std::string digits;
+    std::string characters;
+    for (std::size_t i = start; i < std::min(start + bytes_per_line, bytes.size()); ++i) {
+      digits += fmt::format("{:02x} ", bytes[i]);
+      const bool visible = bytes[i] >= 0x20 && bytes[i] < 0x7F;
+      characters += visible ? static_cast<char>(bytes[i]) : '.';
+    }
+    text += fmt::format("  {:3}  {:<48} {}\n", start, digits, characters);
+  }
+  return text;
+}
+
+}  // namespace
+
+std::string describe_port(const json &port, const style &where) {
+  std::string text = describe_identity(port, where);
+  if (port.contains("vendor")) text += describe_condition(port, where);
+  text += describe_transfers(port.at("module"));
+  for (const json &sub_port : port.at("sub_ports")) text += describe_sub_port(sub_port);
+  if (port.contains("page")) text += hex_dump(port.at("page"));
+  return text;
+}
+
+std::string describe_configuration(const json &configuration) {
+  std::string text;
+  for (const std::string_view setting : settings()) {
+    text +=
+        fmt::format("{} {}, ", setting, configuration.at(member_of(setting)).get<std::int64_t>());
+  }
+  return text +
+         fmt::format("changed 0x{:x}", configuration.at("changed_bits").get<std::uint64_t>());
+}
+
+}  // namespace lumctl

@@ -1,0 +1,40 @@
+#include "terminal/size.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <charconv>
+#include <cstdlib>
+#include <string_view>
+
+namespace lumctl {
+namespace {
+
+constexpr std::size_t columns_unless_known = 120;
+constexpr std::size_t rows_unless_known = 24;
+
+// Zeros where the terminal does not know, or there is none.
+winsize size_of_output() {
+  winsize size = {};
+  return ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size : winsize{};
+}
+
+}  // namespace
+
+std::size_t terminal_columns() {
+  if (const char *asked = std::getenv("COLUMNS")) {
+    const std::string_view text = asked;
+    std::size_t columns = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), columns);
+    if (error == std::errc() && end == text.data() + text.size() && columns > 0) return columns;
+  }
+  const winsize size = size_of_output();
+  return size.ws_col > 0 ? size.ws_col : columns_unless_known;
+}
+
+std::size_t terminal_rows() {
+  const winsize size = size_of_output();
+  return size.ws_row > 0 ? size.ws_row : rows_unless_known;
+}
+
+}  // namespace lumctl

@@ -1,0 +1,43 @@
+#include "terminal/style.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "terminal/size.h"
+
+namespace lumctl {
+namespace {
+
+const char *escape_of(colour paint) {
+  switch (paint) {
+    case colour::none:
+      return "";
+    case colour::good:
+      return "\x1b[32m";
+    case colour::bad:
+      return "\x1b[31m";
+    case colour::warning:
+      return "\x1b[33m";
+    case colour::faint:
+      return "\x1b[2m";
+    case colour::strong:
+      return "\x1b[1m";
+  }
+  return "";
+}
+
+}  // namespace
+
+style style_of_output() {
+  const char *no_colour = std::getenv("NO_COLOR");
+  const bool wanted = no_colour == nullptr || *no_colour == '\0';
+  return {wanted && ::isatty(STDOUT_FILENO) == 1, terminal_columns()};
+}
+
+std::string painted(const style &where, const std::string &text, colour paint) {
+  if (!where.colours || paint == colour::none) return text;
+  return escape_of(paint) + text + "\x1b[0m";
+}
+
+}  // namespace lumctl

@@ -1,0 +1,21 @@
+// How text comes out on this terminal.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+namespace lumctl {
+
+enum class colour { none, good, bad, warning, faint, strong };
+
+struct style {
+  bool colours = false;     // standard output is a terminal and NO_COLOR is not set
+  std::size_t columns = 0;  // of the terminal, or what COLUMNS says; 120 where neither knows
+};
+
+style style_of_output();
+
+// The text in the colour, when there are colours.
+std::string painted(const style &where, const std::string &text, colour paint);
+
+}  // namespace lumctl

@@ -1,0 +1,149 @@
+// What lumctl is made of, without a driver.
+#include <gmock/gmock.h>
+
+#include <set>
+
+#include "command_line/candidates.h"
+#include "commands/commands.h"
+#include "names.h"
+#include "printing/table.h"
+#include "terminal/printable.h"
+#include "terminal/progress.h"
+
+namespace lumctl {
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
+using words = std::vector<std::string>;
+
+const session nowhere = {"/nowhere/socket", {}};
+
+words offered(words typed) {
+  typed.emplace_back();
+  return candidates(all_commands(), nowhere, typed);
+}
+
+// Calls `look` with every command that can be typed and the words that lead to it.
+void for_every_command(const command &at, const words &path,
+                       const std::function<void(const command &, const words &)> &look) {
+  look(at, path);
+  for (const command &below : at.commands) {
+    words longer = path;
+    longer.push_back(below.name);
+    if (!below.hidden) for_every_command(below, longer, look);
+  }
+}
+
+void for_every_command(const std::function<void(const command &, const words &)> &look) {
+  for_every_command(all_commands(), {}, look);
+}
+
+TEST(Completion, OffersEveryCommandOptionAndFixedWord) {
+  for_every_command([](const command &at, const words &path) {
+    const words here = offered(path);
+    for (const command &below : at.commands) {
+      if (!below.hidden) {
+        EXPECT_THAT(here, Contains(below.name));
+      }
+    }
+    for (const option &one : at.options) {
+      EXPECT_THAT(here, Contains("--" + one.name));
+      words behind = path;
+      behind.push_back("--" + one.name);
+      if (one.takes) {
+        EXPECT_EQ(offered(behind), one.takes->words);
+      }
+    }
+    words so_far = path;
+    for (const argument &one : at.arguments) {
+      const words now = offered(so_far);
+      for (const std::string &word : one.takes.words) EXPECT_THAT(now, Contains(word));
+      so_far.emplace_back("x");
+    }
+  });
+}
+
+TEST(Completion, OffersAnArgumentAgainOnlyWhereItMayBeRepeated) {
+  EXPECT_THAT(offered({"module", "fault", "west", "hang"}), Contains("none"));
+  EXPECT_THAT(offered({"im", "hold", "on"}), ElementsAre("--json", "--help"));
+}
+
+TEST(Completion, OffersNoWordThatWouldSteerATerminal) {
+  const command odd = {.name = "odd",
+                       .help = "",
+                       .commands = {{.name = "a\x1b[2J", .help = ""}, {.name = "b", .help = ""}}};
+  EXPECT_THAT(candidates(odd, nowhere, {""}), ElementsAre("b", "--help", "--version"));
+}
+
+TEST(Commands, EachActsOrHasCommandsBelowIt) {
+  for_every_command([](const command &at, const words &) {
+    EXPECT_NE(at.action != nullptr, !at.commands.empty()) << at.name;
+    EXPECT_THAT(at.help, Not(IsEmpty())) << at.name;
+  });
+}
+
+TEST(Commands, OnlyTheLastArgumentMayBeLeftOutOrRepeated) {
+  for_every_command([](const command &at, const words &) {
+    for (std::size_t i = 0; i + 1 < at.arguments.size(); ++i) {
+      EXPECT_TRUE(at.arguments[i].required && !at.arguments[i].repeated) << at.name;
+    }
+  });
+}
+
+// What is typed for lumctl and for a command is kept in one place.
+TEST(Commands, NoWordMeansTwoThings) {
+  const command lumctl = all_commands();
+  for_every_command([&](const command &at, const words &path) {
+    std::multiset<std::string> names;
+    for (const argument &one : at.arguments) names.insert(one.name);
+    for (const option &one : at.options) names.insert(one.name);
+    if (!path.empty()) {
+      for (const option &one : lumctl.options) names.insert(one.name);
+    }
+    for (const std::string &name : names) EXPECT_EQ(names.count(name), 1U) << at.name << name;
+  });
+}
+
+TEST(Names, AreListedAsInASentence) {
+  EXPECT_EQ(listed(controller_states()), "up or down");
+  EXPECT_EQ(listed(malformations()), "garbage, truncated, missing-member or absent");
+  EXPECT_EQ(member_of("p2-setting"), "p2_setting");
+}
+
+TEST(Names, UnknownStatesHaveAColour) {
+  EXPECT_EQ(colour_of_port("up"), colour::good);
+  EXPECT_EQ(colour_of_port("unheard of"), colour::warning);
+  EXPECT_EQ(colour_of_led("unheard of"), colour::none);
+}
+
+TEST(Table, NumbersStandToTheRightAndLinesEndWithTheirText) {
+  const std::vector<line_format> formats = {{{{"NAME"}, {"N", true}, {"TEXT"}}, 0}};
+  const std::vector<record> records = {
+      {{{{{"a"}, {"10"}, {"long text"}}, {{}, {"7"}, {"x"}}}}, "note"}};
+  EXPECT_EQ(render(formats, records, {}),
+            "NAME   N  TEXT\n"
+            "a     10  long text\n"
+            "       7  x\n"
+            "    note\n");
+  EXPECT_EQ(table_width(formats, records), 19U);
+}
+
+TEST(Terminal, IsNotSteeredByTexts) {
+  EXPECT_EQ(printable("a\x1b[2J\x7f\xc2\x9b\xc3\xa4"), "a?[2J??\xc3\xa4");
+  EXPECT_EQ(display_width("b\xc3\xa4"), 2U);
+}
+
+TEST(Progress, FillsTowardsItsEndAndMovesWithoutOne) {
+  using std::chrono::milliseconds;
+  EXPECT_EQ(progress_bar(milliseconds(500), milliseconds(1000), 10), "#####.....");
+  EXPECT_EQ(progress_bar(milliseconds(2000), milliseconds(1000), 10), "##########");
+  EXPECT_EQ(progress_bar(milliseconds(0), {}, 10), "#####.....");
+  EXPECT_EQ(progress_bar(milliseconds(500), {}, 10), ".....#####");
+  EXPECT_EQ(progress_bar(milliseconds(1000), {}, 10), "#####.....");
+}
+
+}  // namespace
+}  // namespace lumctl
