@@ -33,9 +33,7 @@ class Leds : public testing::Test {
     return result;
   }
   // Brightness of the green and the red one.
-  std::string brightness() {
-    return contents(green / "brightness") + contents(red / "brightness");
-  }
+  std::string brightness() { return contents(green / "brightness") + contents(red / "brightness"); }
 };
 
 TEST_F(Leds, AreMadeOnDemandAndDark) {
