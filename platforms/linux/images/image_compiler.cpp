@@ -219,7 +219,8 @@ void image_compiler::compile_readings(toml_table &table, const sub_port_places &
   for (const std::size_t i : {3u, 4u}) {
     const std::string key = fmt::format("reading_{}", i);
     if (const auto tenths = table.number(key, 0, max_word / 10)) {
-      put_word(where + "." + key, tenths->line, {0, places.readings[i]}, word(tenths->value * 10));
+      put_word(fmt::format("{}.{}", where, key), tenths->line, {0, places.readings[i]},
+               word(tenths->value * 10));
     }
   }
 }

@@ -107,9 +107,7 @@ int dump(const fs::path &file) {
   return ok;
 }
 
-}  // namespace
-
-int main(int argc, char **argv) {
+int run(int argc, char **argv) {
   CLI::App app("Makes module images from descriptions, changes bytes of them and shows them.");
   std::vector<std::string> files;
   std::vector<std::string> poked;
@@ -130,10 +128,15 @@ int main(int argc, char **argv) {
   } catch (const CLI::ParseError &error) {
     return app.exit(error) == 0 ? ok : bad_usage;
   }
-  try {
-    if (!poked.empty()) return poke(poked);
-    return dumped.empty() ? make_image(files[0], files[1]) : dump(dumped);
-  } catch (const std::exception &error) {
-    return complain(error.what());
-  }
+  if (!poked.empty()) return poke(poked);
+  return dumped.empty() ? make_image(files[0], files[1]) : dump(dumped);
+}
+
+}  // namespace
+
+int main(int argc, char **argv) try {
+  return run(argc, argv);
+} catch (const std::exception &error) {
+  std::fprintf(stderr, "lum-module-image: %s\n", error.what());
+  return failed;
 }

@@ -67,7 +67,7 @@ cerrno module_entry::carry_out(lock &held, transfer_kind kind, uint32_t page, ui
   if (rc == module_ok && kind == transfer_kind::write_byte) {
     rc = access(held, [&] { return memory_->write(page, offset, bytes[0]); });
   } else if (rc == module_ok) {
-    std::array<uint8_t, 2 * module_page_size> brought;
+    std::array<uint8_t, std::size_t{2} * module_page_size> brought;
     const std::span<uint8_t> read = std::span(brought).first(bytes.size());
     rc = access(held, [&] { return memory_->read(page, offset, read); });
     if (rc == module_ok) {

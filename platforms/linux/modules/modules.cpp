@@ -20,7 +20,7 @@ bool place_simulated(const port_description &port, module_placement &placement,
     placement.memory = make_simulated_memory(file.native());
     return true;
   }
-  image_result result = read_module_image(file);
+  const image_result result = read_module_image(file);
   if (!result.image) {
     for (const auto &problem : result.problems) {
       if (!error.empty()) error += '\n';
@@ -29,7 +29,7 @@ bool place_simulated(const port_description &port, module_placement &placement,
     return false;
   }
   placement.faults = result.image->faults;
-  placement.memory = make_simulated_memory(file.native(), std::move(*result.image));
+  placement.memory = make_simulated_memory(file.native(), *result.image);
   return true;
 }
 

@@ -52,7 +52,7 @@ std::unique_ptr<module_memory> make_simulated_memory(std::string name) {
   return std::make_unique<simulated_memory>(std::move(name));
 }
 
-std::unique_ptr<module_memory> make_simulated_memory(std::string name, module_image image) {
+std::unique_ptr<module_memory> make_simulated_memory(std::string name, const module_image &image) {
   auto memory = make_simulated_memory(std::move(name));
   memory->replace(image);
   return memory;

@@ -93,7 +93,9 @@ class held_channel {
 std::unique_ptr<spdlog::formatter> line_formatter(const std::string &process_name,
                                                   const std::string &channel_name) {
   std::string fixed;
-  for (const char c : '[' + process_name + "] " + channel_name) fixed.append(c == '%' ? 2 : 1, c);
+  for (const char c : fmt::format("[{}] {}", process_name, channel_name)) {
+    fixed.append(c == '%' ? 2 : 1, c);
+  }
   return std::make_unique<spdlog::pattern_formatter>("%Y-%m-%dT%H:%M:%S.%fZ " + fixed + " %v",
                                                      spdlog::pattern_time_type::utc);
 }

@@ -74,6 +74,6 @@ std::unique_ptr<module_memory> make_i2c_memory(std::filesystem::path bus, uint32
 
 // A module in memory; empty (absent) without an image.
 std::unique_ptr<module_memory> make_simulated_memory(std::string name);
-std::unique_ptr<module_memory> make_simulated_memory(std::string name, module_image image);
+std::unique_ptr<module_memory> make_simulated_memory(std::string name, const module_image &image);
 
 }  // namespace lum_linux
