@@ -4,6 +4,7 @@ import os
 import shlex
 import shutil
 import socket
+import tempfile
 import unittest
 
 import support
@@ -75,7 +76,7 @@ class Offers(unittest.TestCase):
         self.assertEqual(offered("show", "port", "", LUMD_SOCKET="x" * 200), ["--json", "--help"])
 
     def test_a_driver_that_never_answers_is_not_waited_for(self):
-        with support.tempfile.TemporaryDirectory() as folder:
+        with tempfile.TemporaryDirectory() as folder:
             path = os.path.join(folder, "socket")
             with socket.socket(socket.AF_UNIX) as silent:
                 silent.bind(path)

@@ -21,7 +21,7 @@ namespace http = boost::beast::http;
 using boost::system::error_code;
 using local = net::local::stream_protocol;
 
-constexpr std::size_t answer_limit = 64 * 1024 * 1024;
+constexpr std::size_t answer_limit = std::size_t{64} * 1024 * 1024;
 
 api_result unreachable(const std::string &socket, const std::string &why) {
   return {outcome::unreachable, nullptr,
