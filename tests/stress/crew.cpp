@@ -8,6 +8,7 @@
 namespace stress {
 
 void crew::add(const std::string &name, std::function<void(worker &)> round) {
+  const std::lock_guard lock(mutex_);
   workers_.push_back(std::make_unique<worker>(name, seed_ + workers_.size()));
   worker &self = *workers_.back();
   self.thread_ = std::thread([this, &self, round = std::move(round)] {
@@ -27,6 +28,7 @@ void crew::dismiss() {
 }
 
 std::string crew::report() const {
+  const std::lock_guard lock(mutex_);
   std::string text;
   for (const auto &each : workers_) {
     text += "  " + each->name + ": " + std::to_string(each->rounds_.load()) + " rounds, doing " +

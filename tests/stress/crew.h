@@ -57,6 +57,7 @@ class crew {
  private:
   uint64_t seed_;
   std::atomic<bool> dismissed_{false};
+  mutable std::mutex mutex_;  // the watchdog may ask for a report at any time
   std::vector<std::unique_ptr<worker>> workers_;
 };
 

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstring>
 #include <stdexcept>
+#include <thread>
 
 #include "lum_linux/image.h"
 
@@ -67,10 +68,12 @@ lum_linux::node_description describe(const node_shape &shape, const std::vector<
   return node;
 }
 
-void start_library(lum_linux::platform &platform) {
+void start_library(const node_shape &shape, lum_linux::platform &platform) {
+  const lum_platform_cbs callbacks =
+      shape.between ? shape.between(platform.callbacks()) : platform.callbacks();
   lum_infra_params params = {};
   params.evm = platform.evm();
-  params.platform_cbs = &platform.callbacks();
+  params.platform_cbs = &callbacks;
   std::strcpy(params.process_name, "stress");
   if (lum_lib_init() != 0 || lum_infra_init(&params) != 0) {
     throw std::runtime_error("the library does not start");
@@ -84,12 +87,13 @@ uint32_t load(const T &field) {
 
 }  // namespace
 
-node::node(const node_shape &shape) : shape_(shape), ports_(places_of(shape)) {
+node::node(const node_shape &shape)
+    : shape_(shape), ports_(places_of(shape)), calls_(ports_.size()), creations_(shape.slots) {
   if (shape_.folder.empty()) shape_.folder = own_folder_.emplace().path();
   std::string error;
   platform_ = lum_linux::platform::start(describe(shape_, ports_, shape_.folder), error);
   if (!platform_) throw std::runtime_error(error);
-  start_library(*platform_);
+  start_library(shape_, *platform_);
 }
 
 std::vector<port_place> places_of(const node_shape &shape) {
@@ -108,7 +112,9 @@ std::filesystem::path module_file(const std::filesystem::path &folder, const por
   return folder / "modules" / ("p" + std::to_string(port.handle) + suffix);
 }
 
-cerrno node::create_slot(uint32_t slot) const {
+cerrno node::create_slot(uint32_t slot) {
+  const std::lock_guard lock(creation_in(slot));
+  const calls_under_way under_way(*this, &port_calls::creations, slot, numbers_in(slot));
   const lum_slot_props slot_props = {1, shape_.ports_per_slot};
   if (const cerrno rc = lum_plat_init(rack, slot, instance, &slot_props); rc != 0) return rc;
   std::vector<lum_port_props> props;
@@ -123,21 +129,60 @@ cerrno node::create_slot(uint32_t slot) const {
   return lum_create_ports(static_cast<uint32_t>(props.size()), props.data());
 }
 
-cerrno node::delete_slot(uint32_t slot) const {
-  std::vector<uint32_t> numbers;
-  for (const port_place &port : ports_) {
-    if (port.slot == slot) numbers.push_back(port.port);
-  }
+void node::enter_without_handle(const port_place &port) {
+  const std::lock_guard lock(creation_in(port.slot));
+  const calls_under_way under_way(*this, &port_calls::creations, port.slot, {port.port});
+  lum_platform_ctx_init(rack, port.slot, instance, 1, &port.port);
+}
+
+cerrno node::delete_slot(uint32_t slot) { return delete_ports(slot, numbers_in(slot)); }
+
+cerrno node::delete_ports(uint32_t slot, const std::vector<uint32_t> &numbers) {
+  cerrno rc = 0;
+  std::thread([&] { rc = delete_ports_here(slot, numbers); }).join();
+  return rc;
+}
+
+cerrno node::delete_ports_here(uint32_t slot, const std::vector<uint32_t> &numbers) {
+  const calls_under_way under_way(*this, &port_calls::deletions, slot, numbers);
   return lum_delete_ports(rack, slot, instance, static_cast<uint32_t>(numbers.size()),
                           numbers.data());
 }
 
-void node::create_all() const {
+void node::create_all() {
   for (uint32_t s = 0; s < shape_.slots; ++s) create_slot(shape_.first_slot + s);
 }
 
-void node::delete_all() const {
+void node::delete_all() {
   for (uint32_t s = 0; s < shape_.slots; ++s) delete_slot(shape_.first_slot + s);
+}
+
+std::size_t node::index_of(uint32_t rsip) const {
+  for (std::size_t i = 0; i < ports_.size(); ++i) {
+    if (ports_[i].rsip == rsip) return i;
+  }
+  throw std::out_of_range("no port of the node");
+}
+
+std::vector<uint32_t> node::numbers_in(uint32_t slot) const {
+  std::vector<uint32_t> numbers;
+  for (const port_place &port : ports_) {
+    if (port.slot == slot) numbers.push_back(port.port);
+  }
+  return numbers;
+}
+
+node::calls_under_way::calls_under_way(node &the_node, call_count port_calls::*kind, uint32_t slot,
+                                       const std::vector<uint32_t> &numbers) {
+  for (const uint32_t number : numbers) {
+    const uint32_t rsip = lum_linux::make_rsip(rack, slot, instance, number);
+    counts_.push_back(&(the_node.calls_[the_node.index_of(rsip)].*kind));
+  }
+  for (call_count *count : counts_) count->begin();
+}
+
+node::calls_under_way::~calls_under_way() {
+  for (call_count *count : counts_) count->end();
 }
 
 std::string controller_name(const port_place &port, uint32_t sub_port) {

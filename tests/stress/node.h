@@ -5,6 +5,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -12,6 +13,7 @@
 #include "lum.h"
 #include "lum_linux/modules.h"
 #include "lum_linux/platform.h"
+#include "port_calls.h"
 #include "work_folder.h"
 
 namespace stress {
@@ -36,6 +38,8 @@ struct node_shape {
   std::filesystem::path folder;  // of everything the node keeps; one of its own unless given
   // The description of a port's module; a plain one unless given.
   std::function<std::string(const port_place &)> module;
+  // What the library gets for the platform's callbacks; themselves unless given.
+  std::function<lum_platform_cbs(const lum_platform_cbs &)> between;
 };
 
 class node {
@@ -51,16 +55,45 @@ class node {
   uint32_t slots() const { return shape_.slots; }
   uint32_t ports_per_slot() const { return shape_.ports_per_slot; }
 
-  // All ports of a slot.
-  cerrno create_slot(uint32_t slot) const;
-  cerrno delete_slot(uint32_t slot) const;
-  void create_all() const;
-  void delete_all() const;
+  // All ports of a slot, or some. Each deletion has a thread of its own: it keeps the ports'
+  // mutexes, of which ThreadSanitizer follows some 60 of one thread, even when the ports are gone.
+  cerrno create_slot(uint32_t slot);
+  cerrno delete_slot(uint32_t slot);
+  cerrno delete_ports(uint32_t slot, const std::vector<uint32_t> &numbers);
+  void create_all();
+  void delete_all();
+  // A deletion by the calling thread.
+  cerrno delete_ports_here(uint32_t slot, const std::vector<uint32_t> &numbers);
+  // Enters a port into the database that gets its handle, and its mutex anew, from its creation.
+  void enter_without_handle(const port_place &port);
   bool wait_idle() { return im().wait_idle(std::chrono::seconds(60)); }
 
+  // A port's place among ports(), and the calls above that have named it.
+  std::size_t index_of(uint32_t rsip) const;
+  const port_calls &calls_of(std::size_t index) const { return calls_[index]; }
+  // Held over each creation in a slot: it may make the mutexes of ports anew, which nobody must
+  // then be trying.
+  std::mutex &creation_in(uint32_t slot) { return creations_[slot - shape_.first_slot]; }
+
  private:
+  // Counts a call that names ports in while it is made.
+  class calls_under_way {
+   public:
+    calls_under_way(node &the_node, call_count port_calls::*kind, uint32_t slot,
+                    const std::vector<uint32_t> &numbers);
+    ~calls_under_way();
+    calls_under_way(const calls_under_way &) = delete;
+    calls_under_way &operator=(const calls_under_way &) = delete;
+
+   private:
+    std::vector<call_count *> counts_;
+  };
+  std::vector<uint32_t> numbers_in(uint32_t slot) const;
+
   node_shape shape_;
   std::vector<port_place> ports_;
+  std::vector<port_calls> calls_;
+  std::vector<std::mutex> creations_;
   std::optional<work_folder> own_folder_;
   std::unique_ptr<lum_linux::platform> platform_;
 };

@@ -1,5 +1,6 @@
 #include "weather.h"
 
+#include "led_trouble.h"
 #include "lum_linux/services.h"
 
 namespace stress {
@@ -88,6 +89,25 @@ void trouble_module(node &node, const port_place &port, worker &self) {
   node.modules().set_faults(port.rsip, faults);
 }
 
+// A setting makes up to four pauses.
+void trouble_port_leds(worker &self) {
+  constexpr std::chrono::microseconds longest_pause(1000);
+  switch (below(self.random, 4)) {
+    case 0:
+      self.doing("slowing the LEDs down");
+      return trouble_leds(longest_pause, 0);
+    case 1:
+      self.doing("failing LEDs");
+      return trouble_leds(std::chrono::microseconds(0), 1 + below(self.random, 100));
+    case 2:
+      self.doing("slowing down and failing LEDs");
+      return trouble_leds(longest_pause, 50);
+    default:
+      self.doing("mending the LEDs");
+      return trouble_leds(std::chrono::microseconds(0), 0);
+  }
+}
+
 }  // namespace
 
 void change_weather(node &node, worker &self) {
@@ -95,6 +115,7 @@ void change_weather(node &node, worker &self) {
   const port_place &port =
       node.ports()[below(self.random, static_cast<uint32_t>(node.ports().size()))];
   trouble_module(node, port, self);
+  if (below(self.random, 4) == 0) trouble_port_leds(self);
   self.doing("switching traces");
   lum_linux::traces_enable(channels[below(self.random, 3)], below(self.random, 4) == 0);
   self.doing("waiting for the next trouble");
@@ -103,6 +124,7 @@ void change_weather(node &node, worker &self) {
 
 void clear_weather(node &node) {
   node.im().behave();
+  trouble_leds(std::chrono::microseconds(0), 0);
   for (const port_place &port : node.ports()) {
     node.modules().set_faults(port.rsip, {});
     node.modules().insert(port.rsip);

@@ -6,7 +6,8 @@
 
 namespace stress {
 
-// Changes one thing: how the interface manager answers, a module, an upgrade, the trace channels.
+// Changes a few things: how the interface manager answers, a module, an upgrade, the LEDs, a trace
+// channel. LEDs are troubled only where troubled_leds stands before them.
 void change_weather(node &node, worker &self);
 
 // Everything works again, and what was waiting is answered.
