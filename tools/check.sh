@@ -21,7 +21,7 @@ check_format() {
 check_lint() {
   cmake --preset release >/dev/null
   cmake --build --preset release --target trace_catalogue >/dev/null
-  git ls-files "$library/src/*.cpp" | xargs -P "$jobs" -n 4 clang-tidy-14 --quiet -p build 2>/dev/null
+  git ls-files "$library/src/*.cpp" 'platforms/linux/*.cpp' | xargs -P "$jobs" -n 4 clang-tidy-14 --quiet -p build 2>/dev/null
 }
 
 check_catalogue() {
@@ -154,7 +154,7 @@ changed_sources() {
 check_lint-changed() {
   cmake --preset release >/dev/null
   cmake --build --preset release --target trace_catalogue >/dev/null
-  changed_sources "^$library/src/.*\.cpp$" | xargs -r -P "$jobs" -n 2 clang-tidy-14 --quiet -p build 2>/dev/null
+  changed_sources "^($library/src|platforms/linux)/.*\.cpp$" | xargs -r -P "$jobs" -n 2 clang-tidy-14 --quiet -p build 2>/dev/null
 }
 
 fast_steps=(format includes catalogue headers reference exports abi lint-changed)
