@@ -89,6 +89,7 @@ check_accept-abi() {
   build_library
   abidw --exported-interfaces-only --no-corpus-path --no-show-locs --no-comp-dir-path \
     --no-parameter-names --out-file $library/liblum.abi build/$library/liblum.so
+  sed -i "s|='$PWD/|='|" $library/liblum.abi
 }
 
 check_sanitizer() {
