@@ -1,23 +1,19 @@
 """A small shelf of simulated modules and a driver on it, for one test each."""
 
-import http.client
-import json
 import os
 import pathlib
-import socket
 import subprocess
 import sys
 import tempfile
-import time
 import unittest
 
 BUILD = pathlib.Path(os.environ["LUM_BUILD"])
 SOURCE = pathlib.Path(__file__).resolve().parents[2]
 EXAMPLES = SOURCE / "examples" / "modules"
-sys.path.insert(0, str(SOURCE / "tools" / "demo"))
+sys.path.insert(0, str(SOURCE / "tests"))
 
-import driver as drivers  # noqa: E402
-import shelf as shelves  # noqa: E402
+from shelf import cages, driver  # noqa: E402
+from shelf.driver import UnixConnection  # noqa: E402, F401
 
 LUMD = BUILD / "lumd"
 LUMCTL = BUILD / "lumctl"
@@ -37,34 +33,13 @@ def run(*arguments, **environment):
     )
 
 
-class UnixConnection(http.client.HTTPConnection):
-    """HTTP through the driver's socket."""
-
-    def __init__(self, path):
-        super().__init__("lumd", timeout=20)
-        self.path = path
-
-    def connect(self):
-        self.sock = socket.socket(socket.AF_UNIX)
-        self.sock.settimeout(self.timeout)
-        self.sock.connect(str(self.path))
-
-
-class Driver(drivers.Driver):
+class Driver(driver.Driver):
     """A driver whose library sleeps shorter, or until it is told to go on."""
 
     def __init__(self, build, shelf, options, second_ms):
-        super().__init__(build, shelf, options)
         self.held = shelf.folder / "polling-is-held"
-        self.environment = dict(os.environ, LD_PRELOAD=str(CLOCK), LUM_TEST_HOLD=str(self.held),
-                                LUM_TEST_SECOND_MS=str(second_ms))
-
-    def start(self):
-        with open(self.log, "a") as log:
-            self.process = subprocess.Popen(
-                [LUMD, "--config", self.shelf.description, *self.options],
-                stdout=log, stderr=log, env=self.environment,
-            )
+        super().__init__(build, shelf, options, LD_PRELOAD=str(CLOCK),
+                         LUM_TEST_HOLD=str(self.held), LUM_TEST_SECOND_MS=str(second_ms))
 
     def hold_polling(self):
         """No polling cycle begins from here on; one that is running goes on."""
@@ -72,37 +47,6 @@ class Driver(drivers.Driver):
 
     def go_on_polling(self):
         self.held.unlink()
-
-    def get(self, target):
-        """The driver's answer to one question."""
-        connection = UnixConnection(self.shelf.socket)
-        try:
-            connection.request("GET", target)
-            answer = connection.getresponse()
-            if answer.status != 200:
-                raise RuntimeError(f"lumd refuses: {answer.read()}")
-            return json.loads(answer.read())
-        except (OSError, http.client.HTTPException, ValueError) as failed:
-            raise RuntimeError(f"lumd does not answer: {failed}") from failed
-        finally:
-            connection.close()
-
-    def ports(self):
-        return {view["name"]: view for view in self.get("/v1/ports")["ports"]}
-
-    def wait_for(self, condition, seconds):
-        deadline = time.monotonic() + seconds
-        while True:
-            try:
-                ports = self.ports()
-                if condition(ports):
-                    return ports
-            except RuntimeError:
-                if self.process.poll() is not None:
-                    raise RuntimeError(f"lumd ended: {self.log.read_text().strip()}") from None
-            if time.monotonic() > deadline:
-                return None
-            time.sleep(0.03)
 
     def poll_once(self):
         """Lets one polling cycle run and end, and holds the next."""
@@ -118,13 +62,13 @@ class ShelfTest(unittest.TestCase):
     def setUp(self):
         folder = tempfile.TemporaryDirectory(prefix="lum-test-")
         self.addCleanup(folder.cleanup)
-        self.shelf = shelves.Shelf(folder.name, "test")
+        self.shelf = cages.Shelf(folder.name, "test")
         self.driver = None
 
     def add_module(self, kind, slot=1, **changes):
         """A port with a simulated module in it."""
         cage = self.shelf.add_cage(slot, f"{len(self.shelf.cages)}.toml", backend="simulated")
-        shelves.copy_description(EXAMPLES / f"{kind}.toml", cage.module, **changes)
+        cages.copy_description(EXAMPLES / f"{kind}.toml", cage.module, **changes)
         return cage
 
     def add_empty(self, slot=1):

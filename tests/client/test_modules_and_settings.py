@@ -5,7 +5,7 @@ import time
 
 import support
 from actions import Actions
-from support import shelves
+from support import cages
 
 
 class Modules(Actions):
@@ -24,7 +24,7 @@ class Modules(Actions):
     def test_another_module_takes_its_place(self):
         self.begin()
         another = self.shelf.folder / "another.toml"
-        shelves.copy_description(support.EXAMPLES / "iivi-alarm.toml", another, serial="OTHER1")
+        cages.copy_description(support.EXAMPLES / "iivi-alarm.toml", another, serial="OTHER1")
         self.does("module", "insert", self.first.name, "--description", str(another))
         ports = self.driver.wait_for(
             lambda now: now[self.first.name]["vendor"]["serial"] == "OTHER1"

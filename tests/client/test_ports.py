@@ -4,7 +4,7 @@ import json
 import shutil
 
 import support
-from support import BUILD, LUMCTL, run, shelves
+from support import BUILD, LUMCTL, cages, run
 
 
 class Ports(support.ShelfTest):
@@ -73,7 +73,7 @@ class Ports(support.ShelfTest):
     def test_a_module_file_may_come_be_short_and_vanish(self):
         cage = self.shelf.add_cage(1, "late.eeprom")
         made = self.shelf.folder / "made.eeprom"
-        shelves.make_image(BUILD / "lum-module-image", support.EXAMPLES / "iivi-alarm.toml", made)
+        cages.make_image(BUILD / "lum-module-image", support.EXAMPLES / "iivi-alarm.toml", made)
         self.start(held=True)
         self.wait_for_state(cage, "empty")
 
@@ -95,11 +95,11 @@ class Ports(support.ShelfTest):
     def test_another_module_in_the_cage_is_noticed(self):
         cage = self.shelf.add_cage(1, "swapped.eeprom")
         tool = BUILD / "lum-module-image"
-        shelves.make_image(tool, support.EXAMPLES / "iivi-old-map.toml", cage.module)
+        cages.make_image(tool, support.EXAMPLES / "iivi-old-map.toml", cage.module)
         self.start()
         self.assertEqual(self.wait_for_state(cage, "up")["vendor"]["name"], "II-VI")
         self.driver.wait_for(lambda now: now[cage.name]["temperature_c"] is not None, 10)
-        shelves.make_image(tool, support.EXAMPLES / "accelink-new-map.toml", cage.module)
+        cages.make_image(tool, support.EXAMPLES / "accelink-new-map.toml", cage.module)
         ports = self.driver.wait_for(
             lambda now: now[cage.name]["vendor"]["name"] == "ACCELINK", 5)
         self.assertIsNotNone(ports)

@@ -10,9 +10,11 @@ import subprocess
 import sys
 import tempfile
 
-import dumps
-import tour
-from steps import StepFailed, Steps, report_failure
+sys.path.append(str(pathlib.Path(__file__).resolve().parents[2] / "tests"))
+
+import dumps  # noqa: E402
+import tour  # noqa: E402
+from steps import StepFailed, Steps, report_failure  # noqa: E402
 
 
 def main():

@@ -3,7 +3,7 @@
 import json
 import time
 
-import shelf as shelves
+from shelf import cages
 
 THRESHOLD = 17
 THRESHOLD_WORDS = [270, 170]  # as the module stores it: the upper one first, ten times the value
@@ -113,7 +113,7 @@ def kill_and_restart(steps, driver, watched):
     steps.say("The driver is killed with SIGKILL, and started again")
     driver.kill()
     for position in range(THRESHOLD_POSITION, THRESHOLD_POSITION + 4):
-        shelves.poke(watched.module, position, 0)
+        cages.poke(watched.module, position, 0)
     asked = time.monotonic()
     driver.start()
     ports = driver.wait_for(

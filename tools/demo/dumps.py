@@ -2,8 +2,8 @@
 
 import shutil
 
-import shelf as shelves
-from driver import Driver
+from shelf import cages
+from shelf.driver import Driver
 from steps import StepFailed
 
 PORTS_PER_SLOT = 32
@@ -55,7 +55,7 @@ def make_shelf(folder, directory):
         raise StepFailed(f"there is no *.eeprom in {directory}")
     if len(files) > MAX_DUMPS:
         raise StepFailed(f"{directory} holds {len(files)} dumps, a shelf {MAX_DUMPS} at most")
-    shelf = shelves.Shelf(folder, "dumps")
+    shelf = cages.Shelf(folder, "dumps")
     contents = {}
     for number, file in enumerate(files):
         cage = shelf.add_cage(number // PORTS_PER_SLOT, f"{number}.eeprom")

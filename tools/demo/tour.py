@@ -6,8 +6,8 @@ import time
 import tomllib
 
 import changes
-import shelf as shelves
-from driver import Driver
+from shelf import cages
+from shelf.driver import Driver
 
 EXAMPLES = pathlib.Path(__file__).resolve().parents[2] / "examples" / "modules"
 KINDS = ["iivi-old-map", "accelink-old-map", "iivi-new-map", "accelink-new-map"]
@@ -20,20 +20,20 @@ LED_NORMAL, LED_FAULT = 1, 3
 
 def make_shelf(build, folder):
     """Returns the shelf, the description of each filled cage, and the three special cages."""
-    shelf = shelves.Shelf(folder, "demo")
+    shelf = cages.Shelf(folder, "demo")
     described = {}
     for slot in (1, 2):
         for number, kind in enumerate(KINDS, 1):
             cage = shelf.add_cage(slot, f"slot{slot}-{number}.eeprom")
             description = shelf.folder / "modules" / f"slot{slot}-{number}.toml"
-            shelves.copy_description(
+            cages.copy_description(
                 EXAMPLES / f"{kind}.toml", description, serial=f"DEMO{slot}{number:03}"
             )
-            shelves.make_image(build / "lum-module-image", description, cage.module)
+            cages.make_image(build / "lum-module-image", description, cage.module)
             described[cage.name] = tomllib.loads(description.read_text())
     empty = shelf.add_cage(1, "nothing.eeprom")
     failing = shelf.add_cage(2, "failing.toml", backend="simulated")
-    shelves.copy_description(
+    cages.copy_description(
         EXAMPLES / "accelink-new-map.toml", failing.module, faults="refuse-every=1,code=121"
     )
     shelf.write_description()
@@ -137,7 +137,7 @@ def poll_twice(steps, driver, described, watched):
     steps.say(driver.lumctl("show", "ports"))
 
     warmer = int(described[watched.name]["temperature"]) + 7
-    shelves.poke(watched.module, TEMPERATURE_BYTE, warmer)
+    cages.poke(watched.module, TEMPERATURE_BYTE, warmer)
     second = driver.wait_for(all_polled(names, polls(first, names)), 2 * CYCLE)
     between = time.monotonic() - first_seen
     steps.check("the second cycle comes 5 s after the first",
@@ -153,13 +153,13 @@ def raise_and_clear_alarm(steps, driver, watched, described):
     def led_is(state):
         return lambda ports: ports[watched.name]["led"]["state"] == state
 
-    shelves.poke(watched.module, FLAG_BYTE, FLAG_BITS)
+    cages.poke(watched.module, FLAG_BYTE, FLAG_BITS)
     ports = driver.wait_for(led_is(LED_FAULT), 2 * CYCLE)
     steps.check("the flag is raised: the LED turns to fault (3)",
                 ports is not None and driver.shelf.led_is_lit(watched, "red:fault"))
     steps.check("no other LED has changed",
                 all(ports[name]["led"]["state"] == LED_NORMAL for name in others))
-    shelves.poke(watched.module, FLAG_BYTE, 0)
+    cages.poke(watched.module, FLAG_BYTE, 0)
     ports = driver.wait_for(led_is(LED_NORMAL), 2 * CYCLE)
     steps.check("the flag is cleared: the LED is back at normal (1)",
                 ports is not None and driver.shelf.led_is_lit(watched, "green:status")

@@ -1,19 +1,35 @@
-"""The driver as a process, and its command line."""
+"""The driver as a process, asked through its socket and through its command line."""
 
+import http.client
 import json
 import os
 import signal
+import socket
 import subprocess
 import time
+
+
+class UnixConnection(http.client.HTTPConnection):
+    """HTTP through the driver's socket."""
+
+    def __init__(self, path):
+        super().__init__("lumd", timeout=20)
+        self.path = path
+
+    def connect(self):
+        self.sock = socket.socket(socket.AF_UNIX)
+        self.sock.settimeout(self.timeout)
+        self.sock.connect(str(self.path))
 
 
 class Driver:
     """Runs lumd on a shelf for as long as the block lasts; it is always ended with it."""
 
-    def __init__(self, build, shelf, options=("--alarm-tests",)):
+    def __init__(self, build, shelf, options=("--alarm-tests",), **environment):
         self.build = build
         self.shelf = shelf
         self.options = options
+        self.environment = dict(os.environ, **environment)
         self.log = shelf.folder / "lumd.log"
         self.process = None
 
@@ -29,7 +45,7 @@ class Driver:
         with open(self.log, "a") as log:
             self.process = subprocess.Popen(
                 [self.build / "lumd", "--config", self.shelf.description, *self.options],
-                stdout=log, stderr=log,
+                stdout=log, stderr=log, env=self.environment,
             )
 
     def kill(self):
@@ -48,10 +64,23 @@ class Driver:
             raise RuntimeError(done.stderr.strip() or f"lumctl ended with {done.returncode}")
         return done.stdout
 
+    def get(self, target):
+        """The driver's answer to one question."""
+        connection = UnixConnection(self.shelf.socket)
+        try:
+            connection.request("GET", target)
+            answer = connection.getresponse()
+            if answer.status != 200:
+                raise RuntimeError(f"lumd refuses: {answer.read()}")
+            return json.loads(answer.read())
+        except (OSError, http.client.HTTPException, ValueError) as failed:
+            raise RuntimeError(f"lumd does not answer: {failed}") from failed
+        finally:
+            connection.close()
+
     def ports(self):
         """The view of every port of the description, by its name."""
-        views = json.loads(self.lumctl("show", "ports", "--all", "--json"))["ports"]
-        return {view["name"]: view for view in views}
+        return {view["name"]: view for view in self.get("/v1/ports")["ports"]}
 
     def wait_for(self, condition, seconds):
         """Looks at the ports until the condition holds; returns them, or None when it never did."""
@@ -66,7 +95,7 @@ class Driver:
                     raise RuntimeError(f"lumd ended: {self.log.read_text().strip()}") from None
             if time.monotonic() > deadline:
                 return None
-            time.sleep(0.2)
+            time.sleep(0.03)
 
     def stop(self, seconds):
         """Asks the driver to stop; returns its exit status, or None when it did not."""
