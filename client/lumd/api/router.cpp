@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <optional>
 
+#include "node/split.h"
+
 namespace lumd {
 namespace {
 
@@ -42,16 +44,6 @@ std::optional<std::string> percent_decode(std::string_view text) {
     i += 2;
   }
   return result;
-}
-
-std::vector<std::string_view> split(std::string_view text, char separator) {
-  std::vector<std::string_view> parts;
-  for (;;) {
-    const std::size_t end = text.find(separator);
-    parts.push_back(text.substr(0, end));
-    if (end == std::string_view::npos) return parts;
-    text.remove_prefix(end + 1);
-  }
 }
 
 // The segments that stand for each {}, when the path matches.

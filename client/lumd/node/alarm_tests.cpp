@@ -5,13 +5,13 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
-#include <vector>
 
 #include "lum_linux/services.h"
 #include "node/alarms.h"
 #include "node/driver.h"
 #include "node/port_data.h"
 #include "node/readings.h"
+#include "node/split.h"
 
 namespace lumd {
 namespace {
@@ -22,16 +22,6 @@ constexpr std::size_t fields_of_text = 5;
 bool read_hexadecimal(std::string_view text, uint32_t &number) {
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, 16);
   return error == std::errc() && end == text.data() + text.size();
-}
-
-std::vector<std::string_view> split(std::string_view text, char separator) {
-  std::vector<std::string_view> parts;
-  for (;;) {
-    const std::size_t end = text.find(separator);
-    parts.push_back(text.substr(0, end));
-    if (end == std::string_view::npos) return parts;
-    text.remove_prefix(end + 1);
-  }
 }
 
 // Why the library would not act on the request, or nothing.
