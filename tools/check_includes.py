@@ -10,6 +10,7 @@ import subprocess
 import sys
 
 LUMD = "client/lumd"
+WORDS = "client/words"
 LIBRARY = "platforms/common"
 PLATFORM = "platforms/linux"
 
@@ -20,6 +21,8 @@ FORBIDDEN = {
     f"{LUMD}/views": (f"{LUMD}/api", f"{LUMD}/metrics", LUMD),
     f"{LUMD}/api": (f"{LUMD}/metrics", LUMD),
     f"{LUMD}/metrics": (f"{LUMD}/api", LUMD),
+    WORDS: (LUMD, f"{LUMD}/node", f"{LUMD}/views", f"{LUMD}/api", f"{LUMD}/metrics", "client/lumctl",
+            LIBRARY, PLATFORM),
     LIBRARY: (PLATFORM, "client"),
     PLATFORM: ("client",),
 }

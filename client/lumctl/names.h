@@ -1,7 +1,7 @@
-// The words that lumctl has for what the driver knows, one table each: help, completion, checks and
-// printing take them from here.
+// What lumctl does with the names of the tables in words/, and the words that are its own.
 #pragma once
 
+#include <array>
 #include <span>
 #include <string>
 #include <string_view>
@@ -11,30 +11,8 @@
 
 namespace lumctl {
 
-// On the command line and in texts "setting-a", in the driver's JSON "setting_a".
-std::span<const std::string_view> settings();
-std::string member_of(std::string_view setting);
-
-// What can be injected for a test, besides `everything`.
-std::span<const std::string_view> alarms();
-std::span<const std::string_view> raisable_readings();
-constexpr std::string_view everything = "all";
-
-// Words of a fault script; those that end in '=' take a number.
-std::span<const std::string_view> module_faults();
-// How the interface manager may spoil a reply.
-std::span<const std::string_view> malformations();
-
-// Lengths of performance monitoring's bins.
-std::span<const std::string_view> bins();
-
-// What a port's controllers can be told.
-std::span<const std::string_view> controller_states();
-std::span<const std::string_view> switch_states();
 constexpr std::string_view on = "on";
-
-// A sub-port's readings as columns; the powers come first.
-std::span<const std::string_view> reading_titles();
+constexpr std::array<std::string_view, 2> switch_states = {on, "off"};
 
 // States of ports and of LEDs, as the driver names them, with the colours that they are shown in.
 colour colour_of_port(std::string_view state);

@@ -5,10 +5,14 @@
 
 #include "command_line/candidates.h"
 #include "commands/commands.h"
+#include "lum_linux/module_faults.h"
 #include "names.h"
 #include "printing/table.h"
 #include "terminal/printable.h"
 #include "terminal/progress.h"
+#include "words/controller_states.h"
+#include "words/malformations.h"
+#include "words/module_faults.h"
 
 namespace lumctl {
 namespace {
@@ -108,9 +112,21 @@ TEST(Commands, NoWordMeansTwoThings) {
 }
 
 TEST(Names, AreListedAsInASentence) {
-  EXPECT_EQ(listed(controller_states()), "up or down");
-  EXPECT_EQ(listed(malformations()), "garbage, truncated, missing-member or absent");
-  EXPECT_EQ(member_of("p2-setting"), "p2_setting");
+  EXPECT_EQ(listed(lum_words::controller_states), "up or down");
+  EXPECT_EQ(listed(names_of(lum_words::malformations)),
+            "garbage, truncated, missing-member or absent");
+  EXPECT_EQ(lum_words::member_of("p2-setting"), "p2_setting");
+}
+
+TEST(Names, EveryOfferedFaultIsTakenByThePlatform) {
+  words offered_faults = as_words(lum_words::module_faults);
+  offered_faults.emplace_back(lum_words::no_module_fault);
+  for (const std::string &word : offered_faults) {
+    lum_linux::fault_script script;
+    std::string error;
+    EXPECT_TRUE(parse_fault_script(word.ends_with('=') ? word + "1" : word, script, error))
+        << error;
+  }
 }
 
 TEST(Names, UnknownStatesHaveAColour) {

@@ -5,11 +5,13 @@
 #include "commands/exchange.h"
 #include "names.h"
 #include "printing/im_text.h"
+#include "words/malformations.h"
 
 namespace lumctl {
 namespace {
 
 constexpr const char *state = "state";
+constexpr auto kinds = names_of(lum_words::malformations);
 
 // What the driver calls a word of an action.
 std::string member_of_word(const std::string &word) {
@@ -57,8 +59,8 @@ argument code() { return number("code", "A cerrno, 1 or more"); }
 argument element_code() { return number("code", "A cerrno; 0 takes the fault back"); }
 
 argument on_or_off() {
-  return {state, listed(switch_states()),
-          value{.words = as_words(switch_states()), .only_words = true}};
+  return {state, listed(switch_states),
+          value{.words = as_words(switch_states), .only_words = true}};
 }
 
 option number_option(const std::string &name, const std::string &help) {
@@ -80,8 +82,7 @@ std::vector<command> faults() {
       action("empty", "Answer the next batches with a count of 0", {batches()}),
       action("malform",
              "Spoil the replies to the next create batches; the driver ends when it reads one",
-             {batches(),
-              {"kind", listed(malformations()), value{.words = as_words(malformations())}}}),
+             {batches(), {"kind", listed(kinds), value{.words = as_words(kinds)}}}),
   };
 }
 

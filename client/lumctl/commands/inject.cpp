@@ -8,9 +8,13 @@
 #include "commands/sub_port_name.h"
 #include "names.h"
 #include "printing/port_cells.h"
+#include "words/alarms.h"
+#include "words/readings.h"
 
 namespace lumctl {
 namespace {
+
+constexpr auto readings = names_of(lum_words::raisable_readings);
 
 std::string describe_injected(const json &reply) {
   std::string alarms;
@@ -48,14 +52,14 @@ int inject_one(const session &now, const given &words, const std::string &kind) 
 command one(const std::string &name, const std::string &help, const std::string &what_help,
             std::span<const std::string_view> names) {
   std::vector<std::string> offered = as_words(names);
-  offered.emplace_back(everything);
+  offered.emplace_back(lum_words::everything);
   return {.name = name,
           .help = help,
           .arguments = {{"where", "NAME:SUBPORT, the sub-port of a port",
                          value{.names = known_names::sub_ports, .wrong = check_sub_port_name}},
                         {"what", what_help, value{.words = offered}},
-                        {"status", listed(switch_states()),
-                         value{.words = as_words(switch_states()), .only_words = true}}},
+                        {"status", listed(switch_states),
+                         value{.words = as_words(switch_states), .only_words = true}}},
           .options = {json_option()},
           .action = [name](const session &now, const given &words) {
             return inject_one(now, words, name);
@@ -75,14 +79,18 @@ command inject_commands() {
       .arguments = {{"text", "ANYTHING#INTERFACE#TEST#ID#STATUS, numbers in hexadecimal"}},
       .options = {json_option()},
       .action = inject_text};
-  return {.name = "inject",
-          .help = "Force alarms on or raise readings for a test; lumd needs --alarm-tests",
-          .commands = {
-              one("alarm", "Force an alarm of a sub-port on, or let it go",
-                  "The alarm: its name, its number, or all", alarms()),
-              one("readings", "Raise what is monitored of a sub-port's readings, or not",
-                  listed(raisable_readings(), ", ") + " or all, or 1 to 5", raisable_readings()),
-              text}};
+  return {
+      .name = "inject",
+      .help = "Force alarms on or raise readings for a test; lumd needs --alarm-tests",
+      .commands = {
+          one("alarm", "Force an alarm of a sub-port on, or let it go",
+              fmt::format("The alarm: its name, its number, or {}", lum_words::everything),
+              names_of(lum_words::alarms)),
+          one("readings", "Raise what is monitored of a sub-port's readings, or not",
+              fmt::format("{} or {}, or {} to {}", listed(readings, ", "), lum_words::everything,
+                          lum_words::first_readings_test_id, lum_words::every_readings_test_id),
+              readings),
+          text}};
 }
 
 }  // namespace lumctl

@@ -9,6 +9,7 @@
 #include "commands/exchange.h"
 #include "names.h"
 #include "printing/port_cells.h"
+#include "words/module_faults.h"
 
 namespace lumctl {
 namespace {
@@ -59,8 +60,8 @@ argument byte(const char *name) {
 }
 
 argument fault_script() {
-  std::vector<std::string> words = as_words(module_faults());
-  words.emplace_back("none");
+  std::vector<std::string> words = as_words(lum_words::module_faults);
+  words.emplace_back(lum_words::no_module_fault);
   return {"script", "Such as refuse-every=3,code=121 or hang; none takes it back",
           value{.words = words}, true, true};
 }

@@ -9,6 +9,7 @@
 #include "commands/exchange.h"
 #include "names.h"
 #include "printing/port_cells.h"
+#include "words/controller_states.h"
 
 namespace lumctl {
 namespace {
@@ -98,8 +99,8 @@ command port_commands() {
           "Send a port's controllers a new state; up also writes its settings into the module "
           "again",
       .arguments = {port_name(),
-                    {"state", listed(controller_states()),
-                     value{.words = as_words(controller_states()), .only_words = true}}},
+                    {"state", listed(lum_words::controller_states),
+                     value{.words = as_words(lum_words::controller_states), .only_words = true}}},
       .options = {wait_option(), json_option()},
       .action = update_port};
   return {.name = "port",

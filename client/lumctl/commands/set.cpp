@@ -12,9 +12,12 @@
 #include "names.h"
 #include "printing/port_cells.h"
 #include "printing/port_text.h"
+#include "words/settings.h"
 
 namespace lumctl {
 namespace {
+
+constexpr auto fields = names_of(lum_words::settings);
 
 // A decimal or 0x hexadecimal number, possibly negative.
 bool read_number(std::string_view text, std::int64_t &number) {
@@ -35,16 +38,16 @@ std::string read_setting(const std::string &text, json &body) {
   if (equals == std::string::npos) return fmt::format("\"{}\" is not FIELD=VALUE", text);
   std::string field = text.substr(0, equals);
   std::replace(field.begin(), field.end(), '_', '-');
-  if (std::find(settings().begin(), settings().end(), field) == settings().end()) {
+  if (std::find(fields.begin(), fields.end(), field) == fields.end()) {
     return fmt::format("there is no setting \"{}\", expected one of {}", field,
-                       listed(settings(), ", "));
+                       listed(fields, ", "));
   }
   std::int64_t number = 0;
   if (!read_number(std::string_view(text).substr(equals + 1), number)) {
     return fmt::format("{} is \"{}\", expected a whole number of at most 32 bits", field,
                        text.substr(equals + 1));
   }
-  const std::string member = member_of(field);
+  const std::string member = lum_words::member_of(field);
   if (body.contains(member)) return fmt::format("{} is given twice", member);
   body[member] = number;
   return {};
@@ -102,7 +105,7 @@ int change_settings(const session &now, const given &words) {
 
 std::vector<std::string> setting_words() {
   std::vector<std::string> words;
-  for (const std::string_view setting : settings()) words.push_back(std::string(setting) + "=");
+  for (const std::string_view field : fields) words.push_back(std::string(field) + "=");
   return words;
 }
 
@@ -113,7 +116,7 @@ command set_command() {
           .help = "Change settings of a port: in its module, and kept for good",
           .arguments = {{"name", "NAME or NAME:SUBPORT; sub-port 0 unless given",
                          value{.names = known_names::ports_and_sub_ports}},
-                        {"setting", "FIELD=VALUE, FIELD being one of " + listed(settings(), ", "),
+                        {"setting", "FIELD=VALUE, FIELD being one of " + listed(fields, ", "),
                          value{.words = setting_words(), .wrong = check_setting}, true, true}},
           .options = {json_option()},
           .action = change_settings};

@@ -11,6 +11,7 @@
 #include "printing/pm_table.h"
 #include "printing/port_text.h"
 #include "printing/ports_table.h"
+#include "words/bins.h"
 
 namespace lumctl {
 namespace {
@@ -84,7 +85,7 @@ command pm() {
           .help = "Monitored values: now, minimum, maximum and average",
           .arguments = {optional_port_name()},
           .options = {{"bins", "All bins of this length, instead of the current ones",
-                       value{.words = as_words(bins()), .only_words = true}},
+                       value{.words = as_words(lum_words::bins), .only_words = true}},
                       json_option()},
           .action = [](const session &now, const given &words) {
             std::string query;

@@ -6,6 +6,7 @@
 
 #include "names.h"
 #include "terminal/printable.h"
+#include "words/readings.h"
 
 namespace lumctl {
 namespace {
@@ -56,7 +57,7 @@ std::string handle_text(const json &sub_port) {
 std::vector<cell> reading_cells(const json &sub_port) {
   std::vector<cell> cells;
   const json &values = sub_port.at("readings");
-  for (std::size_t i = 0; i < reading_titles().size(); ++i) {
+  for (std::size_t i = 0; i < lum_words::readings.size(); ++i) {
     if (i >= values.size()) {
       cells.push_back({"-"});
     } else if (values.at(i).contains("dbm")) {
@@ -70,8 +71,9 @@ std::vector<cell> reading_cells(const json &sub_port) {
 
 std::vector<column> reading_columns() {
   std::vector<column> columns;
-  for (const std::string_view title : reading_titles())
-    columns.push_back({std::string(title), true});
+  for (const lum_words::reading &reading : lum_words::readings) {
+    columns.push_back({std::string(reading.title), true});
+  }
   return columns;
 }
 

@@ -18,7 +18,7 @@ std::string firmware_text(const json &port);
 
 // "0x08000001", or "-" for a controller that is not there.
 std::string handle_text(const json &sub_port);
-// The five readings, "-" each when there are none.
+// The readings, "-" each when there are none.
 std::vector<cell> reading_cells(const json &sub_port);
 std::vector<column> reading_columns();
 

@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
-#include "names.h"
 #include "printing/line.h"
 #include "printing/port_cells.h"
+#include "words/settings.h"
 
 namespace lumctl {
 namespace {
@@ -185,9 +185,9 @@ std::string describe_port(const json &port, const style &where) {
 
 std::string describe_configuration(const json &configuration) {
   std::string text;
-  for (const std::string_view setting : settings()) {
-    text +=
-        fmt::format("{} {}, ", setting, configuration.at(member_of(setting)).get<std::int64_t>());
+  for (const lum_words::setting &setting : lum_words::settings) {
+    const json &value = configuration.at(lum_words::member_of(setting.name));
+    text += fmt::format("{} {}, ", setting.name, value.get<std::int64_t>());
   }
   return text +
          fmt::format("changed 0x{:x}", configuration.at("changed_bits").get<std::uint64_t>());

@@ -76,8 +76,8 @@ im_action read_malform(request_body &body) {
   const std::string wanted = body.text("kind");
   im_malformation chosen = im_malformation::none;
   std::string names;
-  for (const named_malformation &kind : malformations()) {
-    if (kind.name == wanted) chosen = kind.value;
+  for (const lum_words::malformation &kind : lum_words::malformations) {
+    if (kind.name == wanted) chosen = malformation_of(kind);
     names += (names.empty() ? "" : ", ") + std::string(kind.name);
   }
   if (chosen == im_malformation::none) {

@@ -1,4 +1,6 @@
 // Ports come and go, and change their controllers' state.
+#include <fmt/format.h>
+
 #include "api/action.h"
 #include "api/request_body.h"
 #include "api/routes.h"
@@ -8,9 +10,13 @@
 #include "node/find_port.h"
 #include "node/lifecycle.h"
 #include "views/action_view.h"
+#include "words/controller_states.h"
 
 namespace lumd {
 namespace {
+
+using lum_words::controller_down;
+using lum_words::controller_up;
 
 api_reply post_create(driver &node, const api_request &request) {
   request_body body(request.body);
@@ -67,9 +73,12 @@ api_reply post_update(driver &node, const api_request &request) {
   request_body body(request.body);
   const std::string state = body.text("state");
   const wait_time wait = body.wait();
-  if (state != "up" && state != "down") body.complain("\"state\" is neither \"up\" nor \"down\"");
+  if (state != controller_up && state != controller_down) {
+    body.complain(
+        fmt::format("\"state\" is neither \"{}\" nor \"{}\"", controller_up, controller_down));
+  }
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
-  const uint32_t number = state == "up" ? 1 : 0;
+  const uint32_t number = state == controller_up ? 1 : 0;
   return act(wait + wait_margin, [&node, port, number, wait] {
     return reply_to(update_port(node, *port, number, wait), [&](const action_report &report) {
       return show_update(report, *port, number);

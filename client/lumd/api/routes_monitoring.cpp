@@ -1,4 +1,6 @@
 // What performance monitoring and the alarm service keep.
+#include <fmt/format.h>
+
 #include "api/action.h"
 #include "api/request_body.h"
 #include "api/routes.h"
@@ -8,6 +10,7 @@
 #include "views/action_view.h"
 #include "views/alarm_view.h"
 #include "views/pm_view.h"
+#include "words/bins.h"
 
 namespace lumd {
 namespace {
@@ -33,7 +36,10 @@ api_reply get_pm(driver &node, const api_request &request) {
   std::optional<pm_bins> bins;
   if (const auto asked = queried(request, "bins")) {
     bins = pm_bins_of(*asked);
-    if (!bins) return refuse(400, "the bins are neither 15min nor 24h");
+    if (!bins) {
+      return refuse(400, fmt::format("the bins are neither {} nor {}", lum_words::quarter_bin,
+                                     lum_words::day_bin));
+    }
   }
   port_list ports;
   const api_reply refused = wanted_ports(node, queried(request, "port"), ports);

@@ -19,7 +19,8 @@ constexpr std::chrono::seconds bound(5);
 wanted_settings read_settings(request_body &body) {
   wanted_settings wanted;
   for (const setting &setting : settings) {
-    const json *value = body.member(setting.name);
+    const std::string name = lum_words::member_of(setting.name());
+    const json *value = body.member(name);
     if (value == nullptr) continue;
     const int64_t least = setting.is_signed ? std::numeric_limits<int32_t>::min() : 0;
     constexpr int64_t most = std::numeric_limits<uint32_t>::max();
@@ -27,8 +28,7 @@ wanted_settings read_settings(request_body &body) {
                           !(value->is_number_unsigned() && value->get<uint64_t>() > uint64_t{most});
     const int64_t number = is_whole ? value->get<int64_t>() : -1;
     if (!is_whole || number < least || number > most) {
-      body.complain(
-          fmt::format("\"{}\" is not a whole number from {} to {}", setting.name, least, most));
+      body.complain(fmt::format("\"{}\" is not a whole number from {} to {}", name, least, most));
     }
     wanted[&setting] = static_cast<uint32_t>(number);
   }

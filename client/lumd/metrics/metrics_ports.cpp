@@ -1,4 +1,8 @@
 // The ports, their modules and sub-ports.
+#include <fmt/format.h>
+
+#include <algorithm>
+
 #include "lum.h"
 #include "lum_linux/modules.h"
 #include "lum_linux/stores.h"
@@ -15,6 +19,8 @@ namespace {
 
 using lum_linux::module_status;
 using lum_linux::port_description;
+using lum_words::reading_unit;
+using lum_words::readings;
 
 metric_labels with(metric_labels labels, const char *name, std::string value) {
   labels[name] = std::move(value);
@@ -22,7 +28,7 @@ metric_labels with(metric_labels labels, const char *name, std::string value) {
 }
 
 void add_states(const metric_labels &port, port_state current, metrics_page &page) {
-  for (const auto &[state, name] : port_states()) {
+  for (const auto &[state, name] : lum_words::port_states) {
     page.gauge("lum_port_state", "1 for the state that the port is in, 0 for the others",
                with(port, "state", std::string(name)), state == current ? 1 : 0);
   }
@@ -59,26 +65,38 @@ void add_identity(const metric_labels &port, uint32_t rsip, const lum_vendor_inf
   page.fact("lum_port_info", "Where the port is and which module is in it; always 1", labels);
 }
 
+// The readings in a unit, which stand side by side: "0 to 2" or "3 and 4".
+std::string places_in(reading_unit unit) {
+  const auto is_in = [unit](const lum_words::reading &one) { return one.unit == unit; };
+  const auto first = std::find_if(readings.begin(), readings.end(), is_in);
+  const auto last = std::find_if_not(first, readings.end(), is_in) - 1;
+  return fmt::format("{} {} {}", first - readings.begin(), last - first > 1 ? "to" : "and",
+                     last - readings.begin());
+}
+
 void add_readings(const metric_labels &sub_port, const lum_dom_area &area, metrics_page &page) {
-  for (const reading &reading : readings()) {
-    const uint16_t raw = area.readings[reading.place];
-    const metric_labels labels = with(sub_port, "reading", std::to_string(reading.place));
-    if (reading.unit == reading_unit::dbm) {
-      page.gauge("lum_power_dbm", "Optical power, readings 0 to 2", labels, power_dbm(raw));
+  static const std::string power_help =
+      fmt::format("Optical power, readings {}", places_in(reading_unit::dbm));
+  static const std::string reading_help =
+      fmt::format("Readings {}, in the module's units", places_in(reading_unit::module));
+  for (std::size_t i = 0; i < readings.size(); ++i) {
+    const uint16_t raw = area.readings[i];
+    const metric_labels labels = with(sub_port, "reading", std::to_string(i));
+    if (readings[i].unit == reading_unit::dbm) {
+      page.gauge("lum_power_dbm", power_help, labels, power_dbm(raw));
     } else {
-      page.gauge("lum_reading", "Readings 3 and 4, in the module's units", labels,
-                 reading_value(raw));
+      page.gauge("lum_reading", reading_help, labels, reading_value(raw));
     }
   }
 }
 
 void add_alarms(const metric_labels &labels, std::size_t sub_port,
                 const lum_linux::ptah_interface &stored, metrics_page &page) {
-  for (const alarm_kind &kind : alarm_kinds()) {
+  for (const lum_words::alarm &kind : lum_words::alarms) {
     if (!belongs_to(kind, sub_port)) continue;
     page.gauge("lum_alarm", "1 while the alarm is raised",
                with(labels, "alarm", std::string(kind.name)),
-               (stored.all.bitmap & kind.bit) != 0 ? 1 : 0);
+               (stored.all.bitmap & bit_of(kind)) != 0 ? 1 : 0);
   }
   page.counter("lum_alarm_changes_total", "How often the alarms have changed", labels,
                stored.all.values[lum_linux::ptah_bitmap_changes]);

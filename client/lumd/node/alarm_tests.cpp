@@ -33,13 +33,14 @@ std::string reason_against(const alarm_test_request &request) {
   if (request.test == alarm_test::readings) {
     return is_readings_test(request.id)
                ? ""
-               : fmt::format("there are no readings {}, expected 1 to 5", request.id);
+               : fmt::format("there are no readings {}, expected {} to {}", request.id,
+                             lum_words::first_readings_test_id, lum_words::every_readings_test_id);
   }
-  if (request.id == every_alarm_test_id) return "";
-  for (const alarm_kind &kind : alarm_kinds()) {
-    if (kind.test_id != request.id) continue;
-    if (belongs_to(kind, sub_port)) return "";
-    return fmt::format("sub-port {} does not have the alarm {}", sub_port, kind.name);
+  if (request.id == lum_words::every_alarm_test_id) return "";
+  for (const lum_words::alarm &alarm : lum_words::alarms) {
+    if (alarm.test_id != request.id) continue;
+    if (belongs_to(alarm, sub_port)) return "";
+    return fmt::format("sub-port {} does not have the alarm {}", sub_port, alarm.name);
   }
   return fmt::format("there is no alarm {} (0x{:x})", request.id, request.id);
 }

@@ -1,36 +1,47 @@
 #include "node/alarms.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 
+#include "lum.h"
+
 namespace lumd {
-namespace {
 
-constexpr std::array<alarm_kind, 7> kinds = {{
-    {"flag-12", 0x1, 12, false, "lower-page byte 12; also turns the LED to fault"},
-    {"flag-10", 0x2, 10, false, "lower-page byte 10; also turns the LED to fault"},
-    {"flag-13", 0x4, 17, false, "lower-page byte 13; also turns the LED to fault"},
-    {"flag-49-a", 0x20000, 20, true, "lower-page byte 49, any bit"},
-    {"flag-49-b", 0x40000, 21, true, "lower-page byte 49, any bit"},
-    {"flag-64-high", 0x80000, 18, false, "lower-page byte 64, the higher bit of the sub-port"},
-    {"flag-64-low", 0x100000, 19, false, "lower-page byte 64, the lower bit of the sub-port"},
-}};
+using lum_words::alarm;
+using lum_words::alarm_id;
+using lum_words::alarms;
+using lum_words::every_alarm_test_id;
 
-}  // namespace
-
-std::span<const alarm_kind> alarm_kinds() { return kinds; }
+uint64_t bit_of(const alarm &alarm) {
+  switch (alarm.id) {
+    case alarm_id::flag_12:
+      return LUM_ALARM_FLAG_12;
+    case alarm_id::flag_10:
+      return LUM_ALARM_FLAG_10;
+    case alarm_id::flag_13:
+      return LUM_ALARM_FLAG_13;
+    case alarm_id::flag_49_a:
+      return LUM_ALARM_FLAG_49_A;
+    case alarm_id::flag_49_b:
+      return LUM_ALARM_FLAG_49_B;
+    case alarm_id::flag_64_high:
+      return LUM_ALARM_FLAG_64_HIGH;
+    case alarm_id::flag_64_low:
+      return LUM_ALARM_FLAG_64_LOW;
+  }
+  return 0;
+}
 
 std::optional<uint32_t> alarm_test_id(std::string_view text) {
-  if (text == "all") return every_alarm_test_id;
+  if (text == lum_words::everything) return every_alarm_test_id;
   uint32_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   const bool is_number = error == std::errc() && end == text.data() + text.size();
   if (is_number && number == every_alarm_test_id) return number;
-  const auto found = std::find_if(kinds.begin(), kinds.end(), [&](const alarm_kind &kind) {
+  const auto found = std::find_if(alarms.begin(), alarms.end(), [&](const alarm &kind) {
     return is_number ? kind.test_id == number : kind.name == text;
   });
-  if (found == kinds.end()) return std::nullopt;
+  if (found == alarms.end()) return std::nullopt;
   return found->test_id;
 }
 

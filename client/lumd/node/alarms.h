@@ -1,32 +1,22 @@
-// The alarms of a sub-port: their names, the bits they are in the library's bitmap, and the numbers
-// by which its alarm tests know them. docs/alarms.md tells where each comes from.
+// The alarms of a sub-port as the library and its alarm tests know them.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <span>
 #include <string_view>
+
+#include "words/alarms.h"
 
 namespace lumd {
 
-struct alarm_kind {
-  std::string_view name;
-  uint64_t bit;
-  uint32_t test_id;
-  bool sub_port_1_only;
-  std::string_view source;  // for people
-};
-
-// In the order of their bits.
-std::span<const alarm_kind> alarm_kinds();
+// The bit that the alarm is in the library's bitmap.
+uint64_t bit_of(const lum_words::alarm &alarm);
 
 // Whether sub-port 0 or 1 can have the alarm.
-constexpr bool belongs_to(const alarm_kind &kind, std::size_t sub_port) {
-  return sub_port == 1 || !kind.sub_port_1_only;
+constexpr bool belongs_to(const lum_words::alarm &alarm, std::size_t sub_port) {
+  return sub_port == 1 || !alarm.sub_port_1_only;
 }
-
-// The alarm test that means every alarm of the sub-port.
-constexpr uint32_t every_alarm_test_id = 22;
 
 // The number by which the alarm tests know an alarm, from its name, that number in decimal, or
 // "all".

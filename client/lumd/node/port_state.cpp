@@ -2,8 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <array>
-
 #include "node/driver.h"
 
 namespace lumd {
@@ -13,16 +11,6 @@ using lum_linux::module_status;
 using lum_linux::port_description;
 
 constexpr std::chrono::seconds stuck_after(2);
-
-constexpr std::array<named_port_state, 7> states = {{
-    {port_state::absent, "absent"},
-    {port_state::going, "deleting"},
-    {port_state::coming_up, "coming up"},
-    {port_state::empty, "empty"},
-    {port_state::upgrading, "upgrading"},
-    {port_state::failing, "failing"},
-    {port_state::up, "up"},
-}};
 
 bool last_transfer_failed(const module_status &module) {
   return module.statistics.failed > 0 &&
@@ -70,15 +58,6 @@ std::string reason_for(port_state state, const module_status &module) {
 }
 
 }  // namespace
-
-std::span<const named_port_state> port_states() { return states; }
-
-std::string_view port_state_name(port_state state) {
-  for (const named_port_state &known : states) {
-    if (known.state == state) return known.name;
-  }
-  return "unknown";
-}
 
 port_condition condition_of(driver &node, const port_description &port, const port_copy *copy) {
   module_status module = module_of(node, port);

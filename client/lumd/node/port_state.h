@@ -1,35 +1,18 @@
 // What a port is up to.
 #pragma once
 
-#include <span>
 #include <string>
-#include <string_view>
 
 #include "lum_linux/modules.h"
 #include "lum_linux/node_description.h"
 #include "node/port_data.h"
+#include "words/port_states.h"
 
 namespace lumd {
 
 class driver;
 
-// From what hinders the port most.
-enum class port_state {
-  absent,     // not in the library's database
-  going,      // its deletion is under way
-  coming_up,  // its controllers are not both confirmed yet
-  empty,      // no module in the cage
-  upgrading,  // the module's firmware is being upgraded; not polled
-  failing,    // the module's last transfer failed, or does not end
-  up,
-};
-
-struct named_port_state {
-  port_state state;
-  std::string_view name;
-};
-std::span<const named_port_state> port_states();
-std::string_view port_state_name(port_state state);
+using lum_words::port_state;
 
 struct port_condition {
   port_state state = port_state::absent;

@@ -5,31 +5,29 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <vector>
+#include <type_traits>
+
+#include "lum.h"
 
 namespace lumd {
 namespace {
 
 using record = pm_ui_optics_record;
 
-constexpr std::array<reading, 5> all = {{
-    {0,
-     reading_unit::dbm,
-     {{"power_0", [](const record &r) { return r.power_0; }, "power-0", 3, 3}}},
-    {1,
-     reading_unit::dbm,
-     {{"power_1", [](const record &r) { return r.power_1; }, "power-1", 2, 2}}},
-    {2, reading_unit::dbm},
-    {3,
-     reading_unit::module,
-     {{"reading_3", [](const record &r) { return r.reading_3; }, "reading-3", 1, 0}}},
-    {4,
-     reading_unit::module,
-     {{"reading_4", [](const record &r) { return r.reading_4[0]; }, "reading-4", 4, 1}}},
-}};
+using lum_words::every_readings_test_id;
+using lum_words::readings;
+static_assert(readings.size() == std::extent_v<decltype(lum_dom_area::readings)>);
 
-constexpr std::string_view every_test_name = "all";
-constexpr uint32_t every_test_id = 5;
+constexpr std::array<monitored_reading, lum_words::raisable_readings.size()> monitored = {{
+    {3, [](const record &r) { return r.reading_3; }},
+    {4, [](const record &r) { return r.reading_4[0]; }},
+    {1, [](const record &r) { return r.power_1; }},
+    {0, [](const record &r) { return r.power_0; }},
+}};
+static_assert(monitored.size() == std::extent_v<decltype(lum_test_injection::pm_test_offsets)>);
+static_assert(std::all_of(monitored.begin(), monitored.end(), [](const monitored_reading &one) {
+  return one.value != nullptr && is_raisable(one.word());
+}));
 
 double rounded(double value, double per_unit) { return std::round(value * per_unit) / per_unit; }
 
@@ -39,41 +37,23 @@ int hundredths_of_dbm(uint16_t reading) {
   return below_zero ? reading - 0x10001 : reading;
 }
 
-std::vector<monitored_reading> sort_monitored() {
-  std::vector<monitored_reading> found;
-  for (const reading &one : all) {
-    if (one.monitored) found.push_back(*one.monitored);
-  }
-  std::sort(found.begin(), found.end(),
-            [](const auto &a, const auto &b) { return a.offset < b.offset; });
-  return found;
-}
-
 }  // namespace
 
-std::span<const reading> readings() { return all; }
-
-std::span<const monitored_reading> monitored_readings() {
-  static const std::vector<monitored_reading> sorted = sort_monitored();
-  return sorted;
-}
+std::span<const monitored_reading> monitored_readings() { return monitored; }
 
 std::optional<uint32_t> readings_test_id(std::string_view text) {
   const auto is_meant = [text](std::string_view name, uint32_t id) {
     return text == name || text == fmt::format("{}", id);
   };
-  for (const monitored_reading &one : monitored_readings()) {
-    if (is_meant(one.test_name, one.test_id)) return one.test_id;
+  for (const lum_words::reading &one : lum_words::raisable_readings) {
+    if (is_meant(one.name, one.test_id)) return one.test_id;
   }
-  if (is_meant(every_test_name, every_test_id)) return every_test_id;
+  if (is_meant(lum_words::everything, every_readings_test_id)) return every_readings_test_id;
   return std::nullopt;
 }
 
 bool is_readings_test(uint32_t test_id) {
-  const auto tests = monitored_readings();
-  return test_id == every_test_id ||
-         std::any_of(tests.begin(), tests.end(),
-                     [test_id](const auto &one) { return one.test_id == test_id; });
+  return test_id >= lum_words::first_readings_test_id && test_id <= every_readings_test_id;
 }
 
 double power_dbm(uint16_t reading) { return hundredths_of_dbm(reading) / 100.0; }

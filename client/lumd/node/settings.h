@@ -1,6 +1,7 @@
-// The settings of a sub-port: their names, where the library keeps them, and their change.
+// The settings of a sub-port: where the library keeps them, and their change.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdint>
@@ -10,29 +11,39 @@
 #include "lum.h"
 #include "lum_linux/node_description.h"
 #include "node/outcome.h"
+#include "words/settings.h"
 
 namespace lumd {
 
 class driver;
 
-// One setting under the name that people give it.
+using lum_words::setting_id;
+
 struct setting {
-  std::string_view name;
+  setting_id id;
   uint32_t lum_port_cfg::*field;
   uint32_t position;    // in the library's input record
   uint64_t change_bit;  // several settings may share one: they are taken over together
   bool is_signed = false;
+
+  constexpr std::string_view name() const { return name_of(lum_words::settings, id); }
 };
 
-inline constexpr std::array<setting, 7> settings = {{
-    {"threshold", &lum_port_cfg::threshold, LUM_HW_IN_THRESHOLD, LUM_CHANGE_THRESHOLD, true},
-    {"p2_setting", &lum_port_cfg::p2_setting, LUM_HW_IN_P2_SETTING, LUM_CHANGE_P2_SETTING},
-    {"mode", &lum_port_cfg::mode, LUM_HW_IN_MODE, LUM_CHANGE_MODE},
-    {"setting_a", &lum_port_cfg::setting_a, LUM_HW_IN_SETTING_A, LUM_CHANGE_SETTINGS},
-    {"setting_b", &lum_port_cfg::setting_b, LUM_HW_IN_SETTING_B, LUM_CHANGE_SETTINGS},
-    {"enable", &lum_port_cfg::enable_flag, LUM_HW_IN_ENABLE_FLAG, LUM_CHANGE_SETTINGS},
-    {"sub1", &lum_port_cfg::sub1_flag, LUM_HW_IN_SUB1_FLAG, LUM_CHANGE_SETTINGS},
+inline constexpr std::array<setting, lum_words::settings.size()> settings = {{
+    {setting_id::threshold, &lum_port_cfg::threshold, LUM_HW_IN_THRESHOLD, LUM_CHANGE_THRESHOLD,
+     true},
+    {setting_id::p2_setting, &lum_port_cfg::p2_setting, LUM_HW_IN_P2_SETTING,
+     LUM_CHANGE_P2_SETTING},
+    {setting_id::mode, &lum_port_cfg::mode, LUM_HW_IN_MODE, LUM_CHANGE_MODE},
+    {setting_id::setting_a, &lum_port_cfg::setting_a, LUM_HW_IN_SETTING_A, LUM_CHANGE_SETTINGS},
+    {setting_id::setting_b, &lum_port_cfg::setting_b, LUM_HW_IN_SETTING_B, LUM_CHANGE_SETTINGS},
+    {setting_id::enable, &lum_port_cfg::enable_flag, LUM_HW_IN_ENABLE_FLAG, LUM_CHANGE_SETTINGS},
+    {setting_id::sub1, &lum_port_cfg::sub1_flag, LUM_HW_IN_SUB1_FLAG, LUM_CHANGE_SETTINGS},
 }};
+static_assert(std::equal(settings.begin(), settings.end(), lum_words::settings.begin(),
+                         [](const setting &one, const lum_words::setting &word) {
+                           return one.id == word.id;
+                         }));
 
 // The members of lumd::settings that are to be changed, with their values.
 using wanted_settings = std::map<const setting *, uint32_t>;

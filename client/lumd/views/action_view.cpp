@@ -16,7 +16,7 @@ json show_ports(const lifecycle_report &report) {
   json shown = json::array();
   for (const port_result &one : report.ports) {
     shown.push_back({{"name", one.port->name},
-                     {"state", port_state_name(one.state)},
+                     {"state", name_of(lum_words::port_states, one.state)},
                      {"ifhandles", one.ifhandles}});
   }
   return shown;

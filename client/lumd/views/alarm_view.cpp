@@ -15,12 +15,14 @@
 namespace lumd {
 namespace {
 
+using lum_words::alarm;
+using lum_words::alarms;
+
 std::string name_of_bit(unsigned bit) {
-  const auto kinds = alarm_kinds();
-  const auto found = std::find_if(kinds.begin(), kinds.end(), [bit](const alarm_kind &kind) {
-    return kind.bit == uint64_t{1} << bit;
+  const auto found = std::find_if(alarms.begin(), alarms.end(), [bit](const alarm &kind) {
+    return bit_of(kind) == uint64_t{1} << bit;
   });
-  return found == kinds.end() ? fmt::format("bit-{}", bit) : std::string(found->name);
+  return found == alarms.end() ? fmt::format("bit-{}", bit) : std::string(found->name);
 }
 
 // How often each alarm has been raised since the counters were set back.
@@ -58,9 +60,9 @@ json show_sub_port(const lum_linux::port_description &port, const port_copy &cop
 
 json show_kinds() {
   json kinds = json::array();
-  for (const alarm_kind &kind : alarm_kinds()) {
+  for (const alarm &kind : alarms) {
     kinds.push_back({{"name", kind.name},
-                     {"bit", kind.bit},
+                     {"bit", bit_of(kind)},
                      {"test_id", kind.test_id},
                      {"sub_port_1_only", kind.sub_port_1_only},
                      {"source", kind.source}});
@@ -71,9 +73,10 @@ json show_kinds() {
 // The test offsets that are set, as they are added to the module's words.
 json show_offsets(const lum_test_injection &injection) {
   json shown = json::object();
-  for (const monitored_reading &reading : monitored_readings()) {
-    const uint16_t offset = injection.pm_test_offsets[reading.offset];
-    if (offset != 0) shown[std::string(reading.test_name)] = offset;
+  const auto readings = monitored_readings();
+  for (std::size_t i = 0; i < readings.size(); ++i) {
+    const uint16_t offset = injection.pm_test_offsets[i];
+    if (offset != 0) shown[std::string(readings[i].word().name)] = offset;
   }
   return shown;
 }

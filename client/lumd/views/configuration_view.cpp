@@ -11,7 +11,7 @@ json show_configuration(const lum_port_cfg &configuration) {
   json shown = json::object();
   json changed = json::array();
   for (const setting &setting : settings) {
-    const std::string name(setting.name);
+    const std::string name = lum_words::member_of(setting.name());
     const uint32_t value = configuration.*setting.field;
     if (setting.is_signed) {
       shown[name] = static_cast<int32_t>(value);

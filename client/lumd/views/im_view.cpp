@@ -1,6 +1,5 @@
 #include "views/im_view.h"
 
-#include <array>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -14,15 +13,9 @@ namespace {
 
 using lum_linux::im_malformation;
 
-constexpr std::array<named_malformation, 4> kinds = {
-    {{"garbage", im_malformation::garbage},
-     {"truncated", im_malformation::truncated},
-     {"missing-member", im_malformation::missing_member},
-     {"absent", im_malformation::absent}}};
-
 std::string_view name_of(im_malformation value) {
-  for (const named_malformation &kind : kinds) {
-    if (kind.value == value) return kind.name;
+  for (const lum_words::malformation &word : lum_words::malformations) {
+    if (malformation_of(word) == value) return word.name;
   }
   return "none";
 }
@@ -65,7 +58,20 @@ json list_controllers(driver &node) {
 
 }  // namespace
 
-std::span<const named_malformation> malformations() { return kinds; }
+im_malformation malformation_of(const lum_words::malformation &word) {
+  using lum_words::malformation_id;
+  switch (word.id) {
+    case malformation_id::garbage:
+      return im_malformation::garbage;
+    case malformation_id::truncated:
+      return im_malformation::truncated;
+    case malformation_id::missing_member:
+      return im_malformation::missing_member;
+    case malformation_id::absent:
+      return im_malformation::absent;
+  }
+  return im_malformation::none;
+}
 
 json show_controllers(driver &node) {
   const auto statistics = node.platform().im().statistics();

@@ -1,21 +1,15 @@
 // The interface manager as the API shows it.
 #pragma once
 
-#include <span>
-#include <string_view>
-
 #include "lum_linux/interface_manager.h"
 #include "views/json.h"
+#include "words/malformations.h"
 
 namespace lumd {
 
 class driver;
 
-struct named_malformation {
-  std::string_view name;
-  lum_linux::im_malformation value;
-};
-std::span<const named_malformation> malformations();
+lum_linux::im_malformation malformation_of(const lum_words::malformation &word);
 
 // The interface manager's controllers, then those that only the library believes in, and what has
 // become of the batches.

@@ -51,7 +51,8 @@ json count_states(driver &node) {
   for (const lum_linux::port_description *port : node.node().ports()) {
     const auto found = copies.find(port->rsip);
     const std::string name(
-        port_state_name(state_of(node, *port, found == copies.end() ? nullptr : &found->second)));
+        name_of(lum_words::port_states,
+                state_of(node, *port, found == copies.end() ? nullptr : &found->second)));
     counts[name] = counts.value(name, 0) + 1;
   }
   return counts;

@@ -6,14 +6,12 @@
 #include "lum_linux/stores.h"
 #include "node/port_data.h"
 #include "views/times.h"
+#include "words/bins.h"
 
 namespace lumd {
 namespace {
 
 using lum_linux::pm_bin;
-
-constexpr std::string_view quarter_name = "15min";
-constexpr std::string_view day_name = "24h";
 
 json show_value(std::size_t number, const pm_bin &bin) {
   const auto value = static_cast<lum_linux::pm_value>(number);
@@ -42,13 +40,14 @@ json show_bin(const pm_bin &bin, std::string_view length) {
 
 json show_bins(const lum_linux::pm_interface &interface, std::optional<pm_bins> bins) {
   json shown = json::array();
-  if (bins != pm_bins::day) shown.push_back(show_bin(interface.quarter, quarter_name));
-  if (bins != pm_bins::quarter) shown.push_back(show_bin(interface.day, day_name));
+  if (bins != pm_bins::day) shown.push_back(show_bin(interface.quarter, lum_words::quarter_bin));
+  if (bins != pm_bins::quarter) shown.push_back(show_bin(interface.day, lum_words::day_bin));
   if (bins == pm_bins::quarter) {
-    for (const pm_bin &bin : interface.quarters) shown.push_back(show_bin(bin, quarter_name));
+    for (const pm_bin &bin : interface.quarters)
+      shown.push_back(show_bin(bin, lum_words::quarter_bin));
   }
   if (bins == pm_bins::day) {
-    for (const pm_bin &bin : interface.days) shown.push_back(show_bin(bin, day_name));
+    for (const pm_bin &bin : interface.days) shown.push_back(show_bin(bin, lum_words::day_bin));
   }
   return shown;
 }
@@ -56,8 +55,8 @@ json show_bins(const lum_linux::pm_interface &interface, std::optional<pm_bins> 
 }  // namespace
 
 std::optional<pm_bins> pm_bins_of(std::string_view name) {
-  if (name == quarter_name) return pm_bins::quarter;
-  if (name == day_name) return pm_bins::day;
+  if (name == lum_words::quarter_bin) return pm_bins::quarter;
+  if (name == lum_words::day_bin) return pm_bins::day;
   return std::nullopt;
 }
 

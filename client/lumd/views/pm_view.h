@@ -11,7 +11,7 @@ namespace lumd {
 
 enum class pm_bins { quarter, day };
 
-// "15min" or "24h".
+// From its name.
 std::optional<pm_bins> pm_bins_of(std::string_view name);
 
 // The controllers of the ports: of each the current bin of each length or, with `bins`, that and

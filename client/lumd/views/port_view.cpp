@@ -13,6 +13,7 @@
 #include "views/alarm_view.h"
 #include "views/configuration_view.h"
 #include "views/times.h"
+#include "words/leds.h"
 
 namespace lumd {
 namespace {
@@ -35,19 +36,19 @@ json show_vendor(const lum_vendor_info &vendor) {
 json show_led(uint32_t rsip) {
   uint32_t state = LUM_LED_OFF;
   if (!CERR_IS_OK(lum_optics_led_get_state(rsip, 0, &state))) return nullptr;
-  const char *name = state == LUM_LED_OFF      ? "off"
-                     : state == LUM_LED_NORMAL ? "normal"
-                     : state == LUM_LED_FAULT  ? "fault"
-                                               : "other";
+  const std::string_view name = state == LUM_LED_OFF      ? lum_words::led_off
+                                : state == LUM_LED_NORMAL ? lum_words::led_normal
+                                : state == LUM_LED_FAULT  ? lum_words::led_fault
+                                                          : lum_words::led_other;
   return {{"state", state}, {"name", name}};
 }
 
 json show_readings(const lum_dom_area &area) {
   json shown = json::array();
-  for (const reading &reading : readings()) {
-    const uint16_t raw = area.readings[reading.place];
+  for (std::size_t i = 0; i < lum_words::readings.size(); ++i) {
+    const uint16_t raw = area.readings[i];
     json one = {{"raw", raw}};
-    if (reading.unit == reading_unit::dbm) {
+    if (lum_words::readings[i].unit == lum_words::reading_unit::dbm) {
       one["dbm"] = power_dbm(raw);
       one["microwatt"] = power_microwatt(raw);
     } else {
@@ -63,7 +64,7 @@ json show_monitoring(uint32_t ifhandle) {
   if (const auto pm = lum_linux::pm_find(ifhandle); pm && pm->latest) {
     shown["age_s"] = seconds_since(pm->updated);
     for (const monitored_reading &reading : monitored_readings()) {
-      shown[std::string(reading.name)] = reading.value(*pm->latest);
+      shown[lum_words::member_of(reading.word().name)] = reading.value(*pm->latest);
     }
   }
   if (const auto ptah = lum_linux::ptah_find(ifhandle)) {
@@ -159,7 +160,7 @@ json show_port(driver &node, const lum_linux::port_description &port, const port
                 {"port", port.rsip & 0xFF},
                 {"rsip", port.rsip},
                 {"port_handle", port.handle},
-                {"state", port_state_name(condition.state)},
+                {"state", name_of(lum_words::port_states, condition.state)},
                 {"reason", condition.reason},
                 {"module", show_module(module)}};
   if (copy == nullptr) {
