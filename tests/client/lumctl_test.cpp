@@ -1,12 +1,14 @@
 // What lumctl is made of, without a driver.
 #include <gmock/gmock.h>
 
+#include <nlohmann/json.hpp>
 #include <set>
 
 #include "command_line/candidates.h"
 #include "commands/commands.h"
 #include "lum_linux/module_faults.h"
 #include "names.h"
+#include "printing/pm_table.h"
 #include "printing/table.h"
 #include "terminal/printable.h"
 #include "terminal/progress.h"
@@ -19,6 +21,7 @@ namespace {
 
 using testing::Contains;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using words = std::vector<std::string>;
@@ -145,6 +148,38 @@ TEST(Table, NumbersStandToTheRightAndLinesEndWithTheirText) {
             "       7  x\n"
             "    note\n");
   EXPECT_EQ(table_width(formats, records), 19U);
+}
+
+// What is printed of a bin in which each of the values has been 7 all the time.
+std::string describe_bin(const words &names) {
+  json values = json::array();
+  for (const std::string &name : names) {
+    values.push_back({{"name", name},
+                      {"unit", ""},
+                      {"current", 7},
+                      {"minimum", 7},
+                      {"maximum", 7},
+                      {"average", 7}});
+  }
+  const json bin = {{"length", "15min"},
+                    {"start", "now"},
+                    {"samples", 1},
+                    {"partial", false},
+                    {"values", values}};
+  return describe_pm({{"interfaces", {{{"port", "west"}, {"sub_port", 0}, {"bins", {bin}}}}}}, {});
+}
+
+TEST(PmTable, ShowsAValueThatIsHandedOverSeveralTimesOnce) {
+  const std::string text = describe_bin({"reading_4_a", "reading_4_b", "reading_4_c", "power_1"});
+  EXPECT_THAT(text, HasSubstr(" reading_4 "));
+  EXPECT_THAT(text, HasSubstr(" power_1 "));
+  EXPECT_THAT(text, Not(HasSubstr("reading_4_")));
+}
+
+TEST(PmTable, ShowsBothOfTwoReadingsThatAreEqual) {
+  const std::string text = describe_bin({"reading_3", "reading_4_a", "reading_4_b", "reading_4_c"});
+  EXPECT_THAT(text, HasSubstr(" reading_3 "));
+  EXPECT_THAT(text, HasSubstr(" reading_4 "));
 }
 
 TEST(Terminal, IsNotSteeredByTexts) {

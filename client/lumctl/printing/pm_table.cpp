@@ -32,23 +32,27 @@ row value_cells(const json &value, const std::string &name) {
           {tenths ? "uW" : text_or_dash(value.at("unit"))}};
 }
 
-// The library hands reading 4 over three times; it is shown once unless they differ.
-bool is_reading_4(const json &value) {
-  return value.at("name").get<std::string>().starts_with("reading_4");
+// Values that the library hands over several times have names such as reading_4_a and reading_4_b.
+std::string name_without_letter(const json &value) {
+  std::string name = text_or_dash(value.at("name"));
+  const bool ends_in_letter = name.size() > 2 && name.at(name.size() - 2) == '_' &&
+                              name.back() >= 'a' && name.back() <= 'z';
+  if (ends_in_letter) name.resize(name.size() - 2);
+  return name;
 }
 
 bool repeats(const json &value, const json &before) {
   json same = value;
   same["name"] = before.at("name");
-  return same == before && is_reading_4(value);
+  return same == before && name_without_letter(value) == name_without_letter(before);
 }
 
-// The bin's values with the names to show them by.
+// The bin's values with the names to show them by: once unless they differ.
 std::vector<std::pair<std::string, json>> values_of(const json &bin) {
   std::vector<std::pair<std::string, json>> values;
   for (const json &value : bin.at("values")) {
     if (!values.empty() && repeats(value, values.back().second)) {
-      values.back().first = "reading_4";
+      values.back().first = name_without_letter(value);
     } else {
       values.emplace_back(text_or_dash(value.at("name")), value);
     }
