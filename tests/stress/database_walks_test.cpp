@@ -261,7 +261,7 @@ TEST_F(busy_database, two_handles_for_one_port_leave_the_index_by_handle_in_orde
   crew.add("other ports", [this](worker &self) { come_and_go(self, first_slot); });
 
   std::barrier meet(2);
-  bool over = false;
+  std::atomic<bool> over = false;
   uint32_t round = 0;
   std::thread other([&] {
     for (meet.arrive_and_wait(); !over; meet.arrive_and_wait()) {

@@ -7,7 +7,7 @@
 
 #include "settings.h"
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef LUM_SANITIZED
 // The sanitizers' own allocator counts; the compiler has no header for it.
 extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
 #endif
@@ -15,7 +15,7 @@ extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
 namespace stress {
 
 inline std::size_t allocated_bytes() {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef LUM_SANITIZED
   return __sanitizer_get_current_allocated_bytes();
 #else
   const struct mallinfo2 info = mallinfo2();

@@ -6,7 +6,7 @@
 
 namespace stress {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef LUM_SANITIZED
 inline constexpr bool sanitized = true;
 #else
 inline constexpr bool sanitized = false;

@@ -91,7 +91,7 @@ void check_convention(const trace_line &line, uint32_t one) {
   }
 }
 
-std::string formatted(const char *format, va_list arguments) {
+[[gnu::format(printf, 1, 0)]] std::string formatted(const char *format, va_list arguments) {
   va_list again;
   va_copy(again, arguments);
   const int length = std::vsnprintf(nullptr, 0, format, again);

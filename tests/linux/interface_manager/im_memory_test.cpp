@@ -22,7 +22,16 @@ constexpr uint64_t all = UINT64_MAX;
 constexpr uint32_t no_memory = ENOMEM;
 const std::string long_name = "Ots0_1_0_1_0 with a name too long to be kept without memory";
 
-TEST(ImMemory, FailsEveryElementByNameWhereverMemoryRunsOut) {
+class ImMemory : public testing::Test {
+ protected:
+  void SetUp() override {
+#ifdef LUM_SANITIZERS_NEW
+    GTEST_SKIP() << "memory does not run out here";
+#endif
+  }
+};
+
+TEST_F(ImMemory, FailsEveryElementByNameWhereverMemoryRunsOut) {
   uint64_t served = 0;
   for (bool created = false; !created; ++served) {
     im_harness node;
@@ -51,7 +60,7 @@ TEST(ImMemory, FailsEveryElementByNameWhereverMemoryRunsOut) {
   EXPECT_GT(served, 2u);
 }
 
-TEST(ImMemory, KeepsWhatAnEarlierBatchHasCreated) {
+TEST_F(ImMemory, KeepsWhatAnEarlierBatchHasCreated) {
   im_harness node;
   const auto before = node.created({"a"});
   node.at_completion = [] { memory_runs_out(0, 0); };
@@ -65,7 +74,7 @@ TEST(ImMemory, KeepsWhatAnEarlierBatchHasCreated) {
   EXPECT_EQ(node.im.controllers().size(), 1u);
 }
 
-TEST(ImMemory, DeletesAndUpdatesWithoutMemory) {
+TEST_F(ImMemory, DeletesAndUpdatesWithoutMemory) {
   im_harness node;
   const auto handles = node.created({long_name, "b"});
   node.at_completion = [] { memory_runs_out(0, 0); };
@@ -144,7 +153,7 @@ std::vector<uint32_t> recorded_handles() {
   return handles;
 }
 
-TEST(ImMemory, TheLibraryRecordsNoControllerUntilItAsksAgain) {
+TEST_F(ImMemory, TheLibraryRecordsNoControllerUntilItAsksAgain) {
   const test_folder folder;
   const auto node = start_node(folder);
   std::atomic<uint32_t> told{0};

@@ -18,7 +18,6 @@ using testing::IsEmpty;
 
 namespace {
 
-constexpr uint32_t rsip = 0x30107;
 constexpr uint32_t other_rsip = 0x30109;
 
 // Stops whoever makes a trace until it is let go.

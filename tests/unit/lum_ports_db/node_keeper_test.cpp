@@ -79,6 +79,9 @@ TEST_F(node_keeper, section_opened_after_the_removal_does_not_hold_the_node) {
 }
 
 TEST_F(node_keeper, section_that_found_no_memory_for_its_slot_holds_the_node) {
+#ifdef LUM_SANITIZERS_NEW
+  GTEST_SKIP() << "memory does not run out here";
+#endif
   // This thread's own slot is there.
   uint32_t handle = 0;
   ASSERT_EQ(lum_ports_db_rsip2port_handle(rsip, &handle), 0u);
@@ -125,6 +128,9 @@ TEST_F(node_keeper, look_up_of_the_librarys_own_outside_a_section_ends_a_debug_b
 #endif
 
 TEST_F(node_keeper, threads_that_come_one_after_the_other_share_a_slot) {
+#ifdef LUM_SANITIZERS_NEW
+  GTEST_SKIP() << "the allocations are not this test's to count";
+#endif
   slots_taken = 0;
   for (int i = 0; i < 100; ++i) std::thread([] { lum::ports_reader reader; }).join();
   EXPECT_EQ(slots_taken.load(), 1u);
