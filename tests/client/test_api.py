@@ -57,6 +57,13 @@ class Api(support.ShelfTest):
         self.assertEqual(self.ask("GET", "/v1/ports/0%2F1%2F0%2f1")[2]["name"], "0/1/0/1")
         self.assertEqual(self.ask("GET", "/v1/ports/0%2F1%2F0%2F9")[0], 404)
 
+    def test_deeply_nested_bodies_are_refused(self):
+        for body in ("[" * 52000 + "]" * 52000, '{"a":' * 20000 + "1" + "}" * 20000, "[" * 200000):
+            status, _, answer = self.ask("POST", "/v1/ports/create", body)
+            self.assertEqual(status, 400)
+            self.assertIn("32 arrays and objects in each other", answer["error"])
+        self.assertEqual(self.ask("GET", "/v1/ports")[0], 200)
+
     def test_what_is_not_there(self):
         for target in ("/", "/v1", "/v2/ports", "/v1/ports/", "/v1/ports/a/b/c", "*"):
             status, _, body = self.ask("GET", target)

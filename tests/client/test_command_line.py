@@ -1,6 +1,8 @@
 """Exit codes and one-line errors of lumctl, and what it prints besides."""
 
 import re
+import socket
+import threading
 
 import support
 from helps import every_help
@@ -33,12 +35,31 @@ class CommandLine(support.ShelfTest):
         abandoned.write_text("")
         self.fails(3, "--socket", abandoned, "show", "ports")
 
+    def test_an_answer_that_is_too_deep_is_3(self):
+        """Whatever answers in the driver's place cannot end the command but with a message."""
+        place = self.shelf.folder / "impostor.sock"
+        with socket.socket(socket.AF_UNIX) as listener:
+            listener.bind(str(place))
+            listener.listen()
+            thread = threading.Thread(target=self.answer_deeply, args=(listener,))
+            thread.start()
+            self.assertIn("32 arrays", self.fails(3, "--socket", place, "show", "node"))
+            thread.join()
+
+    @staticmethod
+    def answer_deeply(listener):
+        connection, _ = listener.accept()
+        with connection:
+            connection.recv(65536)
+            body = b"[" * 100000 + b"]" * 100000
+            connection.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: %d\r\n\r\n" % len(body) + body)
+
     def test_unknown_port_is_1(self):
         self.add_module("iivi-old-map")
         self.start()
-        socket = self.shelf.socket
-        self.assertIn("nobody", self.fails(1, "--socket", socket, "show", "port", "nobody"))
-        self.fails(1, "--socket", socket, "show", "module", "a/b/c%2f")
+        place = self.shelf.socket
+        self.assertIn("nobody", self.fails(1, "--socket", place, "show", "port", "nobody"))
+        self.fails(1, "--socket", place, "show", "module", "a/b/c%2f")
 
     def test_help_and_version(self):
         for command in (LUMCTL, LUMD):

@@ -12,6 +12,8 @@
 #include <boost/beast/http.hpp>
 #include <nlohmann/json.hpp>
 
+#include "json/read.h"
+
 namespace lumctl {
 namespace {
 
@@ -79,11 +81,12 @@ api_result call(const std::string &socket, request_type request,
   const error_code failed = exchange(socket, request, patience, answer);
   if (failed) return unreachable(socket, failed.message());
 
-  auto shown = std::make_shared<const json>(json::parse(answer.get().body(), nullptr, false));
-  if (shown->is_discarded()) return unreachable(socket, "the answer is not JSON");
+  std::string why;
+  const auto shown = std::make_shared<const json>(lum_json::read(answer.get().body(), why));
+  if (!why.empty()) return unreachable(socket, "the answer " + why);
   const unsigned status = answer.get().result_int();
   if (status / 100 != 2) return {outcome::refused, nullptr, why_refused(*shown, status)};
-  return {outcome::done, std::move(shown), {}};
+  return {outcome::done, shown, {}};
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <optional>
 
+#include "json/read.h"
 #include "node/split.h"
 
 namespace lumd {
@@ -63,8 +64,8 @@ std::optional<std::vector<std::string_view>> match(std::string_view pattern,
   return parameters;
 }
 
-// Fills in all of `request` but the route's parameters; returns what is wrong with it, or null.
-const char *read_request(const http_request &source, std::string_view query_text,
+// Fills in all of `request` but the route's parameters; returns what is wrong with it, or nothing.
+std::string read_request(const http_request &source, std::string_view query_text,
                          api_request &request) {
   for (const std::string_view pair : split(query_text, '&')) {
     if (pair.empty()) continue;
@@ -75,10 +76,10 @@ const char *read_request(const http_request &source, std::string_view query_text
     if (!key || !value) return "the query is not properly encoded";
     request.query[*key] = *value;
   }
-  if (source.body.empty()) return nullptr;
-  request.body = json::parse(source.body, nullptr, false);
-  if (request.body.is_discarded()) return "the body is not valid JSON";
-  return nullptr;
+  if (source.body.empty()) return {};
+  std::string why;
+  request.body = lum_json::read(source.body, why);
+  return why.empty() ? why : "the body " + why;
 }
 
 }  // namespace
@@ -110,7 +111,7 @@ http_reply answer(driver &node, std::span<const std::span<const route>> groups,
         if (!decoded) return to_http(refuse(400, "the path is not properly encoded"));
         parsed.parameters.push_back(*decoded);
       }
-      if (const char *wrong = read_request(request, query_text, parsed)) {
+      if (const auto wrong = read_request(request, query_text, parsed); !wrong.empty()) {
         return to_http(refuse(400, wrong));
       }
       return to_http(candidate.handle(node, parsed));
