@@ -1,133 +1,34 @@
 #include "services/checkpoint_store.h"
 
-#include <SQLiteCpp/SQLiteCpp.h>
 #include <sqlite3.h>
 
 #include <algorithm>
 #include <boost/crc.hpp>
 #include <cerrno>
-#include <limits>
+#include <chrono>
+#include <thread>
+#include <utility>
 
 #include "services/store_files.h"
+#include "services/store_sql.h"
 
 namespace lum_linux {
 namespace {
 
 namespace fs = std::filesystem;
 
-// What marks a database as a checkpoint store ("LUMC"), and the version of its schema.
-constexpr const char *store_mark = "1280658755";
-constexpr const char *schema_version = "1";
-
 // How long to wait for a process that is just ending to let go of the database.
 constexpr int busy_wait_ms = 2000;
 
-// An entry's version is that of the table's description when its data were saved. Ids are never
-// used twice.
-constexpr const char *schema =
-    "PRAGMA application_id=1280658755;"
-    "PRAGMA user_version=1;"
-    "CREATE TABLE application(name TEXT NOT NULL, version INTEGER NOT NULL);"
-    "CREATE TABLE tables(kind INTEGER PRIMARY KEY);"
-    "CREATE TABLE entries(id INTEGER PRIMARY KEY AUTOINCREMENT, kind INTEGER NOT NULL,"
-    " key INTEGER NOT NULL, version INTEGER, checksum INTEGER, data BLOB, UNIQUE(kind, key));";
+// How often a store is opened that cannot be read just now, and what passes between.
+constexpr int opening_attempts = 3;
+constexpr std::chrono::milliseconds opening_pause(50);
 
 uint32_t checksum(std::span<const std::byte> data) {
   boost::crc_32_type crc;
   crc.process_bytes(data.data(), data.size());
   return crc.checksum();
 }
-
-cerrno code_of(int result, int system_error) {
-  switch (result & 0xff) {
-    case SQLITE_FULL:
-      return ENOSPC;
-    case SQLITE_IOERR:
-      return system_error == ENOSPC || system_error == EDQUOT ? ENOSPC : EIO;
-    case SQLITE_NOMEM:
-      return ENOMEM;
-    case SQLITE_BUSY:
-    case SQLITE_LOCKED:
-      return EBUSY;
-    case SQLITE_READONLY:
-      return EROFS;
-    case SQLITE_CANTOPEN:
-    case SQLITE_PERM:
-      return system_error != 0 ? static_cast<cerrno>(system_error) : EACCES;
-    case SQLITE_CORRUPT:
-    case SQLITE_NOTADB:
-      return EBADMSG;
-    case SQLITE_TOOBIG:
-      return EFBIG;
-    case SQLITE_CONSTRAINT:
-      return EEXIST;
-    default:
-      return EIO;
-  }
-}
-
-// Whether a failure says that the file is damaged or no database at all.
-bool tells_of_damage(const SQLite::Exception &failure) {
-  const int result = failure.getErrorCode() & 0xff;
-  return result == SQLITE_CORRUPT || result == SQLITE_NOTADB;
-}
-
-// The first column of the first row; absent when there is no row.
-std::optional<std::string> ask(const SQLite::Database &database, const char *question) {
-  SQLite::Statement statement(database, question);
-  if (!statement.executeStep()) return std::nullopt;
-  return statement.getColumn(0).getText();
-}
-
-// As above, and absent when the question cannot be answered.
-std::optional<std::string> ask_if_possible(const SQLite::Database &database, const char *question) {
-  try {
-    return ask(database, question);
-  } catch (const SQLite::Exception &) {
-    return std::nullopt;
-  }
-}
-
-// One use of a statement: binds what stands for its question marks, which has to stay until the
-// use ends, and resets it at the end.
-class use {
- public:
-  template <typename... Values>
-  explicit use(SQLite::Statement &statement, const Values &...values) : statement_(statement) {
-    int position = 0;
-    (bind(++position, values), ...);
-  }
-  ~use() { statement_.tryReset(); }
-  use(const use &) = delete;
-  use &operator=(const use &) = delete;
-
-  SQLite::Statement *operator->() const { return &statement_; }
-  uint64_t number(int column) const {
-    return static_cast<uint64_t>(statement_.getColumn(column).getInt64());
-  }
-  // Valid until the next step or the end of the use.
-  std::span<const std::byte> bytes(int column) const {
-    const SQLite::Column found = statement_.getColumn(column);
-    const auto *data = static_cast<const std::byte *>(found.getBlob());
-    if (data == nullptr) return {};
-    return {data, static_cast<size_t>(found.getBytes())};
-  }
-
- private:
-  void bind(int position, uint64_t value) {
-    statement_.bind(position, static_cast<int64_t>(value));
-  }
-  void bind(int position, std::span<const std::byte> value) {
-    if (value.size() > std::numeric_limits<int>::max()) {
-      throw SQLite::Exception("more bytes than a record can have", SQLITE_TOOBIG);
-    }
-    // A null pointer would bind NULL instead of no bytes.
-    const void *data = value.empty() ? "" : static_cast<const void *>(value.data());
-    statement_.bindNoCopy(position, data, static_cast<int>(value.size()));
-  }
-
-  SQLite::Statement &statement_;
-};
 
 struct statements {
   explicit statements(const SQLite::Database &database)
@@ -174,106 +75,69 @@ cerrno checkpoint_store::attempt(Call call) {
   }
 }
 
-checkpoint_store::opened checkpoint_store::open(const fs::path &file, const application &owner) {
+checkpoint_store::opened checkpoint_store::open(const fs::path &file, const store_owner &owner) {
   opened result;
-  // The second attempt finds no file: the first has set it aside.
-  for (int tries = 0; tries < 2; ++tries) {
-    std::unique_ptr<checkpoint_store> store(new checkpoint_store);
-    std::string reason;
-    verdict found = verdict::refused;
-    result.code = store->attempt([&]() -> cerrno {
-      store->connection_ = std::make_unique<connection>(file);
-      found = store->judge(owner, reason);
-      if (found == verdict::fresh) store->set_up(owner);
-      return 0;
-    });
-    if (result.code != 0) {
-      if (store->connection_ == nullptr && result.code == EACCES) {
-        if (const int error = error_of_opening(file)) result.code = static_cast<cerrno>(error);
-      }
-      result.failure = store->failure_text();
-      return result;
-    }
-    if (found != verdict::refused) {
-      if (found == verdict::fresh) sync_folder(file.parent_path());
-      result.store = std::move(store);
-      return result;
-    }
-    store->close_as_found();
+  for (int attempts = 1;; ++attempts) {
+    result = open_once(file, owner);
+    const bool may_pass = result.code == EIO || result.code == ENOMEM;
+    if (!may_pass || attempts == opening_attempts) return result;
+    std::this_thread::sleep_for(opening_pause);
+  }
+}
+
+// A file that is refused is looked at once more, by a connection that remembers nothing. If it is
+// refused again it is set aside, and there is none at the third look.
+checkpoint_store::opened checkpoint_store::open_once(const fs::path &file,
+                                                     const store_owner &owner) {
+  opened result;
+  bool refused_before = false;
+  for (int looks = 0; looks < 3; ++looks) {
+    std::string refused_for;
+    if (result.code = look_at(file, owner, result, refused_for); result.code != 0) return result;
+    if (refused_for.empty()) return result;
+    if (!std::exchange(refused_before, true)) continue;
     result.set_aside = lum_linux::set_aside(file);
-    if (result.set_aside.empty()) {
-      result.code = errno != 0 ? static_cast<cerrno>(errno) : EIO;
-      result.failure = "cannot be renamed";
-    }
-    std::replace(reason.begin(), reason.end(), '\n', ' ');
-    result.set_aside_reason = reason;
-    if (result.code != 0) return result;
+    std::replace(refused_for.begin(), refused_for.end(), '\n', ' ');
+    result.set_aside_reason = refused_for;
+    if (!result.set_aside.empty()) continue;
+    result.code = errno != 0 ? static_cast<cerrno>(errno) : EIO;
+    result.failure = "it cannot be used (" + refused_for + ") and cannot be renamed";
+    return result;
   }
   result.code = EIO;
-  result.failure = "is refused although it is new";
+  result.failure = "it is refused although it is new";
   return result;
 }
 
-checkpoint_store::verdict checkpoint_store::judge(const application &owner, std::string &reason) {
-  try {
-    return look_into(owner, reason);
-  } catch (const SQLite::Exception &failure) {
-    if (!tells_of_damage(failure)) throw;
-    reason = failure.what();
-    return verdict::refused;
+// Opens the store as it is: `result` has it, or `refused_for` says why it is none, or the code
+// tells what kept it from being looked at.
+cerrno checkpoint_store::look_at(const fs::path &file, const store_owner &owner, opened &result,
+                                 std::string &refused_for) {
+  std::unique_ptr<checkpoint_store> store(new checkpoint_store);
+  store_verdict found = store_verdict::refused;
+  const cerrno code = store->attempt([&]() -> cerrno {
+    store->connection_ = std::make_unique<connection>(file);
+    SQLite::Database &database = store->connection_->database;
+    found = judge_store(database, owner, refused_for);
+    if (found == store_verdict::refused) return 0;
+    if (found == store_verdict::fresh) set_up_store(database, owner);
+    store->connection_->prepared.emplace(database);
+    return 0;
+  });
+  if (code != 0) {
+    refused_for.clear();
+    result.failure = store->failure_text();
+    const int error = store->connection_ == nullptr && code == EACCES ? error_of_opening(file) : 0;
+    if (store->connection_ != nullptr) store->close_as_found();
+    return error != 0 ? static_cast<cerrno>(error) : code;
   }
-}
-
-// Looks at the file before anything is written to it, takes it for this process alone, and checks
-// the whole of it.
-checkpoint_store::verdict checkpoint_store::look_into(const application &owner,
-                                                      std::string &reason) {
-  SQLite::Database &database = connection_->database;
-  database.exec("PRAGMA locking_mode=EXCLUSIVE");
-  const bool empty = ask(database, "SELECT count(*) FROM sqlite_master") == "0";
-  if (!empty && (ask_if_possible(database, "PRAGMA application_id") != store_mark ||
-                 ask_if_possible(database, "PRAGMA user_version") != schema_version)) {
-    reason = "it is no checkpoint store of this version";
-    return verdict::refused;
+  if (found == store_verdict::refused) {
+    store->close_as_found();
+    return 0;
   }
-  if (ask(database, "PRAGMA journal_mode=WAL") != "wal") {
-    throw SQLite::Exception("it cannot have a write-ahead log", SQLITE_ERROR);
-  }
-  database.exec("PRAGMA synchronous=FULL");
-  database.exec("BEGIN IMMEDIATE; COMMIT");
-  if (empty) return verdict::fresh;
-
-  const std::string integrity = ask(database, "PRAGMA integrity_check(1)").value_or("");
-  if (integrity != "ok") {
-    reason = integrity;
-    return verdict::refused;
-  }
-  const auto name = ask_if_possible(database, "SELECT name FROM application");
-  const auto version = ask_if_possible(database, "SELECT version FROM application");
-  if (name != owner.name || version != std::to_string(owner.version)) {
-    reason = "it belongs to application " + name.value_or("(none)") + " version " +
-             version.value_or("(none)");
-    return verdict::refused;
-  }
-  try {
-    connection_->prepared.emplace(database);
-  } catch (const SQLite::Exception &failure) {
-    reason = failure.what();
-    return verdict::refused;
-  }
-  return verdict::usable;
-}
-
-void checkpoint_store::set_up(const application &owner) {
-  SQLite::Database &database = connection_->database;
-  SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
-  database.exec(schema);
-  SQLite::Statement insert(database, "INSERT INTO application VALUES(?, ?)");
-  insert.bind(1, owner.name);
-  insert.bind(2, owner.version);
-  insert.exec();
-  transaction.commit();
-  connection_->prepared.emplace(database);
+  if (found == store_verdict::fresh) sync_folder(file.parent_path());
+  result.store = std::move(store);
+  return 0;
 }
 
 // Leaves what the write-ahead log holds in it rather than merging it into a database that is not

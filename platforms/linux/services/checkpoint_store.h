@@ -6,21 +6,16 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
-#include <optional>
 #include <span>
 #include <string>
 
 #include "cerr.h"
+#include "services/store_schema.h"
 
 namespace lum_linux {
 
 class checkpoint_store {
  public:
-  struct application {
-    std::string name;
-    uint32_t version = 0;
-  };
-
   struct opened {
     std::unique_ptr<checkpoint_store> store;  // null when `code` is not 0
     cerrno code = 0;
@@ -32,8 +27,9 @@ class checkpoint_store {
   ~checkpoint_store();
 
   // Opens the store, creating it when there is none. A store that is damaged, or was written by
-  // another application or version, is renamed and a new one begun. May throw std::bad_alloc.
-  static opened open(const std::filesystem::path &file, const application &owner);
+  // another application or version, and is so at a second look too, is renamed and a new one begun.
+  // Whatever else goes wrong leaves the file as it is. May throw std::bad_alloc.
+  static opened open(const std::filesystem::path &file, const store_owner &owner);
 
   // Makes the table known. `found` says whether it was there; entries without data are dropped, and
   // all of them when the table does not persist.
@@ -57,12 +53,11 @@ class checkpoint_store {
 
  private:
   struct connection;  // the database and the statements for it
-  enum class verdict { usable, fresh, refused };
 
   checkpoint_store() = default;
-  verdict judge(const application &owner, std::string &reason);
-  verdict look_into(const application &owner, std::string &reason);
-  void set_up(const application &owner);
+  static opened open_once(const std::filesystem::path &file, const store_owner &owner);
+  static cerrno look_at(const std::filesystem::path &file, const store_owner &owner, opened &result,
+                        std::string &refused_for);
   void close_as_found();
   template <typename Call>
   cerrno attempt(Call call);

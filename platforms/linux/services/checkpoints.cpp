@@ -108,6 +108,8 @@ cerrno open_store(checkpoint_service &s, const chkpt_appdesc *descriptor) {
   if (opened.code != 0) {
     ++s.status.failures;
     s.status.last_failure = opened.failure;
+    report("checkpoint store " + file.string() +
+           " cannot be opened and is left as it is: " + opened.failure);
     return opened.code;
   }
   s.store = std::move(opened.store);

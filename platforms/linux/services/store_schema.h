@@ -1,0 +1,32 @@
+// What makes a database a checkpoint store: its mark, its tables and whose they are.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "services/store_sql.h"
+
+namespace lum_linux {
+
+// Whose records a store holds.
+struct store_owner {
+  std::string name;
+  uint32_t version = 0;
+};
+
+enum class store_verdict {
+  usable,
+  fresh,    // without any table
+  refused,  // damaged, or somebody else's
+};
+
+// Looks at a database before anything is written to it, takes it for this process alone, and checks
+// the whole of it. `reason` says why it is refused. Throws SQLite::Exception for whatever says
+// nothing about the database itself.
+store_verdict judge_store(SQLite::Database &database, const store_owner &owner,
+                          std::string &reason);
+
+// Makes a fresh database a store.
+void set_up_store(SQLite::Database &database, const store_owner &owner);
+
+}  // namespace lum_linux
