@@ -71,6 +71,7 @@ bool start_threads(platform::core &core, std::string &error) {
   core.im = std::make_unique<interface_manager>(
       im_options{im.handle_base, milliseconds(im.delay_min_ms), milliseconds(im.delay_max_ms),
                  im.seed, im.out_of_order});
+  core.keeper = std::make_unique<store_keeper>();
   return true;
 }
 
@@ -100,6 +101,7 @@ bool stop_core(const std::shared_ptr<platform::core> &core, milliseconds bound) 
     core->stopped_whole = false;
   }
   ea_unregister();
+  if (core->keeper && !core->keeper->stop()) core->stopped_whole = false;
   checkpoints_close();
   core->state_lock.release();
   give_up_platform();

@@ -19,6 +19,8 @@
 namespace {
 
 using lum_linux::checkpoint_store;
+using lum_linux::lost_record;
+using lum_linux::record_key;
 
 struct table {
   uint32_t kind;
@@ -38,7 +40,8 @@ struct checkpoint_service {
   std::unique_ptr<checkpoint_store> store;
   std::map<uint64_t, table> tables;
   std::map<uint64_t, iterator> iterators;
-  uint64_t last_handle = 0;  // of tables and iterators; never given out twice
+  std::map<record_key, std::string> lost;  // why
+  uint64_t last_handle = 0;                // of tables and iterators; never given out twice
 
   const table *table_of(uint64_t handle) const {
     const auto found = tables.find(handle);
@@ -48,6 +51,7 @@ struct checkpoint_service {
   void start_over(const std::filesystem::path &file) {
     status = {};
     status.file = file;
+    lost.clear();
   }
 
   cerrno wrote(cerrno rc) {
@@ -91,6 +95,21 @@ void report(const std::string &line) {
   std::fprintf(stderr, "%s\n", line.c_str());
 }
 
+// Each record that was lost has its line.
+void tell_of(checkpoint_service &s, const std::vector<lost_record> &all) {
+  for (const lost_record &one : all) {
+    if (!s.lost.emplace(one.record, one.reason).second) continue;
+    report("checkpoint store " + s.status.file.string() + ": " + name_of(one.record) +
+           " is lost: " + one.reason);
+  }
+}
+
+// The record is whole again, or is not to be.
+void mend(checkpoint_service &s, uint32_t kind, uint64_t id) {
+  uint32_t key = 0;
+  if (!s.lost.empty() && s.store->key_of(kind, id, key) == 0) s.lost.erase({kind, key});
+}
+
 cerrno open_store(checkpoint_service &s, const chkpt_appdesc *descriptor) {
   const std::filesystem::path file = s.status.file;
   std::error_code error;
@@ -112,6 +131,10 @@ cerrno open_store(checkpoint_service &s, const chkpt_appdesc *descriptor) {
            " cannot be opened and is left as it is: " + opened.failure);
     return opened.code;
   }
+  for (const std::string &note : opened.notes) {
+    report("checkpoint store " + file.string() + ": " + note);
+  }
+  tell_of(s, opened.lost);
   s.store = std::move(opened.store);
   s.status.open = true;
   return 0;
@@ -183,7 +206,10 @@ cerrno chkpt_register(const chkpt_tbldesc *descriptor, uint32_t kind, uint32_t *
     if (known == s.tables.end()) {
       bool found = false;
       const bool persistent = word_at(descriptor, CHKPT_TBLDESC_PERSISTENT) != 0;
-      if (const cerrno rc = s.read(s.store->add_table(kind, persistent, found)); rc != 0) return rc;
+      std::vector<lost_record> lost;
+      const cerrno rc = s.read(s.store->add_table(kind, version, persistent, found, lost));
+      if (rc != 0) return rc;
+      tell_of(s, lost);
       known = s.tables.emplace(++s.last_handle, table{kind, version, found}).first;
     } else if (known->second.version != version) {
       return EEXIST;
@@ -221,13 +247,19 @@ cerrno chkpt_save(uint64_t table_handle, uint64_t id, const void *record, uint32
   if (record == nullptr && size != 0) return EINVAL;
   return with_table(table_handle, [&](checkpoint_service &s, const table &t) {
     const std::span data(static_cast<const std::byte *>(record), size);
-    return s.wrote(s.store->save(t.kind, id, t.version, data));
+    const cerrno rc = s.wrote(s.store->save(t.kind, id, t.version, data));
+    if (rc == 0) mend(s, t.kind, id);
+    return rc;
   });
 }
 
 cerrno chkpt_delete(uint64_t table_handle, uint64_t id) {
   return with_table(table_handle, [&](checkpoint_service &s, const table &t) {
-    return s.wrote(s.store->remove(t.kind, id));
+    uint32_t key = 0;
+    const bool known = s.store->key_of(t.kind, id, key) == 0;
+    const cerrno rc = s.wrote(s.store->remove(t.kind, id));
+    if (rc == 0 && known) s.lost.erase({t.kind, key});
+    return rc;
   });
 }
 
@@ -288,10 +320,22 @@ void checkpoints_close() {
   });
 }
 
+void checkpoints_tend() {
+  guarded([](checkpoint_service &s) -> cerrno {
+    return s.store == nullptr ? 0 : s.read(s.store->tend());
+  });
+}
+
 checkpoint_status checkpoints_status() {
   const std::lock_guard hold(service().lock);
   checkpoint_status status = service().status;
-  if (service().store != nullptr) status.entries = service().store->entries();
+  if (service().store != nullptr) {
+    status.entries = service().store->entries();
+    status.doubt = service().store->journal_failure();
+  }
+  for (const auto &[record, reason] : service().lost) {
+    status.troubled.push_back({record_trouble::lost, record.kind, record.key, reason});
+  }
   return status;
 }
 

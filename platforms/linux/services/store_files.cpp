@@ -43,7 +43,7 @@ fs::path set_aside(const fs::path &file) {
   fs::path target = base;
   for (int n = 2; fs::exists(target); ++n) target = base + "." + std::to_string(n);
   std::error_code error;
-  for (const char *suffix : {"-wal", "-journal", "-shm"}) {
+  for (const char *suffix : {"-wal", "-journal", "-shm", "-changes"}) {
     fs::rename(file.string() + suffix, target.string() + suffix, error);
   }
   fs::rename(file, target, error);

@@ -16,17 +16,21 @@ struct store_owner {
 
 enum class store_verdict {
   usable,
+  old,      // a store of the first schema, otherwise usable
   fresh,    // without any table
-  refused,  // damaged, or somebody else's
+  refused,  // it does not pass the integrity check, or is somebody else's
 };
 
 // Looks at a database before anything is written to it, takes it for this process alone, and checks
-// the whole of it. `reason` says why it is refused. Throws SQLite::Exception for whatever says
-// nothing about the database itself.
+// the whole of it. `reason` says why it is refused. Throws SQLite::Exception.
 store_verdict judge_store(SQLite::Database &database, const store_owner &owner,
                           std::string &reason);
 
 // Makes a fresh database a store.
 void set_up_store(SQLite::Database &database, const store_owner &owner);
+
+// Makes an old store one of today's, whole or not at all. A record whose checksum is wrong stays
+// one that is damaged.
+void renew_store(SQLite::Database &database);
 
 }  // namespace lum_linux

@@ -240,7 +240,7 @@ TEST_F(checkpoint_faults, a_database_of_somebody_else_is_set_aside) {
 TEST_F(checkpoint_faults, another_schema_version_is_set_aside) {
   open();
   checkpoints_close();
-  alter_store(file, "PRAGMA user_version=2");
+  alter_store(file, "PRAGMA user_version=3");
   expect_set_aside();
 }
 

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "cerr.h"
 
@@ -19,6 +20,18 @@ cerrno checkpoints_set_path(const std::filesystem::path &file);
 // the disk.
 void checkpoints_close();
 
+// What is wrong with a record.
+enum class record_trouble {
+  lost,  // damaged, or without its latest change, since an earlier process; until it is saved anew
+};
+
+struct troubled_record {
+  record_trouble trouble = record_trouble::lost;
+  uint32_t table = 0;  // the kind that it was registered with
+  uint32_t key = 0;
+  std::string reason;
+};
+
 struct checkpoint_status {
   std::filesystem::path file;
   bool open = false;
@@ -29,7 +42,14 @@ struct checkpoint_status {
   uint64_t writes = 0;       // durable changes since the store was opened
   uint64_t failures = 0;     // calls that the store could not carry out since then
   std::string last_failure;  // text of the latest, or empty
+  std::vector<troubled_record> troubled;
+  // Why changes that are lost would not be noticed by the next process; empty when they would.
+  std::string doubt;
 };
+// Does what is due now and then: merges the store's write-ahead log into its database. To be called
+// every few seconds. Waits for the disk.
+void checkpoints_tend();
+
 // Waits for the disk.
 checkpoint_status checkpoints_status();
 
