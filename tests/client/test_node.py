@@ -53,6 +53,52 @@ class Node(Actions):
         self.assertIn(f"{store['failures']} failures, the last: {store['last_failure']}",
                       self.lines()["Checkpoints"])
 
+    def test_a_store_that_cannot_be_used(self):
+        blocked = self.shelf.folder / "state" / "checkpoints.db"
+        blocked.mkdir(parents=True)
+        self.begin()
+        store = self.does("show", "node")["store"]
+        self.assertFalse(store["usable"])
+        self.assertIn("Is a directory", store["reason"])
+        self.assertIn(store["reason"], self.lines()["Store"])
+        self.assertIn(store["reason"], self.says("show", "ports"))
+        self.assertIn(store["reason"], self.says("show", "port", self.first.name))
+        self.assertEqual(self.port(self.first)["store"]["reason"], store["reason"])
+        self.assertIsNone(self.port(self.first)["checkpoint"]["id"])
+        self.assertIn("lum_store_usable 0", self.metrics())
+        said = self.fails(1, "set", self.first.name, "threshold=7")
+        self.assertIn("not saved", said)
+        self.assertIn(store["reason"], said)
+
+        blocked.rmdir()
+        self.assertTrue(self.driver.wait_for(
+            lambda _: self.does("show", "node")["store"]["usable"], 30))
+        self.does("set", self.first.name, "threshold=8")
+        self.assertEqual(self.port(self.first)["store"]["troubles"], [])
+        self.assertIn("lum_store_usable 1", self.metrics())
+
+    def test_settings_that_were_lost(self):
+        self.begin()
+        self.does("set", self.first.name, "threshold=7")
+        file = self.does("show", "node")["checkpoints"]["file"]
+        self.assertEqual(self.driver.stop(6), 0)
+        with contextlib.closing(sqlite3.connect(file, isolation_level=None)) as database:
+            database.execute("UPDATE entries SET checksum = checksum + 1")
+        self.begin()
+        [record] = self.does("show", "node")["store"]["records"]
+        self.assertEqual((record["port"], record["trouble"]), (self.first.name, "lost"))
+        self.assertIn(f"{self.first.name}: lost: {record['reason']}", self.lines()["Settings"])
+        self.assertIn(record["reason"], self.says("show", "port", self.first.name))
+        self.assertIn('lum_store_records{trouble="lost"} 1', self.metrics())
+        self.assertIn(record["reason"], self.driver.log.read_text())
+
+    def metrics(self):
+        with socket.socket(socket.AF_UNIX) as connection:
+            connection.settimeout(10)
+            connection.connect(str(self.shelf.socket))
+            connection.sendall(b"GET /metrics HTTP/1.0\r\n\r\n")
+            return b"".join(iter(lambda: connection.recv(65536), b"")).decode()
+
     def test_trace_lines_that_could_not_be_written(self):
         traces = self.shelf.folder / "traces"
         traces.mkdir()

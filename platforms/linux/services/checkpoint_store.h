@@ -3,6 +3,7 @@
 // thread-safe: the service serialises.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -37,8 +38,11 @@ class checkpoint_store {
 
   // Opens the store, creating it when there is none. A store that is damaged, or was written by
   // another application or version, and is so at a second look too, is renamed and a new one begun.
-  // Whatever else goes wrong leaves the file as it is. May throw std::bad_alloc.
-  static opened open(const std::filesystem::path &file, const store_owner &owner);
+  // Whatever else goes wrong leaves the file as it is. Waits up to `patience` for a process that
+  // has the store, and with any patience at all tries again when it cannot be read. May throw
+  // std::bad_alloc.
+  static opened open(const std::filesystem::path &file, const store_owner &owner,
+                     std::chrono::milliseconds patience);
 
   // Makes the table known. `found` says whether it was there; entries without data are dropped, and
   // all of them when the table does not persist. `lost` gets those of another version.
@@ -71,13 +75,16 @@ class checkpoint_store {
 
  private:
   struct connection;  // the database and the statements for it
+  // A file that is to be opened.
+  struct wanted {
+    const std::filesystem::path &file;
+    const store_owner &owner;
+    std::chrono::milliseconds patience;
+  };
 
-  checkpoint_store() = default;
-  static opened open_once(const std::filesystem::path &file, const store_owner &owner);
-  static cerrno look_at(const std::filesystem::path &file, const store_owner &owner, opened &result,
-                        std::string &refused_for);
-  cerrno prepare(const std::filesystem::path &file, const store_owner &owner, opened &result,
-                 std::string &refused_for);
+  static opened open_once(const wanted &what);
+  static cerrno look_at(const wanted &what, opened &result, std::string &refused_for);
+  cerrno prepare(const wanted &what, opened &result, std::string &refused_for);
   void examine(const std::filesystem::path &file, store_verdict found, opened &result);
   void finish_deletions(const std::vector<record_key> &undeleted, opened &result);
   void close_as_found();

@@ -41,11 +41,9 @@ struct store_statements {
 };
 
 struct checkpoint_store::connection {
-  // How long to wait for a process that is just ending to let go of the database.
-  static constexpr int busy_wait_ms = 2000;
-
-  explicit connection(const std::filesystem::path &file)
-      : database(file.string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE, busy_wait_ms) {}
+  connection(const std::filesystem::path &file, std::chrono::milliseconds patience)
+      : database(file.string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE,
+                 static_cast<int>(patience.count())) {}
 
   SQLite::Database database;
   std::optional<store_statements> prepared;  // goes before the database

@@ -34,7 +34,7 @@ void sync_folder(const fs::path &folder) {
 }
 
 int error_of_opening(const fs::path &file) {
-  const unique_fd fd(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+  const unique_fd fd(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
   return fd ? 0 : errno;
 }
 

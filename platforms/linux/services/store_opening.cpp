@@ -24,13 +24,22 @@ std::string doubt_of(const journal_contents &journal, uint64_t store) {
   return {};
 }
 
+// SQLite gives an I/O error where the system has a better word, such as for a read-only disk. To be
+// called without a connection: closing a file gives up the locks on it.
+cerrno reason_for(const fs::path &file, cerrno code) {
+  if (code != EIO && code != EACCES && code != EROFS) return code;
+  const int error = error_of_opening(file);
+  return error != 0 ? static_cast<cerrno>(error) : code;
+}
+
 }  // namespace
 
-checkpoint_store::opened checkpoint_store::open(const fs::path &file, const store_owner &owner) {
+checkpoint_store::opened checkpoint_store::open(const fs::path &file, const store_owner &owner,
+                                                std::chrono::milliseconds patience) {
   opened result;
   for (int attempts = 1;; ++attempts) {
-    result = open_once(file, owner);
-    const bool may_pass = result.code == EIO || result.code == ENOMEM;
+    result = open_once({file, owner, patience});
+    const bool may_pass = patience.count() > 0 && (result.code == EIO || result.code == ENOMEM);
     if (!may_pass || attempts == opening_attempts) return result;
     std::this_thread::sleep_for(opening_pause);
   }
@@ -38,16 +47,15 @@ checkpoint_store::opened checkpoint_store::open(const fs::path &file, const stor
 
 // A file that is refused is looked at once more, by a connection that remembers nothing. If it is
 // refused again it is set aside, and there is none at the third look.
-checkpoint_store::opened checkpoint_store::open_once(const fs::path &file,
-                                                     const store_owner &owner) {
+checkpoint_store::opened checkpoint_store::open_once(const wanted &what) {
   opened result;
   bool refused_before = false;
   for (int looks = 0; looks < 3; ++looks) {
     std::string refused_for;
-    if (result.code = look_at(file, owner, result, refused_for); result.code != 0) return result;
+    if (result.code = look_at(what, result, refused_for); result.code != 0) return result;
     if (refused_for.empty()) return result;
     if (!std::exchange(refused_before, true)) continue;
-    result.set_aside = lum_linux::set_aside(file);
+    result.set_aside = lum_linux::set_aside(what.file);
     std::replace(refused_for.begin(), refused_for.end(), '\n', ' ');
     result.set_aside_reason = refused_for;
     if (!result.set_aside.empty()) continue;
@@ -62,12 +70,11 @@ checkpoint_store::opened checkpoint_store::open_once(const fs::path &file,
 
 // Opens the store as it is: `result` has it, or `refused_for` says why it is none, or the code
 // tells what kept it from being looked at.
-cerrno checkpoint_store::look_at(const fs::path &file, const store_owner &owner, opened &result,
-                                 std::string &refused_for) {
+cerrno checkpoint_store::look_at(const wanted &what, opened &result, std::string &refused_for) {
   std::unique_ptr<checkpoint_store> store(new checkpoint_store);
   const cerrno code = store->attempt([&]() -> cerrno {
     try {
-      return store->prepare(file, owner, result, refused_for);
+      return store->prepare(what, result, refused_for);
     } catch (const SQLite::Exception &failure) {
       if (!tells_of_damage(failure.getErrorCode())) throw;
       refused_for = failure.what();
@@ -81,26 +88,23 @@ cerrno checkpoint_store::look_at(const fs::path &file, const store_owner &owner,
   result.lost.clear();
   result.undeleted.clear();
   result.notes.clear();
-  const bool has_file = store->connection_ != nullptr;
-  if (has_file) store->close_as_found();
+  if (store->connection_ != nullptr) store->close_as_found();
   if (code == 0) return 0;
   refused_for.clear();
   result.failure = store->failure_text();
-  const int error = !has_file && code == EACCES ? error_of_opening(file) : 0;
-  return error != 0 ? static_cast<cerrno>(error) : code;
+  return reason_for(what.file, code);
 }
 
-cerrno checkpoint_store::prepare(const fs::path &file, const store_owner &owner, opened &result,
-                                 std::string &refused_for) {
-  connection_ = std::make_unique<connection>(file);
+cerrno checkpoint_store::prepare(const wanted &what, opened &result, std::string &refused_for) {
+  connection_ = std::make_unique<connection>(what.file, what.patience);
   SQLite::Database &database = connection_->database;
-  const store_verdict found = judge_store(database, owner, refused_for);
+  const store_verdict found = judge_store(database, what.owner, refused_for);
   if (found == store_verdict::refused) return 0;
-  if (found == store_verdict::fresh) set_up_store(database, owner);
+  if (found == store_verdict::fresh) set_up_store(database, what.owner);
   if (found == store_verdict::old) renew_store(database);
-  if (found == store_verdict::fresh) sync_folder(file.parent_path());
+  if (found == store_verdict::fresh) sync_folder(what.file.parent_path());
   connection_->prepared.emplace(database);
-  examine(file, found, result);
+  examine(what.file, found, result);
   return 0;
 }
 

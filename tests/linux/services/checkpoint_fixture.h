@@ -84,7 +84,7 @@ class checkpoints : public testing::Test {
     return record;
   }
 
-  test_folder folder;
+  test_folder folder{folder_place::memory};
   std::filesystem::path file = folder / "state/checkpoints.db";
   uint64_t table = 0;
   uint32_t restart = 77;

@@ -27,6 +27,9 @@ class fault_vfs {
     sqlite3_vfs_unregister(&vfs_);
     sqlite3_vfs_register(usual_, 1);
   }
+  // From now on files are opened as on a disk that is mounted read-only.
+  void set_read_only() { read_only_ = true; }
+
   fault_vfs(const fault_vfs &) = delete;
   fault_vfs &operator=(const fault_vfs &) = delete;
 
@@ -47,6 +50,9 @@ class fault_vfs {
     opened->base.pMethods = nullptr;
     opened->owner = self;
     opened->name = name == nullptr ? "" : name;
+    if (self->read_only_) {
+      flags = (flags & ~(SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE)) | SQLITE_OPEN_READONLY;
+    }
     // The usual one finds what belongs to it in its own record.
     const int result = self->usual_->xOpen(self->usual_, name, opened->usual(), flags, out);
     if (result == SQLITE_OK) opened->base.pMethods = methods();
@@ -102,6 +108,7 @@ class fault_vfs {
   }
 
   fault at_read_;
+  bool read_only_ = false;
   sqlite3_vfs *usual_ = nullptr;
   sqlite3_vfs vfs_ = {};
 };

@@ -13,7 +13,8 @@
 namespace lum_linux {
 
 // Names the store's file, whose folder is created when it is not there. To be called before
-// chkpt_init. Returns 0, 22 for an empty path, or 16 when a store is open.
+// chkpt_init, which succeeds also when the store cannot be had: nothing is kept then until it can.
+// Returns 0, 22 for an empty path, or 16 when the service has been started.
 cerrno checkpoints_set_path(const std::filesystem::path &file);
 
 // Closes the store. The path is kept; table and iterator handles are unknown from now on. Waits for
@@ -23,6 +24,8 @@ void checkpoints_close();
 // What is wrong with a record.
 enum class record_trouble {
   lost,  // damaged, or without its latest change, since an earlier process; until it is saved anew
+  unread,   // it could not be read when it was asked for; it is kept as it is until it has been
+  unsaved,  // the latest save of it failed
 };
 
 struct troubled_record {
@@ -34,7 +37,8 @@ struct troubled_record {
 
 struct checkpoint_status {
   std::filesystem::path file;
-  bool open = false;
+  bool open = false;                // it can be used
+  std::string reason;               // why it is not open; else empty
   bool restart = false;             // the store of an earlier process was found
   std::filesystem::path set_aside;  // what a store that could not be used was renamed to, or empty
   std::string set_aside_reason;
@@ -46,11 +50,15 @@ struct checkpoint_status {
   // Why changes that are lost would not be noticed by the next process; empty when they would.
   std::string doubt;
 };
-// Does what is due now and then: merges the store's write-ahead log into its database. To be called
-// every few seconds. Waits for the disk.
+// Does what is due now and then: opens a store that could not be opened, and merges its write-ahead
+// log into its database. To be called every few seconds. Waits for the disk.
 void checkpoints_tend();
 
-// Waits for the disk.
+// As it was after the latest call. Does not wait for the disk.
 checkpoint_status checkpoints_status();
+
+// Whether an id given out by the service stands for a key because it was not known whether that has
+// a record.
+bool checkpoint_is_unknown(uint64_t id);
 
 }  // namespace lum_linux
