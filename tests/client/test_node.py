@@ -2,6 +2,7 @@
 
 import contextlib
 import os
+import resource
 import sqlite3
 import socket
 import time
@@ -76,6 +77,45 @@ class Node(Actions):
         self.does("set", self.first.name, "threshold=8")
         self.assertEqual(self.port(self.first)["store"]["troubles"], [])
         self.assertIn("lum_store_usable 1", self.metrics())
+
+    def limit_files(self, size):
+        """The driver's files may have so many bytes from now on; none is without a limit."""
+        resource.prlimit(self.driver.process.pid, resource.RLIMIT_FSIZE,
+                         (resource.RLIM_INFINITY if size is None else size,
+                          resource.RLIM_INFINITY))
+
+    def test_a_deletion_that_a_full_disk_refuses(self):
+        self.begin()
+        self.does("set", self.first.name, "threshold=7")
+        self.limit_files(1024)
+        said = self.fails(1, "port", "delete", self.first.name)
+        self.assertIn(f"the settings of port {self.first.name} are still in the store", said)
+        [trouble] = self.port(self.first)["store"]["troubles"]
+        self.assertEqual(trouble["trouble"], "undeleted")
+        self.assertIn(f"{self.first.name}: not deleted: {trouble['reason']}",
+                      self.lines()["Settings"])
+        self.assertIn(trouble["reason"], self.says("show", "port", self.first.name))
+        self.assertIn('lum_store_records{trouble="undeleted"} 1', self.metrics())
+
+        self.limit_files(None)
+        self.assertTrue(self.driver.wait_for(
+            lambda _: not self.does("show", "node")["store"]["records"], 30))
+        self.does("port", "create", "1")
+        self.assertEqual(
+            self.port(self.first)["sub_ports"][0]["configuration"]["threshold"], 0)
+
+    def test_settings_of_a_deletion_that_could_not_be_noted(self):
+        self.begin()
+        self.does("set", self.first.name, "threshold=7")
+        self.limit_files(0)
+        said = self.fails(1, "port", "delete", self.first.name)
+        self.assertIn("its settings come back", said)
+        self.driver.process.kill()
+        self.driver.process.wait()
+        self.begin()
+        self.assertIn("the settings come back", self.driver.log.read_text())
+        self.assertEqual(
+            self.port(self.first)["sub_ports"][0]["configuration"]["threshold"], 7)
 
     def test_settings_that_were_lost(self):
         self.begin()

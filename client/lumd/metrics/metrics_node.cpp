@@ -79,9 +79,11 @@ void add_checkpoints(metrics_page &page) {
   const auto store = lum_linux::checkpoints_status();
   page.gauge("lum_store_usable", "1 while the store can be used; nothing is kept without", {},
              store.open ? 1 : 0);
-  std::map<lum_linux::record_trouble, unsigned> records = {{lum_linux::record_trouble::lost, 0},
-                                                           {lum_linux::record_trouble::unread, 0},
-                                                           {lum_linux::record_trouble::unsaved, 0}};
+  std::map<lum_linux::record_trouble, unsigned> records = {
+      {lum_linux::record_trouble::lost, 0},
+      {lum_linux::record_trouble::unread, 0},
+      {lum_linux::record_trouble::unsaved, 0},
+      {lum_linux::record_trouble::undeleted, 0}};
   for (const auto &one : store.troubled) ++records[one.trouble];
   for (const auto &[trouble, count] : records) {
     page.gauge("lum_store_records", "Records of settings that something is wrong with",

@@ -23,6 +23,8 @@ std::string trouble_name(record_trouble trouble) {
       return "unread";
     case record_trouble::unsaved:
       return "unsaved";
+    case record_trouble::undeleted:
+      return "undeleted";
   }
   return "unknown";
 }

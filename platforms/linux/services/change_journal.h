@@ -49,6 +49,7 @@ class change_journal {
   // Keeps what is noted of the record until it is released.
   void keep(const record_key &record);
   void release(const record_key &record);
+  bool keeps(const record_key &record) const { return kept_.contains(record); }
 
   // Notes that nothing is left to note.
   void close();

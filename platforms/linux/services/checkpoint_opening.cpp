@@ -49,7 +49,13 @@ cerrno checkpoint_service::start(const store_owner &owner) {
   return 0;
 }
 
+// What is still owed is tried once more, and told when it is lost with the process.
 void checkpoint_service::close() {
+  if (store_ != nullptr) finish_deletions();
+  for (const auto &[at, reason] : troubles_) {
+    if (owner_ && at.second == record_trouble::undeleted) tell(name_of(at.first) + ": " + reason);
+  }
+  troubles_.clear();
   store_.reset();
   owner_.reset();
   tables_.clear();
@@ -60,7 +66,9 @@ void checkpoint_service::close() {
 
 cerrno checkpoint_service::tend() {
   if (!owner_) return 0;
-  return store_ == nullptr ? open_store(no_patience) : count(store_->tend());
+  if (store_ == nullptr) return open_store(no_patience);
+  finish_deletions();
+  return count(store_->tend());
 }
 
 cerrno checkpoint_service::open_store(std::chrono::milliseconds patience) {
@@ -100,6 +108,8 @@ cerrno checkpoint_service::take(checkpoint_store::opened opened) {
   now_.reason.clear();
   now_.entries = store_->entries();
   if (is_late) tell("it is open");
+  for (const record_key &record : opened.undeleted) owe_deletion(record);
+  finish_deletions();
   settle_unread();
   return 0;
 }

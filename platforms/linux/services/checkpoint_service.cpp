@@ -59,8 +59,13 @@ cerrno checkpoint_service::add_table(uint32_t kind, uint32_t version, bool persi
   return 0;
 }
 
-// When it cannot be found out whether there is a record, the id is one for the key.
+// When it cannot be found out whether there is a record, the id is one for the key. One that was
+// deleted is not there for anybody who asks.
 cerrno checkpoint_service::map_key(const table &t, uint32_t key, uint64_t &id) {
+  if (const record_key record = {t.kind, key}; has(record_trouble::undeleted, record)) {
+    finish_deletion(record);
+    return ENOENT;
+  }
   uint64_t found = 0;
   const cerrno rc = store_ == nullptr ? code_ : count(store_->find(t.kind, key, found));
   if (rc == ENOENT && store_ != nullptr) return ENOENT;
@@ -69,7 +74,9 @@ cerrno checkpoint_service::map_key(const table &t, uint32_t key, uint64_t &id) {
 }
 
 cerrno checkpoint_service::create(const table &t, uint32_t key, uint64_t &id) {
-  return count_write(store_ == nullptr ? code_ : store_->create(t.kind, key, id));
+  cerrno rc = finish_deletion({t.kind, key});
+  if (rc == 0) rc = store_ == nullptr ? code_ : store_->create(t.kind, key, id);
+  return count_write(rc);
 }
 
 // The record of an id, and the id that the store has for it. Returns 0, 2, or the store's code.
@@ -101,7 +108,8 @@ cerrno checkpoint_service::load(const table &t, uint64_t id, std::span<std::byte
 cerrno checkpoint_service::save(const table &t, uint64_t id, std::span<const std::byte> data) {
   record_key record;
   uint64_t real = 0;
-  cerrno rc = find(t, id, record, real);
+  cerrno rc = is_for_key(id) ? finish_deletion({t.kind, static_cast<uint32_t>(id)}) : 0;
+  if (rc == 0) rc = find(t, id, record, real);
   const bool is_held = store_ != nullptr && has(record_trouble::unread, record);
   if (rc == 0 && is_held) {
     trouble(record_trouble::unsaved, record, unread_reason);
@@ -117,19 +125,6 @@ cerrno checkpoint_service::save(const table &t, uint64_t id, std::span<const std
   } else if (rc != ENOENT) {
     trouble(record_trouble::unsaved, record,
             store_ == nullptr ? now_.reason : store_->failure_text());
-  }
-  return count_write(rc);
-}
-
-cerrno checkpoint_service::remove(const table &t, uint64_t id) {
-  record_key record;
-  uint64_t real = 0;
-  cerrno rc = find(t, id, record, real);
-  if (rc == 0) rc = store_->remove(t.kind, real);
-  if (rc == 0 || (rc == ENOENT && is_for_key(id))) {
-    rc = 0;
-    for (const auto what : {record_trouble::lost, record_trouble::unread, record_trouble::unsaved})
-      mend(what, record);
   }
   return count_write(rc);
 }

@@ -82,6 +82,10 @@ class checkpoint_service {
   void tell(const std::string &what) const;
   void tell_of_lost(const std::vector<lost_record> &all);
   void settle_unread();
+  void owe_deletion(const record_key &record);
+  cerrno finish_deletion(const record_key &record);
+  void finish_deletions();
+  cerrno do_remove(uint64_t id, const record_key &record);
   cerrno find(const table &t, uint64_t id, record_key &record, uint64_t &real);
   void trouble(record_trouble what, const record_key &record, const std::string &reason);
   void mend(record_trouble what, const record_key &record) { troubles_.erase({record, what}); }

@@ -134,6 +134,28 @@ uint64_t checkpoint_store::entries() {
   return number;
 }
 
+bool checkpoint_store::has_data(const record_key &record) {
+  bool has = true;
+  attempt([&]() -> cerrno {
+    const use found(connection_->prepared->has_data, record.kind, record.key);
+    has = found->executeStep();
+    return 0;
+  });
+  return has;
+}
+
+bool checkpoint_store::note_deletion(const record_key &record) {
+  if (journal_.keeps(record)) return true;
+  if (const auto before = unnoted_.find(record); before != unnoted_.end()) {
+    note(store_change(before->second));
+  } else {
+    note({++last_change_, record, true});
+  }
+  if (unnoted_.contains(record)) return false;
+  journal_.keep(record);
+  return true;
+}
+
 cerrno checkpoint_store::tend() {
   for (const auto &[record, change] : decltype(unnoted_)(unnoted_)) note(change);
   if (!unmerged_) return 0;
@@ -151,6 +173,7 @@ cerrno checkpoint_store::tend() {
 void checkpoint_store::changed(const store_change &change) {
   last_change_ = change.number;
   unmerged_ = true;
+  journal_.release(change.record);
   if (persistent_.contains(change.record.kind)) note(change);
 }
 

@@ -30,7 +30,7 @@ class checkpoint_store {
     std::filesystem::path set_aside;  // what a store that cannot be used was renamed to, or empty
     std::string set_aside_reason;
     std::vector<lost_record> lost;
-    std::vector<record_key> undeleted;  // still there although they were deleted
+    std::vector<record_key> undeleted;  // still there although they were deleted, as is noted
     std::vector<std::string> notes;     // what else is to be told
   };
 
@@ -61,6 +61,13 @@ class checkpoint_store {
   cerrno create(uint32_t kind, uint32_t key, uint64_t &id);
   // The first entry with data whose id is above `after`; 0 when there is none.
   cerrno next(uint32_t kind, uint64_t after, uint64_t &id);
+
+  // Whether the record has data, as far as can be seen.
+  bool has_data(const record_key &record);
+
+  // Notes that a record is to be deleted that cannot be deleted now: whoever opens the store next
+  // does it. Says whether that is on the disk; if it is not, tend() tries again.
+  bool note_deletion(const record_key &record);
 
   uint64_t entries();
 

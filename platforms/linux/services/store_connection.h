@@ -31,13 +31,14 @@ struct store_statements {
              "UPDATE entries SET version=?, change=?, checksum=?, data=? WHERE kind=? AND id=?"),
         remove(database, "DELETE FROM entries WHERE kind=? AND id=?"),
         removed(database, "UPDATE application SET deletion=?, deleted_kind=?, deleted_key=?"),
+        has_data(database, "SELECT 1 FROM entries WHERE kind=? AND key=? AND data IS NOT NULL"),
         next(database,
              "SELECT id FROM entries WHERE kind=? AND id>? AND data IS NOT NULL "
              "ORDER BY id LIMIT 1"),
         count(database, "SELECT count(*) FROM entries") {}
 
   SQLite::Statement add_table, has_table, clear_table, clear_empty, of_other_version, find, key_of,
-      create, load, save, remove, removed, next, count;
+      create, load, save, remove, removed, has_data, next, count;
 };
 
 struct checkpoint_store::connection {

@@ -122,6 +122,10 @@ void checkpoint_store::examine(const fs::path &file, store_verdict found, opened
     result.lost = records_of(journal);
   } else if (found == store_verdict::usable && !doubt.empty()) {
     result.notes.push_back(doubt + ": what it may have lost is not known");
+  } else if (found == store_verdict::usable && !journal.closed) {
+    result.notes.push_back(
+        "the process before did not close it: where it told of a deletion that it could neither do "
+        "nor note, the settings come back");
   }
   journal_file_ = journal_of(file);
   if (const int error = journal_.open(journal_file_, store, journal); error != 0) {
@@ -138,6 +142,7 @@ void checkpoint_store::finish_deletions(const std::vector<record_key> &undeleted
     cerrno rc = find(record.kind, record.key, id);
     if (rc == 0) rc = remove(record.kind, id);
     if (rc != 0) {
+      journal_.keep(record);
       result.undeleted.push_back(record);
     } else {
       result.notes.push_back(name_of(record) + " was still there although it had been deleted");

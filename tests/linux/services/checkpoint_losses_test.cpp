@@ -42,13 +42,7 @@ class checkpoint_losses : public checkpoints {
     ASSERT_TRUE(WIFSIGNALED(status));
   }
 
-  std::vector<uint32_t> lost() const {
-    std::vector<uint32_t> keys;
-    for (const auto &one : checkpoints_status().troubled) {
-      if (one.trouble == record_trouble::lost) keys.push_back(one.key);
-    }
-    return keys;
-  }
+  std::vector<uint32_t> lost() const { return troubled(record_trouble::lost); }
 
   void expect_told(const log_capture &log, uint32_t of_key, const std::string &reason) {
     char name[32];

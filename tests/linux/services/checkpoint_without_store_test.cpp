@@ -1,12 +1,6 @@
 // The service without a store that can be used: it starts, says so, keeps nothing, and opens the
 // store as soon as that can be done.
 #include <gmock/gmock.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <csignal>
-#include <functional>
 
 #include "services/checkpoint_fixture.h"
 #include "services/fault_vfs.h"
@@ -30,14 +24,6 @@ class checkpoint_without_store : public checkpoints {
   void block() { std::ofstream(file.parent_path()) << "x"; }
   void unblock() { fs::remove(file.parent_path()); }
 
-  std::vector<uint32_t> troubled(record_trouble what) const {
-    std::vector<uint32_t> keys;
-    for (const auto &one : checkpoints_status().troubled) {
-      if (one.trouble == what) keys.push_back(one.key);
-    }
-    return keys;
-  }
-
   // What the library does when it creates a port's record; the settings it comes up with.
   chkpt_record come_up(uint32_t of_key, uint64_t &id) {
     chkpt_record record = record_of(0);
@@ -47,19 +33,6 @@ class checkpoint_without_store : public checkpoints {
       get(id, record);
     }
     return record;
-  }
-
-  // Exits with the number of the failed expectation's line, or 0.
-  int in_child(const std::function<void()> &work) {
-    const pid_t child = fork();
-    if (child == 0) {
-      std::signal(SIGXFSZ, SIG_IGN);
-      work();
-      _exit(HasFailure() ? 1 : 0);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    return status;
   }
 };
 
@@ -199,15 +172,13 @@ TEST_F(checkpoint_without_store, a_record_that_cannot_be_read_just_now_keeps_its
 
 TEST_F(checkpoint_without_store, a_full_disk_without_a_store_keeps_nothing_and_loses_nothing) {
   EXPECT_EQ(in_child([this] {
-              const rlimit nothing = {0, RLIM_INFINITY};
-              ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &nothing), 0);
+              limit_files(0);
               open();
               EXPECT_FALSE(checkpoints_status().open);
               uint64_t id = 0;
               come_up(key, id);
               EXPECT_NE(chkpt_save(table, id, record_of(5).data(), 96), 0u);
-              const rlimit all = {RLIM_INFINITY, RLIM_INFINITY};
-              ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &all), 0);
+              limit_files(RLIM_INFINITY);
               checkpoints_tend();
               EXPECT_TRUE(checkpoints_status().open) << checkpoints_status().reason;
               EXPECT_EQ(chkpt_save(table, id, record_of(5).data(), 96), 0u);

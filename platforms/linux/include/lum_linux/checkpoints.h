@@ -24,8 +24,9 @@ void checkpoints_close();
 // What is wrong with a record.
 enum class record_trouble {
   lost,  // damaged, or without its latest change, since an earlier process; until it is saved anew
-  unread,   // it could not be read when it was asked for; it is kept as it is until it has been
-  unsaved,  // the latest save of it failed
+  unread,     // it could not be read when it was asked for; it is kept as it is until it has been
+  unsaved,    // the latest save of it failed
+  undeleted,  // it was deleted and is still in the store; that is tried again until it is done
 };
 
 struct troubled_record {
@@ -50,8 +51,9 @@ struct checkpoint_status {
   // Why changes that are lost would not be noticed by the next process; empty when they would.
   std::string doubt;
 };
-// Does what is due now and then: opens a store that could not be opened, and merges its write-ahead
-// log into its database. To be called every few seconds. Waits for the disk.
+// Does what is due now and then: opens a store that could not be opened, deletes what could not
+// be deleted, and merges the write-ahead log into the database. To be called every few seconds.
+// Waits for the disk.
 void checkpoints_tend();
 
 // As it was after the latest call. Does not wait for the disk.
