@@ -92,6 +92,7 @@ class Node(Actions):
         self.assertIn(f"the settings of port {self.first.name} are still in the store", said)
         [trouble] = self.port(self.first)["store"]["troubles"]
         self.assertEqual(trouble["trouble"], "undeleted")
+        self.assertFalse(self.port(self.first)["store"]["usable"])
         self.assertIn(f"{self.first.name}: not deleted: {trouble['reason']}",
                       self.lines()["Settings"])
         self.assertIn(trouble["reason"], self.says("show", "port", self.first.name))

@@ -78,7 +78,7 @@ void add_interface_manager(driver &node, metrics_page &page) {
 void add_checkpoints(metrics_page &page) {
   const auto store = lum_linux::checkpoints_status();
   page.gauge("lum_store_usable", "1 while the store can be used; nothing is kept without", {},
-             store.open ? 1 : 0);
+             store.usable ? 1 : 0);
   std::map<lum_linux::record_trouble, unsigned> records = {
       {lum_linux::record_trouble::lost, 0},
       {lum_linux::record_trouble::unread, 0},

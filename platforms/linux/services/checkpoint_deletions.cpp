@@ -27,7 +27,8 @@ cerrno checkpoint_service::remove(const table &t, uint64_t id) {
   cerrno rc = find(t, id, record, real);
   if (rc == 0) {
     rc = do_remove(real, record);
-  } else if (rc == ENOENT && id != real) {
+  } else if (rc == ENOENT && checkpoint_is_unknown(id)) {
+    forget_troubles(record);
     rc = 0;
   }
   const bool is_known = rc != 0 && rc != ENOENT;
@@ -37,8 +38,12 @@ cerrno checkpoint_service::remove(const table &t, uint64_t id) {
 
 cerrno checkpoint_service::do_remove(uint64_t id, const record_key &record) {
   const cerrno rc = store_->remove(record.kind, id);
-  if (rc == 0) std::erase_if(troubles_, [&](const auto &one) { return one.first.first == record; });
+  if (rc == 0) forget_troubles(record);
   return rc;
+}
+
+void checkpoint_service::forget_troubles(const record_key &record) {
+  std::erase_if(troubles_, [&](const auto &one) { return one.first.first == record; });
 }
 
 void checkpoint_service::owe_deletion(const record_key &record) {
@@ -60,7 +65,7 @@ cerrno checkpoint_service::finish_deletion(const record_key &record) {
     owe_deletion(record);
     return count(rc);
   }
-  std::erase_if(troubles_, [&](const auto &one) { return one.first.first == record; });
+  forget_troubles(record);
   now_.entries = store_->entries();
   tell(name_of(record) + " is deleted now");
   return 0;

@@ -68,6 +68,7 @@ cerrno checkpoint_service::tend() {
   if (!owner_) return 0;
   if (store_ == nullptr) return open_store(no_patience);
   finish_deletions();
+  if (!now_.reason.empty()) judge_writing(store_->try_writing());
   return count(store_->tend());
 }
 
@@ -108,6 +109,7 @@ cerrno checkpoint_service::take(checkpoint_store::opened opened) {
   now_.reason.clear();
   now_.entries = store_->entries();
   if (is_late) tell("it is open");
+  judge_writing(store_->try_writing());
   for (const record_key &record : opened.undeleted) owe_deletion(record);
   finish_deletions();
   settle_unread();
@@ -118,7 +120,7 @@ cerrno checkpoint_service::take(checkpoint_store::opened opened) {
 cerrno checkpoint_service::go_without(cerrno code, const std::string &reason) {
   const std::string text = join(reason, code);
   store_.reset();
-  code_ = code;
+  code_ = is_about_record(code) ? static_cast<cerrno>(EIO) : code;
   if (std::exchange(now_.reason, text) != text) {
     tell("it cannot be opened and is left as it is: " + text + "; nothing is kept until it can");
   }
@@ -126,7 +128,15 @@ cerrno checkpoint_service::go_without(cerrno code, const std::string &reason) {
   now_.entries = 0;
   ++now_.failures;
   now_.last_failure = text;
-  return code;
+  return code_;
+}
+
+// The store is open; `rc` says how the latest change fared.
+void checkpoint_service::judge_writing(cerrno rc) {
+  if (is_about_record(rc)) return;
+  const std::string text = rc == 0 ? "" : join(store_->failure_text(), rc);
+  if (std::exchange(now_.reason, text) == text) return;
+  tell(rc == 0 ? "it takes changes again" : "it takes no changes, nothing is kept: " + text);
 }
 
 // Of the records that were asked for in vain some do not exist.
@@ -157,6 +167,7 @@ void checkpoint_service::tell_of_lost(const std::vector<lost_record> &all) {
 }
 
 void checkpoint_service::publish() {
+  now_.usable = now_.open && now_.reason.empty();
   now_.doubt = store_ == nullptr ? "" : store_->journal_failure();
   now_.troubled.clear();
   for (const auto &[at, reason] : troubles_) {

@@ -18,10 +18,11 @@ constexpr const char *unread_reason =
 uint64_t id_for(uint32_t key) { return by_key << 32 | key; }
 bool is_for_key(uint64_t id) { return id >> 32 == by_key; }
 
-// Whether a failure says something about the record itself, not about the way to it.
-bool is_about_record(cerrno rc) { return rc == ENOENT || rc == ENODATA || rc == EBADMSG; }
-
 }  // namespace
+
+bool is_about_record(cerrno rc) {
+  return rc == ENOENT || rc == ENODATA || rc == EBADMSG || rc == EEXIST || rc == EFBIG;
+}
 
 bool checkpoint_is_unknown(uint64_t id) { return is_for_key(id); }
 
@@ -167,8 +168,9 @@ void checkpoint_service::trouble(record_trouble what, const record_key &record,
 cerrno checkpoint_service::count_write(cerrno rc) {
   if (rc == 0) {
     ++now_.writes;
-    now_.entries = store_ == nullptr ? 0 : store_->entries();
+    now_.entries = store_->entries();
   }
+  if (store_ != nullptr) judge_writing(rc);
   return count(rc);
 }
 

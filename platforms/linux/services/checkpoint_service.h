@@ -22,6 +22,9 @@
 
 namespace lum_linux {
 
+// Whether a failure says something about a record itself, not about the way to it.
+bool is_about_record(cerrno rc);
+
 // A store that cannot be opened does not keep the service from starting: calls then fail with the
 // reason's code, and tend() opens it as soon as that can be done. Meanwhile every key is found,
 // under an id that stands for the key, so that it is seen what is done to its record.
@@ -82,6 +85,7 @@ class checkpoint_service {
   void tell(const std::string &what) const;
   void tell_of_lost(const std::vector<lost_record> &all);
   void settle_unread();
+  void forget_troubles(const record_key &record);
   void owe_deletion(const record_key &record);
   cerrno finish_deletion(const record_key &record);
   void finish_deletions();
@@ -94,6 +98,7 @@ class checkpoint_service {
   }
   cerrno count(cerrno rc);
   cerrno count_write(cerrno rc);
+  void judge_writing(cerrno rc);
   void publish();
 
   std::mutex lock_;  // over the disk

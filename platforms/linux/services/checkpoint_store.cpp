@@ -156,6 +156,14 @@ bool checkpoint_store::note_deletion(const record_key &record) {
   return true;
 }
 
+cerrno checkpoint_store::try_writing() {
+  return attempt([&]() -> cerrno {
+    rewrite_mark(connection_->database);
+    unmerged_ = true;
+    return 0;
+  });
+}
+
 cerrno checkpoint_store::tend() {
   for (const auto &[record, change] : decltype(unnoted_)(unnoted_)) note(change);
   if (!unmerged_) return 0;

@@ -71,6 +71,9 @@ class checkpoint_store {
 
   uint64_t entries();
 
+  // Writes what changes nothing. Returns 0 when the store takes changes, or its code.
+  cerrno try_writing();
+
   // Does what is due now and then: merges the write-ahead log into the database, and notes what
   // could not be noted.
   cerrno tend();

@@ -121,6 +121,10 @@ void set_up_store(SQLite::Database &database, const store_owner &owner) {
   transaction.commit();
 }
 
+void rewrite_mark(SQLite::Database &database) {
+  database.exec("PRAGMA user_version=" + std::to_string(schema_version));
+}
+
 void renew_store(SQLite::Database &database) {
   SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
   database.exec(additions);

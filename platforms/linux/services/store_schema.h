@@ -29,6 +29,9 @@ store_verdict judge_store(SQLite::Database &database, const store_owner &owner,
 // Makes a fresh database a store.
 void set_up_store(SQLite::Database &database, const store_owner &owner);
 
+// Writes the schema's version once more: a row that stays as it is would not be written.
+void rewrite_mark(SQLite::Database &database);
+
 // Makes an old store one of today's, whole or not at all. A record whose checksum is wrong stays
 // one that is damaged.
 void renew_store(SQLite::Database &database);

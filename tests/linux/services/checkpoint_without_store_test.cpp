@@ -72,8 +72,9 @@ TEST_F(checkpoint_without_store, it_is_opened_later_and_keeps_what_is_saved_from
   block();
   log_capture log;
   open();
-  uint64_t id = 0;
+  uint64_t id = 0, other = 0;
   come_up(key, id);
+  come_up(8, other);
   EXPECT_NE(chkpt_save(table, id, record_of(5).data(), 96), 0u);
   checkpoints_tend();
   EXPECT_FALSE(checkpoints_status().open);
@@ -86,6 +87,7 @@ TEST_F(checkpoint_without_store, it_is_opened_later_and_keeps_what_is_saved_from
   EXPECT_THAT(troubled(record_trouble::unread), IsEmpty());
   EXPECT_THAT(troubled(record_trouble::unsaved), ElementsAre(key)) << "what was not kept is not";
   EXPECT_EQ(chkpt_save(table, id, record_of(6).data(), 96), 0u);
+  EXPECT_EQ(chkpt_delete(table, other), 0u) << "there is nothing to delete";
   EXPECT_THAT(checkpoints_status().troubled, IsEmpty());
   reopen();
   EXPECT_EQ(restart, 1u);
@@ -186,6 +188,52 @@ TEST_F(checkpoint_without_store, a_full_disk_without_a_store_keeps_nothing_and_l
             0);
   open();
   EXPECT_EQ(saved(key), record_of(5));
+}
+
+// The code of the reason must not say that there is no record.
+TEST_F(checkpoint_without_store, a_store_that_leads_nowhere_is_none) {
+  fs::create_directories(file.parent_path());
+  fs::create_symlink(folder / "nowhere/checkpoints.db", file);
+  open();
+  EXPECT_FALSE(checkpoints_status().open);
+  uint64_t id = 0;
+  come_up(key, id);
+  EXPECT_EQ(chkpt_save(table, id, record_of(5).data(), 96), 5u);
+  EXPECT_THAT(troubled(record_trouble::unsaved), ElementsAre(key));
+  EXPECT_THAT(troubled(record_trouble::unread), ElementsAre(key));
+}
+
+TEST_F(checkpoint_without_store, a_disk_that_fills_up_is_told_until_there_is_room) {
+  EXPECT_EQ(in_child([this] {
+              open();
+              const uint64_t id = create_saved(key, 5);
+              EXPECT_TRUE(checkpoints_status().usable);
+              log_capture log;
+              limit_files(0);
+              EXPECT_NE(chkpt_save(table, id, record_of(6).data(), 96), 0u);
+              EXPECT_NE(chkpt_save(table, id, record_of(7).data(), 96), 0u);
+              EXPECT_TRUE(checkpoints_status().open);
+              EXPECT_FALSE(checkpoints_status().usable);
+              EXPECT_THAT(log.lines(), ElementsAre(HasSubstr(checkpoints_status().reason)));
+              EXPECT_EQ(saved(key), record_of(5));
+              limit_files(RLIM_INFINITY);
+              checkpoints_tend();
+              EXPECT_TRUE(checkpoints_status().usable);
+              EXPECT_EQ(checkpoints_status().reason, "");
+              EXPECT_THAT(log.lines(), SizeIs(2));
+              EXPECT_THAT(troubled(record_trouble::unsaved), ElementsAre(key));
+            }),
+            0);
+}
+
+// What is wrong with one record says nothing of the store.
+TEST_F(checkpoint_without_store, an_answer_about_a_record_leaves_the_store_usable) {
+  open();
+  create_saved(key, 5);
+  uint64_t id = 0;
+  EXPECT_EQ(chkpt_create(table, key, &id), 17u);
+  EXPECT_EQ(chkpt_delete(table, 4711), 2u);
+  EXPECT_TRUE(checkpoints_status().usable);
 }
 
 TEST_F(checkpoint_without_store, a_read_only_disk_keeps_the_store_as_it_is) {

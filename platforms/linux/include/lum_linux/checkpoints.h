@@ -38,8 +38,9 @@ struct troubled_record {
 
 struct checkpoint_status {
   std::filesystem::path file;
-  bool open = false;                // it can be used
-  std::string reason;               // why it is not open; else empty
+  bool open = false;                // its records can be read
+  bool usable = false;              // and it takes changes, as far as the latest one tells
+  std::string reason;               // why it is not usable; else empty
   bool restart = false;             // the store of an earlier process was found
   std::filesystem::path set_aside;  // what a store that could not be used was renamed to, or empty
   std::string set_aside_reason;
