@@ -4,10 +4,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
-#include <boost/crc.hpp>
 #include <cerrno>
-#include <cstring>
+#include <span>
 #include <vector>
 
 #include "services/store_files.h"
@@ -35,9 +33,8 @@ constexpr uint64_t in_use = 1;
 constexpr uint64_t closed = 2;
 
 uint32_t checksum_of(const place_record &place) {
-  boost::crc_32_type crc;
-  crc.process_bytes(&place, offsetof(place_record, checksum));
-  return crc.checksum();
+  return record_checksum({place.kind, place.key}, place.what, place.number,
+                         std::as_bytes(std::span(&place.store, 1)));
 }
 
 place_record make_place(uint64_t store, const store_change &change, uint32_t what) {
