@@ -63,6 +63,7 @@ void block_stop_signals() {
   const sigset_t set = stop_signals();
   pthread_sigmask(SIG_BLOCK, &set, nullptr);
   signal(SIGPIPE, SIG_IGN);
+  signal(SIGXFSZ, SIG_IGN);  // a write that is too long for the file's limit fails like any other
 }
 
 void wait_for_stop_signal() {

@@ -2,6 +2,7 @@
 
 import contextlib
 import os
+import resource
 import sqlite3
 import socket
 import time
@@ -52,6 +53,92 @@ class Node(Actions):
         self.assertGreater(store["failures"], 0)
         self.assertIn(f"{store['failures']} failures, the last: {store['last_failure']}",
                       self.lines()["Checkpoints"])
+
+    def test_a_store_that_cannot_be_used(self):
+        blocked = self.shelf.folder / "state" / "checkpoints.db"
+        blocked.mkdir(parents=True)
+        self.begin()
+        store = self.does("show", "node")["store"]
+        self.assertFalse(store["usable"])
+        self.assertIn("Is a directory", store["reason"])
+        self.assertIn(store["reason"], self.lines()["Store"])
+        self.assertIn(store["reason"], self.says("show", "ports"))
+        self.assertIn(store["reason"], self.says("show", "port", self.first.name))
+        self.assertEqual(self.port(self.first)["store"]["reason"], store["reason"])
+        self.assertIsNone(self.port(self.first)["checkpoint"]["id"])
+        self.assertIn("lum_store_usable 0", self.metrics())
+        said = self.fails(1, "set", self.first.name, "threshold=7")
+        self.assertIn("not saved", said)
+        self.assertIn(store["reason"], said)
+
+        blocked.rmdir()
+        self.assertTrue(self.driver.wait_for(
+            lambda _: self.does("show", "node")["store"]["usable"], 30))
+        self.does("set", self.first.name, "threshold=8")
+        self.assertEqual(self.port(self.first)["store"]["troubles"], [])
+        self.assertIn("lum_store_usable 1", self.metrics())
+
+    def limit_files(self, size):
+        """The driver's files may have so many bytes from now on; none is without a limit."""
+        resource.prlimit(self.driver.process.pid, resource.RLIMIT_FSIZE,
+                         (resource.RLIM_INFINITY if size is None else size,
+                          resource.RLIM_INFINITY))
+
+    def test_a_deletion_that_a_full_disk_refuses(self):
+        self.begin()
+        self.does("set", self.first.name, "threshold=7")
+        self.limit_files(1024)
+        said = self.fails(1, "port", "delete", self.first.name)
+        self.assertIn(f"the settings of port {self.first.name} are still in the store", said)
+        [trouble] = self.port(self.first)["store"]["troubles"]
+        self.assertEqual(trouble["trouble"], "undeleted")
+        self.assertFalse(self.port(self.first)["store"]["usable"])
+        self.assertIn(f"{self.first.name}: not deleted: {trouble['reason']}",
+                      self.lines()["Settings"])
+        self.assertIn(trouble["reason"], self.says("show", "port", self.first.name))
+        self.assertIn('lum_store_records{trouble="undeleted"} 1', self.metrics())
+
+        self.limit_files(None)
+        self.assertTrue(self.driver.wait_for(
+            lambda _: not self.does("show", "node")["store"]["records"], 30))
+        self.does("port", "create", "1")
+        self.assertEqual(
+            self.port(self.first)["sub_ports"][0]["configuration"]["threshold"], 0)
+
+    def test_settings_of_a_deletion_that_could_not_be_noted(self):
+        self.begin()
+        self.does("set", self.first.name, "threshold=7")
+        self.limit_files(0)
+        said = self.fails(1, "port", "delete", self.first.name)
+        self.assertIn("its settings come back", said)
+        self.driver.process.kill()
+        self.driver.process.wait()
+        self.begin()
+        self.assertIn("the settings come back", self.driver.log.read_text())
+        self.assertEqual(
+            self.port(self.first)["sub_ports"][0]["configuration"]["threshold"], 7)
+
+    def test_settings_that_were_lost(self):
+        self.begin()
+        self.does("set", self.first.name, "threshold=7")
+        file = self.does("show", "node")["checkpoints"]["file"]
+        self.assertEqual(self.driver.stop(6), 0)
+        with contextlib.closing(sqlite3.connect(file, isolation_level=None)) as database:
+            database.execute("UPDATE entries SET checksum = checksum + 1")
+        self.begin()
+        [record] = self.does("show", "node")["store"]["records"]
+        self.assertEqual((record["port"], record["trouble"]), (self.first.name, "lost"))
+        self.assertIn(f"{self.first.name}: lost: {record['reason']}", self.lines()["Settings"])
+        self.assertIn(record["reason"], self.says("show", "port", self.first.name))
+        self.assertIn('lum_store_records{trouble="lost"} 1', self.metrics())
+        self.assertIn(record["reason"], self.driver.log.read_text())
+
+    def metrics(self):
+        with socket.socket(socket.AF_UNIX) as connection:
+            connection.settimeout(10)
+            connection.connect(str(self.shelf.socket))
+            connection.sendall(b"GET /metrics HTTP/1.0\r\n\r\n")
+            return b"".join(iter(lambda: connection.recv(65536), b"")).decode()
 
     def test_trace_lines_that_could_not_be_written(self):
         traces = self.shelf.folder / "traces"

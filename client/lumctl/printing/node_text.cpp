@@ -6,6 +6,7 @@
 
 #include "printing/line.h"
 #include "printing/port_cells.h"
+#include "printing/store_text.h"
 
 namespace lumctl {
 namespace {
@@ -71,6 +72,7 @@ std::string describe_node(const json &node) {
                  "the deletion of one");
   }
   text += describe_store(node.at("checkpoints"));
+  text += describe_node_store(node.at("store"));
   for (const json &channel : node.at("traces")) {
     text +=
         line("Trace", fmt::format("{}: {} lines{}", text_or_dash(channel.at("file")),

@@ -7,6 +7,7 @@
 
 #include "printing/line.h"
 #include "printing/port_cells.h"
+#include "printing/store_text.h"
 #include "words/settings.h"
 
 namespace lumctl {
@@ -95,7 +96,8 @@ std::string describe_raised(const json &raised) {
 // What keeps the port's settings and locks.
 std::string describe_upkeep(const json &port) {
   const json &record = port.at("checkpoint");
-  return line("Checkpoint", record.at("created").get<bool>()
+  return line("Checkpoint", record.at("created").is_null() ? "not known"
+                            : record.at("created").get<bool>()
                                 ? fmt::format("record {}", record.at("id").get<std::uint64_t>())
                                 : "none") +
          line("Mutex", port.at("mutex_kept").get<bool>() ? "kept by the deletion" : "not kept");
@@ -177,6 +179,7 @@ std::string hex_dump(const json &page) {
 std::string describe_port(const json &port, const style &where) {
   std::string text = describe_identity(port, where);
   if (port.contains("vendor")) text += describe_condition(port, where);
+  text += describe_port_store(port.at("store"));
   text += describe_transfers(port.at("module"));
   for (const json &sub_port : port.at("sub_ports")) text += describe_sub_port(sub_port);
   if (port.contains("page")) text += hex_dump(port.at("page"));

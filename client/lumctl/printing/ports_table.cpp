@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "printing/port_cells.h"
+#include "printing/store_text.h"
 
 namespace lumctl {
 namespace {
@@ -124,7 +125,8 @@ std::string describe_ports(const json &answer, bool wide, const style &output) {
   for (record &record : chosen.records) {
     if (record.note == "-") record.note.clear();
   }
-  return render(chosen.formats, chosen.records, output);
+  return render(chosen.formats, chosen.records, output) +
+         describe_missing_store(answer.at("store"));
 }
 
 }  // namespace lumctl

@@ -1,10 +1,13 @@
 // The driver itself.
 #include <fmt/format.h>
 
+#include <map>
+
 #include "lum.h"
 #include "lum_linux/services.h"
 #include "metrics/metrics_subjects.h"
 #include "node/driver.h"
+#include "views/store_view.h"
 #include "views/times.h"
 
 namespace lumd {
@@ -74,6 +77,18 @@ void add_interface_manager(driver &node, metrics_page &page) {
 
 void add_checkpoints(metrics_page &page) {
   const auto store = lum_linux::checkpoints_status();
+  page.gauge("lum_store_usable", "1 while the store can be used; nothing is kept without", {},
+             store.usable ? 1 : 0);
+  std::map<lum_linux::record_trouble, unsigned> records = {
+      {lum_linux::record_trouble::lost, 0},
+      {lum_linux::record_trouble::unread, 0},
+      {lum_linux::record_trouble::unsaved, 0},
+      {lum_linux::record_trouble::undeleted, 0}};
+  for (const auto &one : store.troubled) ++records[one.trouble];
+  for (const auto &[trouble, count] : records) {
+    page.gauge("lum_store_records", "Records of settings that something is wrong with",
+               {{"trouble", trouble_name(trouble)}}, count);
+  }
   page.gauge("lum_checkpoint_entries", "Records in the checkpoint store", {},
              static_cast<double>(store.entries));
   page.counter("lum_checkpoint_writes_total", "Durable changes of the checkpoint store", {},

@@ -6,6 +6,7 @@
 #include <map>
 
 #include "lum.h"
+#include "lum_linux/checkpoints.h"
 #include "node/driver.h"
 #include "node/log.h"
 #include "node/port_data.h"
@@ -110,6 +111,20 @@ class turn {
 
 refusal no_turn() { return not_now("another creation or deletion of ports is under way"); }
 
+// What a deletion has left in the store; nothing when all is gone.
+std::string left_in_store(const port_list &ports) {
+  std::string left;
+  for (const auto &one : lum_linux::checkpoints_status().troubled) {
+    if (one.trouble != lum_linux::record_trouble::undeleted) continue;
+    for (const port_description *port : ports) {
+      if (port->rsip != one.key) continue;
+      left += fmt::format("{}the settings of port {} are still in the store: {}",
+                          left.empty() ? "" : "; ", port->name, one.reason);
+    }
+  }
+  return left;
+}
+
 bool is_created_now(uint32_t rsip) {
   const auto copy = copy_port(rsip);
   return copy && is_created(*copy);
@@ -199,7 +214,9 @@ outcome<lifecycle_report> delete_existing(driver &node, const port_list &ports, 
   mine.end();
   const auto is_gone = [&node](uint32_t rsip) { return is_gone_now(node, rsip); };
   wait_for_answers(node, deadline, [&] { return those_not(ports, is_gone).empty(); });
-  return report_on(node, rc, ports, those_not(ports, is_gone), "deletion");
+  lifecycle_report report = report_on(node, rc, ports, those_not(ports, is_gone), "deletion");
+  if (report.missing.empty()) report.missing = left_in_store(ports);
+  return report;
 }
 
 void close_empty(driver &node, const std::vector<place> &places) {

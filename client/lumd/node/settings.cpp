@@ -5,6 +5,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "lum_linux/checkpoints.h"
 #include "node/driver.h"
 #include "node/port_data.h"
 
@@ -38,6 +39,16 @@ uint64_t failed_transfers(driver &node, uint32_t rsip) {
   return status ? status->statistics.failed : 0;
 }
 
+// What the store has to say of a save that failed.
+std::string reason_of_store(uint32_t rsip) {
+  for (const auto &one : lum_linux::checkpoints_status().troubled) {
+    if (one.key == rsip && one.trouble == lum_linux::record_trouble::unsaved) {
+      return ": " + one.reason;
+    }
+  }
+  return {};
+}
+
 refusal not_now(const std::string &reason) { return {refusal_kind::conflict, reason}; }
 
 }  // namespace
@@ -66,8 +77,8 @@ outcome<settings_report> change_settings(driver &node, const lum_linux::port_des
   settings_report report;
   report.rc = rc;
   if (!CERR_IS_OK(rc)) {
-    report.missing =
-        fmt::format("the settings are in force but not saved: {} ({})", cerr_strerror(rc), rc);
+    report.missing = fmt::format("the settings are in force but not saved: {} ({}){}",
+                                 cerr_strerror(rc), rc, reason_of_store(port.rsip));
   }
   report.ifhandle = ifhandle;
   report.change_bits = changed_bits;

@@ -9,6 +9,7 @@
 #include "node/driver.h"
 #include "node/port_data.h"
 #include "node/port_state.h"
+#include "views/store_view.h"
 #include "views/times.h"
 
 namespace lumd {
@@ -20,8 +21,7 @@ std::string version() {
   return fmt::format("{}.{}.{}", LUM_VERSION_MAJOR, LUM_VERSION_MINOR, LUM_VERSION_PATCH);
 }
 
-json show_checkpoints() {
-  const auto store = lum_linux::checkpoints_status();
+json show_checkpoints(const lum_linux::checkpoint_status &store) {
   json shown = {{"file", store.file.string()},
                 {"entries", store.entries},
                 {"writes", store.writes},
@@ -69,6 +69,7 @@ json show_cycle(const polling_cycle &cycle) {
 json show_node(driver &node) {
   const lum_linux::node_description &description = node.node();
   const lum_ctx &context = *lum_get_ctx();
+  const auto store = lum_linux::checkpoints_status();
   const std::chrono::duration<double> uptime = std::chrono::system_clock::now() - node.started();
   return {{"name", description.name},
           {"rack", description.rack},
@@ -83,7 +84,8 @@ json show_node(driver &node) {
           {"controllers_existing", node.platform().created_controllers()},
           {"polling_halted", node.count().halts_polling()},
           {"resync", __atomic_load_n(&context.resync, __ATOMIC_RELAXED) != 0},
-          {"checkpoints", show_checkpoints()},
+          {"checkpoints", show_checkpoints(store)},
+          {"store", show_store(store, description)},
           {"traces", show_traces()}};
 }
 

@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "lum_linux/checkpoints.h"
 #include "lum_linux/modules.h"
 #include "lum_linux/stores.h"
 #include "node/driver.h"
@@ -12,6 +13,7 @@
 #include "node/readings.h"
 #include "views/alarm_view.h"
 #include "views/configuration_view.h"
+#include "views/store_view.h"
 #include "views/times.h"
 #include "words/leds.h"
 
@@ -139,18 +141,24 @@ void add_module_data(const port_copy &port, bool has_readings, json &shown) {
   shown["raised"] = raised_flags(data.module_flags);
 }
 
+// Without a store it is not known whether there is a record.
+json show_record(const lum_chkpt_record &record) {
+  if (lum_linux::checkpoint_is_unknown(record.chkpt_id)) {
+    return {{"id", nullptr}, {"created", nullptr}};
+  }
+  return {{"id", record.chkpt_id}, {"created", record.created != 0}};
+}
+
 // The port's checkpoint record, the lock that a deletion keeps, and what provisioning has marked.
 void add_upkeep(const port_copy &port, json &shown) {
-  shown["checkpoint"] = {{"id", port.data.chkpt.chkpt_id},
-                         {"created", port.data.chkpt.created != 0}};
+  shown["checkpoint"] = show_record(port.data.chkpt);
   shown["mutex_kept"] = port.data.mutex_kept_by != 0;
   shown["provisioning"] = {{"needed", port.data.provisioning_needed != 0},
                            {"forced", port.data.force_reprovisioning != 0}};
 }
 
-}  // namespace
-
-json show_port(driver &node, const lum_linux::port_description &port, const port_copy *copy) {
+json show_port(driver &node, const lum_linux::port_description &port, const port_copy *copy,
+               const lum_linux::checkpoint_status &store) {
   const port_condition condition = condition_of(node, port, copy);
   const module_status &module = condition.module;
   json shown = {{"name", port.name},
@@ -162,7 +170,8 @@ json show_port(driver &node, const lum_linux::port_description &port, const port
                 {"port_handle", port.handle},
                 {"state", name_of(lum_words::port_states, condition.state)},
                 {"reason", condition.reason},
-                {"module", show_module(module)}};
+                {"module", show_module(module)},
+                {"store", show_store_of(store, port.rsip)}};
   if (copy == nullptr) {
     shown["sub_ports"] = json::array();
     return shown;
@@ -179,15 +188,23 @@ json show_port(driver &node, const lum_linux::port_description &port, const port
   return shown;
 }
 
+}  // namespace
+
+json show_port(driver &node, const lum_linux::port_description &port, const port_copy *copy) {
+  return show_port(node, port, copy, lum_linux::checkpoints_status());
+}
+
 json show_ports(driver &node, bool existing_only) {
+  const auto store = lum_linux::checkpoints_status();
   const auto copies = copy_ports();
   json shown = json::array();
   for (const lum_linux::port_description *port : node.node().ports()) {
     const auto found = copies.find(port->rsip);
     if (existing_only && found == copies.end()) continue;
-    shown.push_back(show_port(node, *port, found == copies.end() ? nullptr : &found->second));
+    shown.push_back(
+        show_port(node, *port, found == copies.end() ? nullptr : &found->second, store));
   }
-  return {{"ports", std::move(shown)}};
+  return {{"ports", std::move(shown)}, {"store", show_store(store, node.node())}};
 }
 
 }  // namespace lumd

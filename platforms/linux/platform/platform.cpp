@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <exception>
 
 #include "lum_linux/services.h"
@@ -20,24 +19,33 @@ using std::chrono::milliseconds;
 constexpr const char *trace_directory_key = "liblum_ctrace_dir";
 constexpr const char *checkpoint_file = "checkpoints.db";
 
+bool is_of_the_disk(const std::error_code &code) {
+  return code.value() == ENOSPC || code.value() == EDQUOT || code.value() == EROFS ||
+         code.value() == EIO;
+}
+
+// A disk that is full or read-only costs what is kept on it, not the node: who writes there says
+// why it cannot.
 bool make_folder(const fs::path &folder, std::string &error) {
   std::error_code code;
   fs::create_directories(folder, code);
   if (!code) return true;
   error = fmt::format("cannot make the folder '{}': {}", folder.native(), code.message());
-  return false;
+  return is_of_the_disk(code);
 }
 
 // Takes the state directory for this process and points the services to their folders.
 bool start_storage(platform::core &core, std::string &error) {
   const node_description &node = core.node;
-  for (const fs::path &folder :
-       {node.state_directory, node.trace_directory, node.api_socket.parent_path()}) {
+  std::error_code ignored;  // the checkpoint store tells of it, and makes the folder later
+  fs::create_directories(node.state_directory, ignored);
+  for (const fs::path &folder : {node.trace_directory, node.api_socket.parent_path()}) {
     if (!make_folder(folder, error)) return false;
   }
-  if (const int code = core.state_lock.acquire(node.state_directory)) {
-    error = fmt::format("cannot use the state directory '{}': {}", node.state_directory.native(),
-                        code == EWOULDBLOCK ? "another process uses it" : std::strerror(code));
+  error.clear();
+  if (core.state_lock.acquire(node.state_directory) == EWOULDBLOCK) {
+    error = fmt::format("cannot use the state directory '{}': another process uses it",
+                        node.state_directory.native());
     return false;
   }
   if (const cerrno code = checkpoints_set_path(node.state_directory / checkpoint_file)) {
@@ -71,6 +79,7 @@ bool start_threads(platform::core &core, std::string &error) {
   core.im = std::make_unique<interface_manager>(
       im_options{im.handle_base, milliseconds(im.delay_min_ms), milliseconds(im.delay_max_ms),
                  im.seed, im.out_of_order});
+  core.keeper = std::make_unique<store_keeper>();
   return true;
 }
 
@@ -100,6 +109,7 @@ bool stop_core(const std::shared_ptr<platform::core> &core, milliseconds bound) 
     core->stopped_whole = false;
   }
   ea_unregister();
+  if (core->keeper && !core->keeper->stop()) core->stopped_whole = false;
   checkpoints_close();
   core->state_lock.release();
   give_up_platform();

@@ -12,6 +12,7 @@
 #include "lum_linux/platform.h"
 #include "platform/controller_watch.h"
 #include "platform/directory_lock.h"
+#include "platform/store_keeper.h"
 
 namespace lum_linux {
 
@@ -23,6 +24,7 @@ struct platform::core {
   std::unique_ptr<lum_linux::modules> modules;
   std::unique_ptr<lum_linux::leds> leds;
   std::unique_ptr<interface_manager> im;
+  std::unique_ptr<store_keeper> keeper;
   event_manager evm = 0;
   bool stopped = false;  // guarded by stop_mutex
   bool stopped_whole = true;

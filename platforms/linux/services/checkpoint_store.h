@@ -1,46 +1,57 @@
 // The file behind the checkpoint service: a SQLite database in WAL mode, synchronised at every
-// commit, that one process at a time has open. Not thread-safe: the service serialises.
+// commit, that one process at a time has open, and a journal of its latest changes. Not
+// thread-safe: the service serialises.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <memory>
-#include <optional>
+#include <set>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "cerr.h"
+#include "services/change_journal.h"
+#include "services/store_recovery.h"
+#include "services/store_schema.h"
 
 namespace lum_linux {
 
 class checkpoint_store {
  public:
-  struct application {
-    std::string name;
-    uint32_t version = 0;
-  };
-
   struct opened {
     std::unique_ptr<checkpoint_store> store;  // null when `code` is not 0
     cerrno code = 0;
     std::string failure;
     std::filesystem::path set_aside;  // what a store that cannot be used was renamed to, or empty
     std::string set_aside_reason;
+    std::vector<lost_record> lost;
+    std::vector<record_key> undeleted;  // still there although they were deleted, as is noted
+    std::vector<std::string> notes;     // what else is to be told
   };
 
   ~checkpoint_store();
 
   // Opens the store, creating it when there is none. A store that is damaged, or was written by
-  // another application or version, is renamed and a new one begun. May throw std::bad_alloc.
-  static opened open(const std::filesystem::path &file, const application &owner);
+  // another application or version, and is so at a second look too, is renamed and a new one begun.
+  // Whatever else goes wrong leaves the file as it is. Waits up to `patience` for a process that
+  // has the store, and with any patience at all tries again when it cannot be read. May throw
+  // std::bad_alloc.
+  static opened open(const std::filesystem::path &file, const store_owner &owner,
+                     std::chrono::milliseconds patience);
 
   // Makes the table known. `found` says whether it was there; entries without data are dropped, and
-  // all of them when the table does not persist.
-  cerrno add_table(uint32_t kind, bool persistent, bool &found);
+  // all of them when the table does not persist. `lost` gets those of another version.
+  cerrno add_table(uint32_t kind, uint32_t version, bool persistent, bool &found,
+                   std::vector<lost_record> &lost);
 
   // Return 0, 2 when there is no such entry, or the store's code.
   cerrno find(uint32_t kind, uint32_t key, uint64_t &id);
+  cerrno key_of(uint32_t kind, uint64_t id, uint32_t &key);
   cerrno remove(uint32_t kind, uint64_t id);
   cerrno save(uint32_t kind, uint64_t id, uint32_t version, std::span<const std::byte> data);
   // As above, 61 for an entry without data, or 74 when the data are damaged, of another version or
@@ -51,24 +62,57 @@ class checkpoint_store {
   // The first entry with data whose id is above `after`; 0 when there is none.
   cerrno next(uint32_t kind, uint64_t after, uint64_t &id);
 
+  // Whether the record has data, as far as can be seen.
+  bool has_data(const record_key &record);
+
+  // Notes that a record is to be deleted that cannot be deleted now: whoever opens the store next
+  // does it. Says whether that is on the disk; if it is not, tend() tries again.
+  bool note_deletion(const record_key &record);
+
   uint64_t entries();
+
+  // Writes what changes nothing. Returns 0 when the store takes changes, or its code.
+  cerrno try_writing();
+
+  // Does what is due now and then: merges the write-ahead log into the database, and notes what
+  // could not be noted.
+  cerrno tend();
+
   // Text of the latest failure.
   const std::string &failure_text() const { return failure_; }
+  // Why a change that is lost would not be noticed; empty when it would.
+  const std::string &journal_failure() const { return journal_failure_; }
 
  private:
   struct connection;  // the database and the statements for it
-  enum class verdict { usable, fresh, refused };
+  // A file that is to be opened.
+  struct wanted {
+    const std::filesystem::path &file;
+    const store_owner &owner;
+    std::chrono::milliseconds patience;
+  };
 
-  checkpoint_store() = default;
-  verdict judge(const application &owner, std::string &reason);
-  verdict look_into(const application &owner, std::string &reason);
-  void set_up(const application &owner);
+  static opened open_once(const wanted &what);
+  static cerrno look_at(const wanted &what, opened &result, std::string &refused_for);
+  cerrno prepare(const wanted &what, opened &result, std::string &refused_for);
+  void examine(const std::filesystem::path &file, store_verdict found, opened &result);
+  void finish_deletions(const std::vector<record_key> &undeleted, opened &result);
   void close_as_found();
+  void changed(const store_change &change);
+  void note(const store_change &change);
+  void blame_journal(int error);
   template <typename Call>
   cerrno attempt(Call call);
 
   std::unique_ptr<connection> connection_;
+  change_journal journal_;
+  std::filesystem::path journal_file_;
+  std::map<record_key, store_change> unnoted_;
+  std::set<uint32_t> persistent_;  // kinds of tables
+  uint64_t last_change_ = 0;
+  bool unmerged_ = false;
   std::string failure_;
+  std::string journal_failure_;
 };
 
 }  // namespace lum_linux

@@ -34,7 +34,7 @@ void sync_folder(const fs::path &folder) {
 }
 
 int error_of_opening(const fs::path &file) {
-  const unique_fd fd(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+  const unique_fd fd(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
   return fd ? 0 : errno;
 }
 
@@ -43,7 +43,7 @@ fs::path set_aside(const fs::path &file) {
   fs::path target = base;
   for (int n = 2; fs::exists(target); ++n) target = base + "." + std::to_string(n);
   std::error_code error;
-  for (const char *suffix : {"-wal", "-journal", "-shm"}) {
+  for (const char *suffix : {"-wal", "-journal", "-shm", "-changes"}) {
     fs::rename(file.string() + suffix, target.string() + suffix, error);
   }
   fs::rename(file, target, error);

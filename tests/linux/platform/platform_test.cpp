@@ -9,6 +9,7 @@
 #include <atomic>
 #include <thread>
 
+#include "chkpt.h"
 #include "interface_manager/im_harness.h"
 #include "lum_linux/leds.h"
 #include "lum_linux/modules.h"
@@ -342,6 +343,19 @@ TEST_F(Platform, RefusesAStateDirectoryThatIsInUse) {
   EXPECT_THAT(error, HasSubstr("another process uses it"));
   close(fd);
   EXPECT_TRUE(platform::start(node(), error)) << error;
+}
+
+TEST_F(Platform, StartsWithoutAStateDirectory) {
+  node_description without = node();
+  without.state_directory = folder.path() / "1.eeprom/state";
+  std::string error;
+  const auto running = platform::start(without, error);
+  ASSERT_TRUE(running) << error;
+  chkpt_appdesc descriptor;
+  chkpt_appdesc_init(&descriptor);
+  EXPECT_EQ(chkpt_init(0, &descriptor), 0u);
+  EXPECT_FALSE(checkpoints_status().open);
+  EXPECT_THAT(checkpoints_status().reason, HasSubstr("Not a directory"));
 }
 
 TEST_F(Platform, SaysWhichFolderItCannotMake) {

@@ -3,10 +3,16 @@
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <array>
+#include <csignal>
 #include <cstring>
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "chkpt.h"
 #include "lum_linux/services.h"
@@ -84,7 +90,35 @@ class checkpoints : public testing::Test {
     return record;
   }
 
-  test_folder folder;
+  // The keys of the records that something is wrong with.
+  std::vector<uint32_t> troubled(lum_linux::record_trouble what) const {
+    std::vector<uint32_t> keys;
+    for (const auto &one : lum_linux::checkpoints_status().troubled) {
+      if (one.trouble == what) keys.push_back(one.key);
+    }
+    return keys;
+  }
+
+  // Runs `work` in a process of its own, which ends without closing anything; 0 when all it
+  // expected came about.
+  int in_child(const std::function<void()> &work) {
+    const pid_t child = fork();
+    if (child == 0) {
+      std::signal(SIGXFSZ, SIG_IGN);
+      work();
+      _exit(HasFailure() ? 1 : 0);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return status;
+  }
+  // Of this process, from now on: writes behind so many bytes of a file fail.
+  static void limit_files(rlim_t most) {
+    const rlimit bound = {most, RLIM_INFINITY};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &bound), 0);
+  }
+
+  test_folder folder{folder_place::memory};
   std::filesystem::path file = folder / "state/checkpoints.db";
   uint64_t table = 0;
   uint32_t restart = 77;

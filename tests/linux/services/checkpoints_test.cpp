@@ -231,16 +231,6 @@ TEST_F(checkpoints, calls_that_make_no_sense_are_refused) {
   EXPECT_EQ(checkpoints_set_path(""), 22u);
 }
 
-TEST_F(checkpoints, a_folder_that_cannot_be_is_an_error_not_a_crash) {
-  std::ofstream(folder / "plain") << "x";
-  ASSERT_EQ(checkpoints_set_path(folder / "plain/below/checkpoints.db"), 0u);
-  EXPECT_NE(init(), 0u);
-  ASSERT_EQ(checkpoints_set_path(folder.path()), 0u);
-  EXPECT_NE(init(), 0u);
-  EXPECT_FALSE(checkpoints_status().open);
-  EXPECT_FALSE(checkpoints_status().last_failure.empty());
-}
-
 TEST_F(checkpoints, come_from_many_threads) {
   open();
   std::vector<std::thread> threads;

@@ -1,0 +1,57 @@
+#include "views/store_view.h"
+
+#include <nlohmann/json.hpp>
+
+namespace lumd {
+namespace {
+
+using lum_linux::record_trouble;
+
+json text_or_null(const std::string &text) { return text.empty() ? json(nullptr) : json(text); }
+
+json show_usability(const lum_linux::checkpoint_status &store) {
+  return {{"usable", store.usable}, {"reason", text_or_null(store.reason)}};
+}
+
+}  // namespace
+
+std::string trouble_name(record_trouble trouble) {
+  switch (trouble) {
+    case record_trouble::lost:
+      return "lost";
+    case record_trouble::unread:
+      return "unread";
+    case record_trouble::unsaved:
+      return "unsaved";
+    case record_trouble::undeleted:
+      return "undeleted";
+  }
+  return "unknown";
+}
+
+json show_store(const lum_linux::checkpoint_status &store,
+                const lum_linux::node_description &node) {
+  json shown = show_usability(store);
+  shown["doubt"] = text_or_null(store.doubt);
+  shown["records"] = json::array();
+  for (const auto &one : store.troubled) {
+    const auto *port = node.find(one.key);
+    shown["records"].push_back({{"port", port == nullptr ? json(nullptr) : json(port->name)},
+                                {"key", one.key},
+                                {"trouble", trouble_name(one.trouble)},
+                                {"reason", one.reason}});
+  }
+  return shown;
+}
+
+json show_store_of(const lum_linux::checkpoint_status &store, uint32_t rsip) {
+  json shown = show_usability(store);
+  shown["troubles"] = json::array();
+  for (const auto &one : store.troubled) {
+    if (one.key != rsip) continue;
+    shown["troubles"].push_back({{"trouble", trouble_name(one.trouble)}, {"reason", one.reason}});
+  }
+  return shown;
+}
+
+}  // namespace lumd

@@ -1,0 +1,203 @@
+// How the checkpoint service comes by its store, does without it, and lets go of it.
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+
+#include "lum_linux/system.h"
+#include "services/checkpoint_service.h"
+
+namespace lum_linux {
+namespace {
+
+// How long another process may hold the store: one that is just ending, at the start.
+constexpr std::chrono::milliseconds patience_at_start(2000);
+constexpr std::chrono::milliseconds no_patience(0);
+
+constexpr const char *not_started = "the store has not been opened yet";
+
+// One line to the system log and to whoever watches the process.
+void report(std::string line) {
+  std::replace(line.begin(), line.end(), '\n', ' ');
+  system_log(line);
+  std::fprintf(stderr, "%s\n", line.c_str());
+}
+
+std::string join(const std::string &text, cerrno code) {
+  const std::string of_code = cerr_strerror(code);
+  return text.empty() || text == of_code ? of_code : of_code + " (" + text + ")";
+}
+
+}  // namespace
+
+cerrno checkpoint_service::set_file(const std::filesystem::path &file) {
+  if (owner_) return EBUSY;
+  file_ = std::filesystem::absolute(file);
+  now_ = {};
+  now_.file = file_;
+  now_.reason = not_started;
+  troubles_.clear();
+  return 0;
+}
+
+cerrno checkpoint_service::start(const store_owner &owner) {
+  if (file_.empty()) return ENOENT;
+  now_ = {};
+  now_.file = file_;
+  troubles_.clear();
+  owner_ = owner;
+  open_store(patience_at_start);
+  return 0;
+}
+
+// What is still owed is tried once more, and told when it is lost with the process.
+void checkpoint_service::close() {
+  if (store_ != nullptr) finish_deletions();
+  for (const auto &[at, reason] : troubles_) {
+    if (owner_ && at.second == record_trouble::undeleted) tell(name_of(at.first) + ": " + reason);
+  }
+  troubles_.clear();
+  store_.reset();
+  owner_.reset();
+  tables_.clear();
+  iterators_.clear();
+  now_.open = false;
+  now_.reason = "the store has been closed";
+}
+
+cerrno checkpoint_service::tend() {
+  if (!owner_) return 0;
+  if (store_ == nullptr) return open_store(no_patience);
+  finish_deletions();
+  if (!now_.reason.empty()) judge_writing(store_->try_writing());
+  return count(store_->tend());
+}
+
+cerrno checkpoint_service::open_store(std::chrono::milliseconds patience) {
+  try {
+    std::error_code error;
+    std::filesystem::create_directories(file_.parent_path(), error);
+    if (error) {
+      return go_without(static_cast<cerrno>(error.value()),
+                        "there is no folder " + file_.parent_path().string());
+    }
+    return take(checkpoint_store::open(file_, *owner_, patience));
+  } catch (const std::bad_alloc &) {
+    return go_without(ENOMEM, "");
+  }
+}
+
+cerrno checkpoint_service::take(checkpoint_store::opened opened) {
+  if (!opened.set_aside.empty()) {
+    now_.set_aside = opened.set_aside;
+    now_.set_aside_reason = opened.set_aside_reason;
+    tell("it cannot be used (" + opened.set_aside_reason + "), set aside as " +
+         opened.set_aside.string());
+  }
+  if (opened.code != 0) return go_without(opened.code, opened.failure);
+  const bool is_late = !now_.reason.empty();
+  store_ = std::move(opened.store);
+  for (const std::string &note : opened.notes) tell(note);
+  tell_of_lost(opened.lost);
+  for (auto &[handle, t] : tables_) {
+    std::vector<lost_record> lost;
+    bool found = false;
+    const cerrno rc = store_->add_table(t.kind, t.version, t.persistent, found, lost);
+    if (rc != 0) return go_without(rc, store_->failure_text());
+    tell_of_lost(lost);
+  }
+  now_.open = true;
+  now_.reason.clear();
+  now_.entries = store_->entries();
+  if (is_late) tell("it is open");
+  judge_writing(store_->try_writing());
+  for (const record_key &record : opened.undeleted) owe_deletion(record);
+  finish_deletions();
+  settle_unread();
+  return 0;
+}
+
+// The node runs on, and nothing is kept. Told once for each reason.
+cerrno checkpoint_service::go_without(cerrno code, const std::string &reason) {
+  const std::string text = join(reason, code);
+  store_.reset();
+  code_ = is_about_record(code) ? static_cast<cerrno>(EIO) : code;
+  if (std::exchange(now_.reason, text) != text) {
+    tell("it cannot be opened and is left as it is: " + text + "; nothing is kept until it can");
+  }
+  now_.open = false;
+  now_.entries = 0;
+  ++now_.failures;
+  now_.last_failure = text;
+  return code_;
+}
+
+// The store is open; `rc` says how the latest change fared.
+void checkpoint_service::judge_writing(cerrno rc) {
+  if (is_about_record(rc)) return;
+  const std::string text = rc == 0 ? "" : join(store_->failure_text(), rc);
+  if (std::exchange(now_.reason, text) == text) return;
+  tell(rc == 0 ? "it takes changes again" : "it takes no changes, nothing is kept: " + text);
+}
+
+// Of the records that were asked for in vain some do not exist.
+void checkpoint_service::settle_unread() {
+  for (auto at = troubles_.begin(); at != troubles_.end();) {
+    const auto &[record, what] = at->first;
+    uint64_t id = 0;
+    const bool is_settled =
+        what == record_trouble::unread && store_->find(record.kind, record.key, id) == ENOENT;
+    if (what == record_trouble::unread && !is_settled) {
+      tell(name_of(record) + " comes back at the next start only: " + at->second);
+    }
+    at = is_settled ? troubles_.erase(at) : std::next(at);
+  }
+}
+
+void checkpoint_service::tell(const std::string &what) const {
+  report("checkpoint store " + file_.string() + ": " + what);
+}
+
+// Each record that was lost has its line.
+void checkpoint_service::tell_of_lost(const std::vector<lost_record> &all) {
+  for (const lost_record &one : all) {
+    if (has(record_trouble::lost, one.record)) continue;
+    trouble(record_trouble::lost, one.record, one.reason);
+    tell(name_of(one.record) + " is lost: " + one.reason);
+  }
+}
+
+void checkpoint_service::publish() {
+  now_.usable = now_.open && now_.reason.empty();
+  now_.doubt = store_ == nullptr ? "" : store_->journal_failure();
+  now_.troubled.clear();
+  for (const auto &[at, reason] : troubles_) {
+    now_.troubled.push_back({at.second, at.first.kind, at.first.key, reason});
+  }
+  const std::lock_guard hold(status_lock_);
+  published_ = now_;
+}
+
+checkpoint_status checkpoint_service::status() const {
+  const std::lock_guard hold(status_lock_);
+  return published_;
+}
+
+cerrno checkpoints_set_path(const std::filesystem::path &file) {
+  if (file.empty()) return EINVAL;
+  return the_checkpoint_service().guarded([&](auto &service) { return service.set_file(file); });
+}
+
+void checkpoints_close() {
+  the_checkpoint_service().guarded([](auto &service) -> cerrno {
+    service.close();
+    return 0;
+  });
+}
+
+void checkpoints_tend() {
+  the_checkpoint_service().guarded([](auto &service) { return service.tend(); });
+}
+
+checkpoint_status checkpoints_status() { return the_checkpoint_service().status(); }
+
+}  // namespace lum_linux
