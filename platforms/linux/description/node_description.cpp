@@ -19,7 +19,9 @@ namespace fs = std::filesystem;
 constexpr std::streamsize max_description_bytes = 4 << 20;
 constexpr size_t max_name_bytes = 63;
 constexpr size_t max_path_bytes = 1024;
-constexpr size_t max_socket_path_bytes = sizeof(sockaddr_un::sun_path) - 1;
+// What a socket's address holds behind its folder's place below /proc.
+constexpr size_t max_socket_name_bytes = 80;
+constexpr size_t max_host_name_bytes = 253;
 
 // Finds the things that may be there once only.
 class uniqueness {
@@ -102,6 +104,11 @@ node_description node_reader::read(toml_table &table) {
   const bool serves_http = table.has("http_port");
   const auto http_port = table.integer("http_port", 0, 65535, 0);
   if (serves_http && http_port) node_.http_port = static_cast<uint16_t>(http_port->value);
+  for (std::string &name : table.texts("http_names", max_host_name_bytes)) {
+    std::transform(name.begin(), name.end(), name.begin(),
+                   [](unsigned char letter) { return std::tolower(letter); });
+    node_.http_names.push_back(std::move(name));
+  }
   if (auto im = table.table("interface_manager", "the interface manager")) {
     read_interface_manager(*im);
   }
@@ -134,11 +141,11 @@ void node_reader::read_api_socket(toml_table &table,
       table.text("api_socket", max_path_bytes, state ? state->value + "/lumd.sock" : "lumd.sock");
   if (!socket || (!given && !state)) return;
   node_.api_socket = resolve(socket->value);
-  const size_t bytes = node_.api_socket.native().size();
-  if (bytes > max_socket_path_bytes) {
+  const std::string name = node_.api_socket.filename().native();
+  if (name.size() > max_socket_name_bytes) {
     problems_.add(given ? socket->line : state->line,
-                  fmt::format("the path of 'api_socket' is {} bytes long, expected at most {}: {}",
-                              bytes, max_socket_path_bytes, node_.api_socket.native()));
+                  fmt::format("the name of 'api_socket' is {} bytes long, expected at most {}: {}",
+                              name.size(), max_socket_name_bytes, name));
   }
 }
 

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 
+#include "description/toml_depth.h"
+
 namespace lum_linux {
 namespace {
 
@@ -174,6 +176,29 @@ std::optional<located<std::vector<double>>> toml_table::numbers(std::string_view
   return result;
 }
 
+std::vector<std::string> toml_table::texts(std::string_view key, size_t max_bytes) {
+  std::vector<std::string> result;
+  const toml::node *node = source_->find(key, known_);
+  if (!node) return result;
+  const std::string expected = fmt::format("an array of texts of 1 to {} bytes", max_bytes);
+  const auto *array = node->as_array();
+  if (!array) {
+    report(line_of(*node), wrong_kind(key, *node, expected));
+    return result;
+  }
+  for (const toml::node &element : *array) {
+    const auto *text = element.as_string();
+    if (text && !text->get().empty() && text->get().size() <= max_bytes &&
+        !has_control_character(text->get())) {
+      result.push_back(text->get());
+    } else {
+      report(line_of(element), fmt::format("'{}' holds {}, expected {}", key,
+                                           text ? "another text" : kind_of(element), expected));
+    }
+  }
+  return result;
+}
+
 std::optional<toml_any> toml_table::any(std::string_view key) {
   const toml::node *node = source_->find(key, known_);
   if (!node) return {};
@@ -238,6 +263,11 @@ void toml_table::report(uint32_t line, std::string message) {
 
 void read_toml(std::string_view text, const std::string &file, const std::string &kind,
                problem_list &problems, const std::function<void(toml_table &)> &read) {
+  if (const auto line = find_deep_toml_key(text)) {
+    problems.add(*line, fmt::format("a key with more than {} parts; expected a {} description",
+                                    deepest_toml_key, kind));
+    return;
+  }
   try {
     const toml::table document = toml::parse(text, file);
     toml_table root(std::make_shared<toml_table::source>(toml_table::source{document}),

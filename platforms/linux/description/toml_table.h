@@ -67,6 +67,8 @@ class toml_table {
   // Whole numbers only unless `fractions`.
   std::optional<located<std::vector<double>>> numbers(std::string_view key, size_t count,
                                                       double min, double max, bool fractions);
+  // The texts of an array, each as text() wants it; what is none is reported.
+  std::vector<std::string> texts(std::string_view key, size_t max_bytes);
   std::optional<toml_any> any(std::string_view key);
 
   // A sub-table, which `name` names in messages, for example "the port".

@@ -67,7 +67,8 @@ struct node_description {
   std::filesystem::path trace_directory;
   std::filesystem::path led_directory;
   std::filesystem::path api_socket;
-  std::optional<uint16_t> http_port;  // absent: no HTTP; 0: any free port
+  std::optional<uint16_t> http_port;    // absent: no HTTP; 0: any free port
+  std::vector<std::string> http_names;  // by which HTTP may be asked for, in small letters
   im_description interface_manager;
   std::vector<slot_description> slots;
 
