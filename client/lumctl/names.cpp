@@ -17,6 +17,7 @@ colour colour_of(port_state state) {
       return colour::bad;
     case port_state::coming_up:
     case port_state::empty:
+    case port_state::stale:
     case port_state::upgrading:
     case port_state::going:
     case port_state::absent:

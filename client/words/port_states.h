@@ -13,6 +13,7 @@ enum class port_state {
   empty,      // no module in the cage
   upgrading,  // the module's firmware is being upgraded; not polled
   failing,    // the module's last transfer failed, or does not end
+  stale,      // the module has not been polled for some cycles: what is shown is old
   up,
 };
 
@@ -21,13 +22,14 @@ struct named_port_state {
   std::string_view name;
 };
 
-inline constexpr std::array<named_port_state, 7> port_states = {{
+inline constexpr std::array<named_port_state, 8> port_states = {{
     {port_state::absent, "absent"},
     {port_state::going, "deleting"},
     {port_state::coming_up, "coming up"},
     {port_state::empty, "empty"},
     {port_state::upgrading, "upgrading"},
     {port_state::failing, "failing"},
+    {port_state::stale, "stale"},
     {port_state::up, "up"},
 }};
 

@@ -1,6 +1,13 @@
 /* Preloaded into lumd by the tests: the seconds that the library sleeps between polling cycles are
  * as long as LUM_TEST_SECOND_MS says, and it sleeps on for as long as the file of LUM_TEST_HOLD is
- * there. Everything else keeps the real time. */
+ * there. Everything else keeps the real time. With LUM_TEST_HANG set, whoever opens a file hangs for as
+ * long as there is another of its name and ".hangs", as on a bus that does not answer. */
+#define _GNU_SOURCE
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <stdarg.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <time.h>
 #include <unistd.h>
@@ -16,4 +23,19 @@ unsigned sleep(unsigned seconds) {
   nap((long)seconds * (length == NULL ? 1000 : atol(length)));
   while (hold != NULL && access(hold, F_OK) == 0) nap(10);
   return 0;
+}
+
+int open(const char *path, int flags, ...) {
+  static int (*real)(const char *, int, ...) = NULL;
+  if (real == NULL) *(void **)&real = dlsym(RTLD_NEXT, "open");
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = va_arg(arguments, mode_t);
+  va_end(arguments);
+  char marker[PATH_MAX];
+  if (getenv("LUM_TEST_HANG") != NULL &&
+      snprintf(marker, sizeof marker, "%s.hangs", path) < (int)sizeof marker) {
+    while (access(marker, F_OK) == 0) nap(10);
+  }
+  return real(path, flags, mode);
 }

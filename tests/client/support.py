@@ -39,7 +39,8 @@ class Driver(driver.Driver):
     def __init__(self, build, shelf, options, second_ms):
         self.held = shelf.folder / "polling-is-held"
         super().__init__(build, shelf, options, LD_PRELOAD=str(CLOCK),
-                         LUM_TEST_HOLD=str(self.held), LUM_TEST_SECOND_MS=str(second_ms))
+                         LUM_TEST_HOLD=str(self.held), LUM_TEST_SECOND_MS=str(second_ms),
+                         LUM_TEST_HANG="1")
 
     def hold_polling(self):
         """No polling cycle begins from here on; one that is running goes on."""
@@ -70,6 +71,19 @@ class ShelfTest(unittest.TestCase):
         cage = self.shelf.add_cage(slot, f"{len(self.shelf.cages)}.toml", backend="simulated")
         cages.copy_description(EXAMPLES / f"{kind}.toml", cage.module, **changes)
         return cage
+
+    def add_file(self, slot=1):
+        """A port with a file of a module's memory in its cage, whose bus can hang."""
+        cage = self.shelf.add_cage(slot, f"{len(self.shelf.cages)}.eeprom")
+        cages.make_image(BUILD / "lum-module-image", EXAMPLES / "iivi-new-map.toml", cage.module)
+        return cage
+
+    @staticmethod
+    def hang(cage):
+        """From here on nobody who opens the module's memory comes back, until it is freed."""
+        marker = cage.module.with_name(cage.module.name + ".hangs")
+        marker.touch()
+        return marker
 
     def add_empty(self, slot=1):
         return self.shelf.add_cage(slot, "nothing.eeprom")

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cstdint>
 
+#include "api/action.h"
 #include "api/routes.h"
 #include "node/driver.h"
 #include "node/find_port.h"
@@ -14,12 +15,32 @@ namespace lumd {
 namespace {
 
 constexpr uint32_t page_bytes = 256;
+constexpr std::chrono::seconds page_bound(2);
 
 // Reads the query's page number; false when it is none.
 bool read_page_number(const std::string &text, uint32_t &page) {
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), page);
   return error == std::errc() && end == text.data() + text.size() &&
          page < lum_linux::module_max_pages;
+}
+
+// The module may take as long as it likes over it, but not the one who asks.
+api_reply add_page(driver &node, uint32_t rsip, uint32_t page, const json &shown) {
+  const api_reply reply = act(lane_of_look(rsip), page_bound, [&node, rsip, page, shown] {
+    std::array<uint8_t, page_bytes> bytes = {};
+    const cerrno rc = node.platform().modules().peek(rsip, page, 0, bytes);
+    if (rc == lum_linux::module_busy) {
+      return refuse(409, fmt::format("page {} cannot be read: a transfer does not end", page));
+    }
+    if (!CERR_IS_OK(rc)) {
+      return refuse(409, fmt::format("page {} cannot be read: {}", page, cerr_strerror(rc)));
+    }
+    json with_page = shown;
+    with_page["page"] = show_page(page, bytes);
+    return api_reply{200, std::move(with_page)};
+  });
+  if (reply.status != 202) return reply;
+  return refuse(409, fmt::format("page {} cannot be read: the module does not answer", page));
 }
 
 // The module's identity and readings come from what the library has polled; its memory is looked at
@@ -37,12 +58,7 @@ api_reply get_module(driver &node, const api_request &request) {
       return refuse(400, fmt::format("the page is \"{}\", expected 0 to {}", asked->second,
                                      lum_linux::module_max_pages - 1));
     }
-    std::array<uint8_t, page_bytes> bytes = {};
-    const cerrno rc = node.platform().modules().peek(port->rsip, page, 0, bytes);
-    if (!CERR_IS_OK(rc)) {
-      return refuse(409, fmt::format("page {} cannot be read: {}", page, cerr_strerror(rc)));
-    }
-    shown["page"] = show_page(page, bytes);
+    return add_page(node, port->rsip, page, shown);
   }
   return {200, std::move(shown)};
 }

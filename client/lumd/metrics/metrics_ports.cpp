@@ -46,7 +46,7 @@ void add_transfers(const metric_labels &port, const module_status &module, metri
              std::chrono::duration<double>(transfers.last_duration).count());
   page.gauge("lum_module_busy_seconds", "How long the transfer under way has taken, 0 for none",
              port, std::chrono::duration<double>(module.busy_for).count());
-  if (transfers.last_success != std::chrono::system_clock::time_point()) {
+  if (transfers.last_success != std::chrono::steady_clock::time_point()) {
     page.gauge("lum_module_last_success_age_seconds", "Time since the latest good transfer", port,
                seconds_since(transfers.last_success));
   }
@@ -119,7 +119,7 @@ void add_sub_port(const metric_labels &port, const port_copy &copy, std::size_t 
 void add_port(driver &node, const port_description &port, const port_copy *copy,
               metrics_page &page) {
   const metric_labels labels = {{"port", port.name}};
-  const auto module = node.platform().modules().last_status(port.rsip).value_or(module_status());
+  const auto module = node.platform().modules().status(port.rsip).value_or(module_status());
   add_states(labels, state_of(node, port, copy), page);
   add_transfers(labels, module, page);
   add_identity(labels, port.rsip, copy == nullptr ? lum_vendor_info{} : copy->data.vendor, page);

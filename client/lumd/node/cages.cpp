@@ -1,5 +1,7 @@
 #include "node/cages.h"
 
+#include <chrono>
+
 #include "lum.h"
 #include "node/log.h"
 
@@ -9,6 +11,10 @@ namespace {
 using lum_linux::module_status;
 
 constexpr uint64_t transfers_of_a_poll = 2;
+
+bool is_known(const module_status &module) {
+  return module.known_at != std::chrono::steady_clock::time_point();
+}
 
 uint64_t good_transfers(const module_status &module) {
   return module.statistics.attempted - module.statistics.failed;
@@ -32,8 +38,11 @@ void tell_operator(const std::string &name, bool was_present, bool is_present, b
 
 }  // namespace
 
+cage_watch::cage_watch(const lum_linux::node_description &node, lum_linux::modules &modules)
+    : node_(node), modules_(modules), readers_("lumd-identity", {node.ports().size() + 1, 1}) {}
+
 void cage_watch::begin(uint32_t rsip) {
-  const auto module = modules_.last_status(rsip);
+  const auto module = modules_.status(rsip);
   if (!module) return;
   std::lock_guard lock(mutex_);
   cage &now = cages_[rsip];
@@ -43,6 +52,7 @@ void cage_watch::begin(uint32_t rsip) {
 }
 
 void cage_watch::look() {
+  modules_.look();
   for (const lum_linux::port_description *port : node_.ports()) look_at(*port);
 }
 
@@ -61,7 +71,8 @@ void cage_watch::look_at(const lum_linux::port_description &port) {
   const uint32_t rsip = port.rsip;
   const auto module = modules_.status(rsip);
   const auto known = copy_port(rsip);
-  if (!module || !known || !is_created(*known) || is_going(*known)) return;
+  if (!module || !is_known(*module) || !known || !is_created(*known) || is_going(*known)) return;
+  if (readers_.in_lane(rsip) > 0) return;
 
   const cage before = seen(rsip);
   const bool is_another =
@@ -71,12 +82,9 @@ void cage_watch::look_at(const lum_linux::port_description &port) {
   // The library takes a cage for filled each time its controllers are confirmed, so what it
   // believes is compared, not only what has changed in the cage.
   const bool believed = known->data.inserted != 0;
-  if (believed && (!module->present || is_another)) lum_update_vendor_info(rsip, 0);
+  const bool has_gone = believed && (!module->present || is_another);
   const bool has_come = module->present && (!believed || is_another);
-  if (has_come) {
-    lum_update_vendor_info(rsip, 1);
-    begin(rsip);
-  }
+  if (has_gone || has_come) tell_library(rsip, has_gone, has_come);
 
   std::lock_guard lock(mutex_);
   cage &now = cages_[rsip];
@@ -84,6 +92,16 @@ void cage_watch::look_at(const lum_linux::port_description &port) {
   if (module->present) now.insertion = module->insertion;
   now.polled = module->present && !has_come &&
                (now.polled || was_polled(*module, now.transfers_before_polling));
+}
+
+// What cannot be told now is told after the next look: the library's belief is compared again.
+void cage_watch::tell_library(uint32_t rsip, bool has_gone, bool has_come) {
+  readers_.post(rsip, [this, rsip, has_gone, has_come] {
+    if (has_gone) lum_update_vendor_info(rsip, 0);
+    if (!has_come) return;
+    lum_update_vendor_info(rsip, 1);
+    begin(rsip);
+  });
 }
 
 }  // namespace lumd

@@ -14,13 +14,14 @@ namespace lumd {
 
 class cage_watch {
  public:
-  cage_watch(const lum_linux::node_description &node, lum_linux::modules &modules)
-      : node_(node), modules_(modules) {}
+  // The watch must live until the process ends once it has looked.
+  cage_watch(const lum_linux::node_description &node, lum_linux::modules &modules);
 
   // The library has just read the identity of the port's module and polls it from now on.
   void begin(uint32_t rsip);
 
-  // Looks at every cage once. Waits for the bus when a module has come. One thread at a time.
+  // Looks at every cage once. Waits a moment for modules that do not answer; what the library reads
+  // of a module that has come or gone, it reads on a thread of its own. One thread at a time.
   void look();
 
   // The port's module is there and has been polled since it came.
@@ -36,11 +37,13 @@ class cage_watch {
 
   cage seen(uint32_t rsip) const;
   void look_at(const lum_linux::port_description &port);
+  void tell_library(uint32_t rsip, bool has_gone, bool has_come);
 
   const lum_linux::node_description &node_;
   lum_linux::modules &modules_;
   mutable std::mutex mutex_;  // guards the cages, and is never held while waiting
   std::map<uint32_t, cage> cages_;
+  lum_linux::lanes readers_;  // a lane for each port
 };
 
 }  // namespace lumd

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <array>
-#include <mutex>
 
 #include "lum.h"
 #include "node/driver.h"
@@ -80,7 +79,7 @@ outcome<replay_report> replay_controllers(driver &node, wait_time wait) {
   const auto deadline = clock::now() + wait;
   replay_report report;
   {
-    const std::unique_lock turn(node.lifecycle(), std::max<wait_time>(wait, wait_time(1000)));
+    const auto turn = node.turns().take_all(std::max<wait_time>(wait, wait_time(1000)));
     if (!turn) return not_now("a creation or deletion of ports is under way");
     report.rc = lum_replay_controllers();
   }

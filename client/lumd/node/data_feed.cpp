@@ -12,17 +12,17 @@ using lum_linux::module_status;
 // what it has read.
 constexpr std::chrono::milliseconds settled(300);
 
-bool was_just_polled(const module_status &module, std::chrono::system_clock::time_point fed) {
+bool was_just_polled(const module_status &module, std::chrono::steady_clock::time_point fed) {
   const auto &transfers = module.statistics;
   return transfers.last_success != fed && transfers.last_success >= transfers.last_failure &&
-         std::chrono::system_clock::now() - transfers.last_success > settled;
+         std::chrono::steady_clock::now() - transfers.last_success > settled;
 }
 
 }  // namespace
 
 void data_feed::feed_polled() {
   for (const auto &[rsip, port] : copy_ports()) {
-    const auto module = modules_.last_status(rsip);
+    const auto module = modules_.status(rsip);
     if (!module || !cages_.has_readings(rsip) || is_going(port)) continue;
     if (!was_just_polled(*module, fed_[rsip])) continue;
     bool complete = true;

@@ -20,7 +20,7 @@ class data_feed {
   void feed_polled();
 
  private:
-  using time_point = std::chrono::system_clock::time_point;
+  using time_point = std::chrono::steady_clock::time_point;
 
   const lum_linux::modules &modules_;
   const cage_watch &cages_;

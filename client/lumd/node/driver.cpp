@@ -14,6 +14,7 @@ namespace {
 
 constexpr std::chrono::seconds cage_period(1);
 constexpr std::chrono::seconds feed_period(1);
+constexpr std::chrono::seconds stuck_after(2);  // a transfer
 
 bool start_library(lum_linux::platform &platform, polling_clock &polling, bool alarm_tests,
                    bool &restarted, std::string &error) {
@@ -67,13 +68,24 @@ void driver::bring_up() {
     feed_.feed_polled();
     count_.look();
   });
-  std::thread([this] { create_ports(); }).detach();
+  std::thread([this] { create_ports_whatever_happens(); }).detach();
+}
+
+// Without memory for it, what is missing is created a little later.
+void driver::create_ports_whatever_happens() {
+  for (;;) {
+    try {
+      return create_ports();
+    } catch (const std::exception &) {
+      std::this_thread::sleep_for(std::chrono::seconds(1));
+    }
+  }
 }
 
 void driver::create_ports() {
-  std::lock_guard lock(lifecycle_);
   bool good = true;
   for (const auto &slot : node().slots) {
+    const auto turn = turns_.take({slot.number}, std::chrono::hours(1));
     for (const auto &instance : slot.instances) {
       good = CERR_IS_OK(create_missing_ports(*this, slot.number, instance)) && good;
     }
@@ -84,6 +96,12 @@ void driver::create_ports() {
 void driver::stop() {
   if (!platform_) return;
   platform_->modules().stop();
+  for (const auto *port : node().ports()) {
+    const auto module = platform_->modules().status(port->rsip);
+    if (!module || module->busy_for < stuck_after) continue;
+    say("port {}: a transfer has not ended for {} s; it is left to the kernel", port->name,
+        std::chrono::duration_cast<std::chrono::seconds>(module->busy_for).count());
+  }
   if (cage_thread_) cage_thread_->stop();
   if (feed_thread_) feed_thread_->stop();
   platform_->stop(std::chrono::seconds(2));

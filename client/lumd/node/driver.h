@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "lum_linux/platform.h"
@@ -13,6 +12,7 @@
 #include "node/data_feed.h"
 #include "node/periodic.h"
 #include "node/polling_clock.h"
+#include "node/turns.h"
 
 namespace lumd {
 
@@ -39,10 +39,13 @@ class driver {
   const lum_linux::node_description &node() const { return platform_->node(); }
   bool restarted() const { return restarted_; }
   std::chrono::system_clock::time_point started() const { return started_; }
+  std::chrono::steady_clock::duration uptime() const {
+    return std::chrono::steady_clock::now() - started_at_;
+  }
 
-  // Held by whoever opens slots and creates or deletes ports: the library wants that from one
-  // thread at a time.
-  std::timed_mutex &lifecycle() { return lifecycle_; }
+  // Taken by whoever opens slots and creates or deletes ports: the library wants that of a slot
+  // from one thread at a time.
+  slot_turns &turns() { return turns_; }
 
   // Whether the library's count of controllers keeps it from polling.
   const controller_count_watch &count() const { return count_; }
@@ -53,12 +56,14 @@ class driver {
 
  private:
   explicit driver(std::unique_ptr<lum_linux::platform> platform);
+  void create_ports_whatever_happens();
   void create_ports();
 
   std::unique_ptr<lum_linux::platform> platform_;
   bool restarted_ = false;
   std::chrono::system_clock::time_point started_ = std::chrono::system_clock::now();
-  std::timed_mutex lifecycle_;
+  std::chrono::steady_clock::time_point started_at_ = std::chrono::steady_clock::now();
+  slot_turns turns_;
   cage_watch cages_;
   data_feed feed_;
   controller_count_watch count_;

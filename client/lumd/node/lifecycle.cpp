@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 
 #include "lum.h"
 #include "lum_linux/checkpoints.h"
@@ -98,16 +99,9 @@ lifecycle_report report_on(driver &node, cerrno rc, const port_list &ports,
   return report;
 }
 
-class turn {
- public:
-  turn(driver &node, wait_time wait)
-      : lock_(node.lifecycle(), std::max<milliseconds>(wait, shortest_turn)) {}
-  explicit operator bool() const { return lock_.owns_lock(); }
-  void end() { lock_.unlock(); }
-
- private:
-  std::unique_lock<std::timed_mutex> lock_;
-};
+slot_turns::turn turn_at(driver &node, const std::set<uint32_t> &slots, wait_time wait) {
+  return node.turns().take(slots, std::max<milliseconds>(wait, shortest_turn));
+}
 
 refusal no_turn() { return not_now("another creation or deletion of ports is under way"); }
 
@@ -123,6 +117,22 @@ std::string left_in_store(const port_list &ports) {
     }
   }
   return left;
+}
+
+uint32_t slot_of(const port_description &port) { return port.rsip >> 16 & 0xFF; }
+
+// What is asked for once more needs every slot: see reason_against_deletion.
+std::set<uint32_t> slots_for_deletion(driver &node, const port_list &ports) {
+  std::set<uint32_t> slots;
+  bool repeated = false;
+  for (const port_description *port : ports) {
+    slots.insert(slot_of(*port));
+    const auto copy = copy_port(port->rsip);
+    repeated = repeated || (copy && is_going(*copy));
+  }
+  if (!repeated) return slots;
+  for (const auto &slot : node.node().slots) slots.insert(slot.number);
+  return slots;
 }
 
 bool is_created_now(uint32_t rsip) {
@@ -205,7 +215,7 @@ std::string reason_against_deletion(driver &node, const port_list &ports) {
 
 outcome<lifecycle_report> delete_existing(driver &node, const port_list &ports, wait_time wait) {
   const auto deadline = clock::now() + wait;
-  turn mine(node, wait);
+  auto mine = turn_at(node, slots_for_deletion(node, ports), wait);
   if (!mine) return no_turn();
   if (const auto reason = reason_against_deletion(node, ports); !reason.empty()) {
     return not_now(reason);
@@ -220,9 +230,9 @@ outcome<lifecycle_report> delete_existing(driver &node, const port_list &ports, 
 }
 
 void close_empty(driver &node, const std::vector<place> &places) {
-  turn mine(node, shortest_turn);
-  if (!mine) return;
   for (const place &place : places) {
+    const auto mine = turn_at(node, {place.slot}, shortest_turn);
+    if (!mine) return;
     if (!those_not(ports_of({place}), [](uint32_t rsip) { return !copy_port(rsip); }).empty()) {
       continue;
     }
@@ -262,7 +272,7 @@ outcome<lifecycle_report> create_ports(driver &node, uint32_t slot,
   if (places.empty()) return refused;
 
   const auto deadline = clock::now() + wait;
-  turn mine(node, wait);
+  auto mine = turn_at(node, {slot}, wait);
   if (!mine) return no_turn();
   port_list missing;
   for (const port_description *port : ports_of(places)) {

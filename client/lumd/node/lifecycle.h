@@ -16,8 +16,8 @@ namespace lumd {
 using port_list = std::vector<const lum_linux::port_description *>;
 
 // Creates those ports of an instance that do not exist, and opens the instance when it has none.
-// Returns 0 or the code of the first call that failed, after saying so. Called with the lifecycle
-// held. Waits for the bus and the disk.
+// Returns 0 or the code of the first call that failed, after saying so. Called in a
+// turn at the slot. Waits for the bus and the disk.
 cerrno create_missing_ports(driver &node, uint32_t slot,
                             const lum_linux::instance_description &instance);
 

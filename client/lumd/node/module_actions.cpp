@@ -34,7 +34,7 @@ outcome<module_report> insert_module(driver &node, const port_description &port)
   const cerrno rc = modules.insert(port.rsip);
   std::string why;
   if (rc == nothing_there) {
-    why = "there is no module at " + modules.last_status(port.rsip)->location;
+    why = "there is no module at " + modules.status(port.rsip)->location;
   }
   return report(node, port, rc, why);
 }

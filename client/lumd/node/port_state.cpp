@@ -10,7 +10,14 @@ namespace {
 using lum_linux::module_status;
 using lum_linux::port_description;
 
+using clock = std::chrono::steady_clock;
+
 constexpr std::chrono::seconds stuck_after(2);
+constexpr std::chrono::seconds stale_after(15);  // three of polling's pauses
+
+clock::duration age_of_readings(const module_status &module) {
+  return clock::now() - module.statistics.last_success;
+}
 
 bool last_transfer_failed(const module_status &module) {
   return module.statistics.failed > 0 &&
@@ -18,7 +25,24 @@ bool last_transfer_failed(const module_status &module) {
 }
 
 module_status module_of(driver &node, const port_description &port) {
-  return node.platform().modules().last_status(port.rsip).value_or(module_status());
+  return node.platform().modules().status(port.rsip).value_or(module_status());
+}
+
+// A pass over all modules may take its time; three of them are more than that.
+bool is_stale(driver &node, const port_description &port, const module_status &module) {
+  if (!node.cages().has_readings(port.rsip)) return false;
+  const auto cycle = node.polling().report();
+  const auto pass = cycle.last ? cycle.last->ended - cycle.last->started : clock::duration();
+  return age_of_readings(module) > stale_after + 3 * pass;
+}
+
+std::string why_stale(driver &node, const module_status &module) {
+  const auto age = std::chrono::duration_cast<std::chrono::seconds>(age_of_readings(module));
+  const polling_report polling = node.polling().report();
+  return fmt::format("the module has not been polled for {} s: {}", age.count(),
+                     polling.paused ? "polling is switched off"
+                     : polling.running ? "another module holds polling up"
+                                       : "polling stands still");
 }
 
 port_state judge(driver &node, const port_description &port, const port_copy *copy,
@@ -29,10 +53,10 @@ port_state judge(driver &node, const port_description &port, const port_copy *co
   if (copy->data.inserted == 0) return port_state::empty;
   if (node.platform().fw_upgrade(port.rsip) != 0) return port_state::upgrading;
   if (module.busy_for > stuck_after || last_transfer_failed(module)) return port_state::failing;
-  return port_state::up;
+  return is_stale(node, port, module) ? port_state::stale : port_state::up;
 }
 
-std::string reason_for(port_state state, const module_status &module) {
+std::string reason_for(driver &node, port_state state, const module_status &module) {
   switch (state) {
     case port_state::absent:
       return "the port has not been created, or has been deleted";
@@ -51,6 +75,8 @@ std::string reason_for(port_state state, const module_status &module) {
       }
       return fmt::format("the module's last transfer failed: {}",
                          cerr_strerror(module.statistics.last_error));
+    case port_state::stale:
+      return why_stale(node, module);
     case port_state::up:
       return "";
   }
@@ -62,7 +88,7 @@ std::string reason_for(port_state state, const module_status &module) {
 port_condition condition_of(driver &node, const port_description &port, const port_copy *copy) {
   module_status module = module_of(node, port);
   const port_state state = judge(node, port, copy, module);
-  return {state, reason_for(state, module), std::move(module)};
+  return {state, reason_for(node, state, module), std::move(module)};
 }
 
 port_state state_of(driver &node, const port_description &port, const port_copy *copy) {

@@ -35,7 +35,7 @@ lum_hw_info_in make_record(const lum_port_cfg &stored, const wanted_settings &wa
 }
 
 uint64_t failed_transfers(driver &node, uint32_t rsip) {
-  const auto status = node.platform().modules().last_status(rsip);
+  const auto status = node.platform().modules().status(rsip);
   return status ? status->statistics.failed : 0;
 }
 

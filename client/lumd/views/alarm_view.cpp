@@ -50,8 +50,8 @@ json show_sub_port(const lum_linux::port_description &port, const port_copy &cop
                 {"bitmap", stored->all.bitmap},
                 {"raised", alarm_names(stored->all.bitmap)},
                 {"injected", alarm_names(copy.data.test[sub_port].test_alarm_bits)}};
-  if (stored->changed) shown["changed_age_s"] = seconds_since(*stored->changed);
-  if (stored->cleared) shown["cleared_age_s"] = seconds_since(*stored->cleared);
+  if (stored->changed) shown["changed_age_s"] = seconds_since(stored->changed->moment);
+  if (stored->cleared) shown["cleared_age_s"] = seconds_since(stored->cleared->moment);
   shown["counters"] = {{"publishes", stored->all.values[lum_linux::ptah_publishes]},
                        {"bitmap_changes", stored->all.values[lum_linux::ptah_bitmap_changes]},
                        {"raised", show_raise_counts(stored->all)}};

@@ -70,7 +70,7 @@ json show_node(driver &node) {
   const lum_linux::node_description &description = node.node();
   const lum_ctx &context = *lum_get_ctx();
   const auto store = lum_linux::checkpoints_status();
-  const std::chrono::duration<double> uptime = std::chrono::system_clock::now() - node.started();
+  const std::chrono::duration<double> uptime = node.uptime();
   return {{"name", description.name},
           {"rack", description.rack},
           {"version", version()},

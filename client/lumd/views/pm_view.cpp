@@ -69,7 +69,7 @@ json show_pm(const port_list &ports, std::optional<pm_bins> bins) {
                   {"sub_port", sub_port},
                   {"ifname", pm->name},
                   {"ifhandle", pm->ifhandle}};
-    if (pm->latest) shown["age_s"] = seconds_since(pm->updated);
+    if (pm->latest) shown["age_s"] = seconds_since(pm->updated.moment);
     shown["bins"] = show_bins(*pm, bins);
     interfaces.push_back(std::move(shown));
   });

@@ -21,7 +21,6 @@ namespace lumd {
 namespace {
 
 using lum_linux::module_status;
-using std::chrono::system_clock;
 
 json show_vendor(const lum_vendor_info &vendor) {
   return {{"name", text_of(vendor.vendor_name)},
@@ -64,7 +63,7 @@ json show_readings(const lum_dom_area &area) {
 json show_monitoring(uint32_t ifhandle) {
   json shown = json::object();
   if (const auto pm = lum_linux::pm_find(ifhandle); pm && pm->latest) {
-    shown["age_s"] = seconds_since(pm->updated);
+    shown["age_s"] = seconds_since(pm->updated.moment);
     for (const monitored_reading &reading : monitored_readings()) {
       shown[lum_words::member_of(reading.word().name)] = reading.value(*pm->latest);
     }
@@ -102,7 +101,10 @@ json show_module(const module_status &module) {
                 {"present", module.present},
                 {"transfers", statistics.attempted},
                 {"failed_transfers", statistics.failed}};
-  if (statistics.last_success != system_clock::time_point()) {
+  if (module.known_at != std::chrono::steady_clock::time_point()) {
+    shown["known_age_s"] = seconds_since(module.known_at);
+  }
+  if (statistics.last_success != std::chrono::steady_clock::time_point()) {
     shown["last_success_age_s"] = seconds_since(statistics.last_success);
   }
   if (statistics.failed > 0) {

@@ -12,8 +12,8 @@ double to_milliseconds(double seconds) { return std::round(seconds * 1000) / 100
 
 }  // namespace
 
-double seconds_since(std::chrono::system_clock::time_point then) {
-  const std::chrono::duration<double> age = std::chrono::system_clock::now() - then;
+double seconds_since(std::chrono::steady_clock::time_point then) {
+  const std::chrono::duration<double> age = std::chrono::steady_clock::now() - then;
   return to_milliseconds(std::max(0.0, age.count()));
 }
 

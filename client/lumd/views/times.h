@@ -7,7 +7,7 @@
 namespace lumd {
 
 // How long ago, to the millisecond; never below 0.
-double seconds_since(std::chrono::system_clock::time_point then);
+double seconds_since(std::chrono::steady_clock::time_point then);
 
 double seconds_of(std::chrono::steady_clock::duration duration);
 

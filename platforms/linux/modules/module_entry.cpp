@@ -37,7 +37,6 @@ module_entry::module_entry(module_placement placement)
       memory_(std::move(placement.memory)),
       description_(std::move(placement.description)) {
   faults_.set(placement.faults);
-  note(memory_->present(), memory_->insertion());
 }
 
 cerrno module_entry::transfer(transfer_kind kind, uint32_t page, uint32_t offset,
@@ -99,15 +98,13 @@ cerrno module_entry::wait_out_faults(lock &held) {
   return is_over() ? module_absent : module_ok;
 }
 
-bool module_entry::present() { return status(true).present; }
-
-module_status module_entry::status(bool ask) {
-  lock held(mutex_);
-  if (ask) ask_presence(held);
+module_status module_entry::status() {
+  const lock held(mutex_);
   module_status result;
   result.backend = backend_;
   result.location = memory_->location();
   result.present = there_ && !pulled_ && !stopped_;
+  result.known_at = known_at_;
   result.pulled = pulled_;
   result.insertion = insertion_;
   if (busy_) {
@@ -119,9 +116,16 @@ module_status module_entry::status(bool ask) {
   return result;
 }
 
-void module_entry::ask_presence(lock &held) {
+void module_entry::look() {
+  if (looking_.exchange(true)) return;
+  lock held(mutex_);
   changed_.wait_for(held, presence_bound, [this] { return !busy_ || stopped_; });
-  if (busy_ || stopped_) return;
+  if (!busy_ && !stopped_) ask_presence(held);
+  looking_ = false;
+}
+
+// Expects the memory free.
+void module_entry::ask_presence(lock &held) {
   const memory_hold hold(*this, held);
   held.unlock();
   const bool there = memory_->present();
@@ -137,6 +141,7 @@ void module_entry::note(bool there, uint64_t insertion) {
     faults_.forget();
   }
   there_ = there;
+  known_at_ = clock::now();
   memory_insertion_ = insertion;
 }
 
@@ -161,7 +166,8 @@ void module_entry::remove() {
 cerrno module_entry::insert() {
   {
     lock held(mutex_);
-    ask_presence(held);
+    changed_.wait_for(held, presence_bound, [this] { return !busy_ || stopped_; });
+    if (!busy_ && !stopped_) ask_presence(held);
     if (pulled_) put_back();
     if (there_ || backend_ != module_backend::simulated || description_.empty()) {
       return there_ ? module_ok : module_none;
@@ -239,9 +245,8 @@ void module_entry::stop() {
 
 void module_entry::count(transfer_kind kind, std::size_t bytes, cerrno rc,
                          clock::time_point started) {
-  const auto now = std::chrono::system_clock::now();
-  statistics_.last_duration =
-      std::chrono::duration_cast<std::chrono::microseconds>(clock::now() - started);
+  const clock::time_point now = clock::now();
+  statistics_.last_duration = std::chrono::duration_cast<std::chrono::microseconds>(now - started);
   if (rc != module_ok) {
     ++statistics_.failed;
     statistics_.last_error = rc;

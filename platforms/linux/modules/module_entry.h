@@ -1,6 +1,7 @@
 // One module of the rack: its memory, its lock, its faults and what is known of its transfers.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -25,8 +26,12 @@ class module_entry {
   // `bytes` is what to read into, or the one byte to write.
   cerrno transfer(transfer_kind kind, uint32_t page, uint32_t offset, std::span<uint8_t> bytes);
 
-  bool present();
-  module_status status(bool ask);
+  // Asks the memory whether there is a module. Waits a moment for the memory, and for as long as it
+  // takes to answer.
+  void look();
+  bool is_being_looked_at() const { return looking_.load(std::memory_order_relaxed); }
+  // As known last.
+  module_status status();
 
   void set_faults(const fault_script &faults);
   void release();
@@ -66,11 +71,13 @@ class module_entry {
   bool stopped_ = false;
   bool pulled_ = false;
   bool there_ = false;             // the memory had a module when it was last asked
+  clock::time_point known_at_{};   // that was
   uint64_t memory_insertion_ = 0;  // and this was its number
   uint64_t insertion_ = 0;
   clock::time_point busy_since_{};
   fault_injector faults_;
   module_statistics statistics_;
+  std::atomic<bool> looking_{false};
 };
 
 }  // namespace lum_linux

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "modules/module_entry.h"
+#include "modules/presence_round.h"
 
 namespace lum_linux {
 namespace {
@@ -77,9 +78,12 @@ std::unique_ptr<modules> modules::open(const node_description &node, std::string
 modules::modules(std::vector<module_placement> placements) {
   for (module_placement &placement : placements) {
     const uint32_t rsip = placement.rsip;
-    auto entry = std::make_unique<module_entry>(std::move(placement));
+    auto entry = std::make_shared<module_entry>(std::move(placement));
     entries_.insert_or_assign(without_rack(rsip), cage{rsip, std::move(entry)});
   }
+  // One that gets round, and one for each module that may hang.
+  lookers_ = std::make_unique<lanes>("lum_presence", lane_limits{entries_.size() + 1, 1});
+  look();
 }
 
 modules::~modules() { stop(); }
@@ -110,6 +114,14 @@ cerrno modules::write_byte(uint32_t slot, uint32_t instance, uint32_t port, uint
   });
 }
 
+void modules::look() const {
+  const auto round = std::make_shared<presence_round>();
+  for (const auto &[key, found] : entries_) {
+    if (!found.entry->is_being_looked_at()) round->cages.push_back(found.entry);
+  }
+  round->run(*lookers_);
+}
+
 std::vector<uint32_t> modules::ports() const {
   std::vector<uint32_t> result;
   for (const auto &[key, found] : entries_) result.push_back(found.rsip);
@@ -118,19 +130,13 @@ std::vector<uint32_t> modules::ports() const {
 
 bool modules::present(uint32_t rsip) const {
   module_entry *entry = find(rsip);
-  return entry && entry->present();
+  return entry && entry->status().present;
 }
 
 std::optional<module_status> modules::status(uint32_t rsip) const {
   module_entry *entry = find(rsip);
   if (!entry) return {};
-  return entry->status(true);
-}
-
-std::optional<module_status> modules::last_status(uint32_t rsip) const {
-  module_entry *entry = find(rsip);
-  if (!entry) return {};
-  return entry->status(false);
+  return entry->status();
 }
 
 cerrno modules::set_faults(uint32_t rsip, const fault_script &faults) {
@@ -181,6 +187,7 @@ cerrno modules::poke(uint32_t rsip, uint32_t page, uint32_t offset, uint8_t valu
 }
 
 void modules::stop() {
+  lookers_->stop();
   for (const auto &[key, found] : entries_) found.entry->stop();
 }
 

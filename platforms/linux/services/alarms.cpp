@@ -51,7 +51,7 @@ void change_bitmap(ptah_interface &port, uint64_t bitmap) {
   if (bitmap == port.all.bitmap) return;
   const uint64_t raised = bitmap & ~port.all.bitmap;
   port.all.bitmap = bitmap;
-  port.changed = store_now();
+  port.changed = store_stamp_now();
   count(port.all.values[ptah_bitmap_changes]);
   for (size_t bit = 0; bit < ptah_counted_bits; ++bit) {
     if ((raised >> bit & 1) != 0) count(port.all.values[ptah_first_raise + bit]);
@@ -90,7 +90,7 @@ cerrno ptah_al_port_delete(uint32_t ifhandle) {
 cerrno ptah_al_port_clear_stats(uint32_t ifhandle) {
   return store().with_port(ifhandle, [](ptah_interface &port) {
     std::memset(port.all.values, 0, sizeof port.all.values);
-    port.cleared = store_now();
+    port.cleared = store_stamp_now();
   });
 }
 

@@ -99,7 +99,7 @@ struct pm_port {
   uint32_t iftype;
   std::string name;
   std::optional<pm_ui_optics_record> latest;
-  store_time updated;
+  store_stamp updated;
   bin_series quarters;
   bin_series days;
 };
@@ -165,7 +165,7 @@ cerrno pm_ui_set_optics_prim(uint32_t ifhandle, const pm_ui_optics_record *recor
     pm_port &port = found->second;
     const store_time now = store_now();
     port.latest = *record;
-    port.updated = now;
+    port.updated = {now, std::chrono::steady_clock::now()};
     port.advance(now);
     port.quarters.add(values_of(*record));
     port.days.add(values_of(*record));

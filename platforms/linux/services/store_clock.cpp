@@ -27,4 +27,6 @@ store_time store_now() {
   return holder().clock ? holder().clock() : std::chrono::system_clock::now();
 }
 
+store_stamp store_stamp_now() { return {store_now(), std::chrono::steady_clock::now()}; }
+
 }  // namespace lum_linux

@@ -87,7 +87,7 @@ inline cerrno read_one(lum_linux::modules &rack, uint32_t page = 0, uint32_t off
 }
 
 inline lum_linux::module_statistics statistics(const lum_linux::modules &rack) {
-  return rack.last_status(rsip)->statistics;
+  return rack.status(rsip)->statistics;
 }
 
 }  // namespace hardware_test

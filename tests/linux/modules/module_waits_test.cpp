@@ -32,7 +32,7 @@ class HangingModule : public testing::Test {
 
 TEST_F(HangingModule, TransferHangsUntilItIsReleased) {
   EXPECT_TRUE(is_waiting());
-  EXPECT_GE(rack->last_status(rsip)->busy_for, 20ms);
+  EXPECT_GE(rack->status(rsip)->busy_for, 20ms);
   EXPECT_EQ(rack->release(rsip), 0u);
   EXPECT_EQ(transfer.get(), 0u);
   EXPECT_EQ(read_one(*rack), 0u) << "those to come do not hang either";

@@ -71,7 +71,7 @@ TEST_F(stores, pm_keeps_the_latest_and_the_extremes) {
   EXPECT_EQ(port.name, "Ots0_1_0_3_0");
   ASSERT_TRUE(port.latest.has_value());
   EXPECT_EQ(port.latest->reading_3, 30u);
-  EXPECT_EQ(port.updated, now);
+  EXPECT_EQ(port.updated.time, now);
   for (const pm_bin *bin : {&port.quarter, &port.day}) {
     EXPECT_EQ(bin->start, midnight);
     EXPECT_EQ(bin->samples, 4u);
@@ -196,14 +196,14 @@ TEST_F(stores, ptah_counts_publishes_changes_and_raises) {
   EXPECT_EQ(all.values[4], 1u);
   EXPECT_EQ(all.values[54], 1u);
   EXPECT_EQ(ptah_find(5)->published, all.bitmap);
-  EXPECT_EQ(ptah_find(5)->changed, now);
+  EXPECT_EQ(ptah_find(5)->changed->time, now);
 
   now += 1min;
   EXPECT_EQ(ptah_al_port_clear_stats(5), 0u);
   ASSERT_EQ(ptah_al_get_all_from_ptah(5, &all), 0u);
   EXPECT_EQ(all.bitmap, 0x5 | top | last_counted);
   for (const uint32_t value : all.values) EXPECT_EQ(value, 0u);
-  EXPECT_EQ(ptah_find(5)->cleared, now);
+  EXPECT_EQ(ptah_find(5)->cleared->time, now);
 }
 
 TEST_F(stores, are_used_by_many_threads_at_once) {

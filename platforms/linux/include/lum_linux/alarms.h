@@ -25,11 +25,11 @@ struct ptah_interface {
   uint32_t iftype = 0;
   std::string name;
   bool enabled = true;
-  uint64_t handle = 0;                // the port's own
-  ptah_al_all all{};                  // stored bitmap and counters
-  uint64_t published = 0;             // bitmap as last published
-  std::optional<store_time> changed;  // when the stored bitmap last changed
-  std::optional<store_time> cleared;  // when the counters were last set back
+  uint64_t handle = 0;                 // the port's own
+  ptah_al_all all{};                   // stored bitmap and counters
+  uint64_t published = 0;              // bitmap as last published
+  std::optional<store_stamp> changed;  // when the stored bitmap last changed
+  std::optional<store_stamp> cleared;  // when the counters were last set back
 };
 
 std::vector<ptah_interface> ptah_interfaces();

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "lum_linux/image.h"
+#include "lum_linux/lanes.h"
 #include "lum_linux/module_faults.h"
 #include "lum_linux/module_memory.h"
 #include "lum_linux/node_description.h"
@@ -27,8 +28,8 @@ struct module_statistics {
   uint64_t failed = 0;
   uint64_t bytes_read = 0;
   uint64_t bytes_written = 0;
-  std::chrono::system_clock::time_point last_success{};  // the epoch: never
-  std::chrono::system_clock::time_point last_failure{};
+  std::chrono::steady_clock::time_point last_success{};  // the clock's epoch: never
+  std::chrono::steady_clock::time_point last_failure{};
   cerrno last_error = 0;                       // code of the last failed transfer, 0: none failed
   std::chrono::microseconds last_duration{0};  // of the last transfer, faults included
 };
@@ -36,7 +37,9 @@ struct module_statistics {
 struct module_status {
   module_backend backend = module_backend::file;
   std::string location;
-  bool present = false;
+  bool present = false;  // as known last; false before the first look
+  // When that was known; the clock's epoch: never.
+  std::chrono::steady_clock::time_point known_at{};
   bool pulled = false;     // taken out with remove() or by a fault, whatever the backend has
   uint64_t insertion = 0;  // differs once another module is in the cage, or the same one again
   std::chrono::milliseconds busy_for{0};  // how long the transfer under way has been
@@ -58,8 +61,9 @@ struct module_placement {
 // transfer with it. A port that the node does not have gets module_bad_argument.
 class modules {
  public:
-  // The modules of a node. An empty cage is fine; returns null with `error` ("file:line: message")
-  // for a simulated module whose description is wrong.
+  // The modules of a node, after a first look at every cage that waits as look() does. An empty
+  // cage is fine; returns null with `error` ("file:line: message") for a simulated module whose
+  // description is wrong.
   static std::unique_ptr<modules> open(const node_description &node, std::string &error);
   // Modules placed by hand. The last of several for one port counts.
   explicit modules(std::vector<module_placement> placements);
@@ -80,13 +84,14 @@ class modules {
 
   // The ports that have a cage, in ascending order.
   std::vector<uint32_t> ports() const;
-  // Whether there is a module in the port's cage now. Waits at most a quarter of a second for the
-  // module's lock, and answers what it knew last when it did not get it.
+  // Looks into every cage, on threads of its own, and returns when all have been looked into or
+  // those left over have not answered for a quarter of a second. Those go on, and are not asked
+  // again meanwhile. A transfer tells of its module's presence too.
+  void look() const;
+  // Whether there was a module in the port's cage when it was last known. Waits for nothing.
   bool present(uint32_t rsip) const;
-  // What is known of a module; nothing for an unknown port. `present` is asked for as above.
+  // What is known of a module; nothing for an unknown port. Waits for nothing.
   std::optional<module_status> status(uint32_t rsip) const;
-  // As status(), with `present` and `insertion` as known last: waits for nothing.
-  std::optional<module_status> last_status(uint32_t rsip) const;
 
   // Replaces the module's faults; a transfer that hangs goes on unless the new script hangs too.
   cerrno set_faults(uint32_t rsip, const fault_script &faults);
@@ -113,7 +118,7 @@ class modules {
  private:
   struct cage {
     uint32_t rsip = 0;
-    std::unique_ptr<module_entry> entry;
+    std::shared_ptr<module_entry> entry;  // shared with a look that does not end
   };
 
   module_entry *find(uint32_t rsip) const;
@@ -121,6 +126,7 @@ class modules {
 
   // By rsip without its rack, which transfers do not name. Does not change after construction.
   std::map<uint32_t, cage> entries_;
+  std::unique_ptr<lanes> lookers_;
 };
 
 }  // namespace lum_linux

@@ -57,7 +57,7 @@ struct pm_interface {
   uint32_t iftype = 0;
   std::string name;
   std::optional<pm_ui_optics_record> latest;  // absent until there is one
-  store_time updated;                         // when the latest came
+  store_stamp updated;                        // when the latest came
   pm_bin quarter;                             // the current 15 minutes
   pm_bin day;                                 // the current 24 hours
   std::vector<pm_bin> quarters;               // finished bins that had samples, newest first

@@ -9,6 +9,11 @@
 namespace lum_linux {
 
 using store_time = std::chrono::system_clock::time_point;
+// When something was stored: for people, and to tell its age by whatever happens to the clock.
+struct store_stamp {
+  store_time time;
+  std::chrono::steady_clock::time_point moment;
+};
 using store_clock = std::function<store_time()>;
 
 // Sets both stores' clock; an empty one goes back to the system's. It is called with a store's lock

@@ -18,7 +18,7 @@ extern "C" {
 
 /** @defgroup lum_lifecycle Slots and ports
  * Slots and ports come and go, and their controllers are created again. Openings and closings of
- * slots, creations and deletions are to be made one at a time.
+ * a slot and creations and deletions of its ports are to be made one at a time.
  * @{ */
 
 /** Opens a slot's instance; one that is open loses its entries, its ports stay in the database.
