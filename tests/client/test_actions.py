@@ -247,6 +247,6 @@ class Bodies(Actions):
         self.start("http_port = 0")
         port = int(re.search(r"http://127\.0\.0\.1:(\d+)/", self.driver.log.read_text()).group(1))
         with socket.create_connection(("127.0.0.1", port), timeout=10) as connection:
-            connection.sendall(b"POST /v1/controllers/replay HTTP/1.1\r\nHost: x\r\n"
+            connection.sendall(b"POST /v1/controllers/replay HTTP/1.1\r\nHost: localhost\r\n"
                                b"Connection: close\r\nContent-Length: 0\r\n\r\n")
             self.assertIn(b" 403 ", connection.recv(4096)[:20])

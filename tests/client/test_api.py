@@ -13,7 +13,7 @@ class Api(support.ShelfTest):
     def setUp(self):
         super().setUp()
         self.cage = self.add_module("iivi-old-map")
-        self.start("http_port = 0")
+        self.start('http_port = 0\nhttp_names = ["node7.example.net"]')
         said = re.search(r"http://127\.0\.0\.1:(\d+)/", self.driver.log.read_text())
         self.port = int(said.group(1))
 
@@ -38,9 +38,9 @@ class Api(support.ShelfTest):
                 pass
         return answer
 
-    def ask(self, method, target, body="", tcp=False):
+    def ask(self, method, target, body="", tcp=False, host="localhost"):
         """Status, headers and JSON body of one request."""
-        request = (f"{method} {target} HTTP/1.1\r\nHost: x\r\nConnection: close\r\n"
+        request = (f"{method} {target} HTTP/1.1\r\nHost: {host}\r\nConnection: close\r\n"
                    f"Content-Length: {len(body)}\r\n\r\n{body}")
         head, _, answer = self.say(request.encode(), tcp).partition(b"\r\n\r\n")
         return int(head.split()[1]), head.decode(), json.loads(answer)
@@ -52,6 +52,34 @@ class Api(support.ShelfTest):
             self.assertIn("application/json", head)
         mode = stat.S_IMODE(self.shelf.socket.stat().st_mode)
         self.assertEqual(mode, 0o600)
+
+    def test_on_tcp_the_node_is_asked_by_a_name_of_its_own(self):
+        for host in ("localhost", "LOCALHOST:80", f"127.0.0.1:{self.port}", "127.1.2.3", "[::1]:9",
+                     "node7.example.net", "Node7.Example.NET:80"):
+            self.assertEqual(self.ask("GET", "/v1/ports", tcp=True, host=host)[0], 200, host)
+        for host in ("evil.example.net", "128.0.0.1", "localhost.example.net", "[::2]", "[", "x"):
+            status, _, body = self.ask("GET", "/v1/ports", tcp=True, host=host)
+            self.assertEqual(status, 421, host)
+            self.assertIn("http_names", body["error"])
+            self.assertEqual(self.ask("GET", "/v1/ports", host=host)[0], 200, "its own socket")
+
+    def test_head_is_a_get_without_a_body(self):
+        for tcp in (False, True):
+            answer = self.say(b"HEAD /v1/ports HTTP/1.1\r\nHost: localhost\r\n"
+                              b"Connection: close\r\n\r\n", tcp)
+            head, _, body = answer.partition(b"\r\n\r\n")
+            self.assertTrue(head.startswith(b"HTTP/1.1 200"), head)
+            self.assertEqual(body, b"")
+
+    def test_idle_strangers_keep_nobody_out(self):
+        idle = [self.connect(tcp=True) for _ in range(80)]
+        owners = [self.connect() for _ in range(80)]
+        try:
+            for tcp in (False, True):
+                self.assertEqual(self.ask("GET", "/v1/ports", tcp=tcp)[0], 200)
+        finally:
+            for connection in idle + owners:
+                connection.close()
 
     def test_names_are_decoded(self):
         self.assertEqual(self.ask("GET", "/v1/ports/0%2F1%2F0%2f1")[2]["name"], "0/1/0/1")

@@ -19,7 +19,12 @@ class UnixConnection(http.client.HTTPConnection):
     def connect(self):
         self.sock = socket.socket(socket.AF_UNIX)
         self.sock.settimeout(self.timeout)
-        self.sock.connect(str(self.path))
+        # Through its folder: a socket's address holds 107 bytes only.
+        folder = os.open(self.path.parent, os.O_PATH | os.O_DIRECTORY)
+        try:
+            self.sock.connect(f"/proc/self/fd/{folder}/{self.path.name}")
+        finally:
+            os.close(folder)
 
 
 class Driver:

@@ -1,39 +1,36 @@
 #include "api/action.h"
 
-#include <atomic>
 #include <future>
 #include <memory>
-#include <thread>
 
+#include "lum_linux/lanes.h"
 #include "views/action_view.h"
 
 namespace lumd {
 namespace {
 
-constexpr unsigned most_at_once = 32;
-std::atomic<unsigned> under_way{0};
+// A thread for each of the largest node's lanes; few of them ever wait.
+constexpr lum_linux::lane_limits limits = {2048, 8};
 
-// One of the actions under way.
-class place {
- public:
-  place() : taken_(under_way.fetch_add(1) < most_at_once) {}
-  ~place() { --under_way; }
-  place(const place &) = delete;
-  place &operator=(const place &) = delete;
-  bool taken() const { return taken_; }
-
- private:
-  bool taken_;
-};
+// Lives until the process ends, as what hangs in it does.
+lum_linux::lanes &all_lanes() {
+  static auto &the_lanes = *new lum_linux::lanes("lumd-action", limits);
+  return the_lanes;
+}
 
 }  // namespace
 
-api_reply act(std::chrono::milliseconds bound, std::function<api_reply()> work) {
-  const auto held = std::make_shared<place>();
-  if (!held->taken()) return refuse(503, "too many actions are waiting for modules already");
-  std::packaged_task<api_reply()> task([held, work = std::move(work)] { return work(); });
-  std::future<api_reply> reply = task.get_future();
-  std::thread(std::move(task)).detach();
+api_reply act(action_lane lane, std::chrono::milliseconds bound, std::function<api_reply()> work) {
+  const auto task = std::make_shared<std::packaged_task<api_reply()>>(std::move(work));
+  std::future<api_reply> reply = task->get_future();
+  switch (all_lanes().post(lane, [task] { (*task)(); })) {
+    case lum_linux::lane_verdict::taken:
+      break;
+    case lum_linux::lane_verdict::full:
+      return refuse(503, "too many actions wait for the same thing already");
+    default:
+      return refuse(503, "the system has no thread for one more action");
+  }
   if (reply.wait_for(bound) == std::future_status::ready) return reply.get();
   json body = {{"result", nullptr}};
   conclude(body, false, "a module or the disk holds it up; it goes on");

@@ -4,11 +4,8 @@
 
 #include "api/http_server.h"
 
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
-#include <unistd.h>
-
+#include <algorithm>
+#include <atomic>
 #include <boost/asio.hpp>
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
@@ -16,6 +13,11 @@
 #include <mutex>
 #include <thread>
 #include <vector>
+
+#include "api/connections.h"
+#include "api/own_host.h"
+#include "api/unix_listener.h"
+#include "lum_linux/lanes.h"
 
 namespace lumd {
 namespace {
@@ -26,6 +28,7 @@ namespace http = boost::beast::http;
 using boost::system::error_code;
 
 constexpr unsigned http_version = 11;
+constexpr std::chrono::milliseconds out_of_memory_pause(100);
 
 std::string error_body(const char *text) { return "{\"error\":\"" + std::string(text) + "\"}\n"; }
 
@@ -55,41 +58,32 @@ std::optional<http_reply> answer_to_unreadable(const error_code &error) {
   return std::nullopt;
 }
 
-// A listening socket that takes its path with it when it goes, if the path is still its own.
-class socket_path {
- public:
-  void own(const std::filesystem::path &path) {
-    struct stat found = {};
-    if (::stat(path.c_str(), &found) != 0) return;
-    path_ = path;
-    inode_ = found.st_ino;
-  }
-  void remove() {
-    struct stat found = {};
-    if (!path_.empty() && ::stat(path_.c_str(), &found) == 0 && found.st_ino == inode_) {
-      ::unlink(path_.c_str());
-    }
-    path_.clear();
-  }
-
- private:
-  std::filesystem::path path_;
-  ino_t inode_ = 0;
-};
+// What a connection is about to be told.
+http_reply refusal(unsigned status, const char *text) {
+  return {status, "application/json", error_body(text), {}};
+}
 
 }  // namespace
 
 struct http_server::core : std::enable_shared_from_this<http_server::core> {
-  http_options options;
+  explicit core(const http_options &chosen)
+      : options(chosen),
+        owners(chosen.connections),
+        strangers(chosen.connections),
+        // As many as there can be requests: nobody waits for another's.
+        handlers("lumd-http", {2 * chosen.connections, 0}) {}
+
+  const http_options options;
+  connections owners;
+  connections strangers;
+  lum_linux::lanes handlers;
+  std::atomic<std::uint64_t> next_lane{0};
   net::io_context loop;
-  net::io_context changes;  // has threads of its own
-  net::executor_work_guard<net::io_context::executor_type> changes_to_come{changes.get_executor()};
   net::local::stream_protocol::acceptor local{loop};
   net::ip::tcp::acceptor tcp{loop};
   std::uint16_t port = 0;
-  socket_path path;
+  unix_listener listener;
   http_handler handler;
-  std::atomic<std::size_t> open_connections{0};
 
   std::mutex mutex;  // guards running
   std::condition_variable ended;
@@ -98,32 +92,34 @@ struct http_server::core : std::enable_shared_from_this<http_server::core> {
 
   bool open_local(std::string &error);
   bool open_tcp(std::string &error);
-  void run(net::io_context &what);
+  void run();
   template <typename Protocol>
-  void accept(net::basic_socket_acceptor<Protocol> &acceptor, bool read_only);
+  void accept(net::basic_socket_acceptor<Protocol> &acceptor, connections &from);
+  template <typename Protocol>
+  void begin(net::basic_socket_acceptor<Protocol> &acceptor, connections &from);
 };
 
 namespace {
 
 // One connection: reads a request, answers it, and so on until either side has had enough.
 template <typename Protocol, typename Core>
-class session : public std::enable_shared_from_this<session<Protocol, Core>> {
+class session : public std::enable_shared_from_this<session<Protocol, Core>>,
+                private connections::one {
  public:
-  session(typename Protocol::socket socket, std::shared_ptr<Core> core, bool read_only)
-      : stream_(std::move(socket)), core_(std::move(core)), read_only_(read_only) {
-    ++core_->open_connections;
+  session(typename Protocol::socket socket, std::shared_ptr<Core> core, connections &from)
+      : stream_(std::move(socket)), core_(std::move(core)), from_(from) {
+    has_room_ = from_.add(*this);
   }
-  ~session() { --core_->open_connections; }
+  ~session() override { from_.remove(*this); }
   session(const session &) = delete;
   session &operator=(const session &) = delete;
 
   void start() {
-    if (core_->open_connections > core_->options.connections) {
-      stream_.expires_after(core_->options.idle);
-      send({503, "application/json", error_body("too many connections"), {}}, false);
-      return;
+    if (has_room_) {
+      read();
+    } else {
+      send(refusal(503, "too many connections"), false);
     }
-    read();
   }
 
  private:
@@ -132,12 +128,21 @@ class session : public std::enable_shared_from_this<session<Protocol, Core>> {
     parser_->header_limit(static_cast<std::uint32_t>(core_->options.header_limit));
     parser_->body_limit(core_->options.body_limit);
     stream_.expires_after(core_->options.idle);
+    from_.waits(*this, true);
     http::async_read(
         stream_, buffer_, *parser_,
         [self = this->shared_from_this()](error_code error, std::size_t) { self->on_read(error); });
   }
 
+  // The clock runs out for it, as it would have later.
+  void give_way() override {
+    net::post(stream_.get_executor(), [weak = this->weak_from_this()] {
+      if (const auto self = weak.lock()) self->stream_.cancel();
+    });
+  }
+
   void on_read(const error_code &error) {
+    from_.waits(*this, false);
     if (error) {
       if (const auto reply = answer_to_unreadable(error)) {
         send(*reply, false);
@@ -153,23 +158,32 @@ class session : public std::enable_shared_from_this<session<Protocol, Core>> {
     request.target = std::string(message.target());
     request.body = message.body();
     request.accept = std::string(message[http::field::accept]);
-    request.read_only = read_only_;
+    request.read_only = is_stranger();
+    head_ = request.method == "HEAD";
+    if (head_) request.method = "GET";
     stream_.expires_never();
-    if (request.method == "GET") {
-      send(handle(request), keep_alive);
-    } else {
-      change(std::move(request), keep_alive);
+    if (is_stranger() &&
+        !is_own_host(std::string(message[http::field::host]), core_->options.names)) {
+      send(refusal(421, "this node has another name: see http_names in its description"), false);
+      return;
     }
+    pass_on(std::move(request), keep_alive);
   }
 
-  // A change may have to wait for a module; those who only look are answered meanwhile.
-  void change(http_request request, bool keep_alive) {
-    net::post(core_->changes,
-              [self = this->shared_from_this(), request = std::move(request), keep_alive] {
-                auto reply = std::make_shared<http_reply>(self->handle(request));
-                net::post(self->stream_.get_executor(),
-                          [self, reply, keep_alive] { self->send(*reply, keep_alive); });
-              });
+  bool is_stranger() const { return &from_ == &core_->strangers; }
+
+  // An answer may have to wait for a module or the disk; nobody else's waits with it.
+  void pass_on(http_request request, bool keep_alive) {
+    const auto verdict = core_->handlers.post(
+        core_->next_lane++,
+        [self = this->shared_from_this(), request = std::move(request), keep_alive] {
+          auto reply = std::make_shared<http_reply>(self->handle(request));
+          net::post(self->stream_.get_executor(),
+                    [self, reply, keep_alive] { self->send(*reply, keep_alive); });
+        });
+    if (verdict != lum_linux::lane_verdict::taken) {
+      send(refusal(503, "the system has no thread or memory for this request"), keep_alive);
+    }
   }
 
   http_reply handle(const http_request &request) noexcept {
@@ -182,6 +196,7 @@ class session : public std::enable_shared_from_this<session<Protocol, Core>> {
 
   void send(const http_reply &reply, bool keep_alive) {
     message_ = to_message(reply, keep_alive);
+    if (head_) message_.body().clear();  // its length stays
     stream_.expires_after(core_->options.idle);
     http::async_write(
         stream_, message_,
@@ -203,54 +218,23 @@ class session : public std::enable_shared_from_this<session<Protocol, Core>> {
 
   beast::basic_stream<Protocol> stream_;
   std::shared_ptr<Core> core_;
-  bool read_only_;
+  connections &from_;
+  bool has_room_ = false;
+  bool head_ = false;
   beast::flat_buffer buffer_{64 * 1024};
   std::optional<http::request_parser<http::string_body>> parser_;
   http::response<http::string_body> message_;
 };
 
-bool somebody_answers(const std::filesystem::path &path) {
-  net::io_context loop;
-  net::local::stream_protocol::socket probe(loop);
-  error_code error;
-  probe.connect(net::local::stream_protocol::endpoint(path.string()), error);
-  return !error;
-}
-
 }  // namespace
 
 bool http_server::core::open_local(std::string &error) {
-  const std::string &name = options.socket.native();
-  if (name.size() >= sizeof(sockaddr_un::sun_path)) {
-    error = name + ": the path is too long for a socket";
-    return false;
-  }
-  struct stat found = {};
-  if (::lstat(name.c_str(), &found) == 0) {
-    if (!S_ISSOCK(found.st_mode)) {
-      error = name + ": there is something else than a socket";
-      return false;
-    }
-    if (somebody_answers(options.socket)) {
-      error = name + ": another driver answers on this socket";
-      return false;
-    }
-    ::unlink(name.c_str());
-  }
+  const int fd = listener.open(options.socket, error);
+  if (fd < 0) return false;
   error_code failure;
-  local.open(net::local::stream_protocol(), failure);
-  if (!failure) local.bind(net::local::stream_protocol::endpoint(name), failure);
-  // Nobody can connect between bind and listen, so the mode is right from the first connection on.
-  if (!failure && ::chmod(name.c_str(), S_IRUSR | S_IWUSR) != 0) {
-    failure = error_code(errno, boost::system::system_category());
-  }
-  if (!failure) local.listen(net::socket_base::max_listen_connections, failure);
-  if (failure) {
-    error = name + ": " + failure.message();
-    return false;
-  }
-  path.own(options.socket);
-  return true;
+  local.assign(net::local::stream_protocol(), fd, failure);
+  if (failure) error = options.socket.native() + ": " + failure.message();
+  return !failure;
 }
 
 bool http_server::core::open_tcp(std::string &error) {
@@ -265,29 +249,42 @@ bool http_server::core::open_tcp(std::string &error) {
   return !failure;
 }
 
+// Whatever goes wrong with one connection, a lack of memory included, the next one is waited for.
 template <typename Protocol>
-void http_server::core::accept(net::basic_socket_acceptor<Protocol> &acceptor, bool read_only) {
-  acceptor.async_accept(net::make_strand(loop), [this, &acceptor, read_only](
-                                                    error_code error,
-                                                    typename Protocol::socket socket) {
-    if (error == net::error::operation_aborted) return;
-    if (!error) {
-      std::make_shared<session<Protocol, core>>(std::move(socket), shared_from_this(), read_only)
-          ->start();
-      accept(acceptor, read_only);
-      return;
-    }
-    // Out of descriptors, most likely: try again when some may have come free.
-    auto pause = std::make_shared<net::steady_timer>(loop, std::chrono::milliseconds(100));
-    pause->async_wait(
-        [this, &acceptor, read_only, pause](error_code) { accept(acceptor, read_only); });
-  });
-}
-
-void http_server::core::run(net::io_context &what) {
+void http_server::core::accept(net::basic_socket_acceptor<Protocol> &acceptor, connections &from) {
   for (;;) {
     try {
-      what.run();
+      return begin(acceptor, from);
+    } catch (const std::exception &) {
+      std::this_thread::sleep_for(out_of_memory_pause);
+    }
+  }
+}
+
+template <typename Protocol>
+void http_server::core::begin(net::basic_socket_acceptor<Protocol> &acceptor, connections &from) {
+  acceptor.async_accept(
+      net::make_strand(loop),
+      [this, &acceptor, &from](error_code error, typename Protocol::socket socket) {
+        if (error == net::error::operation_aborted) return;
+        try {
+          if (!error) {
+            std::make_shared<session<Protocol, core>>(std::move(socket), shared_from_this(), from)
+                ->start();
+          }
+        } catch (const std::exception &) {
+          error = net::error::no_memory;
+        }
+        // Out of descriptors, most likely: some may come free.
+        if (error) std::this_thread::sleep_for(out_of_memory_pause);
+        accept(acceptor, from);
+      });
+}
+
+void http_server::core::run() {
+  for (;;) {
+    try {
+      loop.run();
       break;
     } catch (const std::exception &) {
       // One connection's failure, such as no memory for it; the others go on.
@@ -301,8 +298,7 @@ void http_server::core::run(net::io_context &what) {
 http_server::http_server(std::shared_ptr<core> state) : core_(std::move(state)) {}
 
 std::unique_ptr<http_server> http_server::open(const http_options &options, std::string &error) {
-  auto state = std::make_shared<core>();
-  state->options = options;
+  auto state = std::make_shared<core>(options);
   auto server = std::unique_ptr<http_server>(new http_server(state));
   if (!state->open_local(error)) return nullptr;
   if (options.tcp_port && !state->open_tcp(error)) return nullptr;
@@ -315,21 +311,18 @@ std::uint16_t http_server::tcp_port() const { return core_->port; }
 
 void http_server::serve(http_handler handler) {
   core_->handler = std::move(handler);
-  core_->accept(core_->local, false);
-  if (core_->tcp.is_open()) core_->accept(core_->tcp, true);
-  core_->running = core_->options.threads + core_->options.changing_threads;
+  core_->accept(core_->local, core_->owners);
+  if (core_->tcp.is_open()) core_->accept(core_->tcp, core_->strangers);
+  core_->running = core_->options.threads;
   for (unsigned i = 0; i < core_->options.threads; ++i) {
-    core_->threads.emplace_back([state = core_] { state->run(state->loop); });
-  }
-  for (unsigned i = 0; i < core_->options.changing_threads; ++i) {
-    core_->threads.emplace_back([state = core_] { state->run(state->changes); });
+    core_->threads.emplace_back([state = core_] { state->run(); });
   }
 }
 
 bool http_server::stop(std::chrono::milliseconds bound) {
-  core_->path.remove();
+  core_->listener.remove();
   core_->loop.stop();
-  core_->changes.stop();
+  core_->handlers.stop();
   std::unique_lock lock(core_->mutex);
   const bool all = core_->ended.wait_for(lock, bound, [this] { return core_->running == 0; });
   lock.unlock();

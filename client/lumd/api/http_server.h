@@ -1,5 +1,6 @@
 // The server of the JSON API: HTTP/1.1 on a Unix socket and, read-only, on a loopback TCP port.
-// Everything a stranger can do to it is bounded: header and body sizes, idle time, connections.
+// Everything a stranger can do to it is bounded: header and body sizes, idle time, connections, of
+// which the Unix socket has its own. One that waits for nothing goes when another needs its place.
 #pragma once
 
 #include <chrono>
@@ -9,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace lumd {
 
@@ -33,11 +35,11 @@ using http_handler = std::function<http_reply(const http_request &)>;
 struct http_options {
   std::filesystem::path socket;           // made with mode 0600; an abandoned one is replaced
   std::optional<std::uint16_t> tcp_port;  // 0: any free port
-  unsigned threads = 3;                   // answer GET
-  unsigned changing_threads = 4;          // answer everything else
+  std::vector<std::string> names = {};    // that the TCP port may be called by, in small letters
+  unsigned threads = 2;                   // for connections; each request has one of its own
   std::size_t header_limit = 8 * 1024;
   std::size_t body_limit = 256 * 1024;
-  std::size_t connections = 64;
+  std::size_t connections = 64;   // on each of the two
   std::chrono::seconds idle{15};  // for a request to come in, and for a reply to go out
 };
 
@@ -58,8 +60,8 @@ class http_server {
   // Starts to answer. Once.
   void serve(http_handler handler);
 
-  // Removes the socket and ends the server's threads. Returns false when a handler was still
-  // running after `bound`; its thread is left behind.
+  // Removes the socket and ends the server's threads; a handler that still runs goes on, and its
+  // reply is dropped. Returns false when a thread had not ended after `bound`; it is left behind.
   bool stop(std::chrono::milliseconds bound = std::chrono::milliseconds(500));
 
  private:

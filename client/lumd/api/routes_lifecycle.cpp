@@ -24,7 +24,7 @@ api_reply post_create(driver &node, const api_request &request) {
   const auto instance = body.optional_number("instance", 0, LUM_MAX_INSTANCES - 1);
   const wait_time wait = body.wait();
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
-  return act(wait + wait_margin, [&node, slot, instance, wait] {
+  return act(lane_of_slot(slot), wait + wait_margin, [&node, slot, instance, wait] {
     return reply_to(create_ports(node, slot, instance, wait), show_lifecycle);
   });
 }
@@ -54,7 +54,7 @@ api_reply post_delete(driver &node, const api_request &request) {
   }
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
   if (slot) {
-    return act(wait + wait_margin, [&node, slot, instance, wait] {
+    return act(lane_of_slot(*slot), wait + wait_margin, [&node, slot, instance, wait] {
       return reply_to(delete_slot(node, *slot, instance, wait), show_lifecycle);
     });
   }
@@ -62,9 +62,9 @@ api_reply post_delete(driver &node, const api_request &request) {
   if (const api_reply refused = read_ports(node, *names, ports); refused.status != 200) {
     return refused;
   }
-  return act(wait + wait_margin, [&node, ports, wait] {
-    return reply_to(delete_ports(node, ports, wait), show_lifecycle);
-  });
+  return act(
+      lane_of_slot(ports.front()->rsip >> 16 & 0xFF), wait + wait_margin,
+      [&node, ports, wait] { return reply_to(delete_ports(node, ports, wait), show_lifecycle); });
 }
 
 api_reply post_update(driver &node, const api_request &request) {
@@ -79,7 +79,7 @@ api_reply post_update(driver &node, const api_request &request) {
   }
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
   const uint32_t number = state == controller_up ? 1 : 0;
-  return act(wait + wait_margin, [&node, port, number, wait] {
+  return act(lane_of_port(port->rsip), wait + wait_margin, [&node, port, number, wait] {
     return reply_to(update_port(node, *port, number, wait), [&](const action_report &report) {
       return show_update(report, *port, number);
     });

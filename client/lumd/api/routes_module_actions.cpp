@@ -20,14 +20,14 @@ constexpr std::chrono::seconds bound(5);
 using module_action = std::function<outcome<module_report>(driver &, const port_description &)>;
 
 // Reads what belongs to the path and lets `read` read the rest and say what to do.
-api_reply post(driver &node, const api_request &request,
+api_reply post(driver &node, const api_request &request, action_lane (*lane_of)(uint32_t),
                const std::function<module_action(request_body &)> &read) {
   const auto *port = find_port(node.node(), request.parameters[0]);
   if (port == nullptr) return refuse_unknown_port(request.parameters[0]);
   request_body body(request.body);
   module_action action = read(body);
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
-  return act(bound, [&node, port, action = std::move(action)] {
+  return act(lane_of(port->rsip), bound, [&node, port, action = std::move(action)] {
     return reply_to(action(node, *port), [port](const module_report &report) {
       return show_module_action(report, *port);
     });
@@ -35,7 +35,7 @@ api_reply post(driver &node, const api_request &request,
 }
 
 api_reply post_insert(driver &node, const api_request &request) {
-  return post(node, request, [](request_body &body) -> module_action {
+  return post(node, request, lane_of_look, [](request_body &body) -> module_action {
     const auto file = body.optional_text("description");
     if (!file) {
       return
@@ -51,11 +51,12 @@ api_reply post_insert(driver &node, const api_request &request) {
 }
 
 api_reply post_remove(driver &node, const api_request &request) {
-  return post(node, request, [](request_body &) -> module_action { return remove_module; });
+  return post(node, request, lane_of_remedy,
+              [](request_body &) -> module_action { return remove_module; });
 }
 
 api_reply post_faults(driver &node, const api_request &request) {
-  return post(node, request, [](request_body &body) -> module_action {
+  return post(node, request, lane_of_remedy, [](request_body &body) -> module_action {
     lum_linux::fault_script script;
     std::string error;
     const std::string text = body.text("script");
@@ -67,11 +68,12 @@ api_reply post_faults(driver &node, const api_request &request) {
 }
 
 api_reply post_release(driver &node, const api_request &request) {
-  return post(node, request, [](request_body &) -> module_action { return release_module; });
+  return post(node, request, lane_of_remedy,
+              [](request_body &) -> module_action { return release_module; });
 }
 
 api_reply post_poke(driver &node, const api_request &request) {
-  return post(node, request, [](request_body &body) -> module_action {
+  return post(node, request, lane_of_look, [](request_body &body) -> module_action {
     const uint32_t page = body.number("page", 0, lum_linux::module_max_pages - 1);
     const uint32_t offset = body.number("offset", 0, 2 * lum_linux::module_page_size - 1);
     const auto value = static_cast<uint8_t>(body.number("value", 0, 255));
