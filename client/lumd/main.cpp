@@ -1,21 +1,21 @@
 // lumd: the reference driver, in the foreground.
-#include <pthread.h>
 #include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include <thread>
+#include <system_error>
 
 #include "answer.h"
 #include "command_line.h"
 #include "lum_linux/image.h"
 #include "node/driver.h"
 #include "node/log.h"
+#include "stop_signal.h"
 
 namespace {
 
 using namespace lumd;
-
-constexpr std::chrono::milliseconds stop_bound(4500);
 
 bool is_good(const lum_linux::description_result &result) {
   for (const auto &problem : result.problems) {
@@ -50,45 +50,22 @@ void warn(const lum_linux::node_description &node) {
              node.source.native(), node.rack);
 }
 
-sigset_t stop_signals() {
-  sigset_t set;
-  sigemptyset(&set);
-  sigaddset(&set, SIGTERM);
-  sigaddset(&set, SIGINT);
-  return set;
+// What a signal would end the process for without need: a terminal that goes, a pipe that nobody
+// reads, a file that has become too large, which the write itself tells of.
+void ignore_needless_signals() {
+  for (const int number : {SIGHUP, SIGPIPE, SIGXFSZ}) signal(number, SIG_IGN);
 }
 
-// Every thread inherits the blocked signals, so that only main takes them.
-void block_stop_signals() {
-  const sigset_t set = stop_signals();
-  pthread_sigmask(SIG_BLOCK, &set, nullptr);
-  signal(SIGPIPE, SIG_IGN);
-  signal(SIGXFSZ, SIG_IGN);  // a write that is too long for the file's limit fails like any other
-}
-
-void wait_for_stop_signal() {
-  const sigset_t set = stop_signals();
-  int number = 0;
-  while (sigwait(&set, &number) != 0) {
-  }
-  say("stopping");
-}
-
-// Whatever hangs, the process is gone soon: a driver that does not stop keeps the node from being
-// started again.
-void leave_at_the_latest() {
-  std::thread([] {
-    std::this_thread::sleep_for(stop_bound);
-    say("something does not end; leaving it behind");
-    _exit(exit_failed);
-  }).detach();
+// A request, a module, a trace channel: each may have a descriptor of its own.
+void use_all_descriptors() {
+  rlimit limit = {};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 // Ends the process without running destructors: the library's polling thread goes on to the end.
-[[noreturn]] void leave(int code) {
-  std::fflush(nullptr);
-  _exit(code);
-}
+[[noreturn]] void leave(int code) { _exit(code); }
 
 bool make_folder(const std::filesystem::path &folder) {
   std::error_code refused;
@@ -107,7 +84,7 @@ int run(lum_linux::node_description description, const command_line &chosen) {
   if (!chosen.socket.empty()) {
     description.api_socket = std::filesystem::absolute(chosen.socket);
   }
-  block_stop_signals();
+  auto &stop = *new stop_signal;  // its thread goes on to the end
 
   // The socket comes before the platform, which makes the other folders.
   if (!make_folder(description.api_socket.parent_path())) return exit_failed;
@@ -115,6 +92,7 @@ int run(lum_linux::node_description description, const command_line &chosen) {
   http_options http;
   http.socket = description.api_socket;
   http.tcp_port = description.http_port;
+  http.names = description.http_names;
   const auto server = http_server::open(http, error);
   if (!server) {
     say("{}", error);
@@ -126,12 +104,16 @@ int run(lum_linux::node_description description, const command_line &chosen) {
     server->stop();
     leave(exit_failed);
   }
+  if (stop.has_come()) {
+    server->stop();
+    leave(0);
+  }
   server->serve([&driver = *node](const http_request &request) { return answer(driver, request); });
   report_ready(*node, *server, description.ports().size());
   node->bring_up();
 
-  wait_for_stop_signal();
-  leave_at_the_latest();
+  stop.wait();
+  say("stopping");
   server->stop();
   node->stop();
   say("stopped");
@@ -141,6 +123,7 @@ int run(lum_linux::node_description description, const command_line &chosen) {
 }  // namespace
 
 int main(int argc, char **argv) {
+  ignore_needless_signals();
   int status = 0;
   const auto chosen = read_command_line(argc, argv, status);
   if (!chosen) return status;
@@ -151,8 +134,14 @@ int main(int argc, char **argv) {
     fmt::print("{}: right, {} ports\n", chosen->config, result.node->ports().size());
     return 0;
   }
+  umask(S_IRWXG | S_IRWXO);
+  use_all_descriptors();
   try {
     return run(*result.node, *chosen);
+  } catch (const std::system_error &error) {
+    const bool no_thread = error.code() == std::errc::resource_unavailable_try_again;
+    say("{}{}", error.what(), no_thread ? ": the system gives no more threads, see ulimit -u" : "");
+    leave(exit_failed);
   } catch (const std::exception &error) {
     say("{}", error.what());
     leave(exit_failed);

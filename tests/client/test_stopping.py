@@ -1,6 +1,10 @@
 """The driver stops within its bound, and two never run one node."""
 
+import os
+import pathlib
 import signal
+import subprocess
+import tempfile
 import time
 
 import support
@@ -61,3 +65,89 @@ class Stopping(support.ShelfTest):
         done = run(LUMD, "--config", self.shelf.description, "--socket", precious)
         self.assertEqual(done.returncode, 1)
         self.assertEqual(precious.read_text(), "text")
+
+    def stop_of(self, process):
+        asked = time.monotonic()
+        process.send_signal(signal.SIGTERM)
+        status = process.wait(10)
+        self.assertLess(time.monotonic() - asked, 5.0)
+        return status
+
+    def test_while_a_bus_hangs_during_the_start(self):
+        cage = self.add_file()
+        self.hang(cage)
+        self.shelf.write_description()
+        self.driver = support.Driver(support.BUILD, self.shelf, (), support.QUICK)
+        self.driver.__enter__()
+        self.addCleanup(self.driver.__exit__)
+        for _ in range(20):
+            time.sleep(0.02)
+            self.assertIsNone(self.driver.process.poll())
+        self.stop_of(self.driver.process)
+
+    def test_with_a_standard_error_that_nobody_reads(self):
+        self.add_module("iivi-old-map")
+        self.shelf.write_description()
+        reader, writer = os.pipe()
+        os.set_blocking(writer, False)
+        try:
+            while True:
+                os.write(writer, b"x" * 65536)
+        except BlockingIOError:
+            os.set_blocking(writer, True)
+        driver = subprocess.Popen([LUMD, "--config", self.shelf.description], stderr=writer)
+        self.addCleanup(driver.kill)
+        time.sleep(1)
+        self.assertEqual(self.stop_of(driver), 0)
+        os.close(reader)
+        os.close(writer)
+
+    def test_with_a_trace_file_that_is_a_pipe(self):
+        self.add_module("iivi-old-map")
+        (self.shelf.folder / "traces").mkdir()
+        os.mkfifo(self.shelf.folder / "traces" / "lum_info.log")
+        self.shelf.write_description()
+        driver = subprocess.Popen([LUMD, "--config", self.shelf.description],
+                                  stderr=subprocess.PIPE, text=True)
+        self.addCleanup(driver.kill)
+        time.sleep(1)
+        if driver.poll() is None:
+            self.stop_of(driver)
+        driver.communicate()
+
+    def test_behind_a_driver_that_stands_still(self):
+        self.add_module("iivi-old-map")
+        self.start()
+        self.driver.process.send_signal(signal.SIGSTOP)
+        second = run(LUMD, "--config", self.shelf.description)
+        self.driver.process.send_signal(signal.SIGCONT)
+        self.assertEqual(second.returncode, 1)
+        self.assertIn("another driver", second.stderr)
+
+    def test_a_terminal_that_goes_does_not_end_it(self):
+        self.add_module("iivi-old-map")
+        self.start()
+        for number in (signal.SIGHUP, signal.SIGPIPE, signal.SIGXFSZ):
+            self.driver.process.send_signal(number)
+        self.driver.ports()
+        self.assertEqual(self.stop(), 0)
+
+    def test_in_a_folder_of_two_hundred_characters(self):
+        with tempfile.TemporaryDirectory(prefix="lum-") as folder:
+            deep = pathlib.Path(folder) / ("d" * 100) / ("e" * 100)
+            deep.mkdir(parents=True)
+            self.shelf = support.cages.Shelf(deep, "test")
+            cage = self.add_module("iivi-old-map")
+            self.start()
+            self.wait_for_state(cage, "up")
+            self.assertIn(cage.name, self.driver.lumctl("show", "ports"))
+            self.assertEqual(self.stop(), 0)
+            self.assertFalse(self.shelf.socket.exists())
+
+    def test_its_files_are_its_own(self):
+        self.add_module("iivi-old-map")
+        self.start()
+        for place in ("state", "traces"):
+            top = self.shelf.folder / place
+            for found in (top, *top.rglob("*")):
+                self.assertEqual(found.stat().st_mode & 0o077, 0, found)

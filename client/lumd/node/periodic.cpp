@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <condition_variable>
+#include <exception>
 #include <mutex>
 #include <thread>
 
@@ -22,7 +23,11 @@ struct periodic::core {
     std::unique_lock lock(mutex);
     while (!stopping) {
       lock.unlock();
-      work();
+      try {
+        work();
+      } catch (const std::exception &) {
+        // No memory for it, most likely: it is done again after the pause.
+      }
       lock.lock();
       changed.wait_for(lock, period, [this] { return stopping; });
     }

@@ -110,6 +110,11 @@ bool usable_name(const char *name) {
 // Opens the channel's files. Throws spdlog::spdlog_ex.
 void open_files(channel &to_open) {
   const trace_channel_status &status = to_open.status;
+  // It would hold up whoever traces until somebody reads.
+  std::error_code ignored;
+  if (std::filesystem::is_fifo(status.file, ignored)) {
+    throw spdlog::spdlog_ex(status.file.string() + " is a pipe");
+  }
   // The current file and the one before it share the size.
   to_open.sink = std::make_unique<spdlog::sinks::rotating_file_sink_st>(status.file.string(),
                                                                         status.size / 2, 1);
