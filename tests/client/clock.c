@@ -1,7 +1,7 @@
 /* Preloaded into lumd by the tests: the seconds that the library sleeps between polling cycles are
  * as long as LUM_TEST_SECOND_MS says, and it sleeps on for as long as the file of LUM_TEST_HOLD is
- * there. Everything else keeps the real time. With LUM_TEST_HANG set, whoever opens a file hangs for as
- * long as there is another of its name and ".hangs", as on a bus that does not answer. */
+ * there. Everything else keeps the real time. With LUM_TEST_HANG set, whoever opens a file hangs
+ * for as long as there is another of its name and ".hangs", as on a bus that does not answer. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <fcntl.h>

@@ -40,7 +40,7 @@ std::string why_stale(driver &node, const module_status &module) {
   const auto age = std::chrono::duration_cast<std::chrono::seconds>(age_of_readings(module));
   const polling_report polling = node.polling().report();
   return fmt::format("the module has not been polled for {} s: {}", age.count(),
-                     polling.paused ? "polling is switched off"
+                     polling.paused    ? "polling is switched off"
                      : polling.running ? "another module holds polling up"
                                        : "polling stands still");
 }
