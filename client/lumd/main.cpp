@@ -8,10 +8,12 @@
 
 #include "answer.h"
 #include "command_line.h"
+#include "confine.h"
 #include "lum_linux/image.h"
 #include "node/driver.h"
 #include "node/log.h"
 #include "stop_signal.h"
+#include "watchdog.h"
 
 namespace {
 
@@ -74,6 +76,15 @@ bool make_folder(const std::filesystem::path &folder) {
   return !refused;
 }
 
+// What cannot be made is told by whoever needs it.
+void make_own_folders(const lum_linux::node_description &node) {
+  std::error_code ignored;
+  for (const auto &folder : {node.state_directory, node.trace_directory, node.led_directory,
+                             node.api_socket.parent_path()}) {
+    std::filesystem::create_directories(folder, ignored);
+  }
+}
+
 void report_ready(const driver &node, const http_server &server, std::size_t ports) {
   say("node \"{}\": {} ports, {} start", node.node().name, ports,
       node.restarted() ? "warm" : "cold");
@@ -83,6 +94,10 @@ void report_ready(const driver &node, const http_server &server, std::size_t por
 int run(lum_linux::node_description description, const command_line &chosen) {
   if (!chosen.socket.empty()) {
     description.api_socket = std::filesystem::absolute(chosen.socket);
+  }
+  make_own_folders(description);
+  if (const auto why = confine_writes(description); !why.empty()) {
+    say("the driver is not confined to its files: {}", why);
   }
   auto &stop = *new stop_signal;  // its thread goes on to the end
 
@@ -112,7 +127,9 @@ int run(lum_linux::node_description description, const command_line &chosen) {
   report_ready(*node, *server, description.ports().size());
   node->bring_up();
 
+  watchdog guard(*node, description.api_socket);
   stop.wait();
+  guard.stop();
   say("stopping");
   server->stop();
   node->stop();

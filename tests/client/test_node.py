@@ -1,7 +1,6 @@
 """The node as it is shown, when all is well and when something is not."""
 
 import contextlib
-import os
 import resource
 import sqlite3
 import socket
@@ -141,10 +140,11 @@ class Node(Actions):
             return b"".join(iter(lambda: connection.recv(65536), b"")).decode()
 
     def test_trace_lines_that_could_not_be_written(self):
-        traces = self.shelf.folder / "traces"
-        traces.mkdir()
-        os.symlink("/dev/full", traces / "lum_info.log")
         self.begin()
+        longest = self.shelf.folder / "traces" / "lum_info.log"
+        limit = longest.stat().st_size
+        resource.prlimit(self.driver.process.pid, resource.RLIMIT_FSIZE, (limit, limit))
+        self.does("port", "update", self.first.name, "up")
         failing = [channel for channel in self.does("show", "node")["traces"]
                    if channel["failures"] > 0]
         self.assertEqual([channel["name"] for channel in failing], ["lum_info"])

@@ -48,7 +48,11 @@ END
 for file in sbin/lumd bin/lumctl bin/lum-module-image lib/systemd/system/lumd.service \
             share/man/man8/lumd.8 share/man/man1/lumctl.1 share/bash-completion/completions/lumctl \
             share/zsh/site-functions/_lumctl share/fish/vendor_completions.d/lumctl.fish \
+            lib/sysusers.d/lumd.conf lib/udev/rules.d/70-lumd.rules \
             share/man/man1/lum-module-image.1 share/doc/lum/examples/node.toml; do
   [ -s "$prefix/$file" ] || { echo "$file was not installed"; exit 1; }
 done
+# The unit names where things were to be installed; here they are elsewhere.
+sed "s|^ExecStart=[^ ]*|ExecStart=$prefix/sbin/lumd|" "$prefix/lib/systemd/system/lumd.service" >"$folder/lumd.service"
+systemd-analyze verify --man=no "$folder/lumd.service"
 LD_LIBRARY_PATH=$libraries "$prefix/sbin/lumd" --check --config "$prefix/share/doc/lum/examples/node.toml"

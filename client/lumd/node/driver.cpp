@@ -12,6 +12,8 @@
 namespace lumd {
 namespace {
 
+constexpr const char *cage_thread_name = "lumd-cages";
+constexpr const char *feed_thread_name = "lumd-feed";
 constexpr std::chrono::seconds cage_period(1);
 constexpr std::chrono::seconds feed_period(1);
 constexpr std::chrono::seconds stuck_after(2);  // a transfer
@@ -63,8 +65,9 @@ std::unique_ptr<driver> driver::start(const lum_linux::node_description &node, b
 driver::~driver() { stop(); }
 
 void driver::bring_up() {
-  cage_thread_ = std::make_unique<periodic>("lumd-cages", cage_period, [this] { cages_.look(); });
-  feed_thread_ = std::make_unique<periodic>("lumd-feed", feed_period, [this] {
+  cage_thread_ =
+      std::make_unique<periodic>(cage_thread_name, cage_period, [this] { cages_.look(); });
+  feed_thread_ = std::make_unique<periodic>(feed_thread_name, feed_period, [this] {
     feed_.feed_polled();
     count_.look();
   });
@@ -91,6 +94,13 @@ void driver::create_ports() {
     }
   }
   if (!good) say("the node is not complete; the API shows what there is");
+}
+
+std::map<std::string, std::chrono::steady_clock::duration> driver::rounds() const {
+  std::map<std::string, std::chrono::steady_clock::duration> ages;
+  if (cage_thread_) ages[cage_thread_name] = cage_thread_->since_round();
+  if (feed_thread_) ages[feed_thread_name] = feed_thread_->since_round();
+  return ages;
 }
 
 void driver::stop() {

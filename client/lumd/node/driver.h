@@ -3,6 +3,7 @@
 #pragma once
 
 #include <chrono>
+#include <map>
 #include <memory>
 #include <string>
 
@@ -49,6 +50,9 @@ class driver {
 
   // Whether the library's count of controllers keeps it from polling.
   const controller_count_watch &count() const { return count_; }
+
+  // How long ago each of the driver's own threads came round, by its name.
+  std::map<std::string, std::chrono::steady_clock::duration> rounds() const;
 
   // Ends everything that can be ended, each step within a bound, and writes the traces out. The
   // library's own threads go on until the process exits.

@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <exception>
 #include <mutex>
@@ -13,6 +14,7 @@ struct periodic::core {
   std::chrono::milliseconds period;
   std::function<void()> work;
   std::thread thread;
+  std::atomic<std::chrono::steady_clock::time_point> ended_at{std::chrono::steady_clock::now()};
 
   std::mutex mutex;  // guards the next two
   std::condition_variable changed;
@@ -28,6 +30,7 @@ struct periodic::core {
       } catch (const std::exception &) {
         // No memory for it, most likely: it is done again after the pause.
       }
+      ended_at = std::chrono::steady_clock::now();
       lock.lock();
       changed.wait_for(lock, period, [this] { return stopping; });
     }
@@ -46,6 +49,10 @@ periodic::periodic(const std::string &name, std::chrono::milliseconds period,
 }
 
 periodic::~periodic() { stop(); }
+
+std::chrono::steady_clock::duration periodic::since_round() const {
+  return std::chrono::steady_clock::now() - core_->ended_at.load();
+}
 
 bool periodic::stop(std::chrono::milliseconds bound) {
   if (!core_->thread.joinable()) return true;

@@ -19,6 +19,9 @@ class periodic {
   periodic(const periodic &) = delete;
   periodic &operator=(const periodic &) = delete;
 
+  // How long ago the latest run ended, or the thread began.
+  std::chrono::steady_clock::duration since_round() const;
+
   // Ends the thread. Returns false when `work` was still running after `bound`; the thread is then
   // left behind.
   bool stop(std::chrono::milliseconds bound = std::chrono::milliseconds(500));

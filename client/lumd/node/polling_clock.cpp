@@ -87,7 +87,7 @@ polling_report polling_clock::report() {
   const bool paused = ::access(pause_switch, F_OK) == 0;
   std::lock_guard lock(mutex_);
   end_when_quiet(clock::now());
-  return {cycles_, running_, paused, current_, last_};
+  return {cycles_, running_, paused, clock::now() - last_activity_, current_, last_};
 }
 
 // The ports are visited in ascending order, so one that does not follow the last begins a cycle.

@@ -22,7 +22,9 @@ struct polling_cycle {
 struct polling_report {
   uint64_t cycles = 0;  // ended
   bool running = false;
-  bool paused = false;                // the switch that pauses all polling is set
+  bool paused = false;  // the switch that pauses all polling is set
+  // Since the last call of the polling thread ended, or this clock began.
+  std::chrono::steady_clock::duration quiet_for{};
   polling_cycle current;              // while it is running
   std::optional<polling_cycle> last;  // the latest that has ended
 };
@@ -52,7 +54,7 @@ class polling_clock {
   bool counted_ = false;  // the current cycle is among the cycles that have ended
   bool inside_ = false;   // a callback is running
   uint32_t last_rsip_ = 0;
-  clock::time_point last_activity_;
+  clock::time_point last_activity_ = clock::now();
   polling_cycle current_;
   std::optional<polling_cycle> last_;
 };

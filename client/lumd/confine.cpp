@@ -1,0 +1,105 @@
+#include "confine.h"
+
+#include <fcntl.h>
+#include <linux/landlock.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <map>
+
+namespace lumd {
+namespace {
+
+namespace fs = std::filesystem;
+using lum_linux::module_backend;
+using rights = std::uint64_t;
+
+constexpr rights truncate_right = 1ULL << 14;  // of the third version on; not in every header
+constexpr int version_with_truncate = 3;
+constexpr rights write_file = LANDLOCK_ACCESS_FS_WRITE_FILE | truncate_right;
+constexpr rights change_folder = write_file | LANDLOCK_ACCESS_FS_REMOVE_DIR |
+                                 LANDLOCK_ACCESS_FS_REMOVE_FILE | LANDLOCK_ACCESS_FS_MAKE_CHAR |
+                                 LANDLOCK_ACCESS_FS_MAKE_DIR | LANDLOCK_ACCESS_FS_MAKE_REG |
+                                 LANDLOCK_ACCESS_FS_MAKE_SOCK | LANDLOCK_ACCESS_FS_MAKE_FIFO |
+                                 LANDLOCK_ACCESS_FS_MAKE_BLOCK | LANDLOCK_ACCESS_FS_MAKE_SYM;
+constexpr rights handled = change_folder | LANDLOCK_ACCESS_FS_EXECUTE;
+
+// What is not there yet will be made below what is.
+fs::path nearest_existing(fs::path path) {
+  std::error_code ignored;
+  while (!fs::exists(path, ignored) && path.has_relative_path()) path = path.parent_path();
+  return path;
+}
+
+// The kernel's files lie below /sys wherever their links are.
+fs::path place_of(const fs::path &path) {
+  const auto top = path.begin();
+  if (top != path.end() && std::next(top) != path.end() && *std::next(top) == "sys") return "/sys";
+  return nearest_existing(path);
+}
+
+std::map<fs::path, rights> writable(const lum_linux::node_description &node) {
+  std::map<fs::path, rights> places;
+  for (const fs::path &folder :
+       {node.state_directory, node.trace_directory, node.api_socket.parent_path()}) {
+    places[nearest_existing(folder)] |= change_folder;
+  }
+  const fs::path leds = place_of(node.led_directory);
+  places[leds] |= leds == "/sys" ? write_file : change_folder;
+  for (const auto *port : node.ports()) {
+    if (port->module.backend == module_backend::i2c_dev) places["/dev"] |= write_file;
+    if (port->module.backend == module_backend::file) {
+      places[place_of(port->module.file.parent_path())] |= write_file;
+    }
+  }
+  return places;
+}
+
+class descriptor {
+ public:
+  explicit descriptor(long number) : number_(static_cast<int>(number)) {}
+  ~descriptor() {
+    if (number_ >= 0) ::close(number_);
+  }
+  descriptor(const descriptor &) = delete;
+  descriptor &operator=(const descriptor &) = delete;
+  int get() const { return number_; }
+
+ private:
+  int number_;
+};
+
+}  // namespace
+
+std::string confine_writes(const lum_linux::node_description &node) {
+  const long version =
+      ::syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION);
+  if (version < 1) return "the kernel has no Landlock";
+  const rights known = version >= version_with_truncate ? handled : handled & ~truncate_right;
+  landlock_ruleset_attr attributes = {};
+  attributes.handled_access_fs = known;
+  const descriptor rules(::syscall(SYS_landlock_create_ruleset, &attributes, sizeof attributes, 0));
+  if (rules.get() < 0) return std::strerror(errno);
+  for (const auto &[place, allowed] : writable(node)) {
+    const descriptor folder(::open(place.c_str(), O_PATH | O_CLOEXEC));
+    landlock_path_beneath_attr beneath = {};
+    beneath.allowed_access = allowed & known;
+    beneath.parent_fd = folder.get();
+    if (folder.get() < 0 || ::syscall(SYS_landlock_add_rule, rules.get(),
+                                      LANDLOCK_RULE_PATH_BENEATH, &beneath, 0) != 0) {
+      return place.native() + ": " + std::strerror(errno);
+    }
+  }
+  if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
+      ::syscall(SYS_landlock_restrict_self, rules.get(), 0) != 0) {
+    return std::strerror(errno);
+  }
+  return {};
+}
+
+}  // namespace lumd
