@@ -40,7 +40,8 @@ class Driver(driver.Driver):
         self.held = shelf.folder / "polling-is-held"
         super().__init__(build, shelf, options, LD_PRELOAD=str(CLOCK),
                          LUM_TEST_HOLD=str(self.held), LUM_TEST_SECOND_MS=str(second_ms),
-                         LUM_TEST_HANG="1")
+                         LUM_TEST_HANG="1",
+                         LUM_TEST_YESTERDAY=str(shelf.folder / "yesterday"))
 
     def hold_polling(self):
         """No polling cycle begins from here on; one that is running goes on."""
@@ -48,6 +49,11 @@ class Driver(driver.Driver):
 
     def go_on_polling(self):
         self.held.unlink()
+
+    def poll_once_more(self):
+        """Waits until a polling cycle that has not begun yet has ended."""
+        before = self.get("/v1/polling")["cycles"]
+        assert self.wait_for(lambda _: self.get("/v1/polling")["cycles"] > before + 1, 30)
 
     def poll_once(self):
         """Lets one polling cycle run and end, and holds the next."""

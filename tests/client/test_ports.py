@@ -1,5 +1,6 @@
 """The ports as they are shown."""
 
+import contextlib
 import json
 import shutil
 
@@ -127,10 +128,17 @@ class Ports(support.ShelfTest):
         cage.module.write_text(cage.module.read_text() + escape)
         driver = self.start()
         self.wait_for_state(cage, "up")
-        for shown in (driver.lumctl("show", "ports"), driver.lumctl("show", "port", cage.name)):
+        for shown in (driver.lumctl("show", "ports"), driver.lumctl("show", "port", cage.name),
+                      self.metrics()):
             self.assertFalse(set(shown) & {"\x1b", "\x07", "\x9b"})
         self.assertIn("\x1b", json.loads(
             driver.lumctl("show", "port", cage.name, "--json"))["vendor"]["part"])
+
+    def metrics(self):
+        connection = support.UnixConnection(self.shelf.socket)
+        connection.request("GET", "/metrics")
+        with contextlib.closing(connection):
+            return connection.getresponse().read().decode()
 
     def test_the_other_views(self):
         cage = self.add_module("iivi-old-map")

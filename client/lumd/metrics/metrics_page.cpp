@@ -18,9 +18,24 @@ std::string as_utf8(const std::string &text) {
       .get<std::string>();
 }
 
-metric_labels as_utf8(const metric_labels &labels) {
+// Without characters that steer a terminal: pages are looked at there too.
+std::string as_text(const std::string &text) {
+  const std::string utf8 = as_utf8(text);
+  std::string result;
+  for (std::size_t i = 0; i < utf8.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(utf8[i]);
+    const auto next = static_cast<unsigned char>(i + 1 < utf8.size() ? utf8[i + 1] : 0);
+    const bool two_bytes = byte == 0xC2 && next >= 0x80 && next < 0xA0;
+    const bool steers = byte < 0x20 || byte == 0x7F || two_bytes;
+    result += steers ? '?' : utf8[i];
+    if (two_bytes) ++i;
+  }
+  return result;
+}
+
+metric_labels as_text(const metric_labels &labels) {
   metric_labels result;
-  for (const auto &[name, value] : labels) result[name] = as_utf8(value);
+  for (const auto &[name, value] : labels) result[name] = as_text(value);
   return result;
 }
 
@@ -32,7 +47,7 @@ void metrics_page::gauge(const std::string &name, const std::string &help,
       .Name(name)
       .Help(help)
       .Register(registry_)
-      .Add(as_utf8(labels))
+      .Add(as_text(labels))
       .Set(value);
 }
 
@@ -42,7 +57,7 @@ void metrics_page::counter(const std::string &name, const std::string &help,
       .Name(name)
       .Help(help)
       .Register(registry_)
-      .Add(as_utf8(labels))
+      .Add(as_text(labels))
       .Increment(value);
 }
 
