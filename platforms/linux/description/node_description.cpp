@@ -378,7 +378,7 @@ description_result read_node_description(const fs::path &file) {
 description_result parse_node_description(std::string_view text, const fs::path &file) {
   problem_list problems(file.string());
   node_description node;
-  read_toml(text, file.string(), "node", problems,
+  read_toml(text, "node", problems,
             [&](toml_table &root) { node = node_reader(file, problems).read(root); });
   if (problems.empty()) return {std::move(node), {}};
   return {{}, problems.take()};

@@ -4,6 +4,7 @@
 #include <toml++/toml.h>
 
 #include <algorithm>
+#include <new>
 
 #include "description/toml_depth.h"
 
@@ -261,21 +262,24 @@ void toml_table::report(uint32_t line, std::string message) {
   problems_->add(line, std::move(message));
 }
 
-void read_toml(std::string_view text, const std::string &file, const std::string &kind,
-               problem_list &problems, const std::function<void(toml_table &)> &read) {
+// The parser is not told the file: to keep its name it needs memory where it may not throw.
+void read_toml(std::string_view text, const std::string &kind, problem_list &problems,
+               const std::function<void(toml_table &)> &read) {
   if (const auto line = find_deep_toml_key(text)) {
     problems.add(*line, fmt::format("a key with more than {} parts; expected a {} description",
                                     deepest_toml_key, kind));
     return;
   }
   try {
-    const toml::table document = toml::parse(text, file);
+    const toml::table document = toml::parse(text);
     toml_table root(std::make_shared<toml_table::source>(toml_table::source{document}),
                     "the " + kind, problems);
     read(root);
   } catch (const toml::parse_error &error) {
     problems.add(error.source().begin.line,
                  fmt::format("{}; expected a {} description in TOML", error.description(), kind));
+  } catch (const std::bad_alloc &) {
+    throw;  // says nothing of the text
   } catch (const std::exception &error) {
     problems.add(0, fmt::format("cannot be read: {}", error.what()));
   }

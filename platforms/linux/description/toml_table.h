@@ -84,8 +84,8 @@ class toml_table {
  private:
   struct source;  // the parser's own table
   toml_table(std::shared_ptr<const source> from, std::string name, problem_list &problems);
-  friend void read_toml(std::string_view text, const std::string &file, const std::string &kind,
-                        problem_list &problems, const std::function<void(toml_table &)> &read);
+  friend void read_toml(std::string_view text, const std::string &kind, problem_list &problems,
+                        const std::function<void(toml_table &)> &read);
 
   void missing(std::string_view key, const std::string &expected);
   void report(uint32_t line, std::string message);
@@ -98,8 +98,8 @@ class toml_table {
 };
 
 // Lets `read` read the root table of a TOML text, the description of a `kind` ("node") of thing. A
-// text that is no TOML becomes a problem, and so does an exception of `read`.
-void read_toml(std::string_view text, const std::string &file, const std::string &kind,
-               problem_list &problems, const std::function<void(toml_table &)> &read);
+// text that is no TOML becomes a problem, and so does an exception of `read` but std::bad_alloc.
+void read_toml(std::string_view text, const std::string &kind, problem_list &problems,
+               const std::function<void(toml_table &)> &read);
 
 }  // namespace lum_linux

@@ -70,7 +70,7 @@ image_result read_module_image(const std::filesystem::path &description) {
 image_result compile_module_image(std::string_view text, const std::filesystem::path &file) {
   problem_list problems(file.string());
   module_image image;
-  read_toml(text, file.string(), "module", problems,
+  read_toml(text, "module", problems,
             [&](toml_table &root) { image = image_compiler(problems).compile(root); });
   if (problems.empty()) return {std::move(image), {}};
   return {{}, problems.take()};

@@ -1,13 +1,13 @@
 #include "interface_manager/im_core.h"
 
 #include <pthread.h>
-#include <signal.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <new>
 
 #include "lum.h"
+#include "services/signals_blocked.h"
 
 namespace lum_linux {
 
@@ -23,19 +23,10 @@ interface_manager::core::~core() {
   if (thread_.joinable()) thread_.detach();
 }
 
-// The process's signals are for its other threads.
 void interface_manager::core::start() {
-  sigset_t all, before;
-  sigfillset(&all);
   const std::lock_guard lock(mutex);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
-  try {
-    thread_ = std::thread([self = shared_from_this()] { self->run(); });
-  } catch (...) {
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    throw;
-  }
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  const signals_blocked until_started;
+  thread_ = std::thread([self = shared_from_this()] { self->run(); });
   thread_id_ = thread_.get_id();
 }
 

@@ -9,6 +9,7 @@
 
 #include "lum_linux/platform.h"
 #include "platform/platform_core.h"
+#include "services/immortal.h"
 
 namespace {
 
@@ -26,7 +27,7 @@ struct c_platform {
 };
 
 c_platform &state() {
-  static auto *const instance = new c_platform;
+  static lum_linux::immortal<c_platform> instance;
   return *instance;
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <exception>
+#include <new>
 
 #include "lum_linux/services.h"
 #include "lum_linux/stores.h"
@@ -123,15 +124,19 @@ std::unique_ptr<platform> platform::start(const node_description &node, std::str
     error = "this process has a platform already";
     return nullptr;
   }
-  const auto core = std::make_shared<platform::core>();
-  std::unique_ptr<platform> result(new platform(core));
+  std::unique_ptr<platform> result;
   try {
+    const auto core = std::make_shared<platform::core>();
+    result.reset(new platform(core));
     core->node = node;
     if (start_storage(*core, error) && start_hardware(*core, error) &&
         start_threads(*core, error)) {
       publish_platform(core);
       return result;
     }
+  } catch (const std::bad_alloc &) {
+    if (!result) give_up_platform();
+    throw;
   } catch (const std::exception &exception) {
     error = fmt::format("cannot start the platform: {}", exception.what());
   }

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "bounded_copy.h"
+#include "services/immortal.h"
 
 namespace lum_linux {
 namespace {
@@ -17,7 +18,7 @@ struct current_platform {
 };
 
 current_platform &current() {
-  static auto *const instance = new current_platform;
+  static immortal<current_platform> instance;
   return *instance;
 }
 

@@ -3,7 +3,6 @@
 #include <pthread.h>
 
 #include <condition_variable>
-#include <csignal>
 #include <mutex>
 #include <string>
 #include <system_error>
@@ -11,6 +10,7 @@
 
 #include "lum_linux/checkpoints.h"
 #include "lum_linux/system.h"
+#include "services/signals_blocked.h"
 
 namespace lum_linux {
 namespace {
@@ -39,11 +39,8 @@ struct store_keeper::core {
   }
 };
 
-// The thread takes no signals: they are for those who wait for them.
 store_keeper::store_keeper() : core_(std::make_shared<core>()) {
-  sigset_t all, before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
+  const signals_blocked until_started;
   try {
     core_->thread = std::thread([state = core_] { state->run(); });
     pthread_setname_np(core_->thread.native_handle(), "lum-store");
@@ -51,7 +48,6 @@ store_keeper::store_keeper() : core_(std::make_shared<core>()) {
     system_log(std::string("there is no thread to look after the checkpoint store: ") +
                failure.what());
   }
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 store_keeper::~store_keeper() { stop(); }

@@ -9,7 +9,7 @@ namespace lum_linux {
 class store_keeper {
  public:
   // Calls checkpoints_tend() every few seconds. Without a thread to be had this is left undone, and
-  // the system log says so.
+  // the system log says so. May throw std::bad_alloc.
   store_keeper();
   // As stop() with its default bound.
   ~store_keeper();

@@ -9,6 +9,7 @@
 #include <map>
 #include <mutex>
 
+#include "services/immortal.h"
 #include "services/store_clock.h"
 
 namespace {
@@ -39,8 +40,8 @@ struct ptah_store {
 };
 
 ptah_store &store() {
-  static ptah_store &the_store = *new ptah_store;
-  return the_store;
+  static immortal<ptah_store> the_store;
+  return *the_store;
 }
 
 void count(uint32_t &counter) {

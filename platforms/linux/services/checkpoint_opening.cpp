@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <new>
 
 #include "lum_linux/system.h"
 #include "services/checkpoint_service.h"
@@ -49,11 +50,14 @@ cerrno checkpoint_service::start(const store_owner &owner) {
   return 0;
 }
 
-// What is still owed is tried once more, and told when it is lost with the process.
+// What is still owed is tried once more, and told when it is lost with the process. Without memory
+// for that the store is closed all the same, so that the next start finds it free.
 void checkpoint_service::close() {
-  if (store_ != nullptr) finish_deletions();
-  for (const auto &[at, reason] : troubles_) {
-    if (owner_ && at.second == record_trouble::undeleted) tell(name_of(at.first) + ": " + reason);
+  bool is_settled = true;
+  try {
+    settle_deletions();
+  } catch (const std::bad_alloc &) {
+    is_settled = false;
   }
   troubles_.clear();
   store_.reset();
@@ -62,6 +66,14 @@ void checkpoint_service::close() {
   iterators_.clear();
   now_.open = false;
   now_.reason = "the store has been closed";
+  if (!is_settled) report("checkpoint store: no memory to finish its deletions");
+}
+
+void checkpoint_service::settle_deletions() {
+  if (store_ != nullptr) finish_deletions();
+  for (const auto &[at, reason] : troubles_) {
+    if (owner_ && at.second == record_trouble::undeleted) tell(name_of(at.first) + ": " + reason);
+  }
 }
 
 cerrno checkpoint_service::tend() {
@@ -116,18 +128,19 @@ cerrno checkpoint_service::take(checkpoint_store::opened opened) {
   return 0;
 }
 
-// The node runs on, and nothing is kept. Told once for each reason.
+// The node runs on, and nothing is kept. Told once for each reason. Without memory to tell it there
+// is no store either.
 cerrno checkpoint_service::go_without(cerrno code, const std::string &reason) {
-  const std::string text = join(reason, code);
-  store_.reset();
-  code_ = is_about_record(code) ? static_cast<cerrno>(EIO) : code;
-  if (std::exchange(now_.reason, text) != text) {
-    tell("it cannot be opened and is left as it is: " + text + "; nothing is kept until it can");
-  }
+  const auto released = std::move(store_);  // the reason may be its own
   now_.open = false;
   now_.entries = 0;
   ++now_.failures;
+  code_ = is_about_record(code) ? static_cast<cerrno>(EIO) : code;
+  const std::string text = join(reason, code);
   now_.last_failure = text;
+  if (std::exchange(now_.reason, text) != text) {
+    tell("it cannot be opened and is left as it is: " + text + "; nothing is kept until it can");
+  }
   return code_;
 }
 

@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "lum_linux/system.h"
+#include "services/immortal.h"
 
 namespace lum_linux {
 namespace {
@@ -27,7 +28,7 @@ bool is_about_record(cerrno rc) {
 bool checkpoint_is_unknown(uint64_t id) { return is_for_key(id); }
 
 checkpoint_service &the_checkpoint_service() {
-  static auto *const instance = new checkpoint_service;
+  static immortal<checkpoint_service> instance;
   return *instance;
 }
 

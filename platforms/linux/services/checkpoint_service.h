@@ -85,6 +85,7 @@ class checkpoint_service {
   void tell(const std::string &what) const;
   void tell_of_lost(const std::vector<lost_record> &all);
   void settle_unread();
+  void settle_deletions();
   void forget_troubles(const record_key &record);
   void owe_deletion(const record_key &record);
   cerrno finish_deletion(const record_key &record);

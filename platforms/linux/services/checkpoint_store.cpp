@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <new>
 
 #include "services/store_connection.h"
 
@@ -10,7 +11,11 @@ namespace lum_linux {
 
 checkpoint_store::~checkpoint_store() {
   if (connection_ == nullptr) return;
-  for (const auto &[record, change] : decltype(unnoted_)(unnoted_)) note(change);
+  try {
+    note_the_unnoted();
+  } catch (const std::bad_alloc &) {
+    // They stay unnoted, and the journal open, from which the next process sees it.
+  }
   connection_.reset();
   if (unnoted_.empty()) journal_.close();
 }
@@ -165,7 +170,7 @@ cerrno checkpoint_store::try_writing() {
 }
 
 cerrno checkpoint_store::tend() {
-  for (const auto &[record, change] : decltype(unnoted_)(unnoted_)) note(change);
+  note_the_unnoted();
   if (!unmerged_) return 0;
   return attempt([&]() -> cerrno {
     sqlite3 *const database = connection_->database.getHandle();
@@ -195,6 +200,10 @@ void checkpoint_store::note(const store_change &change) {
   }
   unnoted_.erase(change.record);
   if (unnoted_.empty()) journal_failure_.clear();
+}
+
+void checkpoint_store::note_the_unnoted() {
+  for (const auto &[record, change] : decltype(unnoted_)(unnoted_)) note(change);
 }
 
 void checkpoint_store::blame_journal(int error) {

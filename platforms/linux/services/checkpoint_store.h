@@ -100,6 +100,7 @@ class checkpoint_store {
   void close_as_found();
   void changed(const store_change &change);
   void note(const store_change &change);
+  void note_the_unnoted();
   void blame_journal(int error);
   template <typename Call>
   cerrno attempt(Call call);

@@ -9,6 +9,7 @@
 
 #include "ea_server.h"
 #include "imc.h"
+#include "services/immortal.h"
 #include "services/one_at_a_time.h"
 
 namespace {
@@ -24,8 +25,8 @@ struct server_place {
 };
 
 server_place &place() {
-  static server_place &the_place = *new server_place;
-  return the_place;
+  static lum_linux::immortal<server_place> the_place;
+  return *the_place;
 }
 
 std::optional<ea_server_registration> registration() {

@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "event_manager.h"
+#include "services/immortal.h"
 
 namespace {
 
@@ -146,8 +147,8 @@ struct loop_registry {
 };
 
 loop_registry &registry() {
-  static loop_registry &the_registry = *new loop_registry;
-  return the_registry;
+  static lum_linux::immortal<loop_registry> the_registry;
+  return *the_registry;
 }
 
 std::shared_ptr<event_loop> loop_of(event_manager manager) {

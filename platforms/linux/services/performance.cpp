@@ -10,6 +10,7 @@
 #include <map>
 #include <mutex>
 
+#include "services/immortal.h"
 #include "services/store_clock.h"
 
 namespace {
@@ -111,8 +112,8 @@ struct pm_store {
 };
 
 pm_store &store() {
-  static pm_store &the_store = *new pm_store;
-  return the_store;
+  static immortal<pm_store> the_store;
+  return *the_store;
 }
 
 pm_interface view_of(uint32_t ifhandle, pm_port &port, store_time now) {

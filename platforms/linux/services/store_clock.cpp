@@ -1,4 +1,5 @@
 #include "services/store_clock.h"
+#include "services/immortal.h"
 
 #include <mutex>
 
@@ -11,8 +12,8 @@ struct clock_holder {
 };
 
 clock_holder &holder() {
-  static clock_holder &the_holder = *new clock_holder;
-  return the_holder;
+  static immortal<clock_holder> the_holder;
+  return *the_holder;
 }
 
 }  // namespace

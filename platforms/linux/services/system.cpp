@@ -17,6 +17,7 @@
 #include "cerr.h"
 #include "chkpt.h"
 #include "ptd.h"
+#include "services/immortal.h"
 #include "tern.h"
 
 namespace {
@@ -36,8 +37,8 @@ struct log_outlet {
 };
 
 log_outlet &outlet() {
-  static log_outlet &the_outlet = *new log_outlet;
-  return the_outlet;
+  static lum_linux::immortal<log_outlet> the_outlet;
+  return *the_outlet;
 }
 
 void write_log(int priority, std::string_view line) {
@@ -70,8 +71,8 @@ struct mark_slot {
 constexpr std::size_t mark_slots = 512;
 
 std::array<mark_slot, mark_slots> &marks() {
-  static auto &the_marks = *new std::array<mark_slot, mark_slots>;
-  return the_marks;
+  static lum_linux::immortal<std::array<mark_slot, mark_slots>> the_marks;
+  return *the_marks;
 }
 
 class thread_mark {

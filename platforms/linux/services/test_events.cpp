@@ -8,6 +8,7 @@
 #include <mutex>
 #include <span>
 
+#include "services/immortal.h"
 #include "services/one_at_a_time.h"
 #include "test_event.h"
 
@@ -22,8 +23,8 @@ struct suite_registry {
 };
 
 suite_registry &registry() {
-  static suite_registry &the_registry = *new suite_registry;
-  return the_registry;
+  static lum_linux::immortal<suite_registry> the_registry;
+  return *the_registry;
 }
 
 test_event_handler handler_of(const std::string &suite, uint32_t test_id) {

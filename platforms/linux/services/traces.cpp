@@ -24,6 +24,7 @@
 
 #include "ctrace.h"
 #include "lum_linux/system.h"
+#include "services/immortal.h"
 
 namespace {
 
@@ -66,8 +67,8 @@ struct trace_facility {
 };
 
 trace_facility &facility() {
-  static trace_facility &the_facility = *new trace_facility;
-  return the_facility;
+  static lum_linux::immortal<trace_facility> the_facility;
+  return *the_facility;
 }
 
 // A channel with its slot locked; null when the handle means none.

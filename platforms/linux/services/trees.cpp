@@ -1,4 +1,5 @@
 // Ordered trees with several indices: AVL trees of Boost.Intrusive over links in the user's node.
+#include "services/immortal.h"
 #include "wavl.h"
 
 #include <atomic>
@@ -141,8 +142,8 @@ class tree_registry {
 };
 
 tree_registry &registry() {
-  static tree_registry &the_registry = *new tree_registry;
-  return the_registry;
+  static lum_linux::immortal<tree_registry> the_registry;
+  return *the_registry;
 }
 
 tree_state *state_of(const wavl_tree *tree) {

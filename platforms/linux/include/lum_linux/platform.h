@@ -35,9 +35,9 @@ using update_observer = std::function<void(std::span<const uint32_t> rsips)>;
 class platform {
  public:
   // Starts every service: folders, traces, checkpoints, event manager, interface manager, modules,
-  // LEDs. Returns null with `error` saying what failed; what had started is stopped again. Without
-  // a usable state directory nothing is kept, as checkpoints_status() says. Call it before
-  // lum_lib_init.
+  // LEDs. Returns null with `error` saying what failed, or throws std::bad_alloc; what had started
+  // is stopped again. Without a usable state directory nothing is kept, as checkpoints_status()
+  // says. Call it before lum_lib_init.
   static std::unique_ptr<platform> start(const node_description &node, std::string &error);
 
   // As stop() with its default bound.
