@@ -144,16 +144,16 @@ int main(int argc, char **argv) {
   int status = 0;
   const auto chosen = read_command_line(argc, argv, status);
   if (!chosen) return status;
-  const auto result = lum_linux::read_node_description(chosen->config);
-  if (!is_good(result) || !modules_are_good(*result.node)) return exit_wrong_description;
-  warn(*result.node);
-  if (chosen->check) {
-    fmt::print("{}: right, {} ports\n", chosen->config, result.node->ports().size());
-    return 0;
-  }
-  umask(S_IRWXG | S_IRWXO);
-  use_all_descriptors();
   try {
+    const auto result = lum_linux::read_node_description(chosen->config);
+    if (!is_good(result) || !modules_are_good(*result.node)) return exit_wrong_description;
+    warn(*result.node);
+    if (chosen->check) {
+      fmt::print("{}: right, {} ports\n", chosen->config, result.node->ports().size());
+      return 0;
+    }
+    umask(S_IRWXG | S_IRWXO);
+    use_all_descriptors();
     return run(*result.node, *chosen);
   } catch (const std::system_error &error) {
     const bool no_thread = error.code() == std::errc::resource_unavailable_try_again;
