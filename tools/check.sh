@@ -47,6 +47,8 @@ check_headers() {
 # The exported headers describe every call, argument, result, record and member.
 check_reference() {
   doxygen docs/Doxyfile
+  # A call that C programs are to find.
+  exported_headers | xargs grep -lE '^[a-z].*\);$' | xargs grep -L 'extern "C"' | sed 's/$/: no extern "C"/' | report
   # Doxygen passes over a header without @file, and over what a callback type returns.
   exported_headers | xargs grep -L '@file' | sed 's/$/: no @file/' | report
   exported_headers | xargs awk '/^\/\*\*/ { result = 0 } /@return/ { result = 1 }

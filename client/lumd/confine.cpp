@@ -28,7 +28,8 @@ constexpr rights change_folder = write_file | LANDLOCK_ACCESS_FS_REMOVE_DIR |
                                  LANDLOCK_ACCESS_FS_MAKE_SOCK | LANDLOCK_ACCESS_FS_MAKE_FIFO |
                                  LANDLOCK_ACCESS_FS_MAKE_BLOCK | LANDLOCK_ACCESS_FS_MAKE_SYM;
 #ifdef LUM_SANITIZED
-constexpr rights handled = change_folder;  // a sanitizer runs a program that names what it has found
+constexpr rights handled =
+    change_folder;  // a sanitizer runs a program that names what it has found
 #else
 constexpr rights handled = change_folder | LANDLOCK_ACCESS_FS_EXECUTE;
 #endif
