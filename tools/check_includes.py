@@ -14,6 +14,10 @@ WORDS = "client/words"
 LIBRARY = "platforms/common"
 PLATFORM = "platforms/linux"
 
+# What lumd and lumctl share, and the folders of both.
+SHARED = (WORDS, "client/base", "client/json")
+PROGRAMS = (LUMD, f"{LUMD}/node", f"{LUMD}/views", f"{LUMD}/api", f"{LUMD}/metrics", "client/lumctl")
+
 # Who must not include from where. A folder stands for everything below it; LUMD itself for the files
 # right in it, which put the rest together.
 FORBIDDEN = {
@@ -21,8 +25,7 @@ FORBIDDEN = {
     f"{LUMD}/views": (f"{LUMD}/api", f"{LUMD}/metrics", LUMD),
     f"{LUMD}/api": (f"{LUMD}/metrics", LUMD),
     f"{LUMD}/metrics": (f"{LUMD}/api", LUMD),
-    WORDS: (LUMD, f"{LUMD}/node", f"{LUMD}/views", f"{LUMD}/api", f"{LUMD}/metrics", "client/lumctl",
-            LIBRARY, PLATFORM),
+    **{folder: PROGRAMS + (LIBRARY, PLATFORM) for folder in SHARED},
     LIBRARY: (PLATFORM, "client"),
     PLATFORM: ("client",),
 }

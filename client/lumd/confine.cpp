@@ -12,10 +12,13 @@
 #include <filesystem>
 #include <map>
 
+#include "base/descriptor.h"
+
 namespace lumd {
 namespace {
 
 namespace fs = std::filesystem;
+using lum_client::descriptor;
 using lum_linux::module_backend;
 using rights = std::uint64_t;
 
@@ -64,20 +67,6 @@ std::map<fs::path, rights> writable(const lum_linux::node_description &node) {
   }
   return places;
 }
-
-class descriptor {
- public:
-  explicit descriptor(long number) : number_(static_cast<int>(number)) {}
-  ~descriptor() {
-    if (number_ >= 0) ::close(number_);
-  }
-  descriptor(const descriptor &) = delete;
-  descriptor &operator=(const descriptor &) = delete;
-  int get() const { return number_; }
-
- private:
-  int number_;
-};
 
 }  // namespace
 

@@ -4,19 +4,14 @@
 
 #include "api/client.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 #include <boost/asio.hpp>
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
 #include <nlohmann/json.hpp>
 
+#include "base/unix_address.h"
 #include "json/read.h"
 
 namespace lumctl {
@@ -34,30 +29,6 @@ api_result unreachable(const std::string &socket, const std::string &why) {
   return {outcome::unreachable, nullptr,
           fmt::format("the driver cannot be reached at {}: {}", socket, why)};
 }
-
-// A socket is reached through its folder's descriptor: a path may be longer than the 107 bytes that
-// a socket's address holds.
-class socket_folder {
- public:
-  explicit socket_folder(const std::filesystem::path &socket)
-      : folder_(::open(socket.has_parent_path() ? socket.parent_path().c_str() : ".",
-                       O_PATH | O_DIRECTORY | O_CLOEXEC)),
-        problem_(folder_ < 0 ? errno : 0),
-        address_(fmt::format("/proc/self/fd/{}/{}", folder_, socket.filename().native())) {}
-  ~socket_folder() {
-    if (folder_ >= 0) ::close(folder_);
-  }
-  socket_folder(const socket_folder &) = delete;
-  socket_folder &operator=(const socket_folder &) = delete;
-
-  int problem() const { return problem_; }  // errno, 0: none
-  const std::string &address() const { return address_; }
-
- private:
-  int folder_;
-  int problem_;
-  std::string address_;
-};
 
 using request_type = http::request<http::string_body>;
 using answer_parser = http::response_parser<http::string_body>;
@@ -101,15 +72,12 @@ std::string why_refused(const json &shown, unsigned status) {
 
 api_result call(const std::string &socket, request_type request,
                 std::chrono::milliseconds patience) {
-  const socket_folder folder(socket);
-  if (folder.problem() != 0) return unreachable(socket, std::strerror(folder.problem()));
-  if (folder.address().size() >= sizeof(sockaddr_un::sun_path)) {
-    return unreachable(socket, "the name is too long for a socket");
-  }
+  const lum_client::unix_address address(socket);
+  if (!address.problem().empty()) return unreachable(socket, address.problem());
   request.prepare_payload();
   answer_parser answer;
   answer.body_limit(answer_limit);
-  const error_code failed = exchange(folder.address(), request, patience, answer);
+  const error_code failed = exchange(address.path(), request, patience, answer);
   if (failed) return unreachable(socket, failed.message());
 
   std::string why;

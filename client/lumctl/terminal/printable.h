@@ -4,10 +4,11 @@
 #include <cstddef>
 #include <string>
 
+#include "base/printable.h"
+
 namespace lumctl {
 
-// The text with everything that would steer a terminal replaced: modules may hold any bytes.
-std::string printable(const std::string &text);
+using lum_client::printable;
 
 // Characters that the text takes on the terminal.
 std::size_t display_width(const std::string &text);

@@ -1,18 +1,19 @@
-// A listening Unix socket in the file system. It is reached through its folder's descriptor, so
-// that a path may be longer than the 107 bytes that a socket's address holds.
+// A listening Unix socket in the file system.
 #pragma once
 
 #include <sys/types.h>
 
 #include <filesystem>
+#include <optional>
 #include <string>
+
+#include "base/unix_address.h"
 
 namespace lumd {
 
 class unix_listener {
  public:
   unix_listener() = default;
-  ~unix_listener();
   unix_listener(const unix_listener &) = delete;
   unix_listener &operator=(const unix_listener &) = delete;
 
@@ -25,12 +26,8 @@ class unix_listener {
   void remove();
 
  private:
-  std::string at_folder(const std::string &name) const;
-  bool somebody_is_there(const std::string &address) const;
-
-  std::string name_;
-  int folder_ = -1;
-  ino_t inode_ = 0;
+  std::optional<lum_client::unix_address> address_;
+  ino_t inode_ = 0;  // of the socket made
 };
 
 }  // namespace lumd

@@ -6,6 +6,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "base/printable.h"
 #include "metrics/openmetrics_text.h"
 #include "views/json.h"
 
@@ -18,24 +19,10 @@ std::string as_utf8(const std::string &text) {
       .get<std::string>();
 }
 
-// Without characters that steer a terminal: pages are looked at there too.
-std::string as_text(const std::string &text) {
-  const std::string utf8 = as_utf8(text);
-  std::string result;
-  for (std::size_t i = 0; i < utf8.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(utf8[i]);
-    const auto next = static_cast<unsigned char>(i + 1 < utf8.size() ? utf8[i + 1] : 0);
-    const bool two_bytes = byte == 0xC2 && next >= 0x80 && next < 0xA0;
-    const bool steers = byte < 0x20 || byte == 0x7F || two_bytes;
-    result += steers ? '?' : utf8[i];
-    if (two_bytes) ++i;
-  }
-  return result;
-}
-
+// Pages are looked at in terminals too.
 metric_labels as_text(const metric_labels &labels) {
   metric_labels result;
-  for (const auto &[name, value] : labels) result[name] = as_text(value);
+  for (const auto &[name, value] : labels) result[name] = lum_client::printable(as_utf8(value));
   return result;
 }
 

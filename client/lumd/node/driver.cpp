@@ -8,6 +8,7 @@
 #include "lum_linux/services.h"
 #include "node/lifecycle.h"
 #include "node/log.h"
+#include "node/port_state.h"
 
 namespace lumd {
 namespace {
@@ -16,7 +17,6 @@ constexpr const char *cage_thread_name = "lumd-cages";
 constexpr const char *feed_thread_name = "lumd-feed";
 constexpr std::chrono::seconds cage_period(1);
 constexpr std::chrono::seconds feed_period(1);
-constexpr std::chrono::seconds stuck_after(2);  // a transfer
 
 bool start_library(lum_linux::platform &platform, polling_clock &polling, bool alarm_tests,
                    bool &restarted, std::string &error) {
@@ -108,7 +108,7 @@ void driver::stop() {
   platform_->modules().stop();
   for (const auto *port : node().ports()) {
     const auto module = platform_->modules().status(port->rsip);
-    if (!module || module->busy_for < stuck_after) continue;
+    if (!module || module->busy_for < hung_after) continue;
     say("port {}: a transfer has not ended for {} s; it is left to the kernel", port->name,
         std::chrono::duration_cast<std::chrono::seconds>(module->busy_for).count());
   }

@@ -7,6 +7,7 @@
 
 #include "node/driver.h"
 #include "node/port_data.h"
+#include "node/port_state.h"
 
 namespace lumd {
 namespace {
@@ -15,7 +16,6 @@ using std::chrono::seconds;
 
 constexpr seconds round_limit(60);    // of a thread, however many modules hang
 constexpr seconds polling_limit(30);  // without a visit to any module
-constexpr seconds hung_after(2);      // a transfer
 
 bool is_to_be_polled(const port_copy &port) {
   return is_created(port) && !is_going(port) && port.data.inserted != 0 &&

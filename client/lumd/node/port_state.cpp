@@ -12,7 +12,6 @@ using lum_linux::port_description;
 
 using clock = std::chrono::steady_clock;
 
-constexpr std::chrono::seconds stuck_after(2);
 constexpr std::chrono::seconds stale_after(15);  // three of polling's pauses
 
 clock::duration age_of_readings(const module_status &module) {
@@ -52,7 +51,7 @@ port_state judge(driver &node, const port_description &port, const port_copy *co
   if (!is_created(*copy)) return port_state::coming_up;
   if (copy->data.inserted == 0) return port_state::empty;
   if (node.platform().fw_upgrade(port.rsip) != 0) return port_state::upgrading;
-  if (module.busy_for > stuck_after || last_transfer_failed(module)) return port_state::failing;
+  if (module.busy_for > hung_after || last_transfer_failed(module)) return port_state::failing;
   return is_stale(node, port, module) ? port_state::stale : port_state::up;
 }
 
@@ -69,7 +68,7 @@ std::string reason_for(driver &node, port_state state, const module_status &modu
     case port_state::upgrading:
       return "the module's firmware is being upgraded";
     case port_state::failing:
-      if (module.busy_for > stuck_after) {
+      if (module.busy_for > hung_after) {
         return fmt::format("a transfer has not ended for {:.0f} s",
                            std::chrono::duration<double>(module.busy_for).count());
       }

@@ -1,6 +1,7 @@
 // What a port is up to.
 #pragma once
 
+#include <chrono>
 #include <string>
 
 #include "lum_linux/modules.h"
@@ -13,6 +14,9 @@ namespace lumd {
 class driver;
 
 using lum_words::port_state;
+
+// A transfer that takes longer than this hangs.
+inline constexpr std::chrono::seconds hung_after(2);
 
 struct port_condition {
   port_state state = port_state::absent;

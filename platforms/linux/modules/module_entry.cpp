@@ -119,13 +119,13 @@ module_status module_entry::status() {
 void module_entry::look() {
   if (looking_.exchange(true)) return;
   lock held(mutex_);
-  changed_.wait_for(held, presence_bound, [this] { return !busy_ || stopped_; });
-  if (!busy_ && !stopped_) ask_presence(held);
+  ask_presence(held);
   looking_ = false;
 }
 
-// Expects the memory free.
 void module_entry::ask_presence(lock &held) {
+  changed_.wait_for(held, presence_bound, [this] { return !busy_ || stopped_; });
+  if (busy_ || stopped_) return;
   const memory_hold hold(*this, held);
   held.unlock();
   const bool there = memory_->present();
@@ -166,8 +166,7 @@ void module_entry::remove() {
 cerrno module_entry::insert() {
   {
     lock held(mutex_);
-    changed_.wait_for(held, presence_bound, [this] { return !busy_ || stopped_; });
-    if (!busy_ && !stopped_) ask_presence(held);
+    ask_presence(held);
     if (pulled_) put_back();
     if (there_ || backend_ != module_backend::simulated || description_.empty()) {
       return there_ ? module_ok : module_none;
