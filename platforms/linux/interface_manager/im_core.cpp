@@ -43,13 +43,24 @@ bool interface_manager::core::stop(milliseconds bound) {
   return in_time;
 }
 
+interface_manager::account *&interface_manager::core::account_of_this_thread() {
+  thread_local account *mine = nullptr;
+  return mine;
+}
+
 cerrno interface_manager::core::accept(im_batch batch) {
+  if (account_of_this_thread() != nullptr) {
+    batch.report = std::make_shared<im_batch_report>();
+    batch.report->operation = batch.operation;
+    batch.report->count = batch.count;
+  }
   {
     const std::lock_guard lock(mutex);
-    if (stopping_) return ESHUTDOWN;
+    if (batch.report) account_of_this_thread()->batches_.push_back(batch.report);
+    if (stopping_) return refused(batch, ESHUTDOWN);
     if (refuse.take()) {
       ++statistics.refused;
-      return refuse_code;
+      return refused(batch, refuse_code);
     }
     std::uniform_int_distribution<int64_t> delay(delay_min.count(), delay_max.count());
     batch.sequence = last_sequence_ + 1;
@@ -60,6 +71,7 @@ cerrno interface_manager::core::accept(im_batch batch) {
       waiting_.push_back(std::move(batch));
     } else {
       ++statistics.dropped;
+      if (batch.report) batch.report->state = im_batch_state::dropped;
     }
     ++last_sequence_;
     statistics.elements += count;
@@ -70,6 +82,13 @@ cerrno interface_manager::core::accept(im_batch batch) {
   }
   changed.notify_all();
   return 0;
+}
+
+// Expects the lock held.
+cerrno interface_manager::core::refused(const im_batch &batch, cerrno code) {
+  if (batch.report) batch.report->state = im_batch_state::refused;
+  if (batch.report) batch.report->code = code;
+  return code;
 }
 
 // Returns false for a batch that is to be dropped.
@@ -88,8 +107,7 @@ bool interface_manager::core::decide_fate(im_batch &batch) {
 bool interface_manager::core::restart(pending what, milliseconds bound) {
   std::unique_lock lock(mutex);
   if (what == pending::drop || finished_) {
-    statistics.dropped += waiting_.size();
-    waiting_.clear();
+    drop_waiting();
     forget_all();
     lock.unlock();
     changed.notify_all();
@@ -101,6 +119,14 @@ bool interface_manager::core::restart(pending what, milliseconds bound) {
   changed.notify_all();
   if (on_own_thread()) return true;
   return changed.wait_for(lock, bound, [&] { return statistics.restarts != before || finished_; });
+}
+
+void interface_manager::core::drop_waiting() {
+  for (const im_batch &batch : waiting_) {
+    if (batch.report) batch.report->state = im_batch_state::dropped;
+  }
+  statistics.dropped += waiting_.size();
+  waiting_.clear();
 }
 
 void interface_manager::core::forget_all() {
@@ -134,8 +160,7 @@ void interface_manager::core::run() {
       changed.wait(lock);
     }
   }
-  statistics.dropped += waiting_.size();
-  waiting_.clear();
+  drop_waiting();
   statistics.pending = 0;
   finished_ = true;
   changed.notify_all();
@@ -180,6 +205,7 @@ void interface_manager::core::answer(std::unique_lock<std::mutex> &lock,
   batch.complete(batch.reply->record(), batch.context);
   batch.reply.reset();
   lock.lock();
+  if (batch.report) batch.report->state = im_batch_state::answered;
   --running_;
   ++statistics.answered;
   statistics.pending = waiting_.size() + running_;
@@ -200,6 +226,8 @@ void interface_manager::core::name_elements(im_batch &batch) const {
 
 // Throws std::bad_alloc when there is no memory for a creation; nothing else needs any.
 void interface_manager::core::carry_out(im_batch &batch) {
+  if (batch.report) batch.report->code = batch.fate.whole;
+  if (batch.report) batch.report->empty = batch.fate.empty;
   batch.reply->set_batch_error(batch.fate.whole);
   if (batch.fate.empty) batch.reply->set_empty();
   if (batch.fate.empty || batch.fate.whole != 0) return;
@@ -208,15 +236,34 @@ void interface_manager::core::carry_out(im_batch &batch) {
     const cerrno result = batch.operation == LUM_IM_UPDATE ? update_element(batch, i)
                                                            : create_or_delete_element(batch, i);
     batch.reply->set_result(i, result);
-    if (result != 0) ++failed;
+    if (result == 0) continue;
+    ++failed;
+    note_failure(batch, i, result);
   }
   statistics.failed_elements += failed;
+}
+
+// An empty trailing element is nobody's failure. Without memory for the name the code alone is
+// kept.
+void interface_manager::core::note_failure(const im_batch &batch, uint32_t element,
+                                           cerrno code) const try {
+  if (!batch.report || code == LUM_IM_ELEMENT_BENIGN) return;
+  if (batch.report->code == 0) batch.report->code = code;
+  im_batch_report::failure failure{{}, code};
+  if (batch.operation == LUM_IM_UPDATE) {
+    if (const auto *known = controllers.find(batch.handles[element])) failure.name = known->name;
+  } else if (batch.names[element]) {
+    failure.name = *batch.names[element];
+  }
+  batch.report->failed.push_back(std::move(failure));
+} catch (const std::bad_alloc &) {
 }
 
 // A failed element is not carried out: what the batch has created so far goes again.
 void interface_manager::core::fail_without_memory(im_batch &batch) {
   for (const uint32_t element : batch.created) controllers.remove(*batch.names[element]);
   batch.reply->fail_all(ENOMEM);
+  if (batch.report) batch.report->code = ENOMEM;
   statistics.failed_elements += batch.count;
 }
 

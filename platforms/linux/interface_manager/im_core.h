@@ -44,6 +44,7 @@ struct im_batch {
   void *context = nullptr;
   imca_completion complete = nullptr;
   batch_fate fate;
+  std::shared_ptr<im_batch_report> report;  // for an account; may be null
 };
 
 struct element_failure {
@@ -73,6 +74,7 @@ class interface_manager::core : public std::enable_shared_from_this<core> {
   bool stop(milliseconds bound);
 
   cerrno accept(im_batch batch);
+  static account *&account_of_this_thread();
   bool restart(pending what, milliseconds bound);
   bool wait_idle(milliseconds bound);
 
@@ -113,9 +115,12 @@ class interface_manager::core : public std::enable_shared_from_this<core> {
   void name_elements(im_batch &batch) const;
   void carry_out(im_batch &batch);
   void fail_without_memory(im_batch &batch);
+  static cerrno refused(const im_batch &batch, cerrno code);
+  void note_failure(const im_batch &batch, uint32_t element, cerrno code) const;
   cerrno update_element(im_batch &batch, uint32_t element);
   cerrno create_or_delete_element(im_batch &batch, uint32_t element);
   cerrno element_fault(const std::string &name);
+  void drop_waiting();
   void forget_all();
   bool on_own_thread() const { return std::this_thread::get_id() == thread_id_; }
 

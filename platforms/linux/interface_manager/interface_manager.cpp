@@ -118,6 +118,23 @@ im_behaviour interface_manager::behaviour() const {
   return now;
 }
 
+interface_manager::account::account(const interface_manager &manager) : core_(manager.core_) {
+  core::account_of_this_thread() = this;
+}
+
+interface_manager::account::~account() { end(); }
+
+void interface_manager::account::end() {
+  if (core::account_of_this_thread() == this) core::account_of_this_thread() = nullptr;
+}
+
+std::vector<im_batch_report> interface_manager::account::batches() const {
+  const std::lock_guard lock(core_->mutex);
+  std::vector<im_batch_report> result;
+  for (const auto &one : batches_) result.push_back(*one);
+  return result;
+}
+
 bool interface_manager::wait_idle(std::chrono::milliseconds bound) const {
   return core_->wait_idle(bound);
 }

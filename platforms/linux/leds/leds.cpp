@@ -149,41 +149,79 @@ std::map<uint32_t, std::string> names_of(const node_description &node) {
 
 leds::leds(const node_description &node) : leds(node.led_directory, names_of(node)) {}
 
-leds::leds(fs::path root, std::map<uint32_t, std::string> names)
-    : root_(std::move(root)), names_(std::move(names)) {
-  if (is_led_class(root_)) return;
-  for (const auto &[rsip, name] : names_) {
-    if (name.empty()) continue;
-    make_led(green_of(root_, name));
-    make_led(red_of(root_, name));
+leds::leds(fs::path root, std::map<uint32_t, std::string> names) : root_(std::move(root)) {
+  const bool is_kernels = is_led_class(root_);
+  for (auto &[rsip, name] : names) {
+    pair_of_leds &pair = pairs_[rsip];
+    pair.name = std::move(name);
+    if (pair.name.empty()) continue;
+    if (!is_kernels) make_led(green_of(root_, pair.name));
+    if (!is_kernels) make_led(red_of(root_, pair.name));
+    uint32_t state = 0;
+    get(pair, state);
   }
 }
 
 cerrno leds::get_state(uint32_t rsip, uint32_t *state) {
-  const auto found = names_.find(rsip);
-  if (found == names_.end() || !state) return bad_argument;
-  if (found->second.empty()) return no_led;
+  const auto found = pairs_.find(rsip);
+  if (found == pairs_.end() || !state) return bad_argument;
+  if (found->second.name.empty()) return no_led;
   const std::lock_guard held(mutex_);
+  return get(found->second, *state);
+}
+
+cerrno leds::set_state(uint32_t rsip, uint32_t state) {
+  const auto found = pairs_.find(rsip);
+  if (found == pairs_.end() || state >= looks.size()) return bad_argument;
+  if (found->second.name.empty()) return 0;
+  const std::lock_guard held(mutex_);
+  return set(found->second, state);
+}
+
+std::optional<led_trouble> leds::trouble(uint32_t rsip) const {
+  const auto found = pairs_.find(rsip);
+  if (found == pairs_.end()) return std::nullopt;
+  const std::lock_guard held(mutex_);
+  return found->second.trouble;
+}
+
+void leds::retry() {
+  for (auto &[rsip, pair] : pairs_) {
+    const std::lock_guard held(mutex_);
+    if (!pair.trouble) continue;
+    uint32_t state = 0;
+    pair.wanted ? set(pair, *pair.wanted) : get(pair, state);
+  }
+}
+
+cerrno leds::get(pair_of_leds &pair, uint32_t &state) {
   bool green = false;
   bool red = false;
-  cerrno rc = is_lit(green_of(root_, found->second), green);
-  if (rc == 0) rc = is_lit(red_of(root_, found->second), red);
+  fs::path led = green_of(root_, pair.name);
+  cerrno rc = is_lit(led, green);
+  if (rc == 0) rc = is_lit(led = red_of(root_, pair.name), red);
+  // An LED that can be read is not one that can be set.
+  if (rc != 0 || !pair.wanted) note(pair, rc, led);
   if (rc != 0) return rc;
   for (const look &known : looks) {
-    if (known.green == green && known.red == red) *state = known.state;
+    if (known.green == green && known.red == red) state = known.state;
   }
   return 0;
 }
 
-cerrno leds::set_state(uint32_t rsip, uint32_t state) {
-  const auto found = names_.find(rsip);
-  if (found == names_.end() || state >= looks.size()) return bad_argument;
-  if (found->second.empty()) return 0;
-  const std::lock_guard held(mutex_);
-  // Both are tried: one broken LED does not leave the other one stale.
-  const cerrno green = light(green_of(root_, found->second), looks[state].green);
-  const cerrno red = light(red_of(root_, found->second), looks[state].red);
-  return green != 0 ? green : red;
+// Both are tried: one broken LED does not leave the other one stale.
+cerrno leds::set(pair_of_leds &pair, uint32_t state) {
+  pair.wanted = state;
+  const cerrno green = light(green_of(root_, pair.name), looks[state].green);
+  const cerrno red = light(red_of(root_, pair.name), looks[state].red);
+  const cerrno rc = green != 0 ? green : red;
+  note(pair, rc, green != 0 ? green_of(root_, pair.name) : red_of(root_, pair.name));
+  return rc;
+}
+
+void leds::note(pair_of_leds &pair, cerrno rc, const fs::path &led) {
+  pair.trouble.reset();
+  if (rc != 0) pair.trouble = {led, rc, pair.wanted};
 }
 
 }  // namespace lum_linux

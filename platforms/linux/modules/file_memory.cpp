@@ -36,6 +36,8 @@ class file_memory final : public module_memory {
   cerrno read(uint32_t page, uint32_t offset, std::span<uint8_t> out) override;
   cerrno write(uint32_t page, uint32_t offset, uint8_t value) override;
   bool present() override;
+  cerrno place_code() override;
+  std::string place() const override { return file_.parent_path().native(); }
   uint64_t insertion() override;
   std::string location() const override { return file_.native(); }
 
@@ -107,6 +109,12 @@ bool file_memory::present() {
   if (!fd) return code != module_absent;
   uint8_t first = 0;
   return read_at(fd.get(), 0, {&first, 1}) != module_absent;
+}
+
+cerrno file_memory::place_code() {
+  return file_.has_parent_path() && ::access(file_.parent_path().c_str(), X_OK) != 0
+             ? static_cast<cerrno>(errno)
+             : module_ok;
 }
 
 // A file put in another's place has another inode or, where the number is used again, another time

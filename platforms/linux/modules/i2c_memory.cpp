@@ -37,7 +37,7 @@ class open_bus {
   open_bus(i2c_kernel &kernel, const char *path, uint16_t address)
       : kernel_(kernel), address_(address) {
     fd_ = kernel_.open(path, O_RDWR | O_CLOEXEC);
-    if (fd_ < 0) code_ = errno == ENOENT ? module_absent : static_cast<cerrno>(errno);
+    if (fd_ < 0) error_ = static_cast<cerrno>(errno);
   }
   ~open_bus() {
     if (fd_ >= 0) kernel_.close(fd_);
@@ -45,8 +45,9 @@ class open_bus {
   open_bus(const open_bus &) = delete;
   open_bus &operator=(const open_bus &) = delete;
 
-  // Why the bus could not be opened.
-  cerrno code() const { return code_; }
+  // Why the bus could not be opened, as errno and as what a transfer makes of it.
+  cerrno error() const { return error_; }
+  cerrno code() const { return error_ == ENOENT ? module_absent : error_; }
 
   cerrno read(uint8_t offset, std::span<uint8_t> out) {
     std::array<i2c_msg, 2> messages = {{
@@ -95,7 +96,7 @@ class open_bus {
   i2c_kernel &kernel_;
   uint16_t address_;
   int fd_ = -1;
-  cerrno code_ = module_ok;
+  cerrno error_ = module_ok;
 };
 
 // Nobody has acknowledged the address.
@@ -134,6 +135,9 @@ class i2c_memory final : public module_memory {
     uint8_t identifier = 0;
     return read(0, 0, {&identifier, 1}) != module_absent;
   }
+
+  cerrno place_code() override { return open_bus(kernel_, path_.c_str(), address_).error(); }
+  std::string place() const override { return path_.native(); }
 
   std::string location() const override {
     constexpr char digits[] = "0123456789abcdef";

@@ -86,7 +86,7 @@ cerrno module_entry::access(lock &held, const std::function<cerrno()> &use) {
   const cerrno rc = use();
   if (!was_there && rc != module_absent) insertion = memory_->insertion();
   held.lock();
-  note(rc != module_absent, insertion);
+  note(rc != module_absent, insertion, rc == module_absent ? place_code_ : module_ok);
   return rc;
 }
 
@@ -105,6 +105,8 @@ module_status module_entry::status() {
   result.location = memory_->location();
   result.present = there_ && !pulled_ && !stopped_;
   result.known_at = known_at_;
+  result.place_code = pulled_ ? module_ok : place_code_;
+  result.place = memory_->place();
   result.pulled = pulled_;
   result.insertion = insertion_;
   if (busy_) {
@@ -130,17 +132,19 @@ void module_entry::ask_presence(lock &held) {
   held.unlock();
   const bool there = memory_->present();
   const uint64_t insertion = there ? memory_->insertion() : 0;
+  const cerrno place_code = there ? module_ok : memory_->place_code();
   held.lock();
-  note(there, insertion);
+  note(there, insertion, place_code);
 }
 
 // A module that has come, or another one in the place of the one known, is a new insertion.
-void module_entry::note(bool there, uint64_t insertion) {
+void module_entry::note(bool there, uint64_t insertion, cerrno place_code) {
   if (there && (!there_ || insertion != memory_insertion_)) {
     ++insertion_;
     faults_.forget();
   }
   there_ = there;
+  place_code_ = place_code;
   known_at_ = clock::now();
   memory_insertion_ = insertion;
 }

@@ -57,7 +57,7 @@ class module_entry {
   cerrno with_memory(const std::function<cerrno()> &use);
   cerrno wait_for_memory(lock &held);
   void ask_presence(lock &held);
-  void note(bool there, uint64_t insertion);
+  void note(bool there, uint64_t insertion, cerrno place_code = module_ok);
   void put_back();
   void count(transfer_kind kind, std::size_t bytes, cerrno rc, clock::time_point started);
 
@@ -73,6 +73,7 @@ class module_entry {
   bool there_ = false;             // the memory had a module when it was last asked
   clock::time_point known_at_{};   // that was
   uint64_t memory_insertion_ = 0;  // and this was its number
+  cerrno place_code_ = module_ok;  // and this, where it had none
   uint64_t insertion_ = 0;
   clock::time_point busy_since_{};
   fault_injector faults_;

@@ -54,7 +54,7 @@ class bin_series {
     current_.partial = !forward;
   }
 
-  void add(const pm_values &values) {
+  void add(const pm_values &values, bool tested) {
     for (size_t i = 0; i < values.size(); ++i) {
       pm_statistics &s = current_.values[i];
       const bool first = current_.samples == 0;
@@ -65,6 +65,7 @@ class bin_series {
       s.average = static_cast<double>(sums_[i]) / static_cast<double>(current_.samples + 1);
     }
     ++current_.samples;
+    current_.tested = current_.tested || tested;
   }
 
   const pm_bin &current() const { return current_; }
@@ -101,6 +102,7 @@ struct pm_port {
   std::string name;
   std::optional<pm_ui_optics_record> latest;
   store_stamp updated;
+  bool tested = false;
   bin_series quarters;
   bin_series days;
 };
@@ -168,8 +170,8 @@ cerrno pm_ui_set_optics_prim(uint32_t ifhandle, const pm_ui_optics_record *recor
     port.latest = *record;
     port.updated = {now, std::chrono::steady_clock::now()};
     port.advance(now);
-    port.quarters.add(values_of(*record));
-    port.days.add(values_of(*record));
+    port.quarters.add(values_of(*record), port.tested);
+    port.days.add(values_of(*record), port.tested);
     return 0;
   } catch (const std::exception &) {
     return ENOMEM;
@@ -208,6 +210,12 @@ std::optional<pm_interface> pm_find(uint32_t ifhandle) {
   const auto found = store().ports.find(ifhandle);
   if (found == store().ports.end()) return std::nullopt;
   return view_of(ifhandle, found->second, store_now());
+}
+
+void pm_values_are_tested(uint32_t ifhandle, bool tested) {
+  const std::lock_guard hold(store().lock);
+  const auto found = store().ports.find(ifhandle);
+  if (found != store().ports.end()) found->second.tested = tested;
 }
 
 void pm_forget_all() {

@@ -1,6 +1,8 @@
 // Everything that the interface manager can be asked to do wrong.
 #include <gmock/gmock.h>
 
+#include <thread>
+
 #include "interface_manager/im_harness.h"
 
 namespace lum_linux {
@@ -196,6 +198,50 @@ TEST(ImFaults, BehavesAgainWhenToldTo) {
   node.im.hold(true);
   node.im.behave();
   EXPECT_THAT(node.created({"a"}), ElementsAre(0x08000001u));
+}
+
+TEST(ImAccounts, TellWhatBecameOfEachBatchOfTheirThread) {
+  im_harness node;
+  node.created({"known"});
+  interface_manager::account mine(node.im);
+  std::thread([&] { node.create(9, {"nobody's"}); }).join();
+  node.im.refuse_next(1, 11);
+  node.create(1, {"a"});
+  node.im.drop_next(1);
+  node.create(2, {"a"});
+  node.im.fail_next(1, 5);
+  node.create(3, {"a"});
+  node.im.empty_next(1);
+  node.create(4, {"a"});
+  node.im.fail_name("b", 28);
+  node.create(5, {"a", "b"});
+  node.update(6, {0x08000001, 77}, 1);
+  node.remove(7, {"known", im_harness::null_name});
+  node.im.wait_idle(soon);
+  node.im.hold(true);
+  node.create(8, {"c"});
+  mine.end();
+  node.create(9, {"d"});
+
+  const auto batches = mine.batches();
+  ASSERT_EQ(batches.size(), 8u);
+  EXPECT_EQ(batches[0].state, im_batch_state::refused);
+  EXPECT_EQ(batches[0].code, 11u);
+  EXPECT_EQ(batches[1].state, im_batch_state::dropped);
+  EXPECT_EQ(batches[2].state, im_batch_state::answered);
+  EXPECT_EQ(batches[2].code, 5u);
+  EXPECT_TRUE(batches[3].empty);
+  EXPECT_EQ(batches[4].code, 28u);
+  ASSERT_EQ(batches[4].failed.size(), 1u);
+  EXPECT_EQ(batches[4].failed[0].name, "b");
+  ASSERT_EQ(batches[5].failed.size(), 1u);
+  EXPECT_EQ(batches[5].failed[0].name, "") << "a handle that it does not know";
+  EXPECT_EQ(batches[6].state, im_batch_state::answered);
+  EXPECT_EQ(batches[6].code, 0u) << "an element without a name is nobody's failure";
+  EXPECT_EQ(batches[6].count, 2u);
+  EXPECT_EQ(batches[7].state, im_batch_state::waiting);
+  node.im.restart(interface_manager::pending::drop);
+  EXPECT_EQ(mine.batches()[7].state, im_batch_state::dropped);
 }
 
 TEST(ImFaults, StartsOutWithTheDelayItWasGiven) {

@@ -156,4 +156,32 @@ TEST(LedsElsewhere, NothingIsMadeInTheLedClass) {
   EXPECT_EQ(real.set_state(rsip, 1), static_cast<cerrno>(ENOENT));
 }
 
+TEST_F(Leds, TroubleIsKeptUntilTheStateCanBeSet) {
+  EXPECT_FALSE(all->trouble(rsip));
+  EXPECT_FALSE(all->trouble(dark_port));
+  std::filesystem::remove(red / "brightness");
+  std::filesystem::create_directory(red / "brightness");
+  EXPECT_NE(all->set_state(rsip, 3), 0u);
+  const auto trouble = all->trouble(rsip);
+  ASSERT_TRUE(trouble);
+  EXPECT_EQ(trouble->led, red);
+  EXPECT_NE(trouble->code, 0u);
+  EXPECT_EQ(trouble->wanted, 3u);
+  all->retry();
+  EXPECT_TRUE(all->trouble(rsip));
+  std::filesystem::remove(red / "brightness");
+  write_file(red / "brightness", "0\n");
+  all->retry();
+  EXPECT_FALSE(all->trouble(rsip));
+  EXPECT_EQ(state(), 3u);
+}
+
+TEST(LedsElsewhere, WhatCannotBeMadeIsTroubleFromTheStart) {
+  const leds nowhere("/dev/null/leds", {{rsip, "port3"}});
+  const auto trouble = nowhere.trouble(rsip);
+  ASSERT_TRUE(trouble);
+  EXPECT_EQ(trouble->code, static_cast<cerrno>(ENOTDIR));
+  EXPECT_FALSE(trouble->wanted);
+}
+
 }  // namespace

@@ -86,6 +86,23 @@ TEST_F(stores, pm_keeps_the_latest_and_the_extremes) {
   EXPECT_TRUE(port.quarters.empty());
 }
 
+TEST_F(stores, pm_marks_the_bins_that_tests_have_touched) {
+  ASSERT_EQ(pm_ui_port_create(188, 5, "Ots0_1_0_3_0"), 0u);
+  pm_values_are_tested(77, true);  // nobody's
+  pm_values_are_tested(5, true);
+  EXPECT_FALSE(pm_find(5)->quarter.tested) << "nothing has been stored yet";
+  sample(5, 20);
+  pm_values_are_tested(5, false);
+  sample(5, 20);
+  EXPECT_TRUE(pm_find(5)->quarter.tested);
+  now += 15min;
+  sample(5, 20);
+  const auto port = pm_find(5);
+  EXPECT_FALSE(port->quarter.tested);
+  EXPECT_TRUE(port->quarters.at(0).tested);
+  EXPECT_TRUE(port->day.tested);
+}
+
 TEST_F(stores, pm_finishes_bins_as_time_goes_by) {
   now = midnight + 7min;
   ASSERT_EQ(pm_ui_port_create(188, 5, "x"), 0u);

@@ -70,9 +70,27 @@ struct im_behaviour {
   bool held = false;
 };
 
+enum class im_batch_state { waiting, answered, dropped, refused };
+
+// What has become of one batch.
+struct im_batch_report {
+  uint32_t operation = 0;
+  uint32_t count = 0;
+  im_batch_state state = im_batch_state::waiting;
+  cerrno code = 0;     // of a refusal, of the whole batch, else of its first element that failed
+  bool empty = false;  // answered for no element
+  struct failure {
+    std::string name;  // of the controller; empty when it is not known
+    cerrno code = 0;
+  };
+  std::vector<failure> failed;  // elements
+};
+
 // All calls may come from any threads, the completion's included. None waits but where it says so,
 // and no lock is held while a completion runs.
 class interface_manager {
+  class core;
+
  public:
   // Starts the thread. May throw std::system_error when there is none to be had.
   explicit interface_manager(const im_options &options = {});
@@ -103,6 +121,25 @@ class interface_manager {
   std::optional<uint32_t> handle_of(const std::string &name) const;
   im_statistics statistics() const;
   im_behaviour behaviour() const;
+
+  // Keeps an account of the batches that one thread requests: of the thread that makes it, from
+  // then on until end() or its destruction, both on that thread too. One at a time for a thread.
+  class account {
+   public:
+    explicit account(const interface_manager &manager);
+    ~account();
+    account(const account &) = delete;
+    account &operator=(const account &) = delete;
+
+    void end();
+    // How they stand, in the order of their requests.
+    std::vector<im_batch_report> batches() const;
+
+   private:
+    std::shared_ptr<core> core_;
+    std::vector<std::shared_ptr<im_batch_report>> batches_;
+    friend class interface_manager::core;
+  };
 
   // Waits until no batch is pending and no completion runs; false when `bound` passed before. Not
   // to be called from a completion.
@@ -139,7 +176,6 @@ class interface_manager {
                std::chrono::milliseconds bound = std::chrono::seconds(2));
 
  private:
-  class core;
   std::shared_ptr<core> core_;
 };
 

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "cerr.h"
@@ -17,6 +18,14 @@ namespace lum_linux {
 // of the LED class itself (sysfs) they must be there; below an ordinary folder those missing are
 // made when the node starts. Any thread may make any call; results are 0, 22 for a port that the
 // node does not have or a state that LEDs cannot show, or the errno of the file operation.
+
+// What is wrong with a port's pair.
+struct led_trouble {
+  std::filesystem::path led;       // the folder of one of the two
+  cerrno code = 0;                 // why it could not be made, read or set
+  std::optional<uint32_t> wanted;  // the state that it should show; absent before the first
+};
+
 class leds {
  public:
   // Never fails: an LED that cannot be made or reached shows in the results of its calls.
@@ -30,10 +39,25 @@ class leds {
   // Sets 0, 1, 2 or 3 and writes only what differs. 0 for a port without an LED.
   cerrno set_state(uint32_t rsip, uint32_t state);
 
+  // What has been wrong with a port's LEDs since they were read or set last; nothing without LEDs.
+  std::optional<led_trouble> trouble(uint32_t rsip) const;
+  // Sets once more what could not be set, and looks again at what could not be read.
+  void retry();
+
  private:
-  std::mutex mutex_;  // one call at a time sets or reads the pair
+  struct pair_of_leds {
+    std::string name;
+    std::optional<uint32_t> wanted;
+    std::optional<led_trouble> trouble;
+  };
+
+  cerrno set(pair_of_leds &pair, uint32_t state);
+  cerrno get(pair_of_leds &pair, uint32_t &state);
+  static void note(pair_of_leds &pair, cerrno rc, const std::filesystem::path &led);
+
+  mutable std::mutex mutex_;  // one call at a time sets or reads a pair
   std::filesystem::path root_;
-  std::map<uint32_t, std::string> names_;
+  std::map<uint32_t, pair_of_leds> pairs_;
 };
 
 }  // namespace lum_linux

@@ -41,6 +41,11 @@ class module_memory {
   virtual cerrno write(uint32_t page, uint32_t offset, uint8_t value) = 0;
   // Whether there is a module, failing or not.
   virtual bool present() = 0;
+  // Asked where no module is: 0, or why there can be none, the errno of a bus or folder that cannot
+  // be opened. An empty cage is not that.
+  virtual cerrno place_code() { return module_ok; }
+  // That bus or folder, for people.
+  virtual std::string place() const { return location(); }
   // A number that differs once another module is in the cage; 0 when the backend cannot tell.
   virtual uint64_t insertion() { return 0; }
   // Puts another module in the place of the one there. Only a simulated module can do that.

@@ -40,6 +40,10 @@ struct module_status {
   bool present = false;  // as known last; false before the first look
   // When that was known; the clock's epoch: never.
   std::chrono::steady_clock::time_point known_at{};
+  // Why there can be no module, whatever the cage holds: the errno of the bus or folder `place`,
+  // which cannot be opened. 0: nothing like that is known.
+  cerrno place_code = 0;
+  std::string place;
   bool pulled = false;     // taken out with remove() or by a fault, whatever the backend has
   uint64_t insertion = 0;  // differs once another module is in the cage, or the same one again
   std::chrono::milliseconds busy_for{0};  // how long the transfer under way has been

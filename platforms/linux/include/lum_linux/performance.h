@@ -44,6 +44,7 @@ struct pm_bin {
   std::chrono::seconds length{0};
   uint64_t samples = 0;
   bool partial = false;  // the interface was created, or the clock set back, within it
+  bool tested = false;   // a test has added to values that are in it
   std::array<pm_statistics, pm_value_count> values{};
 };
 
@@ -67,6 +68,10 @@ struct pm_interface {
 // All interfaces, in the order of their handles.
 std::vector<pm_interface> pm_interfaces();
 std::optional<pm_interface> pm_find(uint32_t ifhandle);
+
+// Whether a test adds to the values of the interface that are stored from now on. Nothing for an
+// unknown interface.
+void pm_values_are_tested(uint32_t ifhandle, bool tested);
 
 // Forgets every interface.
 void pm_forget_all();
