@@ -45,11 +45,9 @@ bool modules_are_good(const lum_linux::node_description &node) {
 
 // What is right as a description and yet most likely not what was meant.
 void warn(const lum_linux::node_description &node) {
-  if (node.rack == 0) return;
-  fmt::print(stderr,
-             "{}: warning: 'rack' is {}, and the library reaches modules in rack 0 only: no module "
-             "of this node will be read or set\n",
-             node.source.native(), node.rack);
+  for (const std::string &reason : never_polled(node)) {
+    fmt::print(stderr, "{}: warning: {}\n", node.source.native(), reason);
+  }
 }
 
 // What a signal would end the process for without need: a terminal that goes, a pipe that nobody

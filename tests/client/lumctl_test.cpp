@@ -155,31 +155,26 @@ std::string describe_bin(const words &names) {
   json values = json::array();
   for (const std::string &name : names) {
     values.push_back({{"name", name},
-                      {"unit", ""},
-                      {"current", 7},
-                      {"minimum", 7},
-                      {"maximum", 7},
-                      {"average", 7}});
+                      {"value", {{"current", 7}, {"minimum", 7}, {"maximum", 7}, {"average", 7}}}});
   }
-  const json bin = {{"length", "15min"},
-                    {"start", "now"},
-                    {"samples", 1},
-                    {"partial", false},
-                    {"values", values}};
-  return describe_pm({{"interfaces", {{{"port", "west"}, {"sub_port", 0}, {"bins", {bin}}}}}}, {});
+  const json bin = {{"length", "15min"}, {"start", "now"},  {"samples", 1},
+                    {"partial", false},  {"tested", false}, {"values", values}};
+  return describe_pm(
+      {{"interfaces", {{{"port", "west"}, {"sub_port", 0}, {"bins", {bin}}}}}, {"halt", nullptr}},
+      {});
 }
 
 TEST(PmTable, ShowsAValueThatIsHandedOverSeveralTimesOnce) {
-  const std::string text = describe_bin({"reading_4_a", "reading_4_b", "reading_4_c", "power_1"});
-  EXPECT_THAT(text, HasSubstr(" reading_4 "));
-  EXPECT_THAT(text, HasSubstr(" power_1 "));
-  EXPECT_THAT(text, Not(HasSubstr("reading_4_")));
+  const std::string text = describe_bin({"reading-4-a", "reading-4-b", "reading-4-c", "power-1"});
+  EXPECT_THAT(text, HasSubstr(" reading-4 "));
+  EXPECT_THAT(text, HasSubstr(" power-1 "));
+  EXPECT_THAT(text, Not(HasSubstr("reading-4-")));
 }
 
 TEST(PmTable, ShowsBothOfTwoReadingsThatAreEqual) {
-  const std::string text = describe_bin({"reading_3", "reading_4_a", "reading_4_b", "reading_4_c"});
-  EXPECT_THAT(text, HasSubstr(" reading_3 "));
-  EXPECT_THAT(text, HasSubstr(" reading_4 "));
+  const std::string text = describe_bin({"reading-3", "reading-4-a", "reading-4-b", "reading-4-c"});
+  EXPECT_THAT(text, HasSubstr(" reading-3 "));
+  EXPECT_THAT(text, HasSubstr(" reading-4 "));
 }
 
 TEST(Terminal, IsNotSteeredByTexts) {

@@ -38,7 +38,9 @@ class Driver(driver.Driver):
 
     def __init__(self, build, shelf, options, second_ms):
         self.held = shelf.folder / "polling-is-held"
+        self.pause = shelf.folder / "polling-is-paused"
         super().__init__(build, shelf, options, LD_PRELOAD=str(CLOCK),
+                         LUM_TEST_PAUSE=str(self.pause),
                          LUM_TEST_HOLD=str(self.held), LUM_TEST_SECOND_MS=str(second_ms),
                          LUM_TEST_HANG="1",
                          LUM_TEST_YESTERDAY=str(shelf.folder / "yesterday"))
@@ -94,9 +96,12 @@ class ShelfTest(unittest.TestCase):
     def add_empty(self, slot=1):
         return self.shelf.add_cage(slot, "nothing.eeprom")
 
-    def start(self, extra="", options=("--alarm-tests",), second_ms=QUICK, held=False):
-        """Starts the driver on the shelf and waits until it has brought its ports up."""
+    def start(self, extra="", options=("--alarm-tests",), second_ms=QUICK, held=False, edit=None):
+        """Starts the driver on the shelf and waits until it has brought its ports up. `edit` may
+        change the description's text before."""
         self.shelf.write_description()
+        if edit:
+            self.shelf.description.write_text(edit(self.shelf.description.read_text()))
         if extra:
             text = self.shelf.description.read_text()
             self.shelf.description.write_text(f"{extra}\n{text}")

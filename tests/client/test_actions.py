@@ -78,8 +78,8 @@ class Lifecycle(Actions):
         self.begin()
         self.does("port", "delete", "--slot", "2")
         self.does("im", "drop", "2")
-        self.assertIn("has not confirmed the creation", self.fails(1, "port", "create", "2"))
-        self.assertIn("has not confirmed the deletion",
+        self.assertIn("dropped the creation", self.fails(1, "port", "create", "2"))
+        self.assertIn("dropped the deletion",
                       self.fails(1, "port", "delete", self.first.name))
         for again in ((self.first.name,), (self.second.name, self.first.name), ("--slot", "1")):
             said = self.fails(1, "port", "delete", *again)
@@ -95,7 +95,7 @@ class Lifecycle(Actions):
         self.begin()
         self.does("port", "delete", "--slot", "1")
         self.does("im", "drop", "1")
-        self.assertIn("has not confirmed the creation", self.fails(1, "port", "create", "1"))
+        self.assertIn("dropped the creation", self.fails(1, "port", "create", "1"))
         self.assertEqual(self.port(self.first)["state"], "coming up")
         self.assertIn("replay", self.fails(1, "port", "delete", self.first.name))
         self.does("replay")
@@ -123,7 +123,7 @@ class Lifecycle(Actions):
         self.does("im", "restart")
         self.assertFalse(any(one["agrees"] or one["ifhandle"]
                              for one in self.does("show", "controllers")["controllers"]))
-        self.assertIn("not confirmed", self.fails(1, "port", "update", self.first.name, "up"))
+        self.assertIn("failed the update", self.fails(1, "port", "update", self.first.name, "up"))
         reply = self.does("replay")
         self.assertEqual((reply["controllers"], reply["confirmed"]), (6, 6))
         self.assertTrue(self.does("show", "node")["resync"])

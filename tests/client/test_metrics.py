@@ -110,6 +110,7 @@ class Metrics(MetricsShelf):
 
     def test_polling_cycles(self):
         self.begin_with_http(support.REAL)
+        self.driver.wait_for(lambda _: not self.driver.get("/v1/polling")["running"], 10)
         self.does("module", "fault", self.first.name, "delay-ms=400")
         cycles = self.samples()["lum_polling_cycles_total",]
         self.driver.wait_for(

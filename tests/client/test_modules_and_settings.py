@@ -13,7 +13,9 @@ class Modules(Actions):
         self.begin()
         self.assertFalse(self.does("module", "remove", self.first.name)["present"])
         view = self.wait_for_state(self.first, "empty", 5)
-        self.assertEqual((view["vendor"]["serial"], view["led"]["state"]), ("", 3))
+        self.assertEqual(view["vendor"]["serial"], "")
+        self.assertIsNotNone(self.driver.wait_for(
+            lambda now: now[self.first.name]["led"]["state"] == 3, 5))
         self.assertTrue(self.does("module", "insert", self.first.name)["present"])
         view = self.wait_for_state(self.first, "up", 5)
         self.assertEqual(view["vendor"]["serial"], "IV25B00231")
@@ -75,7 +77,7 @@ class Modules(Actions):
         self.does("module", "poke", alarmed.name, "0", "49", "0x40")
         self.assertIsNotNone(self.driver.wait_for(
             lambda now: (now[alarmed.name]["flags"] or [0] * 8)[7] == 0x40
-            and now[alarmed.name]["sub_ports"][1]["pm"]["raised"], 15))
+            and now[alarmed.name]["sub_ports"][1]["pm"].get("raised"), 15))
         port = self.port(alarmed)
         self.assertEqual(port["flag_bytes"], [9, 10, 11, 12, 13, 64, 70, 49])
         shown = self.says("show", "port", alarmed.name)
@@ -90,8 +92,9 @@ class Modules(Actions):
         for sub_port, known in enumerate(i for i in self.does("show", "alarms", "--all")
                                          ["interfaces"] if i["port"] == alarmed.name):
             self.assertEqual(port["sub_ports"][sub_port]["pm"]["raised"], known["raised"])
-            self.assertIn(f"alarms        {', '.join(known['raised'])}", lines)
-        self.assertIn("  alarms        none\n", self.says("show", "port", self.first.name))
+            self.assertRegex(shown, f"  alarms        {', '.join(known['raised'])}, [0-9]+ s ago\n")
+        self.assertRegex(self.says("show", "port", self.first.name),
+                         "  alarms        none, [0-9]+ s ago\n")
 
     def test_faults_are_shown(self):
         self.begin()

@@ -17,14 +17,15 @@ class Monitoring(Monitored):
         self.assertGreaterEqual(quarter["samples"], 1)
         self.assertTrue(day["partial"])
         values = self.values(self.first, 0)
-        self.assertEqual(list(values), ["reading_3", "reading_4_a", "reading_4_b", "reading_4_c",
-                                        "power_1", "power_0"])
-        self.assertEqual([values["power_1"][kind]
-                          for kind in ("current", "minimum", "maximum", "average")], [16218] * 4)
-        self.assertEqual((values["reading_3"]["current"], values["reading_4_c"]["current"]),
-                         (26, 2043))
+        self.assertEqual(list(values), ["reading-3", "reading-4-a", "reading-4-b", "reading-4-c",
+                                        "power-1", "power-0"])
+        kinds = ("current", "minimum", "maximum", "average")
+        self.assertEqual([values["power-1"]["microwatt"][kind] for kind in kinds], [1621.8] * 4)
+        self.assertEqual([values["power-1"]["dbm"][kind] for kind in kinds], [2.1] * 4)
+        self.assertEqual((values["reading-3"]["value"]["current"],
+                          values["reading-4-c"]["value"]["current"]), (26, 204.3))
         text = self.says("show", "pm", self.first.name)
-        for part in ("15min", "24h", "1621.8", "518.8", "reading_4 ", "uW"):
+        for part in ("15min", "24h", "1621.8", "518.8", "reading-4 ", "dBm", "uW"):
             self.assertIn(part, text)
         bins = self.does("show", "pm", self.first.name, "--bins", "24h")["interfaces"][0]["bins"]
         self.assertEqual([b["length"] for b in bins], ["24h"])

@@ -46,7 +46,7 @@ class Ports(support.ShelfTest):
         self.assertEqual([r["value"] for r in first["readings"][3:]], [26.8, 204.3])
         self.assertEqual(first["readings"][0]["raw"], 0x10001 - 285)
         self.assertEqual(first["status"], [1, 1, 2])
-        self.assertEqual(first["pm"]["power_1"], 16218)
+        self.assertEqual(first["pm"]["power_1"], {"microwatt": 1621.8, "dbm": 2.1})
         self.assertEqual(first["pm"]["alarms"], 0)
 
     def test_an_empty_cage_has_nothing_to_show(self):

@@ -6,6 +6,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "printing/polling_text.h"
 #include "printing/port_cells.h"
 
 namespace lumctl {
@@ -13,6 +14,7 @@ namespace {
 
 std::string raised_text(const json &interface) {
   std::string text;
+  if (interface.at("raised").is_null()) return "not known yet";
   const json &injected = interface.at("injected");
   for (const json &name : interface.at("raised")) {
     const bool forced = std::find(injected.begin(), injected.end(), name) != injected.end();
@@ -42,8 +44,13 @@ record alarm_record(const json &interface) {
         {fmt::format("{}", counters.at("bitmap_changes").get<std::uint64_t>())},
         {fmt::format("{}", counters.at("publishes").get<std::uint64_t>())},
         {counted_text(counters.at("raised"))},
-        {raised, raised == "-" ? colour::none : colour::bad}}}};
+        {interface.contains("alarms_age_s") ? number_or_dash(interface.at("alarms_age_s"), 0)
+                                            : "-"},
+        {raised, interface.at("raised").empty() ? colour::none : colour::bad}}}};
   if (raised.find('*') != std::string::npos) result.note = "* is injected by a test";
+  if (interface.contains("waiting") && interface.at("waiting").get<bool>()) {
+    result.note = "this was known before the last poll was cleared; the next one renews it";
+  }
   if (!interface.at("inserted").get<bool>()) result.note = "no module; this is what was known last";
   return result;
 }
@@ -55,14 +62,20 @@ std::string describe_alarms(const json &answer, const style &output) {
   for (const json &interface : answer.at("interfaces")) {
     records.push_back(alarm_record(interface));
   }
+  const auto unknown = answer.at("unknown").get<unsigned>();
+  const std::string rest =
+      (unknown == 0 ? ""
+                    : fmt::format("The alarms of {} sub-ports are not known yet.\n", unknown)) +
+      describe_halt(answer.at("halt"));
   if (records.empty()) {
-    return fmt::format("no alarm is raised on any of {} sub-ports\n",
-                       answer.at("known").get<unsigned>());
+    return fmt::format("no alarm is raised on any of {} sub-ports\n{}",
+                       answer.at("known").get<unsigned>(), rest);
   }
   const std::vector<column> columns = {
       {"PORT"},          {"SUB", true},       {"CONTROLLER"},      {"SINCE S", true},
-      {"CHANGES", true}, {"PUBLISHED", true}, {"RAISED SO OFTEN"}, {"RAISED NOW"}};
-  return render({{columns, 0}}, records, output);
+      {"CHANGES", true}, {"PUBLISHED", true}, {"RAISED SO OFTEN"}, {"AGE S", true},
+      {"RAISED NOW"}};
+  return render({{columns, 0}}, records, output) + rest;
 }
 
 }  // namespace lumctl

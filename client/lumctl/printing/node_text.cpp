@@ -51,6 +51,16 @@ std::string failed_lines(const json &channel) {
   return failures == 0 ? "" : fmt::format(", {} could not be written", failures);
 }
 
+std::string describe_polling_of(const json &node) {
+  std::string text;
+  if (const json &halt = node.at("halt"); halt.is_object()) {
+    text += line("Polling", fmt::format("none for {} s: {}", number_or_dash(halt.at("for_s"), 0),
+                                        text_or_dash(halt.at("reason"))));
+  }
+  for (const json &reason : node.at("never_polled")) text += line("Polling", text_or_dash(reason));
+  return text;
+}
+
 }  // namespace
 
 std::string describe_node(const json &node) {
@@ -66,10 +76,10 @@ std::string describe_node(const json &node) {
   text += line("Ports", fmt::format("{}: {}", node.at("ports").get<unsigned>(),
                                     states_of(node.at("port_states"))));
   text += line("Controllers", controllers_of(node));
-  if (node.at("polling_halted").get<bool>()) {
-    text += line("Polling",
-                 "halted: the library counts no controllers; a replay ends that, or with 128 ports "
-                 "the deletion of one");
+  text += describe_polling_of(node);
+  for (const json &one : node.at("troubles")) {
+    text += line("Trouble", fmt::format("port {}: {}", text_or_dash(one.at("port")),
+                                        text_or_dash(one.at("reason"))));
   }
   text += describe_store(node.at("checkpoints"));
   text += describe_node_store(node.at("store"));

@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "printing/polling_text.h"
 #include "printing/port_cells.h"
 
 namespace lumctl {
@@ -15,27 +16,31 @@ std::vector<column> pm_columns() {
           {"MAXIMUM", true}, {"AVERAGE", true}, {"UNIT"}};
 }
 
-// Powers are kept in tenths of a microwatt.
-row value_cells(const json &value, const std::string &name) {
-  const bool tenths = value.at("unit") == "0.1 uW";
+struct unit {
+  const char *member;
+  const char *name;
+  int digits;
+  int average_digits;
+};
+// The module's own unit has no name.
+constexpr unit units[] = {{"microwatt", "uW", 1, 2}, {"dbm", "dBm", 1, 1}, {"value", "", 1, 2}};
+
+row value_cells(const json &numbers, const std::string &name, const unit &shown) {
   const auto number = [&](const char *kind, int digits) {
-    const json &kept = value.at(kind);
-    if (!kept.is_number()) return cell{"-"};
-    return cell{fmt::format("{:.{}f}", kept.get<double>() / (tenths ? 10 : 1), digits)};
+    return cell{numbers.is_object() ? number_or_dash(numbers.at(kind), digits) : "-"};
   };
-  const int digits = tenths ? 1 : 0;
   return {{name},
-          number("current", digits),
-          number("minimum", digits),
-          number("maximum", digits),
-          number("average", digits + 1),
-          {tenths ? "uW" : text_or_dash(value.at("unit"))}};
+          number("current", shown.digits),
+          number("minimum", shown.digits),
+          number("maximum", shown.digits),
+          number("average", shown.average_digits),
+          {shown.name}};
 }
 
-// Values that the library hands over several times have names such as reading_4_a and reading_4_b.
+// Values that the library hands over several times have names such as reading-4-a and reading-4-b.
 std::string name_without_letter(const json &value) {
   std::string name = text_or_dash(value.at("name"));
-  const bool ends_in_letter = name.size() > 2 && name.at(name.size() - 2) == '_' &&
+  const bool ends_in_letter = name.size() > 2 && name.at(name.size() - 2) == '-' &&
                               name.back() >= 'a' && name.back() <= 'z';
   if (ends_in_letter) name.resize(name.size() - 2);
   return name;
@@ -63,15 +68,19 @@ std::vector<std::pair<std::string, json>> values_of(const json &bin) {
 void add_bin(const json &interface, const json &bin, std::vector<row> &rows) {
   row first = {{text_or_dash(interface.at("port")), colour::strong},
                {fmt::format("{}", interface.at("sub_port").get<unsigned>())},
-               {text_or_dash(bin.at("length")) + (bin.at("partial").get<bool>() ? " part" : "")},
+               {text_or_dash(bin.at("length")) + (bin.at("partial").get<bool>() ? " part" : "") +
+                (bin.at("tested").get<bool>() ? " test" : "")},
                {text_or_dash(bin.at("start"))},
                {fmt::format("{}", bin.at("samples").get<std::uint64_t>())}};
   for (const auto &[name, value] : values_of(bin)) {
-    row cells = first;
-    const row values = value_cells(value, name);
-    cells.insert(cells.end(), values.begin(), values.end());
-    rows.push_back(cells);
-    first = row(first.size());
+    for (const unit &shown : units) {
+      if (!value.contains(shown.member)) continue;
+      row cells = first;
+      const row values = value_cells(value.at(shown.member), name, shown);
+      cells.insert(cells.end(), values.begin(), values.end());
+      rows.push_back(cells);
+      first = row(first.size());
+    }
   }
 }
 
@@ -86,10 +95,9 @@ std::string describe_pm(const json &answer, const style &output) {
     }
     if (!rows.empty()) records.push_back({{rows}, {}});
   }
-  if (records.empty()) {
-    return "nothing is monitored yet\n";
-  }
-  return render({{pm_columns(), 0}}, records, output);
+  const std::string halt = describe_halt(answer.at("halt"));
+  if (records.empty()) return "nothing is monitored yet\n" + halt;
+  return render({{pm_columns(), 0}}, records, output) + halt;
 }
 
 }  // namespace lumctl

@@ -23,8 +23,16 @@ std::string describe_polling(const json &polling) {
     text += fmt::format(", ended {} s ago", number_or_dash(last.at("age_s"), 0));
   }
   if (polling.at("running").get<bool>()) text += ", the next is running";
-  if (polling.at("paused").get<bool>()) text += ", polling is paused";
+  if (const json &halt = polling.at("halt"); halt.is_object()) {
+    text += "; not polled: " + text_or_dash(halt.at("reason"));
+  }
   return text;
+}
+
+std::string describe_halt(const json &halt) {
+  if (!halt.is_object()) return {};
+  return fmt::format("No module has been polled for {} s: {}\n",
+                     number_or_dash(halt.at("for_s"), 0), text_or_dash(halt.at("reason")));
 }
 
 }  // namespace lumctl

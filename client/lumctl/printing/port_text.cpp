@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "printing/line.h"
+#include "printing/polling_text.h"
 #include "printing/port_cells.h"
 #include "printing/store_text.h"
 #include "words/settings.h"
@@ -14,10 +15,13 @@ namespace lumctl {
 namespace {
 
 constexpr std::size_t bytes_per_line = 16;
+constexpr const char *not_plausible = "  ? not plausible";
 
 std::string with_unit(const json &port, const char *name, int digits, const char *unit) {
   const json value = port.contains(name) ? port.at(name) : json();
-  return value.is_number() ? number_or_dash(value, digits) + " " + unit : "-";
+  if (!value.is_number()) return "-";
+  return fmt::format("{} {}{}", number_or_dash(value, digits), unit,
+                     is_implausible(port, name) ? not_plausible : "");
 }
 
 std::string describe_vendor(const json &vendor) {
@@ -37,6 +41,7 @@ std::string describe_transfers(const json &module) {
         fmt::format(", the last {} s ago: {}", number_or_dash(module.at("last_failure_age_s"), 1),
                     text_or_dash(module.at("last_error").at("text")));
   }
+  if (module.contains("problem")) text += line("", text_or_dash(module.at("problem")));
   text += line("Transfers", transfers);
   if (module.contains("backend")) {
     text += line("Backend", text_or_dash(module.at("backend")));
@@ -111,8 +116,17 @@ std::string describe_reading(std::size_t number, const json &reading) {
   }
   const std::string microwatt =
       reading.contains("microwatt") ? number_or_dash(reading.at("microwatt"), 1) + " uW" : "";
-  return fmt::format("  power {}       {:>10} dBm {:>15}  raw {:5}\n", number,
-                     number_or_dash(reading.at("dbm"), 2), microwatt, raw);
+  return fmt::format("  power {}       {:>10} dBm {:>15}  raw {:5}{}\n", number,
+                     number_or_dash(reading.at("dbm"), 2), microwatt, raw,
+                     reading.at("plausible").get<bool>() ? "" : not_plausible);
+}
+
+// The alarms that the alarm service was told of last.
+std::string describe_told(const json &monitoring) {
+  if (!monitoring.contains("raised")) return "  alarms        not known yet\n";
+  return fmt::format("  alarms        {}, {} s ago{}\n", describe_alarms(monitoring.at("raised")),
+                     number_or_dash(monitoring.at("alarms_age_s"), 0),
+                     monitoring.at("waiting").get<bool>() ? ", waiting for the next poll" : "");
 }
 
 std::string describe_sub_port(const json &sub_port) {
@@ -121,19 +135,19 @@ std::string describe_sub_port(const json &sub_port) {
                                  sub_port.at("created").get<bool>() ? "" : " not created");
   std::size_t number = 0;
   for (const json &reading : sub_port.at("readings")) text += describe_reading(number++, reading);
+  if (sub_port.at("readings").empty()) text += "  readings      none\n";
   if (!sub_port.at("status").empty()) {
     text += "  status bytes  " + describe_bytes(sub_port.at("status")) + "\n";
   }
   text += "  settings      " + describe_configuration(sub_port.at("configuration")) + "\n";
-  if (sub_port.contains("pm") && sub_port.at("pm").contains("raised")) {
-    text += "  alarms        " + describe_alarms(sub_port.at("pm").at("raised")) + "\n";
-  }
+  if (sub_port.contains("pm")) text += describe_told(sub_port.at("pm"));
   return text;
 }
 
 std::string describe_identity(const json &port, const style &where) {
   const cell state = state_cell(port);
-  std::string shown_state = painted(where, state.text, state.paint);
+  std::string shown_state = fmt::format("{} for {} s", painted(where, state.text, state.paint),
+                                        number_or_dash(port.at("state_age_s"), 0));
   if (!port.at("reason").get<std::string>().empty()) {
     shown_state += ", " + text_or_dash(port.at("reason"));
   }
@@ -143,16 +157,27 @@ std::string describe_identity(const json &port, const style &where) {
          line("State", shown_state);
 }
 
-// What is known of the module, and of the LED that stands for it.
-std::string describe_condition(const json &port, const style &where) {
-  const cell led = led_cell(port);
+// What is lit and, where that cannot be set, what ought to be.
+std::string describe_led(const json &port, const style &where) {
+  const json &led = port.at("led");
+  const cell shown = led_cell(port);
+  if (!led.is_object() || !led.contains("problem")) {
+    return line("LED", painted(where, shown.text, shown.paint));
+  }
+  return line(
+      "LED", fmt::format("{}: {} is lit, {} is wanted: {}", painted(where, shown.text, shown.paint),
+                         text_or_dash(led.at("name")), text_or_dash(led.at("wanted")),
+                         text_or_dash(led.at("problem"))));
+}
+
+// What is known of the module.
+std::string describe_condition(const json &port) {
   return describe_vendor(port.at("vendor")) +
          line("Firmware",
               firmware_text(port) + (port.at("new_memmap").get<bool>() ? ", newer memory map"
                                                                        : ", older memory map")) +
          line("Temperature", with_unit(port, "temperature_c", 2, "C")) +
-         line("Supply", with_unit(port, "supply_v", 4, "V")) +
-         line("LED", painted(where, led.text, led.paint)) + line("DOM", describe_dom(port)) +
+         line("Supply", with_unit(port, "supply_v", 4, "V")) + line("DOM", describe_dom(port)) +
          line("Flags", describe_flags(port)) + describe_raised(port.at("raised")) +
          describe_upkeep(port);
 }
@@ -178,7 +203,9 @@ std::string hex_dump(const json &page) {
 
 std::string describe_port(const json &port, const style &where) {
   std::string text = describe_identity(port, where);
-  if (port.contains("vendor")) text += describe_condition(port, where);
+  if (port.contains("halt")) text += describe_halt(port.at("halt"));
+  text += describe_led(port, where);
+  if (port.contains("vendor")) text += describe_condition(port);
   text += describe_port_store(port.at("store"));
   text += describe_transfers(port.at("module"));
   for (const json &sub_port : port.at("sub_ports")) text += describe_sub_port(sub_port);

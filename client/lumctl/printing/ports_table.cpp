@@ -2,8 +2,10 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include "printing/polling_text.h"
 #include "printing/port_cells.h"
 #include "printing/store_text.h"
 
@@ -15,7 +17,8 @@ std::vector<column> identity_columns() {
   return {{"PORT"}, {"STATE"}, {"VENDOR"}, {"PART"}, {"SERIAL"}, {"FW", true}};
 }
 std::vector<column> condition_columns() {
-  return {{"HANDLE", true}, {"TEMP C", true}, {"SUPPLY V", true}, {"LED"}, {"DOM"}};
+  return {{"HANDLE", true}, {"TEMP C", true}, {"SUPPLY V", true},
+          {"AGE S", true},  {"LED"},          {"DOM"}};
 }
 std::vector<column> sub_port_columns() {
   std::vector<column> columns = {{"CONTROLLER"}, {"IFHANDLE"}};
@@ -37,19 +40,17 @@ row identity_cells(const json &port) {
 }
 
 row condition_cells(const json &port) {
-  const auto number = [&port](const char *name, int digits) {
-    return cell{port.contains(name) ? number_or_dash(port.at(name), digits) : "-"};
-  };
   return {{fmt::format("{}", port.at("port_handle").get<std::uint32_t>())},
-          number("temperature_c", 2),
-          number("supply_v", 3),
+          word_cell(port, "temperature_c", 2),
+          word_cell(port, "supply_v", 3),
+          age_cell(port),
           led_cell(port),
           dom_cell(port)};
 }
 
-row sub_port_cells(const json &sub_port) {
+row sub_port_cells(const json &port, const json &sub_port) {
   row cells = {{text_or_dash(sub_port.at("ifname"))}, {handle_text(sub_port)}};
-  for (const cell &reading : reading_cells(sub_port)) cells.push_back(reading);
+  for (const cell &reading : reading_cells(port, sub_port)) cells.push_back(reading);
   return cells;
 }
 
@@ -69,7 +70,7 @@ struct layout {
 
 std::vector<row> sub_port_rows(const json &port) {
   std::vector<row> rows;
-  for (const json &sub_port : port.at("sub_ports")) rows.push_back(sub_port_cells(sub_port));
+  for (const json &sub_port : port.at("sub_ports")) rows.push_back(sub_port_cells(port, sub_port));
   return rows;
 }
 
@@ -114,6 +115,23 @@ layout lay_out_narrow(const json &ports) {
   return result;
 }
 
+bool has_mark(const json &port) {
+  if (port.contains("implausible") && !port.at("implausible").empty()) return true;
+  for (const json &sub_port : port.at("sub_ports")) {
+    for (const json &reading : sub_port.at("readings")) {
+      if (reading.contains("plausible") && !reading.at("plausible").get<bool>()) return true;
+    }
+  }
+  return false;
+}
+
+std::string describe_marks(const json &ports) {
+  return std::any_of(ports.begin(), ports.end(), has_mark)
+             ? fmt::format("{} no module can have measured this: {}\n", implausible_mark,
+                           plausible_limits())
+             : "";
+}
+
 }  // namespace
 
 std::string describe_ports(const json &answer, bool wide, const style &output) {
@@ -125,8 +143,8 @@ std::string describe_ports(const json &answer, bool wide, const style &output) {
   for (record &record : chosen.records) {
     if (record.note == "-") record.note.clear();
   }
-  return render(chosen.formats, chosen.records, output) +
-         describe_missing_store(answer.at("store"));
+  return render(chosen.formats, chosen.records, output) + describe_marks(ports) +
+         describe_halt(answer.at("halt")) + describe_missing_store(answer.at("store"));
 }
 
 }  // namespace lumctl

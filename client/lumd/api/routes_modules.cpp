@@ -50,8 +50,7 @@ api_reply get_module(driver &node, const api_request &request) {
   if (port == nullptr) return refuse_unknown_port(request.parameters[0]);
   const auto status = node.platform().modules().status(port->rsip);
   if (!status) return refuse_unknown_port(request.parameters[0]);
-  const auto copy = copy_port(port->rsip);
-  json shown = show_module(node, *port, copy ? &*copy : nullptr, *status);
+  json shown = show_module(node, *port, *status);
   if (const auto asked = request.query.find("page"); asked != request.query.end()) {
     uint32_t page = 0;
     if (!read_page_number(asked->second, page)) {

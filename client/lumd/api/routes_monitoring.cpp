@@ -44,7 +44,7 @@ api_reply get_pm(driver &node, const api_request &request) {
   port_list ports;
   const api_reply refused = wanted_ports(node, queried(request, "port"), ports);
   if (refused.status != 200) return refused;
-  return {200, show_pm(ports, bins)};
+  return {200, show_pm(node, ports, bins)};
 }
 
 // Those with an alarm, or all that the alarm service knows with ?all=true.

@@ -1,6 +1,7 @@
 // The node and its driver.
 #include "api/routes.h"
 #include "views/node_view.h"
+#include "views/polling_view.h"
 
 namespace lumd {
 namespace {

@@ -15,8 +15,7 @@ api_reply get_ports(driver &node, const api_request &request) {
 api_reply get_port(driver &node, const api_request &request) {
   const auto *port = find_port(node.node(), request.parameters[0]);
   if (port == nullptr) return refuse_unknown_port(request.parameters[0]);
-  const auto copy = copy_port(port->rsip);
-  return {200, show_port(node, *port, copy ? &*copy : nullptr)};
+  return {200, show_port(node, *port)};
 }
 
 constexpr route routes[] = {

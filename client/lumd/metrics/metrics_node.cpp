@@ -7,6 +7,7 @@
 #include "lum_linux/services.h"
 #include "metrics/metrics_subjects.h"
 #include "node/driver.h"
+#include "node/polling_halt.h"
 #include "views/store_view.h"
 #include "views/times.h"
 
@@ -37,6 +38,9 @@ void add_polling(driver &node, metrics_page &page) {
              "1 while nothing is polled because the library counts no controllers although there "
              "are some",
              {}, node.count().halts_polling() ? 1 : 0);
+  const auto halt = halt_of(node);
+  page.gauge("lum_polling_stopped", "1 while no module is polled, for whatever reason", {},
+             halt ? 1 : 0);
   if (!report.last) return;
   const polling_cycle &cycle = *report.last;
   page.gauge("lum_polling_cycle_duration_seconds", "How long the latest polling cycle took", {},

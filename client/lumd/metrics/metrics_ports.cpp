@@ -2,17 +2,21 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <map>
 
 #include "lum.h"
+#include "lum_linux/leds.h"
 #include "lum_linux/modules.h"
 #include "lum_linux/stores.h"
 #include "metrics/metrics_subjects.h"
 #include "node/alarms.h"
 #include "node/driver.h"
 #include "node/port_data.h"
-#include "node/port_state.h"
+#include "node/port_snapshot.h"
 #include "node/readings.h"
+#include "node/troubles.h"
 #include "views/times.h"
+#include "words/plausible.h"
 
 namespace lumd {
 namespace {
@@ -36,8 +40,11 @@ void add_states(const metric_labels &port, port_state current, metrics_page &pag
 
 void add_transfers(const metric_labels &port, const module_status &module, metrics_page &page) {
   const auto &transfers = module.statistics;
-  page.gauge("lum_module_present", "1 when there is a module in the cage", port,
-             module.present ? 1 : 0);
+  const bool is_known = module.known_at != std::chrono::steady_clock::time_point();
+  if (is_known && module.place_code == 0) {
+    page.gauge("lum_module_present", "1 when there is a module in the cage", port,
+               module.present ? 1 : 0);
+  }
   page.counter("lum_module_transfers_total", "Transfers attempted with the module", port,
                static_cast<double>(transfers.attempted));
   page.counter("lum_module_failed_transfers_total", "Transfers with the module that failed", port,
@@ -84,6 +91,7 @@ void add_readings(const metric_labels &sub_port, const lum_dom_area &area, metri
     const metric_labels labels = with(sub_port, "reading", std::to_string(i));
     if (readings[i].unit == reading_unit::dbm) {
       page.gauge("lum_power_dbm", power_help, labels, power_dbm(raw));
+      page.gauge("lum_power_watts", power_help, labels, power_watts(raw));
     } else {
       page.gauge("lum_reading", reading_help, labels, reading_value(raw));
     }
@@ -102,55 +110,96 @@ void add_alarms(const metric_labels &labels, std::size_t sub_port,
                stored.all.values[lum_linux::ptah_bitmap_changes]);
 }
 
-// An empty cage has no readings and no alarms of its own.
-void add_sub_port(const metric_labels &port, const port_copy &copy, std::size_t number,
-                  bool has_readings, metrics_page &page) {
+// An empty cage has no readings and no alarms of its own, and alarms wait for readings.
+void add_sub_port(driver &node, const metric_labels &port, const port_snapshot &at,
+                  std::size_t number, metrics_page &page) {
+  const port_copy &copy = *at.copy;
   const lum_sub_port_intf &controller = copy.data.sub_port[number];
   const metric_labels labels = with(port, "sub_port", std::to_string(number));
   page.gauge("lum_controller_created", "1 when the controller of the sub-port exists", labels,
              controller.created != 0 ? 1 : 0);
-  if (!has_readings) return;
+  if (!at.polled) return;
   add_readings(labels, copy.data.dom[number], page);
+  const auto fed = node.feed().fed(controller.ifhandle);
+  if (!fed || *fed < at.polled->started) return;
   if (const auto stored = lum_linux::ptah_find(controller.ifhandle)) {
     add_alarms(labels, number, *stored, page);
   }
 }
 
-void add_port(driver &node, const port_description &port, const port_copy *copy,
+// What the module cannot have measured.
+int implausible_readings(const lum_port_data &data) {
+  int count = 0;
+  for (const lum_dom_area &area : data.dom) {
+    for (std::size_t i = 0; i < readings.size(); ++i) {
+      if (readings[i].unit != reading_unit::dbm) continue;
+      if (!lum_words::plausible_power_dbm.holds(power_dbm(area.readings[i]))) ++count;
+    }
+  }
+  if (!lum_words::plausible_temperature_c.holds(temperature_celsius(data.module_temperature)))
+    ++count;
+  if (!lum_words::plausible_supply_v.holds(supply_volts(data.module_word_16))) ++count;
+  return count;
+}
+
+void add_module(const metric_labels &port, const port_snapshot &at, metrics_page &page) {
+  if (!at.polled) return;
+  const lum_port_data &data = at.copy->data;
+  page.gauge("lum_module_temperature_celsius", "Temperature of the module", port,
+             temperature_celsius(data.module_temperature));
+  page.gauge("lum_module_supply_volts", "Supply voltage of the module", port,
+             supply_volts(data.module_word_16));
+  page.gauge("lum_readings_age_seconds", "Time since the module was polled", port,
+             seconds_since(at.polled->ended));
+  page.gauge("lum_implausible_readings",
+             "Powers, temperature and supply that the module cannot have measured", port,
+             implausible_readings(data));
+}
+
+void add_led(driver &node, const metric_labels &port, uint32_t rsip, metrics_page &page) {
+  uint32_t led = LUM_LED_OFF;
+  if (CERR_IS_OK(node.platform().leds().get_state(rsip, &led))) {
+    page.gauge("lum_port_led_state", "The port's LED: 0 off, 1 normal, 3 fault", port, led);
+  }
+}
+
+void add_port(driver &node, const port_description &port, const port_snapshot &at,
               metrics_page &page) {
   const metric_labels labels = {{"port", port.name}};
-  const auto module = node.platform().modules().status(port.rsip).value_or(module_status());
-  add_states(labels, state_of(node, port, copy), page);
-  add_transfers(labels, module, page);
-  add_identity(labels, port.rsip, copy == nullptr ? lum_vendor_info{} : copy->data.vendor, page);
-  if (copy == nullptr) return;
-  const lum_port_data &data = copy->data;
+  add_states(labels, at.state, page);
+  page.gauge("lum_port_state_age_seconds", "How long the port has been in its state", labels,
+             seconds_since(at.since));
+  add_transfers(labels, at.module, page);
+  add_identity(labels, port.rsip, at.is_filled ? at.copy->data.vendor : lum_vendor_info{}, page);
+  add_led(node, labels, port.rsip, page);
+  if (!at.copy) return;
   page.gauge("lum_port_dom_enabled", "1 when the port's module is to be polled", labels,
-             data.is_dom_enabled != 0 ? 1 : 0);
-  uint32_t led = LUM_LED_OFF;
-  if (CERR_IS_OK(lum_optics_led_get_state(port.rsip, 0, &led))) {
-    page.gauge("lum_port_led_state", "The port's LED: 0 off, 1 normal, 3 fault", labels, led);
+             at.copy->data.is_dom_enabled != 0 ? 1 : 0);
+  add_module(labels, at, page);
+  for (std::size_t i = 0; i < LUM_SUB_PORTS; ++i) add_sub_port(node, labels, at, i, page);
+}
+
+void add_troubles(driver &node, metrics_page &page) {
+  std::map<std::pair<std::string, std::string_view>, int> counts;
+  for (const port_description *port : node.node().ports()) {
+    for (const auto kind : {led_trouble_name, place_trouble_name}) counts[{port->name, kind}] = 0;
   }
-  const bool has_readings = data.inserted != 0 && node.cages().has_readings(port.rsip);
-  if (has_readings) {
-    page.gauge("lum_module_temperature_celsius", "Temperature of the module", labels,
-               temperature_celsius(data.module_temperature));
-    page.gauge("lum_module_supply_volts", "Supply voltage of the module", labels,
-               supply_volts(data.module_word_16));
-  }
-  for (std::size_t i = 0; i < LUM_SUB_PORTS; ++i) {
-    add_sub_port(labels, *copy, i, has_readings, page);
+  for (const trouble &one : troubles_of(node)) counts[{one.port->name, one.kind}] = 1;
+  for (const auto &[key, count] : counts) {
+    page.gauge("lum_port_trouble",
+               "1 while the port's LED cannot be set, or its bus or folder cannot be reached",
+               {{"port", key.first}, {"kind", std::string(key.second)}}, count);
   }
 }
 
 }  // namespace
 
 void add_port_metrics(driver &node, metrics_page &page) {
-  const auto copies = copy_ports();
+  const auto snapshots = look_at_ports(node);
   for (const port_description *port : node.node().ports()) {
-    const auto found = copies.find(port->rsip);
-    add_port(node, *port, found == copies.end() ? nullptr : &found->second, page);
+    add_port(node, *port, snapshots.at(port->rsip), page);
   }
+  add_troubles(node, page);
 }
 
 }  // namespace lumd

@@ -10,6 +10,7 @@
 #include "node/alarms.h"
 #include "node/driver.h"
 #include "node/port_data.h"
+#include "node/port_snapshot.h"
 #include "node/readings.h"
 #include "node/split.h"
 
@@ -48,11 +49,11 @@ std::string reason_against(const alarm_test_request &request) {
 // Without readings there is nothing to hand on yet. Returns what is missing.
 std::string hand_on(driver &node, const port_copy &port, const controller_place &place) {
   const lum_sub_port_intf &controller = port.data.sub_port[place.sub_port];
-  if (controller.created == 0 || port.data.inserted == 0 ||
-      !node.cages().has_readings(place.rsip)) {
+  const auto poll = poll_of(node, place.rsip);
+  if (controller.created == 0 || port.data.inserted == 0 || !poll) {
     return "it shows once the port's module has been polled";
   }
-  const cerrno rc = lum_update_pm_ptah_data(controller.ifhandle);
+  const cerrno rc = node.feed().hand_on(port, place.sub_port, *poll);
   return CERR_IS_OK(rc) ? "" : "it shows with the next polling cycle";
 }
 
@@ -106,6 +107,7 @@ outcome<alarm_test_report> run_alarm_test(driver &node, const alarm_test_request
     return refusal{refusal_kind::unknown, fmt::format("there is no port with the interface {}",
                                                       interface_name(request.place))};
   }
+  const auto held = node.feed().hold();
   const cerrno rc = lum_linux::test_event_send(test_string[0], test_event_id, text);
   if (rc == ENOENT) {
     return refusal{refusal_kind::conflict, "lumd was started without --alarm-tests"};

@@ -9,22 +9,9 @@ namespace lumd {
 namespace {
 
 using lum_linux::module_status;
+using clock = std::chrono::steady_clock;
 
-constexpr uint64_t transfers_of_a_poll = 2;
-
-bool is_known(const module_status &module) {
-  return module.known_at != std::chrono::steady_clock::time_point();
-}
-
-uint64_t good_transfers(const module_status &module) {
-  return module.statistics.attempted - module.statistics.failed;
-}
-
-// The visit of a module ends with its first failed transfer, and stores nothing then.
-bool was_polled(const module_status &module, uint64_t before) {
-  return good_transfers(module) >= before + transfers_of_a_poll &&
-         module.statistics.last_success >= module.statistics.last_failure;
-}
+bool is_known(const module_status &module) { return module.known_at != clock::time_point(); }
 
 void tell_operator(const std::string &name, bool was_present, bool is_present, bool is_another) {
   if (was_present && !is_present) {
@@ -39,16 +26,26 @@ void tell_operator(const std::string &name, bool was_present, bool is_present, b
 }  // namespace
 
 cage_watch::cage_watch(const lum_linux::node_description &node, lum_linux::modules &modules)
-    : node_(node), modules_(modules), readers_("lumd-identity", {node.ports().size() + 1, 1}) {}
+    : node_(node), modules_(modules), readers_("lumd-identity", {node.ports().size() + 1, 1}) {
+  for (const lum_linux::port_description *port : node.ports()) begin(port->rsip);
+}
 
 void cage_watch::begin(uint32_t rsip) {
   const auto module = modules_.status(rsip);
-  if (!module) return;
   std::lock_guard lock(mutex_);
   cage &now = cages_[rsip];
-  now.transfers_before_polling = good_transfers(*module);
-  now.polled = false;
-  now.insertion = module->insertion;
+  now.begun = clock::now();
+  if (module) now.insertion = module->insertion;
+}
+
+void cage_watch::renew(uint32_t rsip) {
+  std::lock_guard lock(mutex_);
+  cages_[rsip].begun = clock::now();
+}
+
+void cage_watch::renew_all() {
+  std::lock_guard lock(mutex_);
+  for (auto &[rsip, one] : cages_) one.begun = clock::now();
 }
 
 void cage_watch::look() {
@@ -56,15 +53,12 @@ void cage_watch::look() {
   for (const lum_linux::port_description *port : node_.ports()) look_at(*port);
 }
 
-bool cage_watch::has_readings(uint32_t rsip) const {
-  const cage now = seen(rsip);
-  return now.present && now.polled;
-}
-
-cage_watch::cage cage_watch::seen(uint32_t rsip) const {
+cage cage_watch::seen(uint32_t rsip) const {
   std::lock_guard lock(mutex_);
   const auto found = cages_.find(rsip);
-  return found == cages_.end() ? cage() : found->second;
+  cage result = found == cages_.end() ? cage() : found->second;
+  result.being_read = readers_.in_lane(rsip) > 0;
+  return result;
 }
 
 void cage_watch::look_at(const lum_linux::port_description &port) {
@@ -75,8 +69,7 @@ void cage_watch::look_at(const lum_linux::port_description &port) {
   if (readers_.in_lane(rsip) > 0) return;
 
   const cage before = seen(rsip);
-  const bool is_another =
-      module->present && before.insertion != 0 && module->insertion != before.insertion;
+  const bool is_another = module->present && module->insertion != before.insertion;
   tell_operator(port.name, before.present, module->present, is_another);
 
   // The library takes a cage for filled each time its controllers are confirmed, so what it
@@ -88,10 +81,8 @@ void cage_watch::look_at(const lum_linux::port_description &port) {
 
   std::lock_guard lock(mutex_);
   cage &now = cages_[rsip];
+  if (has_gone || has_come) now.begun = clock::now();
   now.present = module->present;
-  if (module->present) now.insertion = module->insertion;
-  now.polled = module->present && !has_come &&
-               (now.polled || was_polled(*module, now.transfers_before_polling));
 }
 
 // What cannot be told now is told after the next look: the library's belief is compared again.
@@ -99,8 +90,9 @@ void cage_watch::tell_library(uint32_t rsip, bool has_gone, bool has_come) {
   readers_.post(rsip, [this, rsip, has_gone, has_come] {
     if (has_gone) lum_update_vendor_info(rsip, 0);
     if (!has_come) return;
-    lum_update_vendor_info(rsip, 1);
     begin(rsip);
+    lum_update_vendor_info(rsip, 1);
+    renew(rsip);
   });
 }
 

@@ -6,6 +6,7 @@
 
 #include "lum.h"
 #include "node/driver.h"
+#include "node/im_request.h"
 #include "node/port_data.h"
 
 namespace lumd {
@@ -64,13 +65,14 @@ outcome<action_report> update_port(driver &node, const lum_linux::port_descripti
   const auto deadline = clock::now() + wait;
   const controller_pair before = controllers_of(node, port.rsip);
   action_report report;
+  im_request request(node, "update");
   report.rc = lum_update_port(port.rsip >> 24, port.rsip >> 16 & 0xFF, port.rsip >> 8 & 0xFF,
                               port.rsip & 0xFF, state);
-  const auto is_done = [&] { return are_updated(before, controllers_of(node, port.rsip), state); };
-  if (!CERR_IS_OK(report.rc)) {
-    report.missing = fmt::format("the update was refused: {}", cerr_strerror(report.rc));
-  } else if (!wait_for_answers(node, deadline, is_done)) {
-    report.missing = "the interface manager has not confirmed the update";
+  request.sent(report.rc);
+  wait_for_answers(node, deadline, [&] { return request.is_settled(); });
+  report.missing = request.problem(wait);
+  if (report.missing.empty() && !are_updated(before, controllers_of(node, port.rsip), state)) {
+    report.missing = "the interface manager does not have the controllers that it was told of";
   }
   return report;
 }
@@ -78,21 +80,23 @@ outcome<action_report> update_port(driver &node, const lum_linux::port_descripti
 outcome<replay_report> replay_controllers(driver &node, wait_time wait) {
   const auto deadline = clock::now() + wait;
   replay_report report;
+  auto turn = node.turns().take_all(std::max<wait_time>(wait, wait_time(1000)));
+  if (!turn) return not_now("a creation or deletion of ports is under way");
+  im_request request(node, "replay");
   {
-    const auto turn = node.turns().take_all(std::max<wait_time>(wait, wait_time(1000)));
-    if (!turn) return not_now("a creation or deletion of ports is under way");
+    // The library clears what it has polled of every port.
+    const auto held = node.feed().hold();
+    node.cages().renew_all();
     report.rc = lum_replay_controllers();
+    node.cages().renew_all();
   }
-  const auto is_done = [&] {
-    count_confirmed(node, report);
-    return report.confirmed == report.controllers;
-  };
-  if (CERR_IS_OK(report.rc)) wait_for_answers(node, deadline, is_done);
+  turn.end();
+  request.sent(report.rc);
+  wait_for_answers(node, deadline, [&] { return request.is_settled(); });
   count_confirmed(node, report);
-  if (!CERR_IS_OK(report.rc)) {
-    report.missing =
-        fmt::format("the replay was refused: {} ({})", cerr_strerror(report.rc), report.rc);
-  } else if (report.confirmed != report.controllers) {
+  if (!request.is_good()) report.confirmed = 0;  // the library takes over all of them, or none
+  report.missing = request.problem(wait);
+  if (report.missing.empty() && report.confirmed != report.controllers) {
     report.missing = fmt::format("the interface manager has confirmed {} of {} controllers",
                                  report.confirmed, report.controllers);
   }

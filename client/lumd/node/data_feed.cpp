@@ -1,37 +1,48 @@
 #include "node/data_feed.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "lum.h"
-#include "node/port_data.h"
+#include "lum_linux/performance.h"
+#include "node/driver.h"
+#include "node/port_snapshot.h"
 
 namespace lumd {
-namespace {
-
-using lum_linux::module_status;
-
-// A visit of the polling thread makes two transfers, one right after the other, and then stores
-// what it has read.
-constexpr std::chrono::milliseconds settled(300);
-
-bool was_just_polled(const module_status &module, std::chrono::steady_clock::time_point fed) {
-  const auto &transfers = module.statistics;
-  return transfers.last_success != fed && transfers.last_success >= transfers.last_failure &&
-         std::chrono::steady_clock::now() - transfers.last_success > settled;
-}
-
-}  // namespace
 
 void data_feed::feed_polled() {
+  const std::unique_lock held(feeding_, std::try_to_lock);
+  if (!held) return;
   for (const auto &[rsip, port] : copy_ports()) {
-    const auto module = modules_.status(rsip);
-    if (!module || !cages_.has_readings(rsip) || is_going(port)) continue;
-    if (!was_just_polled(*module, fed_[rsip])) continue;
-    bool complete = true;
-    for (const lum_sub_port_intf &controller : port.data.sub_port) {
-      complete = controller.created != 0 &&
-                 CERR_IS_OK(lum_update_pm_ptah_data(controller.ifhandle)) && complete;
+    if (is_going(port) || port.data.inserted == 0) continue;
+    const auto poll = poll_of(node_, rsip);
+    if (!poll) continue;
+    for (std::size_t i = 0; i < LUM_SUB_PORTS; ++i) {
+      const lum_sub_port_intf &controller = port.data.sub_port[i];
+      if (controller.created != 0 && fed(controller.ifhandle) != poll->ended) {
+        hand_on(port, i, *poll);
+      }
     }
-    if (complete) fed_[rsip] = module->statistics.last_success;
   }
+}
+
+std::optional<std::chrono::steady_clock::time_point> data_feed::fed(uint32_t ifhandle) const {
+  const std::lock_guard lock(mutex_);
+  const auto found = fed_.find(ifhandle);
+  return found == fed_.end() ? std::nullopt : std::optional(found->second);
+}
+
+cerrno data_feed::hand_on(const port_copy &port, std::size_t sub_port, const module_poll &poll) {
+  const uint32_t ifhandle = port.data.sub_port[sub_port].ifhandle;
+  const auto &offsets = port.data.test[sub_port].pm_test_offsets;
+  const bool tested = std::any_of(std::begin(offsets), std::end(offsets),
+                                  [](uint16_t offset) { return offset != 0; });
+  lum_linux::pm_values_are_tested(ifhandle, tested);
+  const cerrno rc = lum_update_pm_ptah_data(ifhandle);
+  if (!CERR_IS_OK(rc)) return rc;
+  const std::lock_guard lock(mutex_);
+  fed_[ifhandle] = poll.ended;
+  return rc;
 }
 
 }  // namespace lumd

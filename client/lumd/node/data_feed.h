@@ -2,29 +2,44 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <map>
+#include <mutex>
+#include <optional>
 
-#include "lum_linux/modules.h"
-#include "node/cages.h"
+#include "cerr.h"
+#include "node/polling_clock.h"
+#include "node/port_data.h"
 
 namespace lumd {
 
+class driver;
+
 class data_feed {
  public:
-  data_feed(const lum_linux::modules &modules, const cage_watch &cages)
-      : modules_(modules), cages_(cages) {}
+  explicit data_feed(driver &node) : node_(node) {}
 
   // Feeds the controllers of every module that has been polled since it was fed last: a module that
-  // is not polled, or fails, adds nothing to the averages. Waits for nothing. One thread at a time.
+  // is not polled, or fails, adds nothing to the averages. Waits for nothing: what is not fed while
+  // somebody holds the feed, is fed with the next call. One thread at a time.
   void feed_polled();
 
- private:
-  using time_point = std::chrono::steady_clock::time_point;
+  // Nothing is fed while this is held: what the library has polled is being cleared, or a test
+  // changes what it adds to it.
+  [[nodiscard]] std::unique_lock<std::mutex> hold() { return std::unique_lock(feeding_); }
 
-  const lum_linux::modules &modules_;
-  const cage_watch &cages_;
-  std::map<uint32_t, time_point> fed_;  // by rsip, the transfer that was fed
+  // Hands on to one controller what `poll` has stored. The caller holds the feed.
+  cerrno hand_on(const port_copy &port, std::size_t sub_port, const module_poll &poll);
+
+  // When the poll that a controller was fed with last ended; nothing before the first.
+  std::optional<std::chrono::steady_clock::time_point> fed(uint32_t ifhandle) const;
+
+ private:
+  driver &node_;
+  std::mutex feeding_;
+  mutable std::mutex mutex_;                                       // guards fed_
+  std::map<uint32_t, std::chrono::steady_clock::time_point> fed_;  // by interface handle
 };
 
 }  // namespace lumd

@@ -4,11 +4,12 @@
 #include <thread>
 
 #include "lum.h"
+#include "lum_linux/leds.h"
 #include "lum_linux/modules.h"
 #include "lum_linux/services.h"
 #include "node/lifecycle.h"
 #include "node/log.h"
-#include "node/port_state.h"
+#include "node/port_snapshot.h"
 
 namespace lumd {
 namespace {
@@ -50,7 +51,7 @@ bool start_library(lum_linux::platform &platform, polling_clock &polling, bool a
 driver::driver(std::unique_ptr<lum_linux::platform> platform)
     : platform_(std::move(platform)),
       cages_(platform_->node(), platform_->modules()),
-      feed_(platform_->modules(), cages_) {}
+      feed_(*this) {}
 
 std::unique_ptr<driver> driver::start(const lum_linux::node_description &node, bool alarm_tests,
                                       std::string &error) {
@@ -65,8 +66,13 @@ std::unique_ptr<driver> driver::start(const lum_linux::node_description &node, b
 driver::~driver() { stop(); }
 
 void driver::bring_up() {
-  cage_thread_ =
-      std::make_unique<periodic>(cage_thread_name, cage_period, [this] { cages_.look(); });
+  troubles_.look(*this);
+  cage_thread_ = std::make_unique<periodic>(cage_thread_name, cage_period, [this] {
+    cages_.look();
+    platform_->leds().retry();
+    troubles_.look(*this);
+    look_at_ports(*this);  // so that their states have the right age
+  });
   feed_thread_ = std::make_unique<periodic>(feed_thread_name, feed_period, [this] {
     feed_.feed_polled();
     count_.look();

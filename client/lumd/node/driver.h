@@ -13,6 +13,8 @@
 #include "node/data_feed.h"
 #include "node/periodic.h"
 #include "node/polling_clock.h"
+#include "node/state_log.h"
+#include "node/troubles.h"
 #include "node/turns.h"
 
 namespace lumd {
@@ -37,6 +39,8 @@ class driver {
   lum_linux::platform &platform() { return *platform_; }
   cage_watch &cages() { return cages_; }
   polling_clock &polling() { return polling_; }
+  data_feed &feed() { return feed_; }
+  state_log &states() { return states_; }
   const lum_linux::node_description &node() const { return platform_->node(); }
   bool restarted() const { return restarted_; }
   std::chrono::system_clock::time_point started() const { return started_; }
@@ -69,6 +73,8 @@ class driver {
   std::chrono::steady_clock::time_point started_at_ = std::chrono::steady_clock::now();
   slot_turns turns_;
   cage_watch cages_;
+  state_log states_;
+  trouble_watch troubles_;
   data_feed feed_;
   controller_count_watch count_;
   polling_clock polling_;

@@ -7,7 +7,7 @@
 
 #include "node/driver.h"
 #include "node/port_data.h"
-#include "node/port_state.h"
+#include "node/port_snapshot.h"
 
 namespace lumd {
 namespace {
@@ -16,11 +16,6 @@ using std::chrono::seconds;
 
 constexpr seconds round_limit(60);    // of a thread, however many modules hang
 constexpr seconds polling_limit(30);  // without a visit to any module
-
-bool is_to_be_polled(const port_copy &port) {
-  return is_created(port) && !is_going(port) && port.data.inserted != 0 &&
-         port.data.is_dom_enabled != 0 && port.data.transceiver_disabled == 0;
-}
 
 bool a_module_hangs(driver &node) {
   const auto ports = node.node().ports();

@@ -9,6 +9,7 @@
 #include "lum.h"
 #include "lum_linux/checkpoints.h"
 #include "node/driver.h"
+#include "node/im_request.h"
 #include "node/log.h"
 #include "node/port_data.h"
 
@@ -70,14 +71,12 @@ std::string names_of(const port_list &ports) {
 refusal not_now(const std::string &reason) { return {refusal_kind::conflict, reason}; }
 
 std::vector<port_result> results_of(driver &node, const port_list &ports) {
-  const auto copies = copy_ports();
   std::vector<port_result> results;
   for (const port_description *port : ports) {
-    const auto found = copies.find(port->rsip);
-    const port_copy *copy = found == copies.end() ? nullptr : &found->second;
-    port_result one = {port, state_of(node, *port, copy), {}};
-    for (std::size_t s = 0; copy != nullptr && s < LUM_SUB_PORTS; ++s) {
-      one.ifhandles.push_back(copy->data.sub_port[s].ifhandle);
+    const port_snapshot at = look_at(node, *port);
+    port_result one = {port, at.state, {}};
+    for (std::size_t s = 0; at.copy && s < LUM_SUB_PORTS; ++s) {
+      one.ifhandles.push_back(at.copy->data.sub_port[s].ifhandle);
     }
     results.push_back(std::move(one));
   }
@@ -86,13 +85,13 @@ std::vector<port_result> results_of(driver &node, const port_list &ports) {
 
 // Of a creation or deletion that has been asked for.
 lifecycle_report report_on(driver &node, cerrno rc, const port_list &ports,
-                           const port_list &unconfirmed, const char *what) {
+                           const port_list &unconfirmed, const char *what,
+                           const std::string &problem) {
   lifecycle_report report;
   report.rc = rc;
   report.ports = results_of(node, ports);
-  if (!CERR_IS_OK(rc)) {
-    report.missing = fmt::format("the {} was refused: {} ({})", what, cerr_strerror(rc), rc);
-  } else if (!unconfirmed.empty()) {
+  report.missing = problem;
+  if (problem.empty() && !unconfirmed.empty()) {
     report.missing = fmt::format("the interface manager has not confirmed the {} of {}", what,
                                  names_of(unconfirmed));
   }
@@ -220,11 +219,16 @@ outcome<lifecycle_report> delete_existing(driver &node, const port_list &ports, 
   if (const auto reason = reason_against_deletion(node, ports); !reason.empty()) {
     return not_now(reason);
   }
+  im_request request(node, "deletion");
   const cerrno rc = ask_for_deletion(node, ports);
+  request.sent(rc);
   mine.end();
   const auto is_gone = [&node](uint32_t rsip) { return is_gone_now(node, rsip); };
-  wait_for_answers(node, deadline, [&] { return those_not(ports, is_gone).empty(); });
-  lifecycle_report report = report_on(node, rc, ports, those_not(ports, is_gone), "deletion");
+  wait_for_answers(node, deadline, [&] {
+    return request.is_settled() && (!request.is_good() || those_not(ports, is_gone).empty());
+  });
+  lifecycle_report report =
+      report_on(node, rc, ports, those_not(ports, is_gone), "deletion", request.problem(wait));
   if (report.missing.empty()) report.missing = left_in_store(ports);
   return report;
 }
@@ -256,12 +260,13 @@ cerrno create_missing_ports(driver &node, uint32_t slot, const instance_descript
     if (const cerrno rc = open_instance(node, slot, instance); !CERR_IS_OK(rc)) return rc;
   }
   if (missing.empty()) return 0;
+  for (const lum_port_props &props : missing) node.cages().begin(props.rsip);
   const cerrno rc = lum_create_ports(static_cast<uint32_t>(missing.size()), missing.data());
   if (!CERR_IS_OK(rc)) {
     say("the ports of slot {} instance {} were not created: {}", slot, instance.number,
         cerr_strerror(rc));
   }
-  for (const lum_port_props &props : missing) node.cages().begin(props.rsip);
+  for (const lum_port_props &props : missing) node.cages().renew(props.rsip);
   return rc;
 }
 
@@ -283,14 +288,20 @@ outcome<lifecycle_report> create_ports(driver &node, uint32_t slot,
     if (!copy) missing.push_back(port);
   }
   if (missing.empty()) return not_now(fmt::format("all ports of slot {} exist", slot));
+  im_request request(node, "creation");
   cerrno rc = 0;
   for (const place &place : places) {
     const cerrno one = create_missing_ports(node, place.slot, *place.instance);
     if (CERR_IS_OK(rc)) rc = one;
   }
+  request.sent(rc);
   mine.end();
-  wait_for_answers(node, deadline, [&] { return those_not(missing, is_created_now).empty(); });
-  return report_on(node, rc, missing, those_not(missing, is_created_now), "creation");
+  wait_for_answers(node, deadline, [&] {
+    return request.is_settled() &&
+           (!request.is_good() || those_not(missing, is_created_now).empty());
+  });
+  return report_on(node, rc, missing, those_not(missing, is_created_now), "creation",
+                   request.problem(wait));
 }
 
 outcome<lifecycle_report> delete_ports(driver &node, const port_list &ports, wait_time wait) {

@@ -9,7 +9,7 @@
 
 #include "lum_linux/node_description.h"
 #include "node/outcome.h"
-#include "node/port_state.h"
+#include "node/port_snapshot.h"
 
 namespace lumd {
 

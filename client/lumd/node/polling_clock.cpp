@@ -5,17 +5,19 @@
 
 #include <array>
 #include <cstring>
+#include <new>
 
 namespace lumd {
 namespace {
 
 constexpr const char *polling_thread = "lum_dom_thread";
-constexpr const char *pause_switch = "/tmp/skip_dom_fetch";
 constexpr std::chrono::seconds period(5);
 // The library pauses 30 ms between the attempts of a transfer and makes none between two cycles for
 // `period`.
 constexpr std::chrono::milliseconds quiet(300);
 constexpr std::chrono::milliseconds long_quiet(4500);
+// A visit ends with its first failed transfer; after two good ones it stores what it has read.
+constexpr unsigned blocks_of_a_poll = 2;
 
 polling_clock *the_clock = nullptr;
 lum_platform_cbs original = {};
@@ -62,7 +64,9 @@ cerrno read_byte(uint32_t slot, uint32_t instance, uint32_t port, uint32_t page,
 cerrno read_block(uint32_t slot, uint32_t instance, uint32_t port, uint32_t page, uint32_t offset,
                   int32_t length, uint8_t *buffer) {
   const call timed;
-  return original.i2c_read_block(slot, instance, port, page, offset, length, buffer);
+  const cerrno rc = original.i2c_read_block(slot, instance, port, page, offset, length, buffer);
+  if (CERR_IS_OK(rc) && on_polling_thread()) the_clock->has_read();
+  return rc;
 }
 
 cerrno set_led(uint32_t rsip, uint32_t zero, uint32_t state) {
@@ -87,7 +91,14 @@ polling_report polling_clock::report() {
   const bool paused = ::access(pause_switch, F_OK) == 0;
   std::lock_guard lock(mutex_);
   end_when_quiet(clock::now());
-  return {cycles_, running_, paused, clock::now() - last_activity_, current_, last_};
+  return {cycles_, running_, inside_, paused, clock::now() - last_activity_, current_, last_};
+}
+
+std::optional<module_poll> polling_clock::last_poll(uint32_t rsip) {
+  std::lock_guard lock(mutex_);
+  end_when_quiet(clock::now());
+  const auto found = polls_.find(rsip);
+  return found == polls_.end() ? std::nullopt : std::optional(found->second);
 }
 
 // The ports are visited in ascending order, so one that does not follow the last begins a cycle.
@@ -104,6 +115,8 @@ void polling_clock::visit(uint32_t rsip) {
     if (had_one) current_.lateness = now - before - period;
     counted_ = false;
   }
+  end_visit();
+  visit_began_ = now;
   running_ = true;  // also when it had only been waiting for a port's mutex
   ++current_.ports;
   last_rsip_ = rsip;
@@ -122,9 +135,27 @@ void polling_clock::leave() {
   current_.ended = last_activity_;
 }
 
+void polling_clock::has_read() {
+  std::lock_guard lock(mutex_);
+  ++blocks_read_;
+}
+
+// What was read has been stored by the time of the next visit, or of the pause after the last one.
+// Without memory for a port's first poll, the next one is its first.
+void polling_clock::end_visit() {
+  const bool good = blocks_read_ >= blocks_of_a_poll;
+  blocks_read_ = 0;
+  if (!good) return;
+  try {
+    polls_[last_rsip_] = {visit_began_, last_activity_};
+  } catch (const std::bad_alloc &) {
+  }
+}
+
 // Only the pause between two cycles is that quiet.
 void polling_clock::end_when_quiet(clock::time_point now) {
   if (!running_ || inside_ || now - last_activity_ <= quiet) return;
+  end_visit();
   end();
 }
 

@@ -1,8 +1,10 @@
-// When the library polls: measured on its polling thread, in the callbacks that it makes there.
+// When the library polls, and what: measured on its polling thread, in the callbacks that it makes
+// there.
 #pragma once
 
 #include <chrono>
 #include <cstdint>
+#include <map>
 #include <mutex>
 #include <optional>
 
@@ -19,9 +21,19 @@ struct polling_cycle {
   std::optional<std::chrono::steady_clock::duration> lateness;
 };
 
+// The switch that pauses all polling while it is there.
+inline constexpr const char *pause_switch = "/tmp/skip_dom_fetch";
+
+// A visit that has read a module and stored what it read.
+struct module_poll {
+  std::chrono::steady_clock::time_point started;
+  std::chrono::steady_clock::time_point ended;
+};
+
 struct polling_report {
   uint64_t cycles = 0;  // ended
   bool running = false;
+  bool inside = false;  // a call of the polling thread is under way
   bool paused = false;  // the switch that pauses all polling is set
   // Since the last call of the polling thread ended, or this clock began.
   std::chrono::steady_clock::duration quiet_for{};
@@ -38,15 +50,21 @@ class polling_clock {
 
   polling_report report();
 
+  // The latest good poll of a port's module; nothing before the first. What the library stored
+  // then is in its database, unless it has been cleared since.
+  std::optional<module_poll> last_poll(uint32_t rsip);
+
   // For the callbacks, on the polling thread.
   void visit(uint32_t rsip);
   void enter();
   void leave();
+  void has_read();
 
  private:
   using clock = std::chrono::steady_clock;
   void end_when_quiet(clock::time_point now);
   void end();
+  void end_visit();
 
   std::mutex mutex_;  // guards the rest
   uint64_t cycles_ = 0;
@@ -54,6 +72,9 @@ class polling_clock {
   bool counted_ = false;  // the current cycle is among the cycles that have ended
   bool inside_ = false;   // a callback is running
   uint32_t last_rsip_ = 0;
+  clock::time_point visit_began_;
+  unsigned blocks_read_ = 0;               // by the visit under way
+  std::map<uint32_t, module_poll> polls_;  // by rsip
   clock::time_point last_activity_ = clock::now();
   polling_cycle current_;
   std::optional<polling_cycle> last_;

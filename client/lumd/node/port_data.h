@@ -33,6 +33,12 @@ inline bool is_created(const port_copy &port) {
   return port.data.sub_port[0].created != 0 && port.data.sub_port[1].created != 0;
 }
 
+// The polling thread reads its module.
+inline bool is_to_be_polled(const port_copy &port) {
+  return is_created(port) && !is_going(port) && port.data.inserted != 0 &&
+         port.data.is_dom_enabled != 0 && port.data.transceiver_disabled == 0;
+}
+
 // A text field of the library: ends at its NUL or with its field.
 template <std::size_t size>
 std::string text_of(const char (&field)[size]) {

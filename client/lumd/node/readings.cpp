@@ -19,10 +19,10 @@ using lum_words::readings;
 static_assert(readings.size() == std::extent_v<decltype(lum_dom_area::readings)>);
 
 constexpr std::array<monitored_reading, lum_words::raisable_readings.size()> monitored = {{
-    {3, [](const record &r) { return r.reading_3; }},
-    {4, [](const record &r) { return r.reading_4[0]; }},
-    {1, [](const record &r) { return r.power_1; }},
-    {0, [](const record &r) { return r.power_0; }},
+    {3, [](const record &r) { return r.reading_3; }, 1},
+    {4, [](const record &r) { return r.reading_4[0]; }, 10},
+    {1, [](const record &r) { return r.power_1; }, 10},
+    {0, [](const record &r) { return r.power_0; }, 10},
 }};
 static_assert(monitored.size() == std::extent_v<decltype(lum_test_injection::pm_test_offsets)>);
 static_assert(std::all_of(monitored.begin(), monitored.end(), [](const monitored_reading &one) {
@@ -62,6 +62,15 @@ double power_microwatt(uint16_t reading) {
   const float exponent = static_cast<float>(hundredths_of_dbm(reading)) / 1000.0F;
   const auto tenths = static_cast<float>(std::pow(10.0, static_cast<double>(exponent)) * 10000.0);
   return std::floor(static_cast<double>(tenths)) / 10.0;
+}
+
+double power_watts(uint16_t reading) { return std::pow(10.0, power_dbm(reading) / 10) / 1000; }
+
+// Half a tenth more or less is 1 dB at 2.2 of them, and 0.1 dB at 22.
+std::optional<double> kept_power_dbm(double tenths_of_a_microwatt) {
+  if (tenths_of_a_microwatt < 2.2) return std::nullopt;
+  return rounded(10 * std::log10(tenths_of_a_microwatt / 10000),
+                 tenths_of_a_microwatt < 22 ? 1 : 10);
 }
 
 double reading_value(uint16_t reading) { return reading / 10.0; }

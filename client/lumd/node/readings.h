@@ -13,10 +13,15 @@
 
 namespace lumd {
 
+// How far a power that performance monitoring keeps, in tenths of a microwatt, can be told in dBm:
+// nothing when it is not known to 1 dB.
+std::optional<double> kept_power_dbm(double tenths_of_a_microwatt);
+
 // A reading that performance monitoring keeps, and that the library's readings tests can raise.
 struct monitored_reading {
   std::size_t place = 0;  // among the readings
   uint32_t (*value)(const pm_ui_optics_record &) = nullptr;
+  double per_unit = 1;  // of that value: in the module's unit, of powers in a microwatt
 
   constexpr const lum_words::reading &word() const { return lum_words::readings.at(place); }
 };
@@ -33,6 +38,8 @@ double power_dbm(uint16_t reading);
 
 // In tenths of a microwatt, cut as the library reports them.
 double power_microwatt(uint16_t reading);
+
+double power_watts(uint16_t reading);
 
 // Of a reading in the module's unit.
 double reading_value(uint16_t reading);

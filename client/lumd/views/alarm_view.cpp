@@ -8,8 +8,10 @@
 #include "lum_linux/stores.h"
 #include "node/alarms.h"
 #include "node/driver.h"
+#include "node/port_snapshot.h"
 #include "node/readings.h"
 #include "views/action_view.h"
+#include "views/polling_view.h"
 #include "views/times.h"
 
 namespace lumd {
@@ -37,7 +39,7 @@ json show_raise_counts(const ptah_al_all &all) {
 
 // A controller's alarms and counters, or null when the store does not know it. The port is one that
 // `copy` is of.
-json show_sub_port(const lum_linux::port_description &port, const port_copy &copy,
+json show_sub_port(driver &node, const lum_linux::port_description &port, const port_copy &copy,
                    std::size_t sub_port) {
   const uint32_t ifhandle = copy.data.sub_port[sub_port].ifhandle;
   const auto stored = ifhandle == 0 ? std::nullopt : lum_linux::ptah_find(ifhandle);
@@ -50,6 +52,13 @@ json show_sub_port(const lum_linux::port_description &port, const port_copy &cop
                 {"bitmap", stored->all.bitmap},
                 {"raised", alarm_names(stored->all.bitmap)},
                 {"injected", alarm_names(copy.data.test[sub_port].test_alarm_bits)}};
+  const json told = show_told(node, port.rsip, ifhandle);
+  if (told.is_null()) {
+    shown["bitmap"] = nullptr;
+    shown["raised"] = nullptr;
+  } else {
+    shown.update(told);
+  }
   if (stored->changed) shown["changed_age_s"] = seconds_since(stored->changed->moment);
   if (stored->cleared) shown["cleared_age_s"] = seconds_since(stored->cleared->moment);
   shown["counters"] = {{"publishes", stored->all.values[lum_linux::ptah_publishes]},
@@ -83,6 +92,13 @@ json show_offsets(const lum_test_injection &injection) {
 
 }  // namespace
 
+json show_told(driver &node, uint32_t rsip, uint32_t ifhandle) {
+  const auto fed = node.feed().fed(ifhandle);
+  if (!fed) return nullptr;
+  const auto poll = poll_of(node, rsip);
+  return {{"alarms_age_s", seconds_since(*fed)}, {"waiting", !poll || *fed < poll->started}};
+}
+
 json alarm_names(uint64_t bitmap) {
   json names = json::array();
   for (unsigned bit = 0; bit < 64; ++bit) {
@@ -94,14 +110,20 @@ json alarm_names(uint64_t bitmap) {
 json show_alarms(driver &node, bool all) {
   json interfaces = json::array();
   std::size_t known = 0;
+  std::size_t unknown = 0;
   each_sub_port(node.node().ports(),
                 [&](const auto &port, const port_copy &copy, std::size_t sub_port) {
-                  json shown = show_sub_port(port, copy, sub_port);
+                  json shown = show_sub_port(node, port, copy, sub_port);
                   if (shown.is_null()) return;
-                  ++known;
-                  if (all || shown["bitmap"] != 0) interfaces.push_back(std::move(shown));
+                  ++(shown["bitmap"].is_null() ? unknown : known);
+                  const bool is_raised = !shown["bitmap"].is_null() && shown["bitmap"] != 0;
+                  if (all || is_raised) interfaces.push_back(std::move(shown));
                 });
-  return {{"interfaces", std::move(interfaces)}, {"known", known}, {"kinds", show_kinds()}};
+  return {{"interfaces", std::move(interfaces)},
+          {"known", known},
+          {"unknown", unknown},
+          {"halt", show_halt(node)},
+          {"kinds", show_kinds()}};
 }
 
 json show_alarm_test(const alarm_test_report &report, const alarm_test_request &request,

@@ -21,9 +21,9 @@ const char *backend_name(lum_linux::module_backend backend) {
 
 }  // namespace
 
-json show_module(driver &node, const lum_linux::port_description &port, const port_copy *copy,
+json show_module(driver &node, const lum_linux::port_description &port,
                  const lum_linux::module_status &module) {
-  json shown = show_port(node, port, copy);
+  json shown = show_port(node, port);
   shown["module"]["backend"] = backend_name(module.backend);
   shown["module"]["faults"] = to_string(module.faults);
   shown["module"]["pulled"] = module.pulled;

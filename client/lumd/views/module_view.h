@@ -5,7 +5,7 @@
 #include <span>
 
 #include "lum_linux/modules.h"
-#include "node/port_data.h"
+#include "lum_linux/node_description.h"
 #include "views/json.h"
 
 namespace lumd {
@@ -13,7 +13,7 @@ namespace lumd {
 class driver;
 
 // The port's view, with more of its module. Touches no module.
-json show_module(driver &node, const lum_linux::port_description &port, const port_copy *copy,
+json show_module(driver &node, const lum_linux::port_description &port,
                  const lum_linux::module_status &module);
 
 // A page of the module's memory.

@@ -8,14 +8,13 @@
 #include "lum_linux/services.h"
 #include "node/driver.h"
 #include "node/port_data.h"
-#include "node/port_state.h"
+#include "node/port_snapshot.h"
+#include "views/polling_view.h"
 #include "views/store_view.h"
 #include "views/times.h"
 
 namespace lumd {
 namespace {
-
-constexpr int polling_period_s = 5;
 
 std::string version() {
   return fmt::format("{}.{}.{}", LUM_VERSION_MAJOR, LUM_VERSION_MINOR, LUM_VERSION_PATCH);
@@ -46,21 +45,19 @@ json show_traces() {
 }
 
 json count_states(driver &node) {
-  const auto copies = copy_ports();
   json counts = json::object();
-  for (const lum_linux::port_description *port : node.node().ports()) {
-    const auto found = copies.find(port->rsip);
-    const std::string name(
-        name_of(lum_words::port_states,
-                state_of(node, *port, found == copies.end() ? nullptr : &found->second)));
+  for (const auto &[rsip, at] : look_at_ports(node)) {
+    const std::string name(name_of(lum_words::port_states, at.state));
     counts[name] = counts.value(name, 0) + 1;
   }
   return counts;
 }
 
-json show_cycle(const polling_cycle &cycle) {
-  json shown = {{"duration_s", seconds_of(cycle.ended - cycle.started)}, {"ports", cycle.ports}};
-  if (cycle.lateness) shown["lateness_s"] = seconds_of(*cycle.lateness);
+json show_troubles(driver &node) {
+  json shown = json::array();
+  for (const trouble &one : troubles_of(node)) {
+    shown.push_back({{"port", one.port->name}, {"kind", one.kind}, {"reason", one.reason}});
+  }
   return shown;
 }
 
@@ -83,24 +80,13 @@ json show_node(driver &node) {
           {"controllers", counted_controllers()},
           {"controllers_existing", node.platform().created_controllers()},
           {"polling_halted", node.count().halts_polling()},
+          {"halt", show_halt(node)},
+          {"never_polled", never_polled(description)},
+          {"troubles", show_troubles(node)},
           {"resync", __atomic_load_n(&context.resync, __ATOMIC_RELAXED) != 0},
           {"checkpoints", show_checkpoints(store)},
           {"store", show_store(store, description)},
           {"traces", show_traces()}};
-}
-
-json show_polling(driver &node) {
-  const polling_report report = node.polling().report();
-  json shown = {{"cycles", report.cycles},
-                {"running", report.running},
-                {"paused", report.paused},
-                {"period_s", polling_period_s},
-                {"last", nullptr}};
-  if (report.last) {
-    shown["last"] = show_cycle(*report.last);
-    shown["last"]["age_s"] = seconds_of(std::chrono::steady_clock::now() - report.last->ended);
-  }
-  return shown;
 }
 
 }  // namespace lumd

@@ -10,7 +10,4 @@ class driver;
 // Waits for the disk.
 json show_node(driver &node);
 
-// The polling cycles.
-json show_polling(driver &node);
-
 }  // namespace lumd

@@ -1,10 +1,13 @@
 #include "views/pm_view.h"
 
+#include <array>
 #include <cmath>
 #include <nlohmann/json.hpp>
 
 #include "lum_linux/stores.h"
 #include "node/port_data.h"
+#include "node/readings.h"
+#include "views/polling_view.h"
 #include "views/times.h"
 #include "words/bins.h"
 
@@ -13,29 +16,68 @@ namespace {
 
 using lum_linux::pm_bin;
 
+// How the values are shown: as the readings that they come from.
+struct shown_value {
+  std::string_view name;
+  bool is_power = false;
+  double per_unit = 1;  // of the stored number: in the module's unit, of powers in a microwatt
+};
+constexpr std::array<shown_value, lum_linux::pm_value_count> shown_values = {{
+    {"reading-3", false, 1},
+    {"reading-4-a", false, 10},
+    {"reading-4-b", false, 10},
+    {"reading-4-c", false, 10},
+    {"power-1", true, 10},
+    {"power-0", true, 10},
+}};
+
+double to_hundredths(double value) { return std::round(value * 100) / 100; }
+
+json in_unit(const lum_linux::pm_statistics &kept, const shown_value &as) {
+  const auto shown = [&](double number) { return to_hundredths(number / as.per_unit); };
+  return {{"current", shown(kept.current)},
+          {"minimum", shown(kept.minimum)},
+          {"maximum", shown(kept.maximum)},
+          {"average", shown(kept.average)}};
+}
+
+// Null for what cannot be told.
+json in_dbm(const lum_linux::pm_statistics &kept) {
+  const auto shown = [](double number) -> json {
+    const auto dbm = kept_power_dbm(number);
+    return dbm ? json(*dbm) : json();
+  };
+  return {{"current", shown(kept.current)},
+          {"minimum", shown(kept.minimum)},
+          {"maximum", shown(kept.maximum)},
+          {"average", shown(kept.average)}};
+}
+
+// Without samples there are no numbers.
 json show_value(std::size_t number, const pm_bin &bin) {
-  const auto value = static_cast<lum_linux::pm_value>(number);
-  json shown = {{"name", lum_linux::pm_value_name(value)},
-                {"unit", lum_linux::pm_value_unit(value)},
-                {"current", nullptr},
-                {"minimum", nullptr},
-                {"maximum", nullptr},
-                {"average", nullptr}};
-  if (bin.samples == 0) return shown;
-  const lum_linux::pm_statistics &statistics = bin.values[number];
-  shown["current"] = statistics.current;
-  shown["minimum"] = statistics.minimum;
-  shown["maximum"] = statistics.maximum;
-  shown["average"] = std::round(statistics.average * 100) / 100;
+  const shown_value &as = shown_values[number];
+  json shown = {{"name", as.name}};
+  const bool known = bin.samples != 0;
+  const lum_linux::pm_statistics &kept = bin.values[number];
+  if (as.is_power) {
+    shown["microwatt"] = known ? in_unit(kept, as) : json();
+    shown["dbm"] = known ? in_dbm(kept) : json();
+  } else {
+    shown["value"] = known ? in_unit(kept, as) : json();
+  }
   return shown;
 }
 
 json show_bin(const pm_bin &bin, std::string_view length) {
   json values = json::array();
   for (std::size_t i = 0; i < lum_linux::pm_value_count; ++i) values.push_back(show_value(i, bin));
-  return {
-      {"length", length},       {"length_s", bin.length.count()}, {"start", utc_text(bin.start)},
-      {"samples", bin.samples}, {"partial", bin.partial},         {"values", std::move(values)}};
+  return {{"length", length},
+          {"length_s", bin.length.count()},
+          {"start", utc_text(bin.start)},
+          {"samples", bin.samples},
+          {"partial", bin.partial},
+          {"tested", bin.tested},
+          {"values", std::move(values)}};
 }
 
 json show_bins(const lum_linux::pm_interface &interface, std::optional<pm_bins> bins) {
@@ -60,7 +102,7 @@ std::optional<pm_bins> pm_bins_of(std::string_view name) {
   return std::nullopt;
 }
 
-json show_pm(const port_list &ports, std::optional<pm_bins> bins) {
+json show_pm(driver &node, const port_list &ports, std::optional<pm_bins> bins) {
   json interfaces = json::array();
   each_sub_port(ports, [&](const auto &port, const port_copy &copy, std::size_t sub_port) {
     const auto pm = lum_linux::pm_find(copy.data.sub_port[sub_port].ifhandle);
@@ -73,7 +115,7 @@ json show_pm(const port_list &ports, std::optional<pm_bins> bins) {
     shown["bins"] = show_bins(*pm, bins);
     interfaces.push_back(std::move(shown));
   });
-  return {{"interfaces", std::move(interfaces)}};
+  return {{"interfaces", std::move(interfaces)}, {"halt", show_halt(node)}};
 }
 
 }  // namespace lumd

@@ -9,6 +9,8 @@
 
 namespace lumd {
 
+class driver;
+
 enum class pm_bins { quarter, day };
 
 // From its name.
@@ -16,6 +18,6 @@ std::optional<pm_bins> pm_bins_of(std::string_view name);
 
 // The controllers of the ports: of each the current bin of each length or, with `bins`, that and
 // the finished ones of one length, newest first.
-json show_pm(const port_list &ports, std::optional<pm_bins> bins);
+json show_pm(driver &node, const port_list &ports, std::optional<pm_bins> bins);
 
 }  // namespace lumd

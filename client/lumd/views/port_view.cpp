@@ -5,17 +5,20 @@
 #include <nlohmann/json.hpp>
 
 #include "lum_linux/checkpoints.h"
+#include "lum_linux/leds.h"
 #include "lum_linux/modules.h"
 #include "lum_linux/stores.h"
 #include "node/driver.h"
 #include "node/module_flags.h"
-#include "node/port_state.h"
+#include "node/port_snapshot.h"
 #include "node/readings.h"
 #include "views/alarm_view.h"
 #include "views/configuration_view.h"
+#include "views/polling_view.h"
 #include "views/store_view.h"
 #include "views/times.h"
 #include "words/leds.h"
+#include "words/plausible.h"
 
 namespace lumd {
 namespace {
@@ -34,24 +37,38 @@ json show_vendor(const lum_vendor_info &vendor) {
           {"extra_id", text_of(vendor.vendor_extra_id)}};
 }
 
-json show_led(uint32_t rsip) {
+std::string_view led_name(uint32_t state) {
+  return state == LUM_LED_OFF      ? lum_words::led_off
+         : state == LUM_LED_NORMAL ? lum_words::led_normal
+         : state == LUM_LED_FAULT  ? lum_words::led_fault
+                                   : lum_words::led_other;
+}
+
+// What is lit, as far as it can be read; with trouble also what ought to be. Null without an LED.
+json show_led(driver &node, uint32_t rsip) {
   uint32_t state = LUM_LED_OFF;
-  if (!CERR_IS_OK(lum_optics_led_get_state(rsip, 0, &state))) return nullptr;
-  const std::string_view name = state == LUM_LED_OFF      ? lum_words::led_off
-                                : state == LUM_LED_NORMAL ? lum_words::led_normal
-                                : state == LUM_LED_FAULT  ? lum_words::led_fault
-                                                          : lum_words::led_other;
-  return {{"state", state}, {"name", name}};
+  const bool is_read = CERR_IS_OK(node.platform().leds().get_state(rsip, &state));
+  const auto trouble = node.platform().leds().trouble(rsip);
+  if (!is_read && !trouble) return nullptr;
+  json shown = {{"state", nullptr}, {"name", nullptr}};
+  if (is_read) shown = {{"state", state}, {"name", led_name(state)}};
+  if (!trouble) return shown;
+  shown["wanted"] = nullptr;
+  if (trouble->wanted) shown["wanted"] = led_name(*trouble->wanted);
+  shown["problem"] = fmt::format("{}: {}", trouble->led.native(), cerr_strerror(trouble->code));
+  return shown;
 }
 
 json show_readings(const lum_dom_area &area) {
   json shown = json::array();
   for (std::size_t i = 0; i < lum_words::readings.size(); ++i) {
+    const lum_words::reading &word = lum_words::readings[i];
     const uint16_t raw = area.readings[i];
-    json one = {{"raw", raw}};
-    if (lum_words::readings[i].unit == lum_words::reading_unit::dbm) {
+    json one = {{"name", word.name}, {"raw", raw}};
+    if (word.unit == lum_words::reading_unit::dbm) {
       one["dbm"] = power_dbm(raw);
       one["microwatt"] = power_microwatt(raw);
+      one["plausible"] = lum_words::plausible_power_dbm.holds(power_dbm(raw));
     } else {
       one["value"] = reading_value(raw);
     }
@@ -60,22 +77,36 @@ json show_readings(const lum_dom_area &area) {
   return shown;
 }
 
-json show_monitoring(uint32_t ifhandle) {
+json show_kept(const monitored_reading &reading, const pm_ui_optics_record &record) {
+  const uint32_t kept = reading.value(record);
+  if (reading.word().unit != lum_words::reading_unit::dbm) {
+    return {{"value", kept / reading.per_unit}};
+  }
+  json shown = {{"microwatt", kept / reading.per_unit}, {"dbm", nullptr}};
+  if (const auto dbm = kept_power_dbm(kept)) shown["dbm"] = *dbm;
+  return shown;
+}
+
+// What the services were told last, with its age.
+json show_monitoring(driver &node, uint32_t rsip, uint32_t ifhandle) {
   json shown = json::object();
   if (const auto pm = lum_linux::pm_find(ifhandle); pm && pm->latest) {
     shown["age_s"] = seconds_since(pm->updated.moment);
     for (const monitored_reading &reading : monitored_readings()) {
-      shown[lum_words::member_of(reading.word().name)] = reading.value(*pm->latest);
+      shown[lum_words::member_of(reading.word().name)] = show_kept(reading, *pm->latest);
     }
   }
-  if (const auto ptah = lum_linux::ptah_find(ifhandle)) {
+  const json told = show_told(node, rsip, ifhandle);
+  if (const auto ptah = lum_linux::ptah_find(ifhandle); ptah && !told.is_null()) {
     shown["alarms"] = ptah->all.bitmap;
     shown["raised"] = alarm_names(ptah->all.bitmap);
+    shown.update(told);
   }
   return shown;
 }
 
-json show_sub_port(const port_copy &port, std::size_t number, bool has_readings) {
+json show_sub_port(driver &node, uint32_t rsip, const port_snapshot &at, std::size_t number) {
+  const port_copy &port = *at.copy;
   const lum_sub_port_intf &controller = port.data.sub_port[number];
   const bool exists = controller.created != 0;
   json shown = {{"sub_port", number},
@@ -85,24 +116,31 @@ json show_sub_port(const port_copy &port, std::size_t number, bool has_readings)
   shown["configuration"] = show_configuration(port.data.port_cfg[number]);
   json readings = json::array();
   json status = json::array();
-  if (has_readings) {
+  if (at.polled) {
+    shown["readings_age_s"] = seconds_since(at.polled->ended);
     readings = show_readings(port.data.dom[number]);
     status = port.data.dom[number].status;
   }
   shown["readings"] = std::move(readings);
   shown["status"] = std::move(status);
-  if (exists) shown["pm"] = show_monitoring(controller.ifhandle);
+  if (exists) shown["pm"] = show_monitoring(node, rsip, controller.ifhandle);
   return shown;
 }
 
 json show_module(const module_status &module) {
   const auto &statistics = module.statistics;
   json shown = {{"location", module.location},
-                {"present", module.present},
+                {"present", nullptr},
                 {"transfers", statistics.attempted},
                 {"failed_transfers", statistics.failed}};
   if (module.known_at != std::chrono::steady_clock::time_point()) {
+    shown["present"] = module.present;
     shown["known_age_s"] = seconds_since(module.known_at);
+  }
+  if (module.place_code != 0) {
+    shown["present"] = nullptr;
+    shown["problem"] =
+        fmt::format("{} cannot be reached: {}", module.place, cerr_strerror(module.place_code));
   }
   if (statistics.last_success != std::chrono::steady_clock::time_point()) {
     shown["last_success_age_s"] = seconds_since(statistics.last_success);
@@ -115,30 +153,44 @@ json show_module(const module_status &module) {
   return shown;
 }
 
-json show_dom(const port_copy &port, const module_status &module, bool has_readings) {
-  json shown = {{"enabled", port.data.is_dom_enabled != 0},
-                {"transceiver_disabled", port.data.transceiver_disabled != 0}};
-  if (has_readings) shown["last_poll_age_s"] = seconds_since(module.statistics.last_success);
+json show_dom(const port_snapshot &at) {
+  json shown = {{"enabled", at.copy->data.is_dom_enabled != 0},
+                {"transceiver_disabled", at.copy->data.transceiver_disabled != 0}};
+  if (at.polled) shown["last_poll_age_s"] = seconds_since(at.polled->ended);
   return shown;
 }
 
-void add_module_data(const port_copy &port, bool has_readings, json &shown) {
-  const lum_port_data &data = port.data;
-  shown["vendor"] = show_vendor(data.vendor);
+// What the module cannot have measured, of its own two words.
+json implausible_words(const lum_port_data &data) {
+  json names = json::array();
+  if (!lum_words::plausible_temperature_c.holds(temperature_celsius(data.module_temperature))) {
+    names.push_back("temperature_c");
+  }
+  if (!lum_words::plausible_supply_v.holds(supply_volts(data.module_word_16))) {
+    names.push_back("supply_v");
+  }
+  return names;
+}
+
+void add_module_data(const port_snapshot &at, json &shown) {
+  const lum_port_data &data = at.copy->data;
+  shown["vendor"] = show_vendor(at.is_filled ? data.vendor : lum_vendor_info{});
   shown["firmware"] = nullptr;
   shown["temperature_c"] = nullptr;
   shown["supply_v"] = nullptr;
+  shown["implausible"] = json::array();
   shown["flags"] = nullptr;
   shown["flag_bytes"] = flag_places();
   shown["raised"] = nullptr;
-  if (data.inserted != 0 && (has_readings || data.vendor.fw_version != 0)) {
+  if (at.is_filled && (at.polled || data.vendor.fw_version != 0)) {
     const uint32_t version = data.vendor.fw_version;
     shown["firmware"] = {{"version", version},
                          {"text", fmt::format("{}.{:02}", version >> 8 & 0xFF, version & 0xFF)}};
   }
-  if (!has_readings) return;
+  if (!at.polled) return;
   shown["temperature_c"] = temperature_celsius(data.module_temperature);
   shown["supply_v"] = supply_volts(data.module_word_16);
+  shown["implausible"] = implausible_words(data);
   shown["flags"] = data.module_flags;
   shown["raised"] = raised_flags(data.module_flags);
 }
@@ -159,10 +211,8 @@ void add_upkeep(const port_copy &port, json &shown) {
                            {"forced", port.data.force_reprovisioning != 0}};
 }
 
-json show_port(driver &node, const lum_linux::port_description &port, const port_copy *copy,
+json show_port(driver &node, const lum_linux::port_description &port, const port_snapshot &at,
                const lum_linux::checkpoint_status &store) {
-  const port_condition condition = condition_of(node, port, copy);
-  const module_status &module = condition.module;
   json shown = {{"name", port.name},
                 {"rack", port.rsip >> 24},
                 {"slot", port.rsip >> 16 & 0xFF},
@@ -170,43 +220,45 @@ json show_port(driver &node, const lum_linux::port_description &port, const port
                 {"port", port.rsip & 0xFF},
                 {"rsip", port.rsip},
                 {"port_handle", port.handle},
-                {"state", name_of(lum_words::port_states, condition.state)},
-                {"reason", condition.reason},
-                {"module", show_module(module)},
+                {"state", name_of(lum_words::port_states, at.state)},
+                {"reason", at.reason},
+                {"state_age_s", seconds_since(at.since)},
+                {"module", show_module(at.module)},
                 {"store", show_store_of(store, port.rsip)}};
-  if (copy == nullptr) {
-    shown["sub_ports"] = json::array();
-    return shown;
+  shown["led"] = show_led(node, port.rsip);
+  shown["sub_ports"] = json::array();
+  if (!at.copy) return shown;
+  shown["inserted"] = at.is_filled;
+  shown["new_memmap"] = at.copy->data.new_memmap != 0;
+  add_module_data(at, shown);
+  shown["dom"] = show_dom(at);
+  add_upkeep(*at.copy, shown);
+  for (std::size_t i = 0; i < LUM_SUB_PORTS; ++i) {
+    shown["sub_ports"].push_back(show_sub_port(node, port.rsip, at, i));
   }
-  shown["inserted"] = copy->data.inserted != 0;
-  shown["new_memmap"] = copy->data.new_memmap != 0;
-  const bool has_readings = copy->data.inserted != 0 && node.cages().has_readings(port.rsip);
-  add_module_data(*copy, has_readings, shown);
-  shown["led"] = show_led(port.rsip);
-  shown["dom"] = show_dom(*copy, module, has_readings);
-  add_upkeep(*copy, shown);
-  shown["sub_ports"] =
-      json::array({show_sub_port(*copy, 0, has_readings), show_sub_port(*copy, 1, has_readings)});
   return shown;
 }
 
 }  // namespace
 
-json show_port(driver &node, const lum_linux::port_description &port, const port_copy *copy) {
-  return show_port(node, port, copy, lum_linux::checkpoints_status());
+json show_port(driver &node, const lum_linux::port_description &port) {
+  json shown = show_port(node, port, look_at(node, port), lum_linux::checkpoints_status());
+  shown["halt"] = show_halt(node);
+  return shown;
 }
 
 json show_ports(driver &node, bool existing_only) {
   const auto store = lum_linux::checkpoints_status();
-  const auto copies = copy_ports();
+  const auto snapshots = look_at_ports(node);
   json shown = json::array();
   for (const lum_linux::port_description *port : node.node().ports()) {
-    const auto found = copies.find(port->rsip);
-    if (existing_only && found == copies.end()) continue;
-    shown.push_back(
-        show_port(node, *port, found == copies.end() ? nullptr : &found->second, store));
+    const port_snapshot &at = snapshots.at(port->rsip);
+    if (existing_only && !at.copy) continue;
+    shown.push_back(show_port(node, *port, at, store));
   }
-  return {{"ports", std::move(shown)}, {"store", show_store(store, node.node())}};
+  return {{"ports", std::move(shown)},
+          {"store", show_store(store, node.node())},
+          {"halt", show_halt(node)}};
 }
 
 }  // namespace lumd

@@ -1,0 +1,152 @@
+#include "node/port_snapshot.h"
+
+#include <fmt/format.h>
+
+#include "node/driver.h"
+#include "node/polling_halt.h"
+
+namespace lumd {
+namespace {
+
+using lum_linux::module_status;
+using lum_linux::port_description;
+using clock = std::chrono::steady_clock;
+
+constexpr std::chrono::seconds stale_after(15);  // three of polling's pauses
+
+// What was polled, as long as nothing has cleared it.
+struct valid_poll {
+  clock::time_point begun;
+  std::optional<module_poll> poll;
+};
+
+valid_poll valid_poll_of(driver &node, uint32_t rsip) {
+  const cage seen = node.cages().seen(rsip);
+  auto poll = node.polling().last_poll(rsip);
+  if (poll && poll->started <= seen.begun) poll.reset();
+  return {seen.begun, poll};
+}
+
+// Whatever was cleared while the copy was made, was cleared after `before` or makes `after`
+// another.
+std::optional<module_poll> poll_in_copy(const valid_poll &before, const valid_poll &after) {
+  return before.begun == after.begun ? before.poll : std::nullopt;
+}
+
+bool is_known(const module_status &module) { return module.known_at != clock::time_point(); }
+
+bool last_transfer_failed(const module_status &module) {
+  return module.statistics.failed > 0 &&
+         module.statistics.last_failure > module.statistics.last_success;
+}
+
+// A pass over all modules may take its time; three of them are more than that.
+bool is_stale(driver &node, clock::duration unpolled) {
+  const auto cycle = node.polling().report();
+  const auto pass = cycle.last ? cycle.last->ended - cycle.last->started : clock::duration();
+  return unpolled > stale_after + 3 * pass;
+}
+
+// How long the module that is there has not been polled.
+clock::duration unpolled_for(driver &node, const port_description &port, const port_snapshot &at) {
+  return clock::now() - (at.polled ? at.polled->ended : node.cages().seen(port.rsip).begun);
+}
+
+port_state judge(driver &node, const port_description &port, const port_snapshot &at) {
+  if (!at.copy) return port_state::absent;
+  if (is_going(*at.copy)) return port_state::going;
+  if (!is_created(*at.copy)) return port_state::coming_up;
+  if (at.module.busy_for > hung_after || at.module.place_code != 0) return port_state::failing;
+  if (is_known(at.module) && !at.module.present) return port_state::empty;
+  if (node.cages().seen(port.rsip).being_read) return port_state::coming_up;
+  if (at.copy->data.inserted == 0) return port_state::empty;
+  if (node.platform().fw_upgrade(port.rsip) != 0) return port_state::upgrading;
+  if (last_transfer_failed(at.module)) return port_state::failing;
+  return is_stale(node, unpolled_for(node, port, at)) ? port_state::stale : port_state::up;
+}
+
+std::string why_failing(const module_status &module) {
+  if (module.busy_for > hung_after) {
+    return fmt::format("a transfer has not ended for {:.0f} s",
+                       std::chrono::duration<double>(module.busy_for).count());
+  }
+  if (module.place_code != 0) {
+    return fmt::format("{} cannot be reached: {}", module.place, cerr_strerror(module.place_code));
+  }
+  return fmt::format("the module's last transfer failed: {}",
+                     cerr_strerror(module.statistics.last_error));
+}
+
+std::string why_stale(driver &node, const port_description &port, const port_snapshot &at) {
+  const auto halt = halt_of(node);
+  return fmt::format(
+      "the module has not been polled for {} s: {}",
+      std::chrono::duration_cast<std::chrono::seconds>(unpolled_for(node, port, at)).count(),
+      node.node().rack != 0 ? "the library reaches modules in rack 0 only"
+      : halt                ? halt->reason
+                            : "polling has not come to it");
+}
+
+std::string reason_for(driver &node, const port_description &port, const port_snapshot &at) {
+  switch (at.state) {
+    case port_state::absent:
+      return "the port has not been created, or has been deleted";
+    case port_state::going:
+      return "the interface manager has not confirmed the deletion yet";
+    case port_state::coming_up:
+      return is_created(*at.copy) ? "the identity of its module is being read"
+                                  : "the interface manager has not confirmed both controllers yet";
+    case port_state::empty:
+      return "there is no module in the cage";
+    case port_state::upgrading:
+      return "the module's firmware is being upgraded";
+    case port_state::failing:
+      return why_failing(at.module);
+    case port_state::stale:
+      return why_stale(node, port, at);
+    case port_state::up:
+      return "";
+  }
+  return "";
+}
+
+port_snapshot snapshot(driver &node, const port_description &port, const valid_poll &before,
+                       std::optional<port_copy> copy) {
+  port_snapshot at;
+  at.copy = std::move(copy);
+  at.module = node.platform().modules().status(port.rsip).value_or(module_status());
+  at.is_filled =
+      at.copy && at.copy->data.inserted != 0 && (at.module.present || !is_known(at.module));
+  if (at.is_filled) at.polled = poll_in_copy(before, valid_poll_of(node, port.rsip));
+  at.state = judge(node, port, at);
+  at.reason = reason_for(node, port, at);
+  at.since = node.states().seen(port.rsip, at.state);
+  return at;
+}
+
+}  // namespace
+
+std::optional<module_poll> poll_of(driver &node, uint32_t rsip) {
+  return valid_poll_of(node, rsip).poll;
+}
+
+port_snapshot look_at(driver &node, const port_description &port) {
+  const valid_poll before = valid_poll_of(node, port.rsip);
+  return snapshot(node, port, before, copy_port(port.rsip));
+}
+
+std::map<uint32_t, port_snapshot> look_at_ports(driver &node) {
+  std::map<uint32_t, valid_poll> before;
+  const auto ports = node.node().ports();
+  for (const port_description *port : ports) before[port->rsip] = valid_poll_of(node, port->rsip);
+  auto copies = copy_ports();
+  std::map<uint32_t, port_snapshot> all;
+  for (const port_description *port : ports) {
+    const auto found = copies.find(port->rsip);
+    all[port->rsip] = snapshot(node, *port, before[port->rsip],
+                               found == copies.end() ? std::nullopt : std::optional(found->second));
+  }
+  return all;
+}
+
+}  // namespace lumd
