@@ -110,24 +110,27 @@ check_sanitizer() {
 check_asan() { check_sanitizer asan; }
 check_tsan() { check_sanitizer tsan; }
 
+# The fuzzers stand in the build of asan.
 check_fuzz() {
-  cmake --preset fuzz >/dev/null
-  cmake --build --preset fuzz -j "$jobs"
-  local work fuzzer
+  cmake --preset asan >/dev/null
+  cmake --build --preset asan -j "$jobs" --target fuzzers
+  find build/asan -maxdepth 1 -name 'fuzz_*' -type f -executable |
+    FUZZ_SECONDS=${FUZZ_SECONDS:-10} xargs -P "$jobs" -n 1 bash -c 'run_fuzzer "$1" || exit 255' -
+}
+
+run_fuzzer() {
+  local work
   work=$(mktemp -d)
-  for fuzzer in build/fuzz/fuzz_*; do
-    [ -x "$fuzzer" ] && [ -f "$fuzzer" ] || continue
-    mkdir "$work/corpus"
-    if ! "$fuzzer" -max_total_time="${FUZZ_SECONDS:-10}" -rss_limit_mb=2048 -print_final_stats=1 \
-      -artifact_prefix=build/fuzz/ "$work/corpus" >"$work/log" 2>&1; then
-      cat "$work/log" >&2
-      return 1
-    fi
-    echo "$(basename "$fuzzer"): $(awk '/number_of_executed_units/ {print $2}' "$work/log") runs"
-    rm -rf "$work/corpus"
-  done
+  mkdir "$work/corpus"
+  "$1" -max_total_time="$FUZZ_SECONDS" -rss_limit_mb=2048 -print_final_stats=1 \
+    -artifact_prefix=build/asan/ "$work/corpus" >"$work/log" 2>&1 || {
+    cat "$work/log" >&2
+    return 1
+  }
+  echo "$(basename "$1"): $(awk '/number_of_executed_units/ {print $2}' "$work/log") runs"
   rm -rf "$work"
 }
+export -f run_fuzzer
 
 # The unit tests run the library's lines. Counted in what the step asan has left; by itself the step
 # makes and runs the unit tests of that build.
