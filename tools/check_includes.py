@@ -26,6 +26,7 @@ FORBIDDEN = {
     f"{LUMD}/api": (f"{LUMD}/metrics", LUMD),
     f"{LUMD}/metrics": (f"{LUMD}/api", LUMD),
     **{folder: PROGRAMS + (LIBRARY, PLATFORM) for folder in SHARED},
+    WORDS: SHARED[1:] + PROGRAMS + (LIBRARY, PLATFORM),
     LIBRARY: (PLATFORM, "client"),
     PLATFORM: ("client",),
 }

@@ -8,16 +8,18 @@ file's trace_area is the area its path names. Writes the catalogue, one line a p
     point <TAB> area <TAB> channel <TAB> format as written
 
 and a header with the catalogue's digest. Exits 1 with file and line when a check fails, and says
-which numbers are free for that module.
+which numbers are free at that place: of that module, and between the calls before and behind it.
 
 --table prints which numbers belong to which module, and which are free, as docs/architecture.md has
 them between its markers; --page FILE fails where that page says otherwise, --rewrite FILE mends it.
 """
 import argparse
 import hashlib
+import itertools
 import pathlib
 import re
 import sys
+from typing import NamedTuple
 
 POINTS = 278
 CHANNELS = {"INFO": "lum_info", "ERROR": "lum_error", "DEBUG": "lum_debug"}
@@ -31,81 +33,133 @@ def area_of(path, source):
     return first.removesuffix(".cpp")
 
 
+class Point(NamedTuple):
+    number: int
+    area: str
+    channel: str
+    literal: str
+    path: pathlib.Path
+    line: int
+
+    def __str__(self):
+        return f"{self.path}:{self.line}"
+
+
 def read(source):
+    """Every call in the order of its file, and what is wrong with files whatever their numbers."""
     points, failures = [], []
     for path in sorted(source.rglob("*.cpp")):
         text = path.read_text()
         calls = list(CALL.finditer(text))
         if len(calls) != len(ANY_CALL.findall(text)):
-            failures.append((f"{path}: a trace call whose number or format is not a literal", None))
+            failures.append(f"{path}: a trace call whose number or format is not a literal")
         if not calls:
             continue
         own = area_of(path, source)
         area = AREA.search(text)
         if not area or area.group(1) != own:
-            failures.append((f"{path}: trace_area is not {own}", None))
-        last = 0
+            failures.append(f"{path}: trace_area is not {own}")
         for call in calls:
             line = text.count("\n", 0, call.start()) + 1
-            number = int(call.group(2))
-            if not 1 <= number <= POINTS:
-                failures.append((f"{path}:{line}: point {number} is not within 1 to {POINTS}", own))
-            if number <= last:
-                failures.append((f"{path}:{line}: point {number} does not ascend", own))
-            last = number
             literal = "".join(re.findall(r"\"((?:[^\"\\\n]|\\.)*)\"", call.group(3)))
-            points.append((number, own, CHANNELS[call.group(1)], literal,
-                           f"{path}:{line}"))
-    points.sort()
-    for one, two in zip(points, points[1:]):
-        if one[0] == two[0]:
-            failures.append((f"{two[4]}: point {two[0]} is taken by {one[4]}", two[1]))
-    blocks = []
-    for point in points:
-        if not blocks or blocks[-1] != point[1]:
-            blocks.append(point[1])
-    for area in sorted({a for a in blocks if blocks.count(a) > 1}):
-        failures.append((f"{area}: its points are not one block", area))
+            points.append(
+                Point(int(call.group(2)), own, CHANNELS[call.group(1)], literal, path, line))
     return points, failures
 
 
 def blocks_of(points):
-    """The modules in the order of their blocks: (area, first point, last point). A point that stands
-    in another's block does not count."""
-    runs = []
-    for number, area, *_ in points:
-        if not runs or runs[-1][0] != area:
-            runs.append((area, []))
-        runs[-1][1].append(number)
-    largest = {}
-    for area, numbers in runs:
-        if len(numbers) > len(largest.get(area, [])):
-            largest[area] = numbers
-    blocks = [(area, numbers[0], numbers[-1]) for area, numbers in largest.items()]
-    return sorted(blocks, key=lambda block: block[1])
+    """The modules in the order of their blocks: (area, first point, last point). Numbers that several
+    modules have, and those that stand astray in another's block, count for nobody."""
+    owners = {}
+    for point in points:
+        owners.setdefault(point.number, set()).add(point.area)
+    owned = sorted((number, *areas) for number, areas in owners.items()
+                   if len(areas) == 1 and 1 <= number <= POINTS)
+    while True:
+        runs = [(area, [number for number, _ in run])
+                for area, run in itertools.groupby(owned, key=lambda one: one[1])]
+        areas = [area for area, _ in runs]
+        astray = []
+        for at, (area, numbers) in enumerate(runs):
+            is_inside = 0 < at < len(runs) - 1 and areas[at - 1] == areas[at + 1]
+            if is_inside or areas.count(area) > 1:
+                astray.append((len(numbers), not is_inside, numbers))
+        if not astray:
+            return [(area, numbers[0], numbers[-1]) for area, numbers in runs]
+        lost = min(astray)[2]
+        owned = [one for one in owned if one[0] not in lost]
 
 
 def free_numbers(points):
     """The numbers that no call has: {area: inside its block}, and those between the blocks."""
-    used = {point[0] for point in points}
+    used = {point.number for point in points}
     blocks = blocks_of(points)
     inside = {area: [n for n in range(first, last) if n not in used] for area, first, last in blocks}
     covered = {n for _, first, last in blocks for n in range(first, last + 1)}
     return inside, [n for n in range(1, POINTS + 1) if n not in covered and n not in used]
 
 
-def free_for(points, wanted):
-    """Inside the module's block, and beside it as far as its neighbours' blocks."""
-    inside, between = free_numbers(points)
-    found = list(inside.get(wanted, []))
+def room_of(points, wanted):
+    """The numbers that may be the module's: its block, and beside it as far as its neighbours' blocks.
+    Without a block yet, whatever is nobody's."""
     blocks = blocks_of(points)
-    names = [area for area, *_ in blocks]
-    if wanted not in names:
-        return between
-    at = names.index(wanted)
-    low = blocks[at - 1][2] if at > 0 else 0
-    high = blocks[at + 1][1] if at + 1 < len(blocks) else POINTS + 1
-    return sorted(found + [n for n in between if low < n < high])
+    others = {n for area, first, last in blocks if area != wanted for n in range(first, last + 1)}
+    free = [n for n in range(1, POINTS + 1) if n not in others]
+    for area, first, last in blocks:
+        if area == wanted:
+            low = max((n for n in others if n < first), default=0)
+            high = min((n for n in others if n > last), default=POINTS + 1)
+            return [n for n in free if low < n < high]
+    return free
+
+
+def longest_ascent(calls):
+    """The most of a file's calls whose numbers do not descend."""
+    ascents = [[]]
+    for call in calls:
+        before = [one for one in ascents if not one or one[-1].number <= call.number]
+        ascents.append(max(before, key=len) + [call])
+    return max(ascents, key=len)
+
+
+def is_out_of_order(point, of_file):
+    """Whether the file's other calls ascend as well without this one. Where either of two may be the
+    one that is out of order, both are."""
+    most = longest_ascent(of_file)
+    return len(most) < len(of_file) and len(most) == len(longest_ascent(
+        [call for call in of_file if call is not point]))
+
+
+def misnumbered(points):
+    """Every call whose number is wrong: (call, why, the numbers that are free where it stands)."""
+    rooms = {area: set(room_of(points, area)) for area in {point.area for point in points}}
+    used = {point.number for point in points}
+    in_room = [point for point in points if point.number in rooms[point.area]]
+    for point in points:
+        of_file = [call for call in in_room if call.path == point.path]
+        rivals = [one for one in in_room if one is not point and one.number == point.number]
+        if not 1 <= point.number <= POINTS:
+            why = f"is not within 1 to {POINTS}"
+        elif rivals:
+            why = f"is taken by {rivals[0]}"
+        elif point.number not in rooms[point.area]:
+            why = f"is outside of {point.area}'s block"
+        elif is_out_of_order(point, of_file):
+            why = "does not ascend"
+        else:
+            continue
+        kept = longest_ascent([call for call in of_file if call is not point])
+        low = max((call.number for call in kept if call.line < point.line), default=0)
+        high = min((call.number for call in kept if call.line > point.line), default=POINTS + 1)
+        yield point, why, [n for n in sorted(rooms[point.area] - used) if low < n < high]
+
+
+def refusal(points, point, why, free):
+    text = f"{point}: point {point.number} {why}; free at this place: {ranges(free) or 'none'}"
+    if free:
+        return text
+    elsewhere = sorted(set(room_of(points, point.area)) - {one.number for one in points})
+    return f"{text}, elsewhere in {point.area}: {ranges(elsewhere) or 'none'}"
 
 
 def ranges(numbers):
@@ -154,9 +208,9 @@ def main():
     arguments = parser.parse_args()
 
     points, failures = read(arguments.source)
-    for text, area in failures:
-        free = ranges(free_for(points, area)) if area else ""
-        print(text + (f"; free for {area}: {free}" if free else ""), file=sys.stderr)
+    failures += [refusal(points, *wrong) for wrong in misnumbered(points)]
+    for text in failures:
+        print(text, file=sys.stderr)
     if failures:
         return 1
     if arguments.table:
@@ -171,7 +225,7 @@ def main():
                   file=sys.stderr)
             return 1
 
-    used = {point[0]: point for point in points}
+    used = {point.number: point for point in points}
     lines = []
     for number in range(1, POINTS + 1):
         area, channel, literal = used[number][1:4] if number in used else ("-", "-", "reserved")

@@ -30,26 +30,13 @@ stop_signal::stop_signal() {
   std::thread([this] { take(); }).detach();
 }
 
-bool stop_signal::has_come() {
-  const std::lock_guard held(mutex_);
-  return come_;
-}
-
-void stop_signal::wait() {
-  std::unique_lock held(mutex_);
-  changed_.wait(held, [this] { return come_; });
-}
-
 void stop_signal::take() {
   const sigset_t set = stop_signals();
   int number = 0;
   while (sigwait(&set, &number) != 0) {
   }
-  {
-    const std::lock_guard held(mutex_);
-    come_ = true;
-  }
-  changed_.notify_all();
+  come_ = true;
+  come_.notify_all();
   std::this_thread::sleep_for(bound);
   say("something does not end; leaving it behind");
   _exit(exit_failed);

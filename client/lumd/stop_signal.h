@@ -2,8 +2,7 @@
 // a bound, for one that does not stop keeps the node from being started again.
 #pragma once
 
-#include <condition_variable>
-#include <mutex>
+#include <atomic>
 
 namespace lumd {
 
@@ -15,15 +14,13 @@ class stop_signal {
   stop_signal(const stop_signal &) = delete;
   stop_signal &operator=(const stop_signal &) = delete;
 
-  bool has_come();
-  void wait();
+  bool has_come() const { return come_; }
+  void wait() const { come_.wait(false); }
 
  private:
   [[noreturn]] void take();
 
-  std::mutex mutex_;  // guards come_
-  std::condition_variable changed_;
-  bool come_ = false;
+  std::atomic<bool> come_{false};
 };
 
 }  // namespace lumd

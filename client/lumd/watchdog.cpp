@@ -24,7 +24,7 @@ watchdog::watchdog(driver &node, std::filesystem::path socket)
   if (sd_watchdog_enabled(0, &microseconds) <= 0) return;
   const auto period = std::chrono::duration_cast<std::chrono::milliseconds>(
       std::chrono::microseconds(microseconds / looks_in_time));
-  thread_ = std::make_unique<periodic>("lumd-watchdog", period, [this] { look(); });
+  thread_ = std::make_unique<lum_linux::periodic>("lumd-watchdog", period, [this] { look(); });
 }
 
 void watchdog::look() {

@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "node/periodic.h"
+#include "lum_linux/periodic.h"
 
 namespace lumd {
 
@@ -29,7 +29,7 @@ class watchdog {
   driver &node_;
   const std::filesystem::path socket_;
   bool told_ = false;
-  std::unique_ptr<periodic> thread_;
+  std::unique_ptr<lum_linux::periodic> thread_;
 };
 
 }  // namespace lumd

@@ -20,13 +20,13 @@ struct reading {
   uint32_t test_id = 0;
 };
 
-inline constexpr std::array<reading, 5> readings = {{
+inline constexpr auto readings = std::to_array<reading>({
     {"power-0", "P0 dBm", reading_unit::dbm, 3},
     {"power-1", "P1 dBm", reading_unit::dbm, 2},
     {"power-2", "P2 dBm", reading_unit::dbm},
     {"reading-3", "R3", reading_unit::module, 1},
     {"reading-4", "R4", reading_unit::module, 4},
-}};
+});
 // Texts speak of those in one unit as of a range.
 static_assert(std::is_sorted(readings.begin(), readings.end(),
                              [](const reading &a, const reading &b) { return a.unit < b.unit; }));

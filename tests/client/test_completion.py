@@ -208,11 +208,9 @@ class Shells(support.ShelfTest):
                                    "1"), ["15min"])
         self.assertEqual(self.bash(f"{LUMCTL} sh", str(LUMCTL), "sh"), ["show"])
 
-    @needs_a_terminal
-    def test_bash_as_it_is_used(self):
-        self.begin()
-        terminal = Terminal("bash", "--norc", "--noprofile", "-i", **self.environment)
-        terminal.type(f"PS1='$ '; source {FILES / 'lumctl.bash'}; echo rea''dy\n")
+    def completes_what_is_typed(self, terminal, set_up):
+        """The shell says when it is set up: what it echoes of the command does not look like that."""
+        terminal.type(f"{set_up} && echo rea''dy\n")
         self.assertTrue(terminal.read_until(lambda seen: b"ready\r\n" in seen, 20))
         terminal.type("lumctl inj\tal\t0/1/0\t1 flag-13 on\n")
         self.assertTrue(terminal.read_until(
@@ -222,6 +220,12 @@ class Shells(support.ShelfTest):
         self.assertTrue(terminal.read_until(lambda seen: b"Port:          far west" in seen, 20),
                         terminal.output)
         terminal.end()
+
+    @needs_a_terminal
+    def test_bash_as_it_is_used(self):
+        self.begin()
+        terminal = Terminal("bash", "--norc", "--noprofile", "-i", **self.environment)
+        self.completes_what_is_typed(terminal, f"PS1='$ '; source {FILES / 'lumctl.bash'}")
 
     @unittest.skipUnless(shutil.which("fish"), "fish is not installed")
     def test_fish(self):
@@ -238,17 +242,8 @@ class Shells(support.ShelfTest):
     def test_zsh(self):
         self.begin()
         terminal = Terminal("zsh", "-f", "-i", **self.environment)
-        terminal.type("autoload -U compinit && compinit -u -D && "
-                      f"source {FILES / 'lumctl.zsh'} && echo rea''dy\n")
-        self.assertTrue(terminal.read_until(lambda seen: b"ready\r\n" in seen, 20))
-        terminal.type("lumctl inj\tal\t0/1/0\t1 flag-13 on\n")
-        self.assertTrue(terminal.read_until(
-            lambda seen: b"0/1/0/1 sub-port 1: alarms forced on: flag-13" in seen, 20),
-            terminal.output)
-        terminal.type("lumctl show port far\t; exit\n")
-        self.assertTrue(terminal.read_until(lambda seen: b"Port:          far west" in seen, 20),
-                        terminal.output)
-        terminal.end()
+        self.completes_what_is_typed(
+            terminal, f"autoload -U compinit && compinit -u -D && source {FILES / 'lumctl.zsh'}")
 
     def test_lumctl_prints_the_files(self):
         for shell in ("bash", "zsh", "fish"):

@@ -1,6 +1,7 @@
 #include "soak_model.h"
 
 #include <cmath>
+#include <type_traits>
 
 #include "lum_linux/leds.h"
 #include "lum_linux/stores.h"
@@ -8,9 +9,11 @@
 namespace stress {
 namespace {
 
-// Lower-page positions of readings 0 to 4 of each sub-port, and chunk positions of its status
-// bytes.
-constexpr uint32_t reading_at[2][5] = {{18, 45, 68, 43, 47}, {41, 22, 66, 20, 24}};
+// Lower-page positions of each sub-port's readings, and chunk positions of its status bytes.
+constexpr std::array reading_at{std::array{18u, 45u, 68u, 43u, 47u},
+                                std::array{41u, 22u, 66u, 20u, 24u}};
+static_assert(reading_at[0].size() == std::extent_v<decltype(lum_dom_area::readings)>,
+              "each reading has its place");
 constexpr uint32_t status_at[2][3] = {{22, 19, 5}, {22, 18, 0}};
 constexpr uint32_t flag_at[8] = {9, 10, 11, 12, 13, 64, 70, 49};
 
@@ -60,7 +63,7 @@ void compare_led(node &node, const port_place &port, const module_bytes &bytes, 
 void compare_readings(const lum_port_data &data, const module_bytes &bytes, comparison &all) {
   for (uint32_t s = 0; s < LUM_SUB_PORTS; ++s) {
     const std::string sub_port = " of sub-port " + std::to_string(s);
-    for (uint32_t i = 0; i < 5; ++i) {
+    for (uint32_t i = 0; i < reading_at[s].size(); ++i) {
       all.check("reading " + std::to_string(i) + sub_port, word(data.dom[s].readings[i]),
                 word_at(bytes, reading_at[s][i]));
     }

@@ -60,18 +60,24 @@ def is_as_described(view, described):
     )
 
 
+def reading_is_as_described(place, shown, wanted):
+    if "dbm" not in shown:
+        return abs(shown["value"] - wanted[f"reading_{place}"]) < 0.05
+    dbm = wanted["powers_dbm"][place]
+    microwatt = 1000 * 10 ** (dbm / 10)
+    return (abs(shown["dbm"] - dbm) < 0.005
+            and abs(shown["microwatt"] - microwatt) < 0.15 + microwatt / 10000)
+
+
 def readings_are_as_described(view, described):
     good = abs(view["temperature_c"] - described["temperature"]) < 0.005
     good = good and abs(view["supply_v"] - described["supply"]) < 0.0005
     for number in (0, 1):
         shown = view["sub_ports"][number]["readings"]
         wanted = described[f"sub_port_{number}"]
-        for reading, dbm in zip(shown, wanted["powers_dbm"]):
-            microwatt = 1000 * 10 ** (dbm / 10)
-            good = good and abs(reading["dbm"] - dbm) < 0.005
-            good = good and abs(reading["microwatt"] - microwatt) < 0.15 + microwatt / 10000
-        good = good and abs(shown[3]["value"] - wanted["reading_3"]) < 0.05
-        good = good and abs(shown[4]["value"] - wanted["reading_4"]) < 0.05
+        good = good and len(shown) > len(wanted["powers_dbm"])
+        good = good and all(
+            reading_is_as_described(place, reading, wanted) for place, reading in enumerate(shown))
     return good
 
 

@@ -14,6 +14,8 @@
 namespace lumd {
 namespace {
 
+using lum_linux::periodic;
+
 constexpr const char *cage_thread_name = "lumd-cages";
 constexpr const char *feed_thread_name = "lumd-feed";
 constexpr std::chrono::seconds cage_period(1);

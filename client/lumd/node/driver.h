@@ -7,11 +7,11 @@
 #include <memory>
 #include <string>
 
+#include "lum_linux/periodic.h"
 #include "lum_linux/platform.h"
 #include "node/cages.h"
 #include "node/controller_count.h"
 #include "node/data_feed.h"
-#include "node/periodic.h"
 #include "node/polling_clock.h"
 #include "node/state_log.h"
 #include "node/troubles.h"
@@ -78,8 +78,8 @@ class driver {
   data_feed feed_;
   controller_count_watch count_;
   polling_clock polling_;
-  std::unique_ptr<periodic> cage_thread_;
-  std::unique_ptr<periodic> feed_thread_;
+  std::unique_ptr<lum_linux::periodic> cage_thread_;
+  std::unique_ptr<lum_linux::periodic> feed_thread_;
 };
 
 }  // namespace lumd

@@ -16,7 +16,8 @@ using record = pm_ui_optics_record;
 
 using lum_words::every_readings_test_id;
 using lum_words::readings;
-static_assert(readings.size() == std::extent_v<decltype(lum_dom_area::readings)>);
+static_assert(readings.size() == std::extent_v<decltype(lum_dom_area::readings)>,
+              "words/readings.h has a row for each of the library's readings");
 
 constexpr std::array<monitored_reading, lum_words::raisable_readings.size()> monitored = {{
     {3, [](const record &r) { return r.reading_3; }, 1},
@@ -25,9 +26,11 @@ constexpr std::array<monitored_reading, lum_words::raisable_readings.size()> mon
     {0, [](const record &r) { return r.power_0; }, 10},
 }};
 static_assert(monitored.size() == std::extent_v<decltype(lum_test_injection::pm_test_offsets)>);
-static_assert(std::all_of(monitored.begin(), monitored.end(), [](const monitored_reading &one) {
-  return one.value != nullptr && is_raisable(one.word());
-}));
+static_assert(std::all_of(monitored.begin(), monitored.end(),
+                          [](const monitored_reading &one) {
+                            return one.value != nullptr && is_raisable(one.word());
+                          }),
+              "each reading that can be raised has its place in the record");
 
 double rounded(double value, double per_unit) { return std::round(value * per_unit) / per_unit; }
 

@@ -202,21 +202,21 @@ void image_compiler::compile_sub_port(toml_table &table, uint32_t sub_port) {
   inner.refuse_unknown_keys();
 }
 
-// Either in units or as the five words themselves; a reading given both ways has to agree.
+// Either in units or as the words themselves; a reading given both ways has to agree.
 void image_compiler::compile_readings(toml_table &table, const sub_port_places &places,
                                       const std::string &where) {
-  if (const auto words = table.numbers("readings", places.readings.size(), 0, max_word, false)) {
-    for (std::size_t i = 0; i < places.readings.size(); ++i) {
+  if (const auto words = table.numbers("readings", reading_count, 0, max_word, false)) {
+    for (std::size_t i = 0; i < reading_count; ++i) {
       put_word(where + ".readings", words->line, {0, places.readings[i]}, word(words->value[i]));
     }
   }
-  if (const auto powers = table.numbers("powers_dbm", 3, min_dbm, max_dbm, true)) {
-    for (std::size_t i = 0; i < powers->value.size(); ++i) {
+  if (const auto powers = table.numbers("powers_dbm", power_count, min_dbm, max_dbm, true)) {
+    for (std::size_t i = 0; i < power_count; ++i) {
       put_word(where + ".powers_dbm", powers->line, {0, places.readings[i]},
                power_word(powers->value[i]));
     }
   }
-  for (const std::size_t i : {3u, 4u}) {
+  for (std::size_t i = power_count; i < reading_count; ++i) {
     const std::string key = fmt::format("reading_{}", i);
     if (const auto tenths = table.number(key, 0, max_word / 10)) {
       put_word(fmt::format("{}.{}", where, key), tenths->line, {0, places.readings[i]},

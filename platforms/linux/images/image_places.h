@@ -1,8 +1,13 @@
 // Where everything stands in a module's memory. Offsets below 128 are of the lower page.
 #pragma once
 
+#include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdint>
+#include <type_traits>
+
+#include "lum.h"
 
 namespace lum_linux {
 
@@ -50,18 +55,29 @@ inline constexpr uint32_t old_layout_page = 3;
 inline constexpr uint32_t new_layout_page = 1;
 inline constexpr uint32_t new_layout_shift = 64;
 
+// A sub-port's readings are powers first, then those that the module gives in tenths.
+inline constexpr std::size_t power_count = 3;
+inline constexpr std::size_t tenths_count = 2;
+inline constexpr std::size_t reading_count = std::extent_v<decltype(lum_dom_area::readings)>;
+static_assert(power_count + tenths_count == reading_count, "each reading is of one kind");
+
 struct sub_port_places {
-  std::array<uint32_t, 5> readings;  // lower page, two bytes each
-  std::array<uint32_t, 3> status;    // layout page
-  uint32_t setting_a;                // layout page, two bytes
-  uint32_t setting_b;                // layout page, two bytes
-  uint32_t thresholds;               // threshold page, two bytes each: upper, lower
-  uint32_t p2_setting;               // threshold page, two bytes
+  std::array<uint32_t, reading_count> readings;  // lower page, two bytes each
+  std::array<uint32_t, 3> status;                // layout page
+  uint32_t setting_a;                            // layout page, two bytes
+  uint32_t setting_b;                            // layout page, two bytes
+  uint32_t thresholds;                           // threshold page, two bytes each: upper, lower
+  uint32_t p2_setting;                           // threshold page, two bytes
 };
 
 inline constexpr std::array<sub_port_places, 2> sub_ports_places = {{
     {{18, 45, 68, 43, 47}, {150, 147, 133}, 134, 136, 144, 194},
     {{41, 22, 66, 20, 24}, {150, 146, 128}, 129, 131, 152, 178},
 }};
+static_assert(std::ranges::none_of(sub_ports_places,
+                                   [](const sub_port_places &places) {
+                                     return std::ranges::count(places.readings, 0u) != 0;
+                                   }),
+              "each reading has its place");
 
 }  // namespace lum_linux

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <exception>
 #include <new>
+#include <system_error>
 
 #include "lum_linux/services.h"
 #include "lum_linux/stores.h"
@@ -19,6 +20,7 @@ using std::chrono::milliseconds;
 
 constexpr const char *trace_directory_key = "liblum_ctrace_dir";
 constexpr const char *checkpoint_file = "checkpoints.db";
+constexpr std::chrono::seconds store_period(5);
 
 bool is_of_the_disk(const std::error_code &code) {
   return code.value() == ENOSPC || code.value() == EDQUOT || code.value() == EROFS ||
@@ -70,6 +72,17 @@ bool start_hardware(platform::core &core, std::string &error) {
   return true;
 }
 
+// Without a thread to be had the store is left alone.
+std::unique_ptr<periodic> start_store_keeper() {
+  try {
+    return std::make_unique<periodic>("lum-store", store_period, checkpoints_tend, store_period);
+  } catch (const std::system_error &failure) {
+    system_log(
+        fmt::format("there is no thread to look after the checkpoint store: {}", failure.what()));
+    return nullptr;
+  }
+}
+
 bool start_threads(platform::core &core, std::string &error) {
   core.evm = event_manager_create("lum_events");
   if (core.evm == 0) {
@@ -80,7 +93,7 @@ bool start_threads(platform::core &core, std::string &error) {
   core.im = std::make_unique<interface_manager>(
       im_options{im.handle_base, milliseconds(im.delay_min_ms), milliseconds(im.delay_max_ms),
                  im.seed, im.out_of_order});
-  core.keeper = std::make_unique<store_keeper>();
+  core.keeper = start_store_keeper();
   return true;
 }
 

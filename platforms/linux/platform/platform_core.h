@@ -9,10 +9,10 @@
 
 #include "lum_linux/leds.h"
 #include "lum_linux/modules.h"
+#include "lum_linux/periodic.h"
 #include "lum_linux/platform.h"
 #include "platform/controller_watch.h"
 #include "platform/directory_lock.h"
-#include "platform/store_keeper.h"
 
 namespace lum_linux {
 
@@ -24,7 +24,7 @@ struct platform::core {
   std::unique_ptr<lum_linux::modules> modules;
   std::unique_ptr<lum_linux::leds> leds;
   std::unique_ptr<interface_manager> im;
-  std::unique_ptr<store_keeper> keeper;
+  std::unique_ptr<periodic> keeper;  // of the checkpoint store; none when there was no thread
   event_manager evm = 0;
   bool stopped = false;  // guarded by stop_mutex
   bool stopped_whole = true;

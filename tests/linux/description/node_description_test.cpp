@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include "small_node.h"
 #include "test_folder.h"
 
 namespace lum_linux {
@@ -15,16 +16,12 @@ class NodeDescription : public testing::Test {
  protected:
   NodeDescription() { std::filesystem::create_directory(folder.path() / "modules"); }
 
-  node_description accept(const std::string &text) {
-    const auto result = parse_node_description(text, folder.path() / "node.toml");
-    for (const auto &problem : result.problems) ADD_FAILURE() << to_string(problem);
-    return result.node.value_or(node_description{});
-  }
+  node_description accept(const std::string &text) { return small_node::described(text, folder); }
 
   test_folder folder;
 };
 
-constexpr const char *small_node = R"(
+constexpr const char *one_port = R"(
 name = "node-a"
 state_directory = "state"
 trace_directory = "traces"
@@ -39,7 +36,7 @@ module = "modules/7.eeprom"
 )";
 
 TEST_F(NodeDescription, FillsInEveryDefault) {
-  const node_description node = accept(small_node);
+  const node_description node = accept(one_port);
   EXPECT_EQ(node.name, "node-a");
   EXPECT_EQ(node.source, folder.path() / "node.toml");
   EXPECT_EQ(node.rack, 0u);
@@ -162,7 +159,7 @@ slot = [
 
 TEST_F(NodeDescription, IsReadFromAFileRelativeToItsFolder) {
   folder.write("modules/7.eeprom", "");
-  const auto file = folder.write("node.toml", small_node);
+  const auto file = folder.write("node.toml", one_port);
   const auto result = read_node_description(file);
   EXPECT_THAT(result.problems, IsEmpty());
   ASSERT_TRUE(result.node);
@@ -170,7 +167,7 @@ TEST_F(NodeDescription, IsReadFromAFileRelativeToItsFolder) {
 }
 
 TEST_F(NodeDescription, ReadingItMakesNoFolder) {
-  accept(small_node);
+  accept(one_port);
   EXPECT_FALSE(std::filesystem::exists(folder.path() / "state"));
   EXPECT_FALSE(std::filesystem::exists(folder.path() / "traces"));
 }

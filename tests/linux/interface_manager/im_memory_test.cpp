@@ -8,6 +8,7 @@
 #include "interface_manager/failing_memory.h"
 #include "interface_manager/im_harness.h"
 #include "lum_linux/platform.h"
+#include "small_node.h"
 #include "test_folder.h"
 
 namespace lum_linux {
@@ -91,29 +92,13 @@ TEST_F(ImMemory, DeletesAndUpdatesWithoutMemory) {
   EXPECT_THAT(node.im.controllers(), IsEmpty());
 }
 
-constexpr const char *one_port = R"(
-name = "node"
-state_directory = "state"
-trace_directory = "traces"
-led_directory = "leds"
-api_socket = "run/api.sock"
-[[slot]]
-number = 1
-[[slot.instance]]
-capacity = 4
-[[slot.instance.port]]
-number = 1
-handle = 11
-module = "1.eeprom"
-)";
-
 constexpr uint32_t rsip = make_rsip(0, 1, 0, 1);
 constexpr uint32_t port_handle = 11;
 
 std::unique_ptr<platform> start_node(const test_folder &folder) {
-  const auto described = parse_node_description(one_port, folder.path() / "node.toml");
+  const std::string one_port = small_node::with(small_node::port(1, "module = '1.eeprom'"));
   std::string error;
-  auto started = platform::start(described.node.value(), error);
+  auto started = platform::start(small_node::described(one_port, folder), error);
   if (!started) throw std::runtime_error(error);
   lum_infra_params params = {};
   params.evm = started->evm();

@@ -5,42 +5,25 @@
 #include <thread>
 
 #include "lum_linux.h"
+#include "small_node.h"
 #include "test_folder.h"
 
 namespace {
 
+using small_node::port;
 using testing::HasSubstr;
 
-constexpr const char *small_node = R"(name = "node"
-rack = 2
-state_directory = "state"
-trace_directory = "traces"
-led_directory = "leds"
-[[slot]]
-number = 1
-[[slot.instance]]
-capacity = 4
-[[slot.instance.port]]
-number = 1
-handle = 11
-name = "west"
-module = "1.eeprom"
-[[slot.instance.port]]
-number = 2
-handle = 12
-module = "2.eeprom"
-[[slot]]
-number = 5
-[[slot.instance]]
-number = 3
-)";
+const std::string two_slots =
+    small_node::with(port(1, "name = 'west'\nmodule = '1.eeprom'") + port(2, "module = '2.eeprom'"),
+                     "name = 'node'\nrack = 2") +
+    "[[slot]]\nnumber = 5\n[[slot.instance]]\nnumber = 3\n";
 constexpr uint32_t west = 2u << 24 | 1u << 16 | 1u;
 
 class CApi : public testing::Test {
  protected:
   ~CApi() override { lum_linux_stop(); }
 
-  int start(const std::string &text = small_node) {
+  int start(const std::string &text = two_slots) {
     return lum_linux_start(folder.write("node.toml", text).c_str(), error, sizeof error);
   }
 
@@ -120,10 +103,8 @@ TEST_F(CApi, CutsTheErrorToItsBuffer) {
 
 TEST_F(CApi, SaysWhatCouldNotBeStarted) {
   folder.write("bad.toml", "vendor = \n");
-  EXPECT_EQ(start("name = 'n'\nstate_directory = 's'\ntrace_directory = 't'\n[[slot]]\n"
-                  "number = 0\n[[slot.instance]]\nport = [{ number = 1, handle = 1, "
-                  "backend = 'simulated', module = 'bad.toml' }]\n"),
-            5);
+  const std::string text = small_node::with(port(1, "backend = 'simulated'\nmodule = 'bad.toml'"));
+  EXPECT_EQ(start(text), 5);
   EXPECT_THAT(error, HasSubstr("bad.toml:1: "));
   EXPECT_EQ(start(), 0) << error;
 }

@@ -15,11 +15,13 @@
 #include "lum_linux/modules.h"
 #include "lum_linux/services.h"
 #include "lum_linux/stores.h"
+#include "small_node.h"
 #include "test_folder.h"
 
 namespace lum_linux {
 namespace {
 
+using small_node::port;
 using std::chrono::milliseconds;
 using testing::AllOf;
 using testing::ElementsAre;
@@ -30,35 +32,15 @@ using testing::IsEmpty;
 constexpr uint32_t first_port = make_rsip(0, 1, 0, 1);
 constexpr uint32_t second_port = make_rsip(0, 1, 0, 2);
 
-constexpr const char *two_ports = R"(
-name = "node"
-state_directory = "state"
-trace_directory = "traces"
-led_directory = "leds"
-api_socket = "run/api.sock"
-[[slot]]
-number = 1
-[[slot.instance]]
-capacity = 4
-[[slot.instance.port]]
-number = 1
-handle = 11
-module = "1.eeprom"
-led = "port1"
-[[slot.instance.port]]
-number = 2
-handle = 12
-module = "2.eeprom"
-)";
+const std::string two_ports = small_node::with(port(1, "module = '1.eeprom'\nled = 'port1'") +
+                                               port(2, "module = '2.eeprom'"));
 
 class Platform : public testing::Test {
  protected:
   Platform() { folder.write("1.eeprom", std::string(5 * 128, '\x5A')); }
 
   node_description node(const std::string &text = two_ports) {
-    const auto result = parse_node_description(text, folder.path() / "node.toml");
-    for (const auto &problem : result.problems) ADD_FAILURE() << to_string(problem);
-    return result.node.value_or(node_description{});
+    return small_node::described(text, folder);
   }
   std::unique_ptr<platform> start() {
     std::string error;
@@ -371,20 +353,8 @@ TEST_F(Platform, SaysWhichFolderItCannotMake) {
 TEST_F(Platform, SaysWhatIsWrongWithASimulatedModule) {
   folder.write("bad.toml", "vendor = \n");
   std::string error;
-  EXPECT_FALSE(platform::start(node(R"(
-name = "node"
-state_directory = "state"
-trace_directory = "traces"
-[[slot]]
-number = 1
-[[slot.instance]]
-[[slot.instance.port]]
-number = 1
-handle = 11
-backend = "simulated"
-module = "bad.toml"
-)"),
-                               error));
+  const std::string text = small_node::with(port(1, "backend = 'simulated'\nmodule = 'bad.toml'"));
+  EXPECT_FALSE(platform::start(node(text), error));
   EXPECT_THAT(error, HasSubstr((folder.path() / "bad.toml").string() + ":1: "));
   EXPECT_TRUE(start());
 }

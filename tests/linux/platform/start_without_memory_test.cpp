@@ -10,36 +10,25 @@
 #include <csignal>
 #include <cstdio>
 #include <functional>
+#include <string>
 
 #include "chkpt.h"
 #include "interface_manager/failing_memory.h"
 #include "lum_linux.h"
 #include "lum_linux/events.h"
+#include "small_node.h"
 #include "test_folder.h"
 
 namespace {
 
+using small_node::port;
+
 constexpr uint64_t all = UINT64_MAX;
 
 // With a module of each kind that needs memory of its own.
-constexpr const char *two_ports = R"(name = "a node whose name needs memory to be kept"
-state_directory = "state"
-trace_directory = "traces"
-led_directory = "leds"
-[[slot]]
-number = 1
-[[slot.instance]]
-capacity = 4
-[[slot.instance.port]]
-number = 1
-handle = 11
-module = "1.eeprom"
-[[slot.instance.port]]
-number = 2
-handle = 12
-backend = "simulated"
-module = "2.toml"
-)";
+const std::string two_ports = small_node::with(
+    port(1, "module = '1.eeprom'") + port(2, "backend = 'simulated'\nmodule = '2.toml'"),
+    "name = 'a node whose name needs memory to be kept'");
 
 // Of the many allocations of a start, one in so many is made to fail.
 #ifdef LUM_SANITIZED

@@ -16,7 +16,7 @@ struct lum_module {
   cerrno (*port_delete)(const lum_device_id_td *port);                        // may be null
 };
 
-// The table. A module that is added later gets its entry here.
+// The table, which stands in lum_modules.cpp.
 std::span<lum_module> lum_module_table();
 
 }  // namespace lum

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <iterator>
+#include <type_traits>
 
 #include "base/bytes.h"
 #include "base/locks.h"
@@ -26,10 +27,15 @@ constexpr const char *skip_file = "/tmp/skip_dom_fetch";  // while it exists not
 using lower_page = std::array<std::uint8_t, 128>;
 using status_chunk = std::array<std::uint8_t, 23>;
 
-// Where each sub-port's readings 0 to 4 are in the lower page, big-endian, and its status bytes 0
-// to 2 in the status chunk. Byte 22 serves both sub-ports.
-constexpr std::size_t reading_at[LUM_SUB_PORTS][5] = {{18, 45, 68, 43, 47}, {41, 22, 66, 20, 24}};
-constexpr std::size_t status_at[LUM_SUB_PORTS][3] = {{22, 19, 5}, {22, 18, 0}};
+// Where each sub-port's readings are in the lower page, big-endian, and its status bytes in the
+// status chunk. Byte 22 serves both sub-ports.
+constexpr std::array reading_at{std::array{18u, 45u, 68u, 43u, 47u},
+                                std::array{41u, 22u, 66u, 20u, 24u}};
+constexpr std::array status_at{std::array{22u, 19u, 5u}, std::array{22u, 18u, 0u}};
+static_assert(reading_at.size() == LUM_SUB_PORTS && status_at.size() == LUM_SUB_PORTS);
+static_assert(reading_at[0].size() == std::extent_v<decltype(lum_dom_area::readings)> &&
+                  status_at[0].size() == std::extent_v<decltype(lum_dom_area::status)>,
+              "each reading and status byte has its place");
 constexpr std::size_t temperature_at = 14;
 constexpr std::size_t word_16_at = 16;
 constexpr std::size_t firmware_at = 39;

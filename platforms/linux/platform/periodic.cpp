@@ -1,4 +1,4 @@
-#include "node/periodic.h"
+#include "lum_linux/periodic.h"
 
 #include <pthread.h>
 
@@ -6,24 +6,29 @@
 #include <condition_variable>
 #include <exception>
 #include <mutex>
+#include <stop_token>
 #include <thread>
 
-namespace lumd {
+#include "services/signals_blocked.h"
+
+namespace lum_linux {
 
 struct periodic::core {
-  std::chrono::milliseconds period;
   std::function<void()> work;
-  std::thread thread;
+  std::jthread thread;
   std::atomic<std::chrono::steady_clock::time_point> ended_at{std::chrono::steady_clock::now()};
 
-  std::mutex mutex;  // guards the next two
-  std::condition_variable changed;
-  bool stopping = false;
+  std::mutex mutex;  // guards ended
+  std::condition_variable_any changed;
   bool ended = false;
 
-  void run() {
+  void run(const std::stop_token &stop, milliseconds period, milliseconds before_first) {
     std::unique_lock lock(mutex);
-    while (!stopping) {
+    const auto is_due = [&](milliseconds pause) {
+      changed.wait_for(lock, stop, pause, [] { return false; });
+      return !stop.stop_requested();
+    };
+    for (bool due = is_due(before_first); due; due = is_due(period)) {
       lock.unlock();
       try {
         work();
@@ -32,19 +37,20 @@ struct periodic::core {
       }
       ended_at = std::chrono::steady_clock::now();
       lock.lock();
-      changed.wait_for(lock, period, [this] { return stopping; });
     }
     ended = true;
     changed.notify_all();
   }
 };
 
-periodic::periodic(const std::string &name, std::chrono::milliseconds period,
-                   std::function<void()> work)
+periodic::periodic(const std::string &name, milliseconds period, std::function<void()> work,
+                   milliseconds before_first)
     : core_(std::make_shared<core>()) {
-  core_->period = period;
   core_->work = std::move(work);
-  core_->thread = std::thread([state = core_] { state->run(); });
+  const signals_blocked until_started;
+  core_->thread = std::jthread([state = core_, period, before_first](const std::stop_token &stop) {
+    state->run(stop, period, before_first);
+  });
   pthread_setname_np(core_->thread.native_handle(), name.c_str());
 }
 
@@ -54,11 +60,10 @@ std::chrono::steady_clock::duration periodic::since_round() const {
   return std::chrono::steady_clock::now() - core_->ended_at.load();
 }
 
-bool periodic::stop(std::chrono::milliseconds bound) {
+bool periodic::stop(milliseconds bound) {
   if (!core_->thread.joinable()) return true;
+  core_->thread.request_stop();
   std::unique_lock lock(core_->mutex);
-  core_->stopping = true;
-  core_->changed.notify_all();
   const bool ended = core_->changed.wait_for(lock, bound, [this] { return core_->ended; });
   lock.unlock();
   if (ended) {
@@ -69,4 +74,4 @@ bool periodic::stop(std::chrono::milliseconds bound) {
   return ended;
 }
 
-}  // namespace lumd
+}  // namespace lum_linux
