@@ -3,10 +3,29 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <string_view>
+#include <vector>
 
 #include "lum.h"
+#include "wording/nearest.h"
 
 namespace lumd {
+namespace {
+
+// What was most likely meant by the first option that there is not; empty when there are all.
+std::string complaint_of_option(const CLI::App &app, int argc, char **argv) {
+  std::vector<std::string> known;
+  for (const CLI::Option *option : app.get_options()) known.push_back(option->get_name());
+  for (int i = 1; i < argc; ++i) {
+    const std::string_view word = argv[i];
+    const std::string name(word.substr(0, word.find('=')));
+    if (!word.starts_with("--") || app.get_option_no_throw(name) != nullptr) continue;
+    return fmt::format("there is no option {}{}", name, lum_wording::did_you_mean(name, known));
+  }
+  return {};
+}
+
+}  // namespace
 
 std::optional<command_line> read_command_line(int argc, char **argv, int &status) {
   command_line chosen;
@@ -26,11 +45,15 @@ std::optional<command_line> read_command_line(int argc, char **argv, int &status
       "or usage.");
   try {
     app.parse(argc, argv);
-  } catch (const CLI::ParseError &stop) {
-    status = app.exit(stop) == 0 ? 0 : exit_wrong_description;
-    return std::nullopt;
+    return chosen;
+  } catch (const CLI::Success &asked) {
+    status = app.exit(asked);
+  } catch (const CLI::ParseError &wrong) {
+    const std::string unknown = complaint_of_option(app, argc, argv);
+    fmt::print(stderr, "lumd: {}; try --help\n", unknown.empty() ? wrong.what() : unknown);
+    status = exit_wrong_description;
   }
-  return chosen;
+  return std::nullopt;
 }
 
 }  // namespace lumd

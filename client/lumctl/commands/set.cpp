@@ -12,6 +12,7 @@
 #include "names.h"
 #include "printing/port_cells.h"
 #include "printing/port_text.h"
+#include "wording/nearest.h"
 #include "words/settings.h"
 
 namespace lumctl {
@@ -39,8 +40,8 @@ std::string read_setting(const std::string &text, json &body) {
   std::string field = text.substr(0, equals);
   std::replace(field.begin(), field.end(), '_', '-');
   if (std::find(fields.begin(), fields.end(), field) == fields.end()) {
-    return fmt::format("there is no setting \"{}\", expected one of {}", field,
-                       listed(fields, ", "));
+    return fmt::format("there is no setting \"{}\", expected one of {}{}", field,
+                       listed(fields, ", "), lum_wording::did_you_mean(field, fields));
   }
   std::int64_t number = 0;
   if (!read_number(std::string_view(text).substr(equals + 1), number)) {

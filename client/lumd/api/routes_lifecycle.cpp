@@ -1,6 +1,4 @@
 // Ports come and go, and change their controllers' state.
-#include <fmt/format.h>
-
 #include "api/action.h"
 #include "api/request_body.h"
 #include "api/routes.h"
@@ -74,8 +72,7 @@ api_reply post_update(driver &node, const api_request &request) {
   const std::string state = body.text("state");
   const wait_time wait = body.wait();
   if (state != controller_up && state != controller_down) {
-    body.complain(
-        fmt::format("\"state\" is neither \"{}\" nor \"{}\"", controller_up, controller_down));
+    body.complain_of_word("state", state, lum_words::controller_states);
   }
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
   const uint32_t number = state == controller_up ? 1 : 0;

@@ -10,6 +10,7 @@
 #include "views/action_view.h"
 #include "views/alarm_view.h"
 #include "views/pm_view.h"
+#include "wording/nearest.h"
 #include "words/bins.h"
 
 namespace lumd {
@@ -37,8 +38,9 @@ api_reply get_pm(driver &node, const api_request &request) {
   if (const auto asked = queried(request, "bins")) {
     bins = pm_bins_of(*asked);
     if (!bins) {
-      return refuse(400, fmt::format("the bins are neither {} nor {}", lum_words::quarter_bin,
-                                     lum_words::day_bin));
+      return refuse(400, fmt::format("the bins are \"{}\", expected one of {}{}", *asked,
+                                     fmt::join(lum_words::bins, ", "),
+                                     lum_wording::did_you_mean(*asked, lum_words::bins)));
     }
   }
   port_list ports;

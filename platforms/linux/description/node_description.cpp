@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 #include <sys/un.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -10,6 +12,7 @@
 #include <utility>
 
 #include "description/toml_table.h"
+#include "wording/nearest.h"
 
 namespace lum_linux {
 namespace {
@@ -22,6 +25,7 @@ constexpr size_t max_path_bytes = 1024;
 // What a socket's address holds behind its folder's place below /proc.
 constexpr size_t max_socket_name_bytes = 80;
 constexpr size_t max_host_name_bytes = 253;
+constexpr std::array<std::string_view, 3> backends = {"file", "i2c-dev", "simulated"};
 
 // Finds the things that may be there once only.
 class uniqueness {
@@ -243,10 +247,11 @@ void node_reader::read_module(toml_table &table, port_description &port) {
     read_module_file(table, port);
   } else {
     if (backend) {
-      problems_.add(backend->line,
-                    fmt::format("'backend' is \"{}\", expected \"file\", \"i2c-dev\" or "
-                                "\"simulated\"",
-                                backend->value));
+      problems_.add(
+          backend->line,
+          fmt::format("'backend' is \"{}\", expected \"file\", \"i2c-dev\" or "
+                      "\"simulated\"{}",
+                      backend->value, lum_wording::did_you_mean(backend->value, backends)));
     }
     // Whatever the keys of the module say cannot be judged without knowing the backend.
     table.text("module", max_path_bytes, "");

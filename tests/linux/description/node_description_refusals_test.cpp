@@ -173,7 +173,8 @@ const std::vector<refusal> refusals = {
      {"7: 'capacity' is 0, expected an integer from 1 to 65535"}},
     {"UnknownInstanceKey",
      node("") + "ports = 3\n",
-     {"7: unknown key 'ports' in the instance, expected one of number, port, capacity"}},
+     {"7: unknown key 'ports' in the instance, expected one of number, port, capacity (did you "
+      "mean \"port\"?)"}},
     {"UnknownPortKey",
      port("number = 1\nhandle = 1\nmodule = 'm'\ncolour = 1\n"),
      {"11: unknown key 'colour' in the port, expected one of number, name, handle, backend, "
@@ -244,6 +245,10 @@ const std::vector<refusal> refusals = {
     {"UnknownBackend",
      port("number = 1\nhandle = 1\nbackend = 'spi'\nmodule = 'a'\nbus = 'b'\n"),
      {"10: 'backend' is \"spi\", expected \"file\", \"i2c-dev\" or \"simulated\""}},
+    {"LikelyBackend",
+     port("number = 1\nhandle = 1\nbackend = 'simulate'\nmodule = 'a'\n"),
+     {"10: 'backend' is \"simulate\", expected \"file\", \"i2c-dev\" or \"simulated\" (did you "
+      "mean \"simulated\"?)"}},
     {"KeyOfAnotherBackend",
      port("number = 1\nhandle = 1\nmodule = 'a'\naddress = 0x50\n"),
      {"11: unknown key 'address' in the port, expected one of number, name, handle, backend, "
@@ -260,7 +265,8 @@ const std::vector<refusal> refusals = {
      {"4: 'rack' is 300, expected an integer from 0 to 255",
       "5: unknown key 'colour' in the node, " + all_node_keys,
       "9: 'number' is 9, expected an integer from 0 to 3",
-      "10: unknown key 'ports' in the instance, expected one of number, port, capacity"}},
+      "10: unknown key 'ports' in the instance, expected one of number, port, capacity (did you "
+      "mean \"port\"?)"}},
 };
 
 INSTANTIATE_TEST_SUITE_P(All, NodeDescriptionRefuses, testing::ValuesIn(refusals),
