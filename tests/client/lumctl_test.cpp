@@ -1,6 +1,7 @@
 // What lumctl is made of, without a driver.
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <set>
 
@@ -77,7 +78,17 @@ TEST(Completion, OffersEveryCommandOptionAndFixedWord) {
 
 TEST(Completion, OffersAnArgumentAgainOnlyWhereItMayBeRepeated) {
   EXPECT_THAT(offered({"module", "fault", "west", "hang"}), Contains("none"));
-  EXPECT_THAT(offered({"im", "hold", "on"}), ElementsAre("--json", "--help"));
+  EXPECT_THAT(offered({"im", "hold", "on"}),
+              ElementsAre("--socket", "--json", "--timeout", "--help"));
+}
+
+TEST(Completion, OffersTheOptionsOfEveryCommandWhereADriverIsAsked) {
+  for_every_command([](const command &at, const words &path) {
+    const words here = offered(path);
+    for (const option &one : all_commands().options) {
+      EXPECT_EQ(std::count(here.begin(), here.end(), "--" + one.name), at.asks ? 1 : 0) << at.name;
+    }
+  });
 }
 
 TEST(Completion, OffersNoWordThatWouldSteerATerminal) {

@@ -95,11 +95,12 @@ api_result get(const std::string &socket, const std::string &target,
   return call(socket, make_request(http::verb::get, target), patience);
 }
 
-api_result post(const std::string &socket, const std::string &target, const json &body) {
+api_result post(const std::string &socket, const std::string &target, const json &body,
+                std::chrono::milliseconds patience) {
   request_type request = make_request(http::verb::post, target);
   request.set(http::field::content_type, "application/json");
   request.body() = body.dump(-1, ' ', false, json::error_handler_t::replace);
-  return call(socket, std::move(request), usual_patience);
+  return call(socket, std::move(request), patience);
 }
 
 std::string encoded(const std::string &text) {

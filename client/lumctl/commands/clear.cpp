@@ -28,7 +28,6 @@ command clear_commands() {
           .commands = {{.name = "stats",
                         .help = "The alarm counters of a port or of all",
                         .arguments = {optional_port_name()},
-                        .options = {json_option()},
                         .action = clear_statistics}}};
 }
 

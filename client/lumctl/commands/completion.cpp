@@ -10,10 +10,14 @@ namespace lumctl {
 namespace {
 
 command shell(const std::string &name, const char *file) {
-  return {.name = name, .help = "For " + name, .action = [file](const session &, const given &) {
-            fmt::print("{}", file);
-            return exit_done;
-          }};
+  return {.name = name,
+          .help = "For " + name,
+          .action =
+              [file](const session &, const given &) {
+                fmt::print("{}", file);
+                return exit_done;
+              },
+          .asks = false};
 }
 
 int complete(const session &now, const given &words) {
@@ -29,7 +33,8 @@ command completion_commands() {
   return {.name = "completion",
           .help = "Print the shell's completion of this command line",
           .commands = {shell("bash", bash_completion), shell("zsh", zsh_completion),
-                       shell("fish", fish_completion)}};
+                       shell("fish", fish_completion)},
+          .asks = false};
 }
 
 command complete_command() {
@@ -38,7 +43,8 @@ command complete_command() {
           .arguments = {{"word", "Behind --: what follows lumctl, up to the word to be completed",
                          value{}, false, true}},
           .action = complete,
-          .hidden = true};
+          .hidden = true,
+          .asks = false};
 }
 
 }  // namespace lumctl

@@ -41,10 +41,7 @@ json body_of(const given &words) {
 }
 
 command plain(const std::string &name, const std::string &help) {
-  return {.name = name,
-          .help = help,
-          .options = {json_option()},
-          .action = [name](const session &now, const given &words) {
+  return {.name = name, .help = help, .action = [name](const session &now, const given &words) {
             return change(now, words, "/v1/entity-agent/" + name, json::object(), describe_answer);
           }};
 }
@@ -58,8 +55,7 @@ command operation(const std::string &name, const std::string &help) {
           .options = {{"handle", "The interface's handle, instead of the interface manager's",
                        value{.kind = value_kind::whole}},
                       {"admin", "Admin status, 1 unless given", byte},
-                      {"state-ready", "State-ready, 1 unless given", byte},
-                      json_option()},
+                      {"state-ready", "State-ready, 1 unless given", byte}},
           .action = [name](const session &now, const given &words) {
             return change(now, words, "/v1/entity-agent/interfaces/" + name, body_of(words),
                           describe_answer);

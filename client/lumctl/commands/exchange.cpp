@@ -13,10 +13,11 @@
 namespace lumctl {
 namespace {
 
+using std::chrono::milliseconds;
+
 constexpr double longest_wait = 20;
 constexpr double usual_wait = 5;
 
-constexpr const char *json_name = "json";
 constexpr const char *wait_name = "wait";
 
 bool was_accepted(const json &reply) {
@@ -24,9 +25,9 @@ bool was_accepted(const json &reply) {
          reply.at("result").at("code") == 0;
 }
 
-std::optional<std::chrono::milliseconds> wait_of(const json &body) {
+std::optional<milliseconds> wait_of(const json &body) {
   if (!body.contains("wait_ms")) return std::nullopt;
-  return std::chrono::milliseconds(body.at("wait_ms").get<unsigned>());
+  return milliseconds(body.at("wait_ms").get<unsigned>());
 }
 
 int fail_for(const api_result &result) {
@@ -60,7 +61,7 @@ int fail_for_missing_member() {
 int show(const session &now, const given &words, const std::string &target, const printer &print) {
   const api_result result = [&] {
     const progress bar("waiting for the driver");
-    return get(now.socket, target);
+    return get(now.socket, target, now.patience);
   }();
   if (result.what != outcome::done) return fail_for(result);
   if (wants_json(words)) {
@@ -78,8 +79,9 @@ int show(const session &now, const given &words, const std::string &target, cons
 int change(const session &now, const given &words, const std::string &target, const json &body,
            const printer &print, bool must_be_complete) {
   const api_result result = [&] {
-    const progress bar("waiting for the driver", wait_of(body));
-    return post(now.socket, target, body);
+    const auto wait = wait_of(body);
+    const progress bar("waiting for the driver", wait);
+    return post(now.socket, target, body, now.patience + wait.value_or(milliseconds(0)));
   }();
   if (result.what != outcome::done) return fail_for(result);
   try {
@@ -96,9 +98,7 @@ int change_and_wait(const session &now, const given &words, const std::string &t
   return change(now, words, target, body, print, seconds > 0);
 }
 
-option json_option(const std::string &help) { return {json_name, help}; }
-
-bool wants_json(const given &words) { return words.has(json_name); }
+bool wants_json(const given &words) { return words.has(json_option); }
 
 option wait_option() {
   return {wait_name,

@@ -60,7 +60,6 @@ command one(const std::string &name, const std::string &help, const std::string 
                         {"what", what_help, value{.words = offered}},
                         {"status", listed(switch_states),
                          value{.words = as_words(switch_states), .only_words = true}}},
-          .options = {json_option()},
           .action = [name](const session &now, const given &words) {
             return inject_one(now, words, name);
           }};
@@ -77,7 +76,6 @@ command inject_commands() {
       .name = "text",
       .help = "Send the text of a test as it is",
       .arguments = {{"text", "ANYTHING#INTERFACE#TEST#ID#STATUS, numbers in hexadecimal"}},
-      .options = {json_option()},
       .action = inject_text};
   return {
       .name = "inject",

@@ -119,7 +119,6 @@ command set_command() {
                          value{.names = known_names::ports_and_sub_ports}},
                         {"setting", "FIELD=VALUE, FIELD being one of " + listed(fields, ", "),
                          value{.words = setting_words(), .wrong = check_setting}, true, true}},
-          .options = {json_option()},
           .action = change_settings};
 }
 

@@ -67,9 +67,10 @@ class watcher {
  private:
   view look() const {
     view seen;
-    seen.polling = get(now_.socket, "/v1/polling");
+    seen.polling = get(now_.socket, "/v1/polling", now_.patience);
     if (seen.polling.what == outcome::done) {
-      seen.ports = get(now_.socket, wanted_.all ? "/v1/ports" : "/v1/ports?existing");
+      seen.ports =
+          get(now_.socket, wanted_.all ? "/v1/ports" : "/v1/ports?existing", now_.patience);
     }
     return seen;
   }
@@ -101,7 +102,7 @@ class watcher {
       const timespec time = {pause.count() / 1'000'000'000, pause.count() % 1'000'000'000};
       ::nanosleep(&time, nullptr);
       if (wanted_.interval > 0) continue;
-      const api_result now = get(now_.socket, "/v1/polling");
+      const api_result now = get(now_.socket, "/v1/polling", now_.patience);
       if (now.what != outcome::done || cycles_of(now) != cycles_shown) return;
     }
   }
@@ -135,8 +136,7 @@ command watch_command() {
                        value{.kind = value_kind::real, .within = limits{0.1, 86400}}},
                       {"count", "End after so many pictures",
                        value{.kind = value_kind::whole, .within = limits{1, 1'000'000}}},
-                      {"all", "Also ports that are described but do not exist"},
-                      json_option("Print one line of JSON for each picture")},
+                      {"all", "Also ports that are described but do not exist"}},
           .action = watch};
 }
 
