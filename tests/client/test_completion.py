@@ -99,13 +99,13 @@ class Names(Actions):
             self.wait_for_state(cage, "up")
         ports = [cage.name for cage in self.shelf.cages]
         sub_ports = [f"{name}:{number}" for name in ports for number in (0, 1)]
-        for command in (("show", "port"), ("show", "module"), ("show", "pm"), ("clear", "stats"),
-                        ("port", "update"), ("port", "delete"), ("port", "delete", ports[0]),
+        for command in (("clear", "stats"), ("port", "update"), ("port", "delete"), ("port", "delete", ports[0]),
                         ("module", "insert"), ("module", "poke")):
             self.assertEqual(self.offers(*command), ports, command)
         for command in (("inject", "alarm"), ("inject", "readings"), ("ea", "create")):
             self.assertEqual(self.offers(*command), sub_ports, command)
-        self.assertEqual(set(self.offers("set")), {*ports, *sub_ports})
+        for command in (("set",), ("show", "port"), ("show", "module"), ("show", "pm")):
+            self.assertEqual(set(self.offers(*command)), {*ports, *sub_ports}, command)
         self.assertEqual(self.offers("im", "fail-name")[:2], ["Ots0_1_0_1_0", "Ots0_1_0_1_1"])
         self.assertEqual(offered("port", "update", "", LUMD_SOCKET=str(self.shelf.socket))[:3], ports)
         for where in ((f"--socket={self.shelf.socket}", "port", "update"),
@@ -196,8 +196,14 @@ class Shells(support.ShelfTest):
                          ["0/1/0/1"])
         self.assertEqual(self.bash("lumctl port update far", "lumctl", "port", "update", "far"),
                          ["far\\ west"])
-        self.assertEqual(self.bash("lumctl show port 'far w", "lumctl", "show", "port", "'far w"),
-                         ["far west"])
+        self.assertEqual(self.bash("lumctl port update far\\ w", "lumctl", "port", "update",
+                                   "far\\ w"), ["far\\ west"])
+        self.assertEqual(self.bash("lumctl port update 'far w", "lumctl", "port", "update",
+                                   "'far w"), ["far west"])
+        self.assertEqual(self.bash("lumctl show port far", "lumctl", "show", "port", "far"),
+                         ["far\\ west", "far\\ west:0", "far\\ west:1"])
+        self.assertEqual(self.bash("lumctl show port far\\ west:", "lumctl", "show", "port",
+                                   "far\\ west", ":"), ["0", "1"])
         for line, words in (("0/1/0/1:", ["0/1/0/1", ":"]), ("0/1/0/1:", ["0/1/0/1", ":", ""])):
             self.assertEqual(self.bash(f"lumctl inject alarm {line}", "lumctl", "inject", "alarm",
                                        *words), ["0", "1"])

@@ -25,6 +25,11 @@ argument port_name() {
           value{.names = known_names::ports}};
 }
 
+argument port_or_sub_port_name() {
+  return {"name", "The port's name, or rack/slot/instance/port; behind it :0 or :1 for a sub-port",
+          value{.names = known_names::ports_and_sub_ports}};
+}
+
 argument optional_port_name() {
   return {"name", "Only this port", value{.names = known_names::ports}, false};
 }

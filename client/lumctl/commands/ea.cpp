@@ -3,9 +3,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include "base/sub_port_name.h"
 #include "commands/commands.h"
 #include "commands/exchange.h"
-#include "commands/sub_port_name.h"
 #include "printing/port_cells.h"
 
 namespace lumctl {
@@ -31,7 +31,7 @@ std::string describe_answer(const json &reply) {
 json body_of(const given &words) {
   json body = {{"admin", words.whole("admin", 1)}, {"state_ready", words.whole("state-ready", 1)}};
   if (words.whole("handle") != 0) body["ifhandle"] = words.whole("handle");
-  if (const auto sub_port = read_sub_port_name(words.text("name"))) {
+  if (const auto sub_port = lum_client::read_sub_port_name(words.text("name"))) {
     body["port"] = sub_port->port;
     body["sub_port"] = sub_port->sub_port;
   } else {

@@ -40,7 +40,7 @@ command ports() {
 command port() {
   return {.name = "port",
           .help = "One port in full",
-          .arguments = {port_name()},
+          .arguments = {port_or_sub_port_name()},
           .action = [](const session &now, const given &words) {
             return show_as(now, words, "/v1/ports/" + encoded(words.text("name")), describe_port);
           }};
@@ -49,7 +49,7 @@ command port() {
 command module() {
   return {.name = "module",
           .help = "The module in a port, and a page of its memory if asked",
-          .arguments = {port_name()},
+          .arguments = {port_or_sub_port_name()},
           .options = {{"page", "Also dump this page of the module's memory",
                        value{.kind = value_kind::whole, .within = limits{0, 255}}}},
           .action = [](const session &now, const given &words) {
@@ -78,7 +78,8 @@ command node() {
 command pm() {
   return {.name = "pm",
           .help = "Monitored values: now, minimum, maximum and average",
-          .arguments = {optional_port_name()},
+          .arguments = {{"name", "Only this port, or NAME:SUBPORT",
+                         value{.names = known_names::ports_and_sub_ports}, false}},
           .options = {{"bins", "All bins of this length, instead of the current ones",
                        value{.words = as_words(lum_words::bins), .only_words = true}}},
           .action = [](const session &now, const given &words) {

@@ -53,7 +53,7 @@ std::string read_interface(driver &node, request_body &body) {
   }
   const auto *port = find_port(node.node(), *port_name);
   if (port == nullptr) {
-    body.complain(fmt::format("the node has no port \"{}\"", *port_name));
+    body.complain(reason_against_port(node.node(), *port_name).reason);
     return {};
   }
   return interface_name({port->rsip, *sub_port});

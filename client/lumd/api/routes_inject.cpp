@@ -39,7 +39,7 @@ api_reply inject(driver &node, const api_request &request, alarm_test test, cons
   wanted.on = body.boolean("on");
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
   const auto *port = find_port(node.node(), name);
-  if (port == nullptr) return refuse_unknown_port(name);
+  if (port == nullptr) return refuse_port(node.node(), name);
   wanted.place.rsip = port->rsip;
   wanted.id = *id;
   return run(node, wanted, to_text(wanted));

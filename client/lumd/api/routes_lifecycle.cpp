@@ -35,7 +35,7 @@ api_reply read_ports(driver &node, const json &names, port_list &ports) {
   for (const json &name : names) {
     if (!name.is_string()) return refuse(400, "\"ports\" is not a list of port names");
     const auto *port = find_port(node.node(), name.get<std::string>());
-    if (port == nullptr) return refuse_unknown_port(name.get<std::string>());
+    if (port == nullptr) return refuse_port(node.node(), name.get<std::string>());
     ports.push_back(port);
   }
   return {};
@@ -67,7 +67,7 @@ api_reply post_delete(driver &node, const api_request &request) {
 
 api_reply post_update(driver &node, const api_request &request) {
   const auto *port = find_port(node.node(), request.parameters[0]);
-  if (port == nullptr) return refuse_unknown_port(request.parameters[0]);
+  if (port == nullptr) return refuse_port(node.node(), request.parameters[0]);
   request_body body(request.body);
   const std::string state = body.text("state");
   const wait_time wait = body.wait();

@@ -11,6 +11,7 @@
 #include <map>
 #include <utility>
 
+#include "description/port_names.h"
 #include "description/toml_table.h"
 #include "wording/nearest.h"
 
@@ -93,6 +94,7 @@ class node_reader {
   fs::path folder_;
   problem_list &problems_;
   uniqueness unique_;
+  port_names names_;
   node_description node_;
 };
 
@@ -117,6 +119,7 @@ node_description node_reader::read(toml_table &table) {
     read_interface_manager(*im);
   }
   for (toml_table &slot : table.tables("slot", "[[slot]]", true, "the slot")) read_slot(slot);
+  names_.refuse_ambiguous(problems_);
   table.refuse_unknown_keys();
   return std::move(node_);
 }
@@ -227,11 +230,13 @@ void node_reader::read_position(toml_table &table, place where, port_description
       number && unique_.check(unique_.numbers, port.number, number->line,
                               fmt::format("port number {}", port.number),
                               "a number of its own for each port of an instance");
-  const auto name =
-      table.text("name", max_name_bytes,
-                 fmt::format("{}/{}/{}/{}", node_.rack, where.slot, where.instance, port.number));
-  if (name && ((number_is_good && where.known) || table.has("name"))) {
+  const bool position_is_known = number_is_good && where.known;
+  const std::string position =
+      fmt::format("{}/{}/{}/{}", node_.rack, where.slot, where.instance, port.number);
+  const auto name = table.text("name", max_name_bytes, position);
+  if (name && (position_is_known || table.has("name"))) {
     port.name = name->value;
+    names_.add({port.name, name->line, position_is_known ? position : ""});
     unique_.check(unique_.names, port.name, name->line, fmt::format("port name '{}'", port.name),
                   "a name of its own for each port");
   }

@@ -214,6 +214,21 @@ const std::vector<refusal> refusals = {
                "number = 2\nhandle = 2\nmodule = 'b'\nname = '0/1/0/1'\n"),
      {"15: port name '0/1/0/1' is used twice, first in line 7; expected a name of its own for "
       "each port"}},
+    {"NameIsAnothersPosition",
+     two_ports("number = 1\nhandle = 1\nmodule = 'a'\nname = 'west'\n",
+               "number = 2\nhandle = 2\nmodule = 'b'\nname = '0/1/0/1'\n"),
+     {"16: port name '0/1/0/1' is also the position of port 'west', named in line 11; expected a "
+      "name that means one port"}},
+    {"NameIsAnothersSubPort",
+     two_ports("number = 1\nhandle = 1\nmodule = 'a'\nname = 'west:1'\n",
+               "number = 2\nhandle = 2\nmodule = 'b'\nname = 'west'\n"),
+     {"11: port name 'west:1' is also sub-port 1 of port 'west', named in line 16; expected a name "
+      "that means one port"}},
+    {"NameIsSubPortOfAnothersPosition",
+     two_ports("number = 1\nhandle = 1\nmodule = 'a'\nname = 'west'\n",
+               "number = 2\nhandle = 2\nmodule = 'b'\nname = '0/1/0/1:0'\n"),
+     {"16: port name '0/1/0/1:0' is also sub-port 0 of port 'west', named in line 11; expected a "
+      "name that means one port"}},
     {"SameModuleTwice",
      two_ports("number = 1\nhandle = 1\nmodule = 'a'\n",
                "number = 2\nhandle = 2\nmodule = 'modules/../a'\n"),
