@@ -42,7 +42,7 @@ class Watching(Actions):
         terminal = self.watch("--interval", "0.2")
         self.assertTrue(terminal.read_until(lambda drawn: b"cycle " in drawn, 5))
         self.driver.stop(6)
-        self.assertTrue(terminal.read_until(lambda drawn: b"cannot be reached" in drawn, 10))
+        self.assertTrue(terminal.read_until(lambda drawn: b"no driver answers" in drawn, 10))
         self.driver.start()
         seen = len(terminal.output)
         self.assertTrue(terminal.read_until(lambda drawn: b"cycle " in drawn[seen:], 10))

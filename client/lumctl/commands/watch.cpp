@@ -11,6 +11,7 @@
 #include "commands/exchange.h"
 #include "printing/polling_text.h"
 #include "printing/ports_table.h"
+#include "terminal/printable.h"
 #include "terminal/screen.h"
 
 namespace lumctl {
@@ -81,8 +82,9 @@ class watcher {
       fmt::print("{}\n", both.dump(-1, ' ', false, json::error_handler_t::replace));
     } else if (screen_) {
       const style output = style_of_output();
-      screen_->draw(seen.good() ? describe(seen, output)
-                                : painted(output, seen.failure().error, colour::bad) + "\n");
+      screen_->draw(seen.good()
+                        ? describe(seen, output)
+                        : painted(output, printable(seen.failure().error), colour::bad) + "\n");
     } else {
       fmt::print("{}\n", describe(seen, now_.output));
     }

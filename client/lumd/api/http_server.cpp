@@ -58,6 +58,15 @@ std::optional<http_reply> answer_to_unreadable(const error_code &error) {
   return std::nullopt;
 }
 
+std::string why_not_listening(std::uint16_t port, const error_code &failure) {
+  const std::string number = std::to_string(port);
+  const std::string text = "cannot listen on 127.0.0.1:" + number +
+                           " (http_port in the description): " + failure.message();
+  if (failure != net::error::address_in_use) return text;
+  return text + ". Another lumd or another program has it; \"ss -ltnp 'sport = :" + number +
+         "'\" names it";
+}
+
 // What a connection is about to be told.
 http_reply refusal(unsigned status, const char *text) {
   return {status, "application/json", error_body(text), {}};
@@ -245,7 +254,7 @@ bool http_server::core::open_tcp(std::string &error) {
   if (!failure) tcp.bind(endpoint, failure);
   if (!failure) tcp.listen(net::socket_base::max_listen_connections, failure);
   if (!failure) port = tcp.local_endpoint(failure).port();
-  if (failure) error = "127.0.0.1:" + std::to_string(*options.tcp_port) + ": " + failure.message();
+  if (failure) error = why_not_listening(*options.tcp_port, failure);
   return !failure;
 }
 
