@@ -3,9 +3,11 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <sstream>
 #include <string_view>
 #include <vector>
 
+#include "base/output.h"
 #include "lum.h"
 #include "wording/nearest.h"
 
@@ -47,7 +49,9 @@ std::optional<command_line> read_command_line(int argc, char **argv, int &status
     app.parse(argc, argv);
     return chosen;
   } catch (const CLI::Success &asked) {
-    status = app.exit(asked);
+    std::ostringstream answer;
+    status = app.exit(asked, answer, answer);
+    lum_client::print(answer.str());
   } catch (const CLI::ParseError &wrong) {
     const std::string unknown = complaint_of_option(app, argc, argv);
     fmt::print(stderr, "lumd: {}; try --help\n", unknown.empty() ? wrong.what() : unknown);

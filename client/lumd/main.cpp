@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "answer.h"
+#include "base/output.h"
 #include "command_line.h"
 #include "confine.h"
 #include "lum_linux/image.h"
@@ -14,6 +15,7 @@
 #include "node/log.h"
 #include "stop_signal.h"
 #include "watchdog.h"
+#include "wording/numbers.h"
 
 namespace {
 
@@ -142,14 +144,15 @@ int run(lum_linux::node_description description, const command_line &chosen) {
 int main(int argc, char **argv) {
   ignore_needless_signals();
   int status = 0;
-  const auto chosen = read_command_line(argc, argv, status);
-  if (!chosen) return status;
   try {
+    const auto chosen = read_command_line(argc, argv, status);
+    if (!chosen) return status;
     const auto result = lum_linux::read_node_description(chosen->config);
     if (!is_good(result) || !modules_are_good(*result.node)) return exit_wrong_description;
     warn(*result.node);
     if (chosen->check) {
-      fmt::print("{}: right, {} ports\n", chosen->config, result.node->ports().size());
+      lum_client::print(fmt::format("{}: right, {}\n", chosen->config,
+                                    lum_wording::counted(result.node->ports().size(), "port")));
       return 0;
     }
     umask(S_IRWXG | S_IRWXO);

@@ -4,7 +4,9 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <sstream>
 
+#include "base/output.h"
 #include "command_line/complaint.h"
 #include "command_line/status.h"
 #include "wording/nearest.h"
@@ -159,13 +161,18 @@ int read_and_act(const command &lumctl, const session &now, int argc, const char
   app.footer(footer);
   add_commands(app, lumctl, {}, typed);
   const std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
+  std::ostringstream asked_for;
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success &asked) {
-    return app.exit(asked);
+    app.exit(asked, asked_for, asked_for);
   } catch (const CLI::ParseError &wrong) {
     const std::string complaint = complaint_of_words(lumctl, words);
     return fail_for_usage(complaint.empty() ? wrong.what() : complaint);
+  }
+  if (!asked_for.str().empty()) {
+    lum_client::print(asked_for.str());
+    return exit_done;
   }
   if (const std::string &twice = typed.words.given_twice(); !twice.empty()) {
     return fail_for_usage("--" + twice + " is given twice");

@@ -1,6 +1,5 @@
 // The shell's completion: the files that make a shell ask, and what it is answered.
-#include <fmt/format.h>
-
+#include "base/output.h"
 #include "command_line/candidates.h"
 #include "command_line/status.h"
 #include "commands/commands.h"
@@ -14,16 +13,18 @@ command shell(const std::string &name, const char *file) {
           .help = "For " + name,
           .action =
               [file](const session &, const given &) {
-                fmt::print("{}", file);
+                lum_client::print(file);
                 return exit_done;
               },
           .asks = false};
 }
 
 int complete(const session &now, const given &words) {
+  std::string lines;
   for (const std::string &word : candidates(all_commands(), now, words.texts("word"))) {
-    fmt::print("{}\n", word);
+    lines += word + "\n";
   }
+  lum_client::print(lines);
   return exit_done;
 }
 

@@ -3,11 +3,10 @@
 #include <fmt/format.h>
 
 #include <cmath>
-#include <cstdio>
 #include <nlohmann/json.hpp>
 
 #include "api/client.h"
-#include "terminal/printable.h"
+#include "base/output.h"
 #include "terminal/progress.h"
 
 namespace lumctl {
@@ -35,7 +34,7 @@ int fail_for(const api_result &result) {
 }
 
 void print_as_json(const json &answer) {
-  fmt::print("{}\n", answer.dump(2, ' ', false, json::error_handler_t::replace));
+  lum_client::print(answer.dump(2, ' ', false, json::error_handler_t::replace) + "\n");
 }
 
 int finish_change(const given &words, const json &reply, const printer &print,
@@ -43,13 +42,11 @@ int finish_change(const given &words, const json &reply, const printer &print,
   if (wants_json(words)) {
     print_as_json(reply);
   } else if (reply.at("result").is_object()) {
-    fmt::print("{}", print(reply));
+    lum_client::print(print(reply));
   }
   const bool complete =
       reply.at("complete").get<bool>() || (!must_be_complete && was_accepted(reply));
-  std::fflush(stdout);
-  return complete ? exit_done
-                  : fail(exit_refused, printable(reply.at("reason").get<std::string>()));
+  return complete ? exit_done : fail(exit_refused, reply.at("reason").get<std::string>());
 }
 
 }  // namespace
@@ -69,7 +66,7 @@ int show(const session &now, const given &words, const std::string &target, cons
     return exit_done;
   }
   try {
-    fmt::print("{}", print(*result.body));
+    lum_client::print(print(*result.body));
   } catch (const json::exception &) {
     return fail_for_missing_member();
   }

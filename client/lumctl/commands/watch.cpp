@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "api/client.h"
+#include "base/output.h"
 #include "commands/commands.h"
 #include "commands/exchange.h"
 #include "printing/polling_text.h"
@@ -79,16 +80,15 @@ class watcher {
   void put(const view &seen) {
     if (wanted_.as_json) {
       const json both = {{"polling", *seen.polling.body}, {"ports", seen.ports.body->at("ports")}};
-      fmt::print("{}\n", both.dump(-1, ' ', false, json::error_handler_t::replace));
+      lum_client::print(both.dump(-1, ' ', false, json::error_handler_t::replace) + "\n");
     } else if (screen_) {
       const style output = style_of_output();
       screen_->draw(seen.good()
                         ? describe(seen, output)
                         : painted(output, printable(seen.failure().error), colour::bad) + "\n");
     } else {
-      fmt::print("{}\n", describe(seen, now_.output));
+      lum_client::print(describe(seen, now_.output) + "\n");
     }
-    std::fflush(stdout);
   }
 
   void wait(std::uint64_t cycles_shown) {

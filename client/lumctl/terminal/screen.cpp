@@ -4,11 +4,11 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <string_view>
 #include <vector>
 
-#include "terminal/size.h"
+#include "terminal/terminal.h"
+#include "wording/numbers.h"
 
 namespace lumctl {
 namespace {
@@ -99,9 +99,6 @@ bool screen::resized() {
   return has;
 }
 
-bool can_draw() {
-  const char *kind = std::getenv("TERM");
-  return ::isatty(STDOUT_FILENO) == 1 && kind != nullptr && std::string_view(kind) != "dumb";
-}
+bool can_draw() { return is_steerable(STDOUT_FILENO); }
 
 }  // namespace lumctl
