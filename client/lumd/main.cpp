@@ -88,7 +88,7 @@ void make_own_folders(const lum_linux::node_description &node) {
 }
 
 void report_ready(const driver &node, const http_server &server, std::size_t ports) {
-  say("node \"{}\": {} ports, {} start", node.node().name, ports,
+  say("node \"{}\": {}, {} start", node.node().name, lum_wording::counted(ports, "port"),
       node.restarted() ? "warm" : "cold");
   if (server.tcp_port() != 0) say("read-only API on http://127.0.0.1:{}/", server.tcp_port());
 }

@@ -97,3 +97,31 @@ class Lost(Actions):
         done = run("sh", "-c", f"'{LUMCTL}' --socket '{self.shelf.socket}' show ports | head -1")
         self.assertEqual((done.returncode, done.stderr), (0, ""))
         self.assertTrue(done.stdout.startswith("PORT"))
+
+
+class Numbers(Actions):
+    """One port, and not one ports."""
+
+    def setUp(self):
+        super().setUp()
+        self.shelf.cages.clear()
+        self.first = self.add_module("iivi-old-map")
+
+    def test_one_is_told_from_many(self):
+        self.start()
+        self.wait_for_state(self.first, "up")
+        self.assertIn('node "test": 1 port, cold start', self.driver.log.read_text())
+        done = run(LUMD, "--config", self.shelf.description, "--check")
+        self.assertEqual(done.stdout, f"{self.shelf.description}: right, 1 port\n")
+        self.driver.poll_once_more()
+        self.assertRegex(self.says("watch", "--count", "1"), r": 1 port in [\d.]+ s")
+        self.does("set", self.first.name, "threshold=3")
+        self.assertRegex(self.says("show", "node"), r"\.db: 1 entry, \d+ writes?, 0 failures")
+
+    def test_ordinals(self):
+        self.start()
+        for number, shown in (("1", "1st"), ("2", "2nd"), ("3", "3rd"), ("4", "4th"),
+                              ("11", "11th"), ("12", "12th"), ("13", "13th"), ("21", "21st"),
+                              ("112", "112th"), ("1002", "1002nd")):
+            self.assertIn(f"  every {shown} element fails with code 5\n",
+                          self.says("im", "fail-every", number, "5"))

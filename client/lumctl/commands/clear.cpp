@@ -5,13 +5,14 @@
 
 #include "commands/commands.h"
 #include "commands/exchange.h"
+#include "wording/numbers.h"
 
 namespace lumctl {
 namespace {
 
 std::string describe_cleared(const json &reply) {
-  return fmt::format("the counters of {} controllers are back at zero\n",
-                     reply.at("cleared").get<unsigned>());
+  return fmt::format("the counters of {} are back at zero\n",
+                     lum_wording::counted(reply.at("cleared").get<unsigned>(), "controller"));
 }
 
 int clear_statistics(const session &now, const given &words) {

@@ -5,13 +5,14 @@
 
 #include "commands/commands.h"
 #include "commands/exchange.h"
+#include "wording/numbers.h"
 
 namespace lumctl {
 namespace {
 
 std::string describe_replay(const json &reply) {
-  return fmt::format("{} of {} controllers confirmed\n", reply.at("confirmed").get<unsigned>(),
-                     reply.at("controllers").get<unsigned>());
+  return fmt::format("{} of {} confirmed\n", reply.at("confirmed").get<unsigned>(),
+                     lum_wording::counted(reply.at("controllers").get<unsigned>(), "controller"));
 }
 
 std::string describe_resync(const json & /*reply*/) {

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "printing/port_cells.h"
+#include "wording/numbers.h"
 
 namespace lumctl {
 namespace {
@@ -56,8 +57,8 @@ std::string describe_alarms(const json &answer, const style &output) {
     records.push_back(alarm_record(interface));
   }
   if (records.empty()) {
-    return fmt::format("no alarm is raised on any of {} sub-ports\n",
-                       answer.at("known").get<unsigned>());
+    return fmt::format("no alarm is raised on any of {}\n",
+                       lum_wording::counted(answer.at("known").get<unsigned>(), "sub-port"));
   }
   const std::vector<column> columns = {
       {"PORT"},          {"SUB", true},       {"CONTROLLER"},      {"SINCE S", true},

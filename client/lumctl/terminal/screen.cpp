@@ -81,7 +81,7 @@ void screen::draw(const std::string &text) {
   const std::size_t rows = terminal_rows();
   std::string more;
   if (lines.size() > rows) {
-    more = "... " + std::to_string(lines.size() - rows + 1) + " more lines";
+    more = "... " + lum_wording::counted(lines.size() - rows + 1, "more line");
     lines.resize(rows - 1);
     lines.push_back(more);
   }

@@ -160,7 +160,8 @@ std::optional<located<std::vector<double>>> toml_table::numbers(std::string_view
   const toml::array *array = node->as_array();
   if (!array || array->empty() || (count > 0 && array->size() != count)) {
     report(line_of(*node),
-           array ? fmt::format("'{}' has {} elements, expected {}", key, array->size(), expected)
+           array ? fmt::format("'{}' has {}, expected {}", key,
+                               lum_wording::counted(array->size(), "element"), expected)
                  : fmt::format("'{}' is no array, expected {}", key, expected));
     return {};
   }
