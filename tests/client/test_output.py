@@ -1,5 +1,6 @@
 """What is printed, wherever it goes to: terminals that know nothing, full disks, pipes that end."""
 
+import json
 import os
 import re
 import signal
@@ -125,3 +126,24 @@ class Numbers(Actions):
                               ("112", "112th"), ("1002", "1002nd")):
             self.assertIn(f"  every {shown} element fails with code 5\n",
                           self.says("im", "fail-every", number, "5"))
+
+
+class Schema(Actions):
+    def test_every_answer_has_the_version_of_its_documents(self):
+        self.begin()
+        name = self.first.name
+        for words in (("show", "ports"), ("show", "port", name), ("show", "module", name),
+                      ("show", "controllers"), ("show", "node"), ("show", "pm"),
+                      ("show", "alarms"), ("im", "show"), ("watch", "--count", "1"),
+                      ("clear", "stats"), ("port", "update", name, "up"), ("resync",), ("replay",),
+                      ("set", name, "threshold=3"), ("module", "fault", name, "none"),
+                      ("im", "behave"), ("inject", "alarm", f"{name}:0", "all", "off"),
+                      ("ea", "connect"), ("port", "delete", name), ("port", "create", "1")):
+            answer = self.does(*words)
+            self.assertEqual(list(answer)[0], "schema", words)
+            self.assertEqual(answer["schema"], 1, words)
+
+    def test_a_picture_has_it_once(self):
+        self.begin()
+        picture = self.does("watch", "--count", "1")
+        self.assertEqual(json.dumps(picture).count('"schema"'), 1)

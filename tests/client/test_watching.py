@@ -63,6 +63,8 @@ class Watching(Actions):
         pictures = [json.loads(line) for line in done.stdout.splitlines()]
         self.assertEqual([len(picture["ports"]) for picture in pictures], [3, 3])
         self.assertIn("cycles", pictures[0]["polling"])
+        self.assertEqual([list(picture) for picture in pictures],
+                         [["schema", "polling", "ports"]] * 2)
 
     def test_what_it_refuses(self):
         self.fails(3, "watch", "--count", "1")

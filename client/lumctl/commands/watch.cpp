@@ -45,6 +45,16 @@ std::string describe(const view &seen, const style &output) {
          describe_ports(*seen.ports.body, false, output);
 }
 
+// Both answers as one document, under the schema that they have in common.
+json joined(const view &seen) {
+  json polling = *seen.polling.body;
+  json both = {{"schema", polling.at("schema")}};
+  polling.erase("schema");
+  both["polling"] = std::move(polling);
+  both["ports"] = seen.ports.body->at("ports");
+  return both;
+}
+
 std::uint64_t cycles_of(const api_result &polling) {
   return polling.what == outcome::done ? polling.body->at("cycles").get<std::uint64_t>() : 0;
 }
@@ -79,8 +89,7 @@ class watcher {
 
   void put(const view &seen) {
     if (wanted_.as_json) {
-      const json both = {{"polling", *seen.polling.body}, {"ports", seen.ports.body->at("ports")}};
-      lum_client::print(both.dump(-1, ' ', false, json::error_handler_t::replace) + "\n");
+      lum_client::print(joined(seen).dump(-1, ' ', false, json::error_handler_t::replace) + "\n");
     } else if (screen_) {
       const style output = style_of_output();
       screen_->draw(seen.good()

@@ -18,6 +18,7 @@
 #include "api/own_host.h"
 #include "api/unix_listener.h"
 #include "lum_linux/lanes.h"
+#include "words/schema.h"
 
 namespace lumd {
 namespace {
@@ -30,7 +31,10 @@ using boost::system::error_code;
 constexpr unsigned http_version = 11;
 constexpr std::chrono::milliseconds out_of_memory_pause(100);
 
-std::string error_body(const char *text) { return "{\"error\":\"" + std::string(text) + "\"}\n"; }
+// As the router answers, for what never gets there.
+std::string error_body(const char *text) {
+  return "{\"schema\":" + std::to_string(lum_words::api_schema) + ",\"error\":\"" + text + "\"}\n";
+}
 
 http::response<http::string_body> to_message(const http_reply &reply, bool keep_alive) {
   http::response<http::string_body> message(static_cast<http::status>(reply.status), http_version);
