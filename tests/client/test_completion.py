@@ -235,7 +235,11 @@ class Shells(support.ShelfTest):
     def test_fish(self):
         self.begin()
         for line, expected in (("lumctl show po", ["port", "ports"]),
-                               ("lumctl show port fa", ["far west"]),
+                               ("lumctl port update fa", ["far west"]),
+                               ("lumctl show port fa", ["far west", "far west:0", "far west:1"]),
+                               ("lumctl --json show port far\\ west:", ["far west:0", "far west:1"]),
+                               ("lumctl show ports --", ["--all", "--help", "--json", "--socket",
+                                                         "--timeout", "--wide"]),
                                ("lumctl inject alarm 0/1/0/1:", ["0/1/0/1:0", "0/1/0/1:1"]),
                                ("lumctl set 0/1/0/1 mode=3 setting-", ["setting-a=", "setting-b="])):
             script = f"source {FILES / 'lumctl.fish'}; complete --do-complete '{line}'"
