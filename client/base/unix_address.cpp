@@ -11,18 +11,18 @@ namespace lum_client {
 unix_address::unix_address(const std::filesystem::path &socket)
     : folder_(::open(socket.has_parent_path() ? socket.parent_path().c_str() : ".",
                      O_PATH | O_DIRECTORY | O_CLOEXEC)),
-      problem_(folder_.get() < 0 ? std::strerror(errno) : ""),
+      problem_(folder_.get() < 0 ? errno : 0, std::generic_category()),
       name_(socket.filename().native()),
       path_("/proc/self/fd/" + std::to_string(folder_.get()) + "/" + name_) {
-  if (problem_.empty() && path_.size() >= sizeof(sockaddr_un::sun_path)) {
-    problem_ = "the name is too long for a socket";
+  if (!problem_ && path_.size() >= sizeof(sockaddr_un::sun_path)) {
+    problem_ = std::make_error_code(std::errc::filename_too_long);
   }
 }
 
 sockaddr_un unix_address::socket_address() const {
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;
-  if (problem_.empty()) std::memcpy(address.sun_path, path_.data(), path_.size());
+  if (!problem_) std::memcpy(address.sun_path, path_.data(), path_.size());
   return address;
 }
 

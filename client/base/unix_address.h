@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <string>
+#include <system_error>
 
 #include "base/descriptor.h"
 
@@ -15,8 +16,8 @@ class unix_address {
  public:
   explicit unix_address(const std::filesystem::path &socket);
 
-  // What stands against it; empty when nothing does.
-  const std::string &problem() const { return problem_; }
+  // What stands against it, if anything does.
+  std::error_code problem() const { return problem_; }
   int folder() const { return folder_.get(); }
   const std::string &name() const { return name_; }  // within the folder
   // Good for as long as this lives.
@@ -25,7 +26,7 @@ class unix_address {
 
  private:
   descriptor folder_;
-  std::string problem_;
+  std::error_code problem_;
   std::string name_;
   std::string path_;
 };

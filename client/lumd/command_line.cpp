@@ -3,10 +3,31 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <sstream>
+#include <string_view>
+#include <vector>
 
+#include "base/output.h"
 #include "lum.h"
+#include "wording/nearest.h"
 
 namespace lumd {
+namespace {
+
+// What was most likely meant by the first option that there is not; empty when there are all.
+std::string complaint_of_option(const CLI::App &app, int argc, char **argv) {
+  std::vector<std::string> known;
+  for (const CLI::Option *option : app.get_options()) known.push_back(option->get_name());
+  for (int i = 1; i < argc; ++i) {
+    const std::string_view word = argv[i];
+    const std::string name(word.substr(0, word.find('=')));
+    if (!word.starts_with("--") || app.get_option_no_throw(name) != nullptr) continue;
+    return fmt::format("there is no option {}{}", name, lum_wording::did_you_mean(name, known));
+  }
+  return {};
+}
+
+}  // namespace
 
 std::optional<command_line> read_command_line(int argc, char **argv, int &status) {
   command_line chosen;
@@ -26,11 +47,17 @@ std::optional<command_line> read_command_line(int argc, char **argv, int &status
       "or usage.");
   try {
     app.parse(argc, argv);
-  } catch (const CLI::ParseError &stop) {
-    status = app.exit(stop) == 0 ? 0 : exit_wrong_description;
-    return std::nullopt;
+    return chosen;
+  } catch (const CLI::Success &asked) {
+    std::ostringstream answer;
+    status = app.exit(asked, answer, answer);
+    lum_client::print(answer.str());
+  } catch (const CLI::ParseError &wrong) {
+    const std::string unknown = complaint_of_option(app, argc, argv);
+    fmt::print(stderr, "lumd: {}; try --help\n", unknown.empty() ? wrong.what() : unknown);
+    status = exit_wrong_description;
   }
-  return chosen;
+  return std::nullopt;
 }
 
 }  // namespace lumd

@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "answer.h"
+#include "base/output.h"
 #include "command_line.h"
 #include "confine.h"
 #include "lum_linux/image.h"
@@ -14,6 +15,7 @@
 #include "node/log.h"
 #include "stop_signal.h"
 #include "watchdog.h"
+#include "wording/numbers.h"
 
 namespace {
 
@@ -84,7 +86,7 @@ void make_own_folders(const lum_linux::node_description &node) {
 }
 
 void report_ready(const driver &node, const http_server &server, std::size_t ports) {
-  say("node \"{}\": {} ports, {} start", node.node().name, ports,
+  say("node \"{}\": {}, {} start", node.node().name, lum_wording::counted(ports, "port"),
       node.restarted() ? "warm" : "cold");
   if (server.tcp_port() != 0) say("read-only API on http://127.0.0.1:{}/", server.tcp_port());
 }
@@ -140,14 +142,15 @@ int run(lum_linux::node_description description, const command_line &chosen) {
 int main(int argc, char **argv) {
   ignore_needless_signals();
   int status = 0;
-  const auto chosen = read_command_line(argc, argv, status);
-  if (!chosen) return status;
   try {
+    const auto chosen = read_command_line(argc, argv, status);
+    if (!chosen) return status;
     const auto result = lum_linux::read_node_description(chosen->config);
     if (!is_good(result) || !modules_are_good(*result.node)) return exit_wrong_description;
     warn(*result.node);
     if (chosen->check) {
-      fmt::print("{}: right, {} ports\n", chosen->config, result.node->ports().size());
+      lum_client::print(fmt::format("{}: right, {}\n", chosen->config,
+                                    lum_wording::counted(result.node->ports().size(), "port")));
       return 0;
     }
     umask(S_IRWXG | S_IRWXO);

@@ -21,6 +21,16 @@ constexpr std::array<std::string_view, size> names_of(const std::array<Row, size
   return names;
 }
 
+// The same with what stands for all of them behind them.
+template <std::size_t size>
+constexpr std::array<std::string_view, size + 1> with_everything(
+    const std::array<std::string_view, size> &names) {
+  std::array<std::string_view, size + 1> all;
+  std::copy(names.begin(), names.end(), all.begin());
+  all.back() = everything;
+  return all;
+}
+
 // The name that a table gives to one of its ids.
 template <typename Row, std::size_t size, typename Id>
 constexpr std::string_view name_of(const std::array<Row, size> &table, Id id) {

@@ -15,7 +15,7 @@ def help_of(*path):
     found = Help([], [], {})
     section = ""
     for line in done.stdout.splitlines():
-        if title := re.fullmatch(r"(\w+):", line):
+        if title := re.fullmatch(r"(\w+)[\w ]*:", line):
             section = title.group(1)
         elif entry := re.match(r"  (\S+)(.*)", line):
             name = entry.group(1).removeprefix("-h,")

@@ -1,6 +1,7 @@
 // What lumctl is made of, without a driver.
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <set>
 
@@ -12,6 +13,8 @@
 #include "printing/table.h"
 #include "terminal/printable.h"
 #include "terminal/progress.h"
+#include "wording/nearest.h"
+#include "wording/numbers.h"
 #include "words/controller_states.h"
 #include "words/malformations.h"
 #include "words/module_faults.h"
@@ -75,7 +78,17 @@ TEST(Completion, OffersEveryCommandOptionAndFixedWord) {
 
 TEST(Completion, OffersAnArgumentAgainOnlyWhereItMayBeRepeated) {
   EXPECT_THAT(offered({"module", "fault", "west", "hang"}), Contains("none"));
-  EXPECT_THAT(offered({"im", "hold", "on"}), ElementsAre("--json", "--help"));
+  EXPECT_THAT(offered({"im", "hold", "on"}),
+              ElementsAre("--socket", "--json", "--timeout", "--help"));
+}
+
+TEST(Completion, OffersTheOptionsOfEveryCommandWhereADriverIsAsked) {
+  for_every_command([](const command &at, const words &path) {
+    const words here = offered(path);
+    for (const option &one : all_commands().options) {
+      EXPECT_EQ(std::count(here.begin(), here.end(), "--" + one.name), at.asks ? 1 : 0) << at.name;
+    }
+  });
 }
 
 TEST(Completion, OffersNoWordThatWouldSteerATerminal) {
@@ -112,6 +125,46 @@ TEST(Commands, NoWordMeansTwoThings) {
     }
     for (const std::string &name : names) EXPECT_EQ(names.count(name), 1U) << at.name << name;
   });
+}
+
+TEST(Wording, FindsTheWordThatWasMeant) {
+  const std::vector<std::string_view> known = {"threshold", "p2-setting", "mode", "setting-a"};
+  EXPECT_EQ(lum_wording::nearest("treshold", known), "threshold");
+  EXPECT_EQ(lum_wording::nearest("thersohld", known), "threshold");
+  EXPECT_EQ(lum_wording::nearest("P2_Setting", known), "p2-setting");
+  EXPECT_EQ(lum_wording::nearest("mdoe", known), "mode");
+  EXPECT_EQ(lum_wording::nearest("setting-c", known), "setting-a");
+  EXPECT_EQ(lum_wording::did_you_mean("mdoe", known), " (did you mean \"mode\"?)");
+  for (const std::string &far : {std::string(), std::string("x"), std::string("colour"),
+                                 std::string(100, 'm'), std::string(100000, 't')}) {
+    EXPECT_EQ(lum_wording::did_you_mean(far, known), "") << far;
+  }
+  EXPECT_EQ(lum_wording::did_you_mean("mode", words()), "");
+}
+
+TEST(Wording, CountsLettersThatDiffer) {
+  EXPECT_EQ(lum_wording::distance("", ""), 0U);
+  EXPECT_EQ(lum_wording::distance("", "abc"), 3U);
+  EXPECT_EQ(lum_wording::distance("abc", ""), 3U);
+  EXPECT_EQ(lum_wording::distance("abc", "abd"), 1U);
+  EXPECT_EQ(lum_wording::distance("abc", "ac"), 1U);
+  EXPECT_EQ(lum_wording::distance("abc", "acb"), 1U);
+  EXPECT_EQ(lum_wording::distance("abcd", "badc"), 2U);
+}
+
+TEST(Wording, TellsOneFromMany) {
+  using lum_wording::counted;
+  using lum_wording::ordinal;
+  EXPECT_EQ(counted(0, "port"), "0 ports");
+  EXPECT_EQ(counted(1, "port"), "1 port");
+  EXPECT_EQ(counted(21, "port"), "21 ports");
+  EXPECT_EQ(counted(1, "entry", "entries"), "1 entry");
+  EXPECT_EQ(counted(2, "entry", "entries"), "2 entries");
+  const std::vector<std::pair<std::uint64_t, std::string>> expected = {
+      {0, "0th"},     {1, "1st"},     {2, "2nd"},     {3, "3rd"},     {4, "4th"},      {10, "10th"},
+      {11, "11th"},   {12, "12th"},   {13, "13th"},   {21, "21st"},   {22, "22nd"},    {23, "23rd"},
+      {101, "101st"}, {111, "111th"}, {112, "112th"}, {113, "113th"}, {1011, "1011th"}};
+  for (const auto &[number, text] : expected) EXPECT_EQ(ordinal(number), text);
 }
 
 TEST(Names, AreListedAsInASentence) {

@@ -43,7 +43,9 @@ class Api(support.ShelfTest):
         request = (f"{method} {target} HTTP/1.1\r\nHost: {host}\r\nConnection: close\r\n"
                    f"Content-Length: {len(body)}\r\n\r\n{body}")
         head, _, answer = self.say(request.encode(), tcp).partition(b"\r\n\r\n")
-        return int(head.split()[1]), head.decode(), json.loads(answer)
+        document = json.loads(answer)
+        self.assertEqual(next(iter(document.items())), ("schema", 1), (target, document))
+        return int(head.split()[1]), head.decode(), document
 
     def test_both_ways_in(self):
         for tcp in (False, True):
@@ -114,10 +116,12 @@ class Api(support.ShelfTest):
         self.assertEqual(self.ask("GET", "/v1/modules/0%2F1%2F0%2F1?page=200")[0], 409)
 
     def test_too_much(self):
-        answer = self.say(b"GET / HTTP/1.1\r\nX: " + b"x" * 100_000 + b"\r\n\r\n")
-        self.assertIn(b" 431 ", answer[:20])
-        answer = self.say(b"POST / HTTP/1.1\r\nContent-Length: 999999999\r\n\r\n")
-        self.assertIn(b" 413 ", answer[:20])
+        for number, request in ((b" 431 ", b"GET / HTTP/1.1\r\nX: " + b"x" * 100_000),
+                                (b" 413 ", b"POST / HTTP/1.1\r\nContent-Length: 999999999")):
+            answer = self.say(request + b"\r\n\r\n")
+            self.assertIn(number, answer[:20])
+            document = json.loads(answer.partition(b"\r\n\r\n")[2])
+            self.assertEqual(list(document), ["schema", "error"])
         deep = "[" * 200_000
         self.assertEqual(self.ask("GET", "/v1/ports", body=deep)[0], 400)
 

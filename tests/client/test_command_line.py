@@ -1,5 +1,6 @@
 """Exit codes and one-line errors of lumctl, and what it prints besides."""
 
+import json
 import re
 import socket
 import threading
@@ -25,6 +26,31 @@ class CommandLine(support.ShelfTest):
         self.fails(2, "show")
         self.fails(2, "show", "port")
         self.fails(2, "show", "module", "0/1/0/1", "--page", "256")
+
+    def test_what_holds_for_every_command_stands_anywhere(self):
+        self.add_module("iivi-old-map")
+        self.start()
+        place = ("--socket", self.shelf.socket)
+        for words in ((*place, "--json", "show", "node"), (*place, "show", "node", "--json"),
+                      ("--json", "show", *place, "node"), ("show", "--json", "node", *place),
+                      ("show", "node", *place, "--timeout", "20", "--json"),
+                      ("--timeout=20", *place, "show", "node", "--json")):
+            done = run(LUMCTL, *words)
+            self.assertEqual((done.returncode, done.stderr), (0, ""), words)
+            self.assertEqual(json.loads(done.stdout)["name"], "test", words)
+        self.assertIn("--socket is given twice", self.fails(2, *place, "show", "node", *place))
+
+    def test_every_command_that_asks_takes_them(self):
+        for path, known in every_help():
+            if path and path[0] != "completion":
+                self.assertLessEqual({"--json", "--timeout", "--socket"}, {*known.options}, path)
+
+    def test_what_asks_no_driver_has_no_use_for_them(self):
+        for option in (("--json",), ("--timeout", "3"), ("--socket", "/nowhere")):
+            said = self.fails(2, *option, "completion", "bash")
+            self.assertIn(f'"completion bash" asks no driver, {option[0]} has no meaning', said)
+            self.assertIn(f'has no option {option[0]}',
+                          self.fails(2, "completion", "bash", *option))
 
     def test_no_driver_is_3(self):
         self.assertIn("/nowhere/socket", self.fails(3, "--socket", "/nowhere/socket", "show", "ports"))

@@ -15,6 +15,7 @@ from terminal import Terminal, needs_a_terminal
 
 FILES = SOURCE / "packaging" / "completion"
 NOWHERE = {"LUMD_SOCKET": "/nowhere/socket"}
+EVERYWHERE = ["--socket", "--json", "--timeout", "--help"]
 
 
 def offered(*words, **environment):
@@ -58,7 +59,7 @@ class Offers(unittest.TestCase):
         self.assertEqual(offered("set", "west", "setting-"), ["setting-a=", "setting-b="])
         self.assertEqual(offered("module", "fault", "west", "hang", "no"), ["none"])
         self.assertEqual(offered("im", "malform", "3", ""),
-                         ["garbage", "truncated", "missing-member", "absent", "--json", "--help"])
+                         ["garbage", "truncated", "missing-member", "absent", *EVERYWHERE])
 
     def test_nothing_where_nothing_is_known(self):
         for words in (["frobnicate", ""], ["show", "frobnicate", ""], ["im", "refuse", "1", "9"], ["show", "pm", "x", "y"],
@@ -72,8 +73,8 @@ class Offers(unittest.TestCase):
         self.assertNotIn("__complete", run(LUMCTL, "--help").stdout)
 
     def test_no_driver_is_no_error(self):
-        self.assertEqual(offered("show", "port", ""), ["--json", "--help"])
-        self.assertEqual(offered("show", "port", "", LUMD_SOCKET="x" * 200), ["--json", "--help"])
+        self.assertEqual(offered("show", "port", ""), EVERYWHERE)
+        self.assertEqual(offered("show", "port", "", LUMD_SOCKET="x" * 200), EVERYWHERE)
 
     def test_a_driver_that_never_answers_is_not_waited_for(self):
         with tempfile.TemporaryDirectory() as folder:
@@ -82,8 +83,7 @@ class Offers(unittest.TestCase):
                 silent.bind(path)
                 silent.listen()
                 # Other commands wait for 30 seconds, which is as long as run() waits for this one.
-                self.assertEqual(offered("show", "port", "", LUMD_SOCKET=path),
-                                 ["--json", "--help"])
+                self.assertEqual(offered("show", "port", "", LUMD_SOCKET=path), EVERYWHERE)
 
 
 class Names(Actions):
@@ -99,18 +99,22 @@ class Names(Actions):
             self.wait_for_state(cage, "up")
         ports = [cage.name for cage in self.shelf.cages]
         sub_ports = [f"{name}:{number}" for name in ports for number in (0, 1)]
-        for command in (("show", "port"), ("show", "module"), ("show", "pm"), ("clear", "stats"),
-                        ("port", "update"), ("port", "delete"), ("port", "delete", ports[0]),
+        for command in (("clear", "stats"), ("port", "update"), ("port", "delete"), ("port", "delete", ports[0]),
                         ("module", "insert"), ("module", "poke")):
             self.assertEqual(self.offers(*command), ports, command)
         for command in (("inject", "alarm"), ("inject", "readings"), ("ea", "create")):
             self.assertEqual(self.offers(*command), sub_ports, command)
-        self.assertEqual(set(self.offers("set")), {*ports, *sub_ports})
+        for command in (("set",), ("show", "port"), ("show", "module"), ("show", "pm")):
+            self.assertEqual(set(self.offers(*command)), {*ports, *sub_ports}, command)
         self.assertEqual(self.offers("im", "fail-name")[:2], ["Ots0_1_0_1_0", "Ots0_1_0_1_1"])
-        self.assertEqual(offered("show", "port", "", LUMD_SOCKET=str(self.shelf.socket))[:3], ports)
-        self.assertEqual(offered(f"--socket={self.shelf.socket}", "show", "port", "")[:3], ports)
+        self.assertEqual(offered("port", "update", "", LUMD_SOCKET=str(self.shelf.socket))[:3], ports)
+        for where in ((f"--socket={self.shelf.socket}", "port", "update"),
+                      ("--json", "--timeout", "3", "--socket", str(self.shelf.socket), "port", "update"),
+                      ("port", "--socket", str(self.shelf.socket), "update"),
+                      ("port", "update", "--socket", str(self.shelf.socket), "--json")):
+            self.assertEqual(offered(*where, "")[:3], ports, where)
         self.does("port", "delete", "--slot", "1")
-        self.assertEqual(self.offers("show", "port"), [self.other.name])
+        self.assertEqual(self.offers("port", "update"), [self.other.name])
 
     def test_settings_are_the_driver_s(self):
         self.begin()
@@ -188,14 +192,18 @@ class Shells(support.ShelfTest):
     def test_bash(self):
         self.begin()
         self.assertEqual(self.bash("lumctl show po", "lumctl", "show", "po"), ["ports", "port"])
-        self.assertEqual(self.bash("lumctl  show port 0", "lumctl", "show", "port", "0"),
+        self.assertEqual(self.bash("lumctl  port update 0", "lumctl", "port", "update", "0"),
                          ["0/1/0/1"])
+        self.assertEqual(self.bash("lumctl port update far", "lumctl", "port", "update", "far"),
+                         ["far\\ west"])
+        self.assertEqual(self.bash("lumctl port update far\\ w", "lumctl", "port", "update",
+                                   "far\\ w"), ["far\\ west"])
+        self.assertEqual(self.bash("lumctl port update 'far w", "lumctl", "port", "update",
+                                   "'far w"), ["far west"])
         self.assertEqual(self.bash("lumctl show port far", "lumctl", "show", "port", "far"),
-                         ["far\\ west"])
-        self.assertEqual(self.bash("lumctl show port far\\ w", "lumctl", "show", "port", "far\\ w"),
-                         ["far\\ west"])
-        self.assertEqual(self.bash("lumctl show port 'far w", "lumctl", "show", "port", "'far w"),
-                         ["far west"])
+                         ["far\\ west", "far\\ west:0", "far\\ west:1"])
+        self.assertEqual(self.bash("lumctl show port far\\ west:", "lumctl", "show", "port",
+                                   "far\\ west", ":"), ["0", "1"])
         for line, words in (("0/1/0/1:", ["0/1/0/1", ":"]), ("0/1/0/1:", ["0/1/0/1", ":", ""])):
             self.assertEqual(self.bash(f"lumctl inject alarm {line}", "lumctl", "inject", "alarm",
                                        *words), ["0", "1"])
@@ -231,7 +239,11 @@ class Shells(support.ShelfTest):
     def test_fish(self):
         self.begin()
         for line, expected in (("lumctl show po", ["port", "ports"]),
-                               ("lumctl show port fa", ["far west"]),
+                               ("lumctl port update fa", ["far west"]),
+                               ("lumctl show port fa", ["far west", "far west:0", "far west:1"]),
+                               ("lumctl --json show port far\\ west:", ["far west:0", "far west:1"]),
+                               ("lumctl show ports --", ["--all", "--help", "--json", "--socket",
+                                                         "--timeout", "--wide"]),
                                ("lumctl inject alarm 0/1/0/1:", ["0/1/0/1:0", "0/1/0/1:1"]),
                                ("lumctl set 0/1/0/1 mode=3 setting-", ["setting-a=", "setting-b="])):
             script = f"source {FILES / 'lumctl.fish'}; complete --do-complete '{line}'"

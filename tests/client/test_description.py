@@ -30,6 +30,25 @@ class WrongDescription(support.ShelfTest):
     def test_port_named_twice(self):
         self.refuse("handle = 2", "handle = 1 # again", "handle = 1 # again")
 
+    def test_a_name_that_means_another_port_too(self):
+        name = 'name = "0/1/0/1"'
+        text = "number = 2\nhandle = 2"
+        self.assertIn("used twice", self.refuse(text, f"{name}\n{text}", name))
+        called = self.shelf.write_description
+
+        def write_with_a_name():
+            called()
+            found = self.shelf.description.read_text()
+            self.shelf.description.write_text(
+                found.replace("number = 1\nhandle", 'number = 1\nname = "west"\nhandle'))
+
+        self.shelf.write_description = write_with_a_name
+        for wrong, why in (("0/1/0/1", "the position of"), ("west:0", "sub-port 0 of"),
+                           ("0/1/0/1:1", "sub-port 1 of")):
+            name = f'name = "{wrong}"'
+            self.assertIn(f"port name '{wrong}' is also {why} port 'west'",
+                          self.refuse(text, f"{name}\n{text}", name))
+
     def test_number_out_of_range(self):
         self.assertIn("0 to 15", self.refuse("number = 1", "number = 16"))
 

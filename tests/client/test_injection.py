@@ -75,9 +75,11 @@ class Injection(Monitored):
                 ("x#Ots0_1_0_1_0#1#10#1", "no alarm 16"), ("x#Ots0_1_0_1_0#2#6#1", "no readings")):
             with self.subTest(text=text):
                 self.assertIn(why, self.fails(1, "inject", "text", text))
-        self.assertIn("no alarm", self.fails(1, "inject", "alarm", name, "flag-99", "on"))
+        self.assertIn("expected one of flag-12, ",
+                      self.fails(1, "inject", "alarm", name, "flag-99", "on"))
         self.assertIn("does not have", self.fails(1, "inject", "alarm", name, "flag-49-a", "on"))
-        self.assertIn("no readings", self.fails(1, "inject", "readings", name, "6", "on"))
+        self.assertIn("expected one of reading-3, ",
+                      self.fails(1, "inject", "readings", name, "6", "on"))
         self.assertIn("no port", self.fails(1, "inject", "alarm", "nobody:0", "all", "on"))
         for wrong in ([name, "all", "maybe"], [self.first.name, "all", "on"],
                       [f"{self.first.name}:2", "all", "on"], [name, "all"]):

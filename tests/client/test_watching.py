@@ -42,7 +42,7 @@ class Watching(Actions):
         terminal = self.watch("--interval", "0.2")
         self.assertTrue(terminal.read_until(lambda drawn: b"cycle " in drawn, 5))
         self.driver.stop(6)
-        self.assertTrue(terminal.read_until(lambda drawn: b"cannot be reached" in drawn, 10))
+        self.assertTrue(terminal.read_until(lambda drawn: b"no driver answers" in drawn, 10))
         self.driver.start()
         seen = len(terminal.output)
         self.assertTrue(terminal.read_until(lambda drawn: b"cycle " in drawn[seen:], 10))
@@ -63,6 +63,8 @@ class Watching(Actions):
         pictures = [json.loads(line) for line in done.stdout.splitlines()]
         self.assertEqual([len(picture["ports"]) for picture in pictures], [3, 3])
         self.assertIn("cycles", pictures[0]["polling"])
+        self.assertEqual([list(picture) for picture in pictures],
+                         [["schema", "polling", "ports"]] * 2)
 
     def test_what_it_refuses(self):
         self.fails(3, "watch", "--count", "1")

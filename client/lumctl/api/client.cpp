@@ -11,6 +11,7 @@
 #include <boost/beast/http.hpp>
 #include <nlohmann/json.hpp>
 
+#include "api/no_driver.h"
 #include "base/unix_address.h"
 #include "json/read.h"
 
@@ -25,10 +26,7 @@ using local = net::local::stream_protocol;
 
 constexpr std::size_t answer_limit = std::size_t{64} * 1024 * 1024;
 
-api_result unreachable(const std::string &socket, const std::string &why) {
-  return {outcome::unreachable, nullptr,
-          fmt::format("the driver cannot be reached at {}: {}", socket, why)};
-}
+api_result unreachable(std::string why) { return {outcome::unreachable, nullptr, std::move(why)}; }
 
 using request_type = http::request<http::string_body>;
 using answer_parser = http::response_parser<http::string_body>;
@@ -41,6 +39,17 @@ request_type make_request(http::verb method, const std::string &target) {
   request.set(http::field::host, "lumd");
   request.keep_alive(false);
   return request;
+}
+
+// Whether something has answered, in words that are no answer.
+bool is_of_the_answer(const error_code &failed) {
+  return failed.category() == http::make_error_code(http::error::bad_method).category() &&
+         failed != http::error::end_of_stream;
+}
+
+std::error_code as_standard(const error_code &failed) {
+  if (failed == beast::error::timeout) return std::make_error_code(std::errc::timed_out);
+  return failed;
 }
 
 // Sends the request and reads the answer, all of it within `patience`.
@@ -73,16 +82,19 @@ std::string why_refused(const json &shown, unsigned status) {
 api_result call(const std::string &socket, request_type request,
                 std::chrono::milliseconds patience) {
   const lum_client::unix_address address(socket);
-  if (!address.problem().empty()) return unreachable(socket, address.problem());
+  if (address.problem()) return unreachable(why_no_driver(socket, address.problem(), patience));
   request.prepare_payload();
   answer_parser answer;
   answer.body_limit(answer_limit);
   const error_code failed = exchange(address.path(), request, patience, answer);
-  if (failed) return unreachable(socket, failed.message());
+  if (is_of_the_answer(failed)) {
+    return unreachable(why_no_answer(socket, "is none: " + failed.message()));
+  }
+  if (failed) return unreachable(why_no_driver(socket, as_standard(failed), patience));
 
   std::string why;
   const auto shown = std::make_shared<const json>(lum_json::read(answer.get().body(), why));
-  if (!why.empty()) return unreachable(socket, "the answer " + why);
+  if (!why.empty()) return unreachable(why_no_answer(socket, why));
   const unsigned status = answer.get().result_int();
   if (status / 100 != 2) return {outcome::refused, nullptr, why_refused(*shown, status)};
   return {outcome::done, shown, {}};
@@ -95,11 +107,12 @@ api_result get(const std::string &socket, const std::string &target,
   return call(socket, make_request(http::verb::get, target), patience);
 }
 
-api_result post(const std::string &socket, const std::string &target, const json &body) {
+api_result post(const std::string &socket, const std::string &target, const json &body,
+                std::chrono::milliseconds patience) {
   request_type request = make_request(http::verb::post, target);
   request.set(http::field::content_type, "application/json");
   request.body() = body.dump(-1, ' ', false, json::error_handler_t::replace);
-  return call(socket, std::move(request), usual_patience);
+  return call(socket, std::move(request), patience);
 }
 
 std::string encoded(const std::string &text) {

@@ -21,12 +21,11 @@ struct api_result {
   std::string error;                 // else: why, in one line
 };
 
-constexpr std::chrono::seconds usual_patience(30);
-
 // One request, and its answer, within `patience`. `target` is the encoded path and query.
 api_result get(const std::string &socket, const std::string &target,
-               std::chrono::milliseconds patience = usual_patience);
-api_result post(const std::string &socket, const std::string &target, const json &body);
+               std::chrono::milliseconds patience);
+api_result post(const std::string &socket, const std::string &target, const json &body,
+                std::chrono::milliseconds patience);
 
 // A text as one segment of a path or one value of a query.
 std::string encoded(const std::string &text);

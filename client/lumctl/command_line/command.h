@@ -2,6 +2,7 @@
 // completion are made of them.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
@@ -12,10 +13,13 @@
 
 namespace lumctl {
 
+constexpr std::chrono::seconds usual_patience(30);
+
 // What every command knows besides its own words.
 struct session {
   std::string socket;  // the driver's
   style output;
+  std::chrono::milliseconds patience = usual_patience;  // with each of its answers
 };
 
 enum class value_kind { text, whole, real };
@@ -64,10 +68,13 @@ struct command {
   std::function<int(const session &, const given &)> action = {};
   std::vector<command> commands = {};
   bool hidden = false;  // from help and completion
+  bool asks = true;     // the driver; only then lumctl's own options have a meaning
 };
 
-// The option of lumctl itself that commands are told of.
+// The options of lumctl itself. They stand before a command or behind it.
 constexpr const char *socket_option = "socket";
+constexpr const char *json_option = "json";
+constexpr const char *timeout_option = "timeout";
 
 // Options that there are without a record: of every command, and of lumctl itself.
 constexpr const char *help_option = "help";

@@ -9,6 +9,6 @@ namespace lumctl {
 
 // Reads the arguments of the process as `lumctl` describes them and does what they say. Returns the
 // exit status.
-int run_command_line(const command &lumctl, session now, int argc, const char *const *argv);
+int run_command_line(const command &lumctl, const session &now, int argc, const char *const *argv);
 
 }  // namespace lumctl

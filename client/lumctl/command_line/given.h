@@ -14,10 +14,13 @@ class given {
  public:
   using texts_type = std::vector<std::string>;
 
-  void put_flag(const std::string &name) { put_texts(name, {}); }
-  void put_texts(const std::string &name, texts_type texts) { values_[name] = std::move(texts); }
-  void put_whole(const std::string &name, std::uint32_t value) { values_[name] = value; }
-  void put_real(const std::string &name, double value) { values_[name] = value; }
+  void put_flag(const std::string &name) { values_.emplace(name, texts_type{}); }
+  void put_texts(const std::string &name, texts_type texts) { put(name, std::move(texts)); }
+  void put_whole(const std::string &name, std::uint32_t value) { put(name, value); }
+  void put_real(const std::string &name, double value) { put(name, value); }
+
+  // What has two values, or nothing: some options may stand in more than one place.
+  const std::string &given_twice() const { return given_twice_; }
 
   bool has(std::string_view name) const { return values_.find(name) != values_.end(); }
 
@@ -40,7 +43,14 @@ class given {
   }
 
  private:
-  std::map<std::string, std::variant<texts_type, std::uint32_t, double>, std::less<>> values_;
+  using value_type = std::variant<texts_type, std::uint32_t, double>;
+
+  void put(const std::string &name, value_type value) {
+    if (!values_.emplace(name, std::move(value)).second) given_twice_ = name;
+  }
+
+  std::map<std::string, value_type, std::less<>> values_;
+  std::string given_twice_;
 };
 
 }  // namespace lumctl

@@ -2,10 +2,12 @@
 
 #include <fmt/format.h>
 
+#include "terminal/printable.h"
+
 namespace lumctl {
 
 int fail(int status, const std::string &why) {
-  fmt::print(stderr, "lumctl: {}\n", why);
+  fmt::print(stderr, "lumctl: {}\n", printable(why));
   return status;
 }
 

@@ -5,13 +5,14 @@
 
 #include "commands/commands.h"
 #include "commands/exchange.h"
+#include "wording/numbers.h"
 
 namespace lumctl {
 namespace {
 
 std::string describe_cleared(const json &reply) {
-  return fmt::format("the counters of {} controllers are back at zero\n",
-                     reply.at("cleared").get<unsigned>());
+  return fmt::format("the counters of {} are back at zero\n",
+                     lum_wording::counted(reply.at("cleared").get<unsigned>(), "controller"));
 }
 
 int clear_statistics(const session &now, const given &words) {
@@ -28,7 +29,6 @@ command clear_commands() {
           .commands = {{.name = "stats",
                         .help = "The alarm counters of a port or of all",
                         .arguments = {optional_port_name()},
-                        .options = {json_option()},
                         .action = clear_statistics}}};
 }
 

@@ -1,12 +1,19 @@
 #include "commands/commands.h"
 
+#include <fmt/format.h>
+
 namespace lumctl {
 
 command all_commands() {
   return {
       .name = "lumctl",
       .help = "Talks to lumd, the optics driver of one node.",
-      .options = {{socket_option, "The driver's socket; LUMD_SOCKET in the environment", value{}}},
+      .options = {{socket_option, "The driver's socket; LUMD_SOCKET in the environment", value{}},
+                  {json_option, "Print what the driver answered, as JSON"},
+                  {timeout_option,
+                   fmt::format("Seconds to wait for an answer, on top of --wait; {} unless given",
+                               usual_patience.count()),
+                   value{.kind = value_kind::real, .within = limits{0.1, 3600}}}},
       .commands = {show_commands(), port_commands(), set_command(), module_commands(),
                    replay_command(), resync_command(), im_commands(), watch_command(),
                    clear_commands(), inject_commands(), ea_commands(), completion_commands(),
@@ -16,6 +23,11 @@ command all_commands() {
 argument port_name() {
   return {"name", "The port's name, or rack/slot/instance/port",
           value{.names = known_names::ports}};
+}
+
+argument port_or_sub_port_name() {
+  return {"name", "The port's name, or rack/slot/instance/port; behind it :0 or :1 for a sub-port",
+          value{.names = known_names::ports_and_sub_ports}};
 }
 
 argument optional_port_name() {

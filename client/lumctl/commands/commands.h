@@ -25,5 +25,6 @@ command complete_command();
 // Arguments that several groups have.
 argument port_name();
 argument optional_port_name();
+argument port_or_sub_port_name();
 
 }  // namespace lumctl

@@ -1,6 +1,5 @@
 // The shell's completion: the files that make a shell ask, and what it is answered.
-#include <fmt/format.h>
-
+#include "base/output.h"
 #include "command_line/candidates.h"
 #include "command_line/status.h"
 #include "commands/commands.h"
@@ -10,16 +9,22 @@ namespace lumctl {
 namespace {
 
 command shell(const std::string &name, const char *file) {
-  return {.name = name, .help = "For " + name, .action = [file](const session &, const given &) {
-            fmt::print("{}", file);
-            return exit_done;
-          }};
+  return {.name = name,
+          .help = "For " + name,
+          .action =
+              [file](const session &, const given &) {
+                lum_client::print(file);
+                return exit_done;
+              },
+          .asks = false};
 }
 
 int complete(const session &now, const given &words) {
+  std::string lines;
   for (const std::string &word : candidates(all_commands(), now, words.texts("word"))) {
-    fmt::print("{}\n", word);
+    lines += word + "\n";
   }
+  lum_client::print(lines);
   return exit_done;
 }
 
@@ -29,7 +34,8 @@ command completion_commands() {
   return {.name = "completion",
           .help = "Print the shell's completion of this command line",
           .commands = {shell("bash", bash_completion), shell("zsh", zsh_completion),
-                       shell("fish", fish_completion)}};
+                       shell("fish", fish_completion)},
+          .asks = false};
 }
 
 command complete_command() {
@@ -38,7 +44,8 @@ command complete_command() {
           .arguments = {{"word", "Behind --: what follows lumctl, up to the word to be completed",
                          value{}, false, true}},
           .action = complete,
-          .hidden = true};
+          .hidden = true,
+          .asks = false};
 }
 
 }  // namespace lumctl

@@ -5,13 +5,14 @@
 
 #include "commands/commands.h"
 #include "commands/exchange.h"
+#include "wording/numbers.h"
 
 namespace lumctl {
 namespace {
 
 std::string describe_replay(const json &reply) {
-  return fmt::format("{} of {} controllers confirmed\n", reply.at("confirmed").get<unsigned>(),
-                     reply.at("controllers").get<unsigned>());
+  return fmt::format("{} of {} confirmed\n", reply.at("confirmed").get<unsigned>(),
+                     lum_wording::counted(reply.at("controllers").get<unsigned>(), "controller"));
 }
 
 std::string describe_resync(const json & /*reply*/) {
@@ -23,7 +24,7 @@ std::string describe_resync(const json & /*reply*/) {
 command replay_command() {
   return {.name = "replay",
           .help = "Ask the interface manager for the controllers of every port again",
-          .options = {wait_option(), json_option()},
+          .options = {wait_option()},
           .action = [](const session &now, const given &words) {
             return change_and_wait(now, words, "/v1/controllers/replay", json::object(),
                                    describe_replay);
@@ -33,7 +34,6 @@ command replay_command() {
 command resync_command() {
   return {.name = "resync",
           .help = "Ask the entity agent for a replay",
-          .options = {json_option()},
           .action = [](const session &now, const given &words) {
             return change(now, words, "/v1/controllers/resync", json::object(), describe_resync);
           }};

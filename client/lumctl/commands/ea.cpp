@@ -3,9 +3,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include "base/sub_port_name.h"
 #include "commands/commands.h"
 #include "commands/exchange.h"
-#include "commands/sub_port_name.h"
 #include "printing/port_cells.h"
 
 namespace lumctl {
@@ -31,7 +31,7 @@ std::string describe_answer(const json &reply) {
 json body_of(const given &words) {
   json body = {{"admin", words.whole("admin", 1)}, {"state_ready", words.whole("state-ready", 1)}};
   if (words.whole("handle") != 0) body["ifhandle"] = words.whole("handle");
-  if (const auto sub_port = read_sub_port_name(words.text("name"))) {
+  if (const auto sub_port = lum_client::read_sub_port_name(words.text("name"))) {
     body["port"] = sub_port->port;
     body["sub_port"] = sub_port->sub_port;
   } else {
@@ -41,10 +41,7 @@ json body_of(const given &words) {
 }
 
 command plain(const std::string &name, const std::string &help) {
-  return {.name = name,
-          .help = help,
-          .options = {json_option()},
-          .action = [name](const session &now, const given &words) {
+  return {.name = name, .help = help, .action = [name](const session &now, const given &words) {
             return change(now, words, "/v1/entity-agent/" + name, json::object(), describe_answer);
           }};
 }
@@ -58,8 +55,7 @@ command operation(const std::string &name, const std::string &help) {
           .options = {{"handle", "The interface's handle, instead of the interface manager's",
                        value{.kind = value_kind::whole}},
                       {"admin", "Admin status, 1 unless given", byte},
-                      {"state-ready", "State-ready, 1 unless given", byte},
-                      json_option()},
+                      {"state-ready", "State-ready, 1 unless given", byte}},
           .action = [name](const session &now, const given &words) {
             return change(now, words, "/v1/entity-agent/interfaces/" + name, body_of(words),
                           describe_answer);

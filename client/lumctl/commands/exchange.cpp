@@ -3,20 +3,20 @@
 #include <fmt/format.h>
 
 #include <cmath>
-#include <cstdio>
 #include <nlohmann/json.hpp>
 
 #include "api/client.h"
-#include "terminal/printable.h"
+#include "base/output.h"
 #include "terminal/progress.h"
 
 namespace lumctl {
 namespace {
 
+using std::chrono::milliseconds;
+
 constexpr double longest_wait = 20;
 constexpr double usual_wait = 5;
 
-constexpr const char *json_name = "json";
 constexpr const char *wait_name = "wait";
 
 bool was_accepted(const json &reply) {
@@ -24,9 +24,9 @@ bool was_accepted(const json &reply) {
          reply.at("result").at("code") == 0;
 }
 
-std::optional<std::chrono::milliseconds> wait_of(const json &body) {
+std::optional<milliseconds> wait_of(const json &body) {
   if (!body.contains("wait_ms")) return std::nullopt;
-  return std::chrono::milliseconds(body.at("wait_ms").get<unsigned>());
+  return milliseconds(body.at("wait_ms").get<unsigned>());
 }
 
 int fail_for(const api_result &result) {
@@ -34,7 +34,7 @@ int fail_for(const api_result &result) {
 }
 
 void print_as_json(const json &answer) {
-  fmt::print("{}\n", answer.dump(2, ' ', false, json::error_handler_t::replace));
+  lum_client::print(answer.dump(2, ' ', false, json::error_handler_t::replace) + "\n");
 }
 
 int finish_change(const given &words, const json &reply, const printer &print,
@@ -42,13 +42,11 @@ int finish_change(const given &words, const json &reply, const printer &print,
   if (wants_json(words)) {
     print_as_json(reply);
   } else if (reply.at("result").is_object()) {
-    fmt::print("{}", print(reply));
+    lum_client::print(print(reply));
   }
   const bool complete =
       reply.at("complete").get<bool>() || (!must_be_complete && was_accepted(reply));
-  std::fflush(stdout);
-  return complete ? exit_done
-                  : fail(exit_refused, printable(reply.at("reason").get<std::string>()));
+  return complete ? exit_done : fail(exit_refused, reply.at("reason").get<std::string>());
 }
 
 }  // namespace
@@ -60,7 +58,7 @@ int fail_for_missing_member() {
 int show(const session &now, const given &words, const std::string &target, const printer &print) {
   const api_result result = [&] {
     const progress bar("waiting for the driver");
-    return get(now.socket, target);
+    return get(now.socket, target, now.patience);
   }();
   if (result.what != outcome::done) return fail_for(result);
   if (wants_json(words)) {
@@ -68,7 +66,7 @@ int show(const session &now, const given &words, const std::string &target, cons
     return exit_done;
   }
   try {
-    fmt::print("{}", print(*result.body));
+    lum_client::print(print(*result.body));
   } catch (const json::exception &) {
     return fail_for_missing_member();
   }
@@ -78,8 +76,9 @@ int show(const session &now, const given &words, const std::string &target, cons
 int change(const session &now, const given &words, const std::string &target, const json &body,
            const printer &print, bool must_be_complete) {
   const api_result result = [&] {
-    const progress bar("waiting for the driver", wait_of(body));
-    return post(now.socket, target, body);
+    const auto wait = wait_of(body);
+    const progress bar("waiting for the driver", wait);
+    return post(now.socket, target, body, now.patience + wait.value_or(milliseconds(0)));
   }();
   if (result.what != outcome::done) return fail_for(result);
   try {
@@ -96,9 +95,7 @@ int change_and_wait(const session &now, const given &words, const std::string &t
   return change(now, words, target, body, print, seconds > 0);
 }
 
-option json_option(const std::string &help) { return {json_name, help}; }
-
-bool wants_json(const given &words) { return words.has(json_name); }
+bool wants_json(const given &words) { return words.has(json_option); }
 
 option wait_option() {
   return {wait_name,

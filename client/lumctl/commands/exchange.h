@@ -31,7 +31,6 @@ int change_and_wait(const session &now, const given &words, const std::string &t
                     const printer &print);
 
 // The options that make a difference to these.
-option json_option(const std::string &help = "Print what the driver answered");
 bool wants_json(const given &words);
 option wait_option();
 

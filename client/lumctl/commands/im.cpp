@@ -38,7 +38,6 @@ command action(const std::string &name, const std::string &help,
   command described = {.name = name,
                        .help = help,
                        .arguments = arguments,
-                       .options = {json_option()},
                        .action = [=](const session &now, const given &words) {
                          json body = {{"action", name}};
                          for (const argument &one : arguments) {
@@ -107,7 +106,6 @@ command im_commands() {
                 .help = "The interface manager: its state, faults and restart",
                 .commands = {{.name = "show",
                               .help = "What it is asked to do, and has done",
-                              .options = {json_option()},
                               .action = [](const session &now, const given &words) {
                                 return show(now, words, "/v1/im", describe_im);
                               }}}};

@@ -3,9 +3,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include "base/sub_port_name.h"
 #include "commands/commands.h"
 #include "commands/exchange.h"
-#include "commands/sub_port_name.h"
 #include "names.h"
 #include "printing/port_cells.h"
 #include "words/alarms.h"
@@ -14,7 +14,8 @@
 namespace lumctl {
 namespace {
 
-constexpr auto readings = names_of(lum_words::raisable_readings);
+constexpr auto alarm_words = lum_words::with_everything(names_of(lum_words::alarms));
+constexpr auto reading_words = lum_words::with_everything(names_of(lum_words::raisable_readings));
 
 std::string describe_injected(const json &reply) {
   std::string alarms;
@@ -38,10 +39,17 @@ int inject(const session &now, const given &words, const std::string &target, co
   return change(now, words, target, body, describe_injected, false);
 }
 
+// Empty, or what is wrong with the text.
+std::string check_where(const std::string &text) {
+  const auto where = lum_client::read_sub_port_name(text);
+  if (where && where->sub_port <= 1) return {};
+  return "\"" + text + "\" is not a port's name with :0 or :1";
+}
+
 // `kind` is the command's own name and what the driver calls it.
 int inject_one(const session &now, const given &words, const std::string &kind) {
-  const auto where = read_sub_port_name(words.text("where"));
-  if (!where) return fail(exit_usage, check_sub_port_name(words.text("where")));
+  const auto where = lum_client::read_sub_port_name(words.text("where"));
+  if (!where) return fail(exit_usage, check_where(words.text("where")));
   return inject(now, words, "/v1/inject/" + kind,
                 {{"port", where->port},
                  {"sub_port", where->sub_port},
@@ -50,17 +58,14 @@ int inject_one(const session &now, const given &words, const std::string &kind) 
 }
 
 command one(const std::string &name, const std::string &help, const std::string &what_help,
-            std::span<const std::string_view> names) {
-  std::vector<std::string> offered = as_words(names);
-  offered.emplace_back(lum_words::everything);
+            std::span<const std::string_view> whats) {
   return {.name = name,
           .help = help,
           .arguments = {{"where", "NAME:SUBPORT, the sub-port of a port",
-                         value{.names = known_names::sub_ports, .wrong = check_sub_port_name}},
-                        {"what", what_help, value{.words = offered}},
+                         value{.names = known_names::sub_ports, .wrong = check_where}},
+                        {"what", what_help, value{.words = as_words(whats)}},
                         {"status", listed(switch_states),
                          value{.words = as_words(switch_states), .only_words = true}}},
-          .options = {json_option()},
           .action = [name](const session &now, const given &words) {
             return inject_one(now, words, name);
           }};
@@ -77,20 +82,18 @@ command inject_commands() {
       .name = "text",
       .help = "Send the text of a test as it is",
       .arguments = {{"text", "ANYTHING#INTERFACE#TEST#ID#STATUS, numbers in hexadecimal"}},
-      .options = {json_option()},
       .action = inject_text};
-  return {
-      .name = "inject",
-      .help = "Force alarms on or raise readings for a test; lumd needs --alarm-tests",
-      .commands = {
-          one("alarm", "Force an alarm of a sub-port on, or let it go",
-              fmt::format("The alarm: its name, its number, or {}", lum_words::everything),
-              names_of(lum_words::alarms)),
-          one("readings", "Raise what is monitored of a sub-port's readings, or not",
-              fmt::format("{} or {}, or {} to {}", listed(readings, ", "), lum_words::everything,
-                          lum_words::first_readings_test_id, lum_words::every_readings_test_id),
-              readings),
-          text}};
+  return {.name = "inject",
+          .help = "Force alarms on or raise readings for a test; lumd needs --alarm-tests",
+          .commands = {
+              one("alarm", "Force an alarm of a sub-port on, or let it go",
+                  fmt::format("The alarm: its name, its number, or {}", lum_words::everything),
+                  alarm_words),
+              one("readings", "Raise what is monitored of a sub-port's readings, or not",
+                  fmt::format("{}, or {} to {}", listed(reading_words),
+                              lum_words::first_readings_test_id, lum_words::every_readings_test_id),
+                  reading_words),
+              text}};
 }
 
 }  // namespace lumctl

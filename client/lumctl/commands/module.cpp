@@ -73,8 +73,7 @@ command module_commands() {
       .name = "insert",
       .help = "Put the module back, or another one in",
       .arguments = {port_name()},
-      .options = {json_option(),
-                  {"description",
+      .options = {{"description",
                    "A simulated module is made from this file, and takes the place of the one "
                    "there",
                    value{}}},
@@ -82,22 +81,18 @@ command module_commands() {
   const command remove = {.name = "remove",
                           .help = "Take the module out of its cage",
                           .arguments = {port_name()},
-                          .options = {json_option()},
                           .action = remove_module};
   const command fault = {.name = "fault",
                          .help = "Let a module misbehave; docs/module-faults.md has the words",
                          .arguments = {port_name(), fault_script()},
-                         .options = {json_option()},
                          .action = set_faults};
   const command release = {.name = "release",
                            .help = "Let a transfer that hangs go on",
                            .arguments = {port_name()},
-                           .options = {json_option()},
                            .action = release_module};
   const command poke = {.name = "poke",
                         .help = "Change one byte of a module's memory, past its faults",
                         .arguments = {port_name(), byte("page"), byte("offset"), byte("value")},
-                        .options = {json_option()},
                         .action = poke_module};
   return {.name = "module",
           .help = "Insert, remove and disturb modules",

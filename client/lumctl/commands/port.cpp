@@ -82,7 +82,7 @@ command port_commands() {
       .name = "create",
       .help = "Create the ports of a slot, or of one of its instances, that do not exist",
       .arguments = {{"slot", "SLOT or SLOT/INSTANCE", value{.wrong = check_place}}},
-      .options = {wait_option(), json_option()},
+      .options = {wait_option()},
       .action = create_ports};
   const command remove = {
       .name = "delete",
@@ -90,8 +90,7 @@ command port_commands() {
       .arguments = {{"name", "The ports' names", value{.names = known_names::ports}, false, true}},
       .options = {{"slot", "All ports of SLOT or SLOT/INSTANCE, which is closed",
                    value{.wrong = check_place}, "name"},
-                  wait_option(),
-                  json_option()},
+                  wait_option()},
       .action = delete_ports};
   const command update = {
       .name = "update",
@@ -101,7 +100,7 @@ command port_commands() {
       .arguments = {port_name(),
                     {"state", listed(lum_words::controller_states),
                      value{.words = as_words(lum_words::controller_states), .only_words = true}}},
-      .options = {wait_option(), json_option()},
+      .options = {wait_option()},
       .action = update_port};
   return {.name = "port",
           .help = "Create, delete and update ports",

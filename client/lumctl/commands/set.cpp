@@ -12,6 +12,7 @@
 #include "names.h"
 #include "printing/port_cells.h"
 #include "printing/port_text.h"
+#include "wording/nearest.h"
 #include "words/settings.h"
 
 namespace lumctl {
@@ -39,8 +40,8 @@ std::string read_setting(const std::string &text, json &body) {
   std::string field = text.substr(0, equals);
   std::replace(field.begin(), field.end(), '_', '-');
   if (std::find(fields.begin(), fields.end(), field) == fields.end()) {
-    return fmt::format("there is no setting \"{}\", expected one of {}", field,
-                       listed(fields, ", "));
+    return fmt::format("there is no setting \"{}\", expected one of {}{}", field,
+                       listed(fields, ", "), lum_wording::did_you_mean(field, fields));
   }
   std::int64_t number = 0;
   if (!read_number(std::string_view(text).substr(equals + 1), number)) {
@@ -58,28 +59,6 @@ std::string check_setting(const std::string &text) {
   return read_setting(text, ignored);
 }
 
-struct target {
-  std::string name;
-  json body = json::object();
-};
-
-// Takes NAME or NAME:SUBPORT apart. A colon that no digits follow belongs to the name.
-target read_target(const std::string &text) {
-  target result;
-  const std::size_t colon = text.rfind(':');
-  const std::string digits = colon == std::string::npos ? "" : text.substr(colon + 1);
-  std::uint32_t number = 0;
-  const char *const end = digits.data() + digits.size();
-  const auto [stop, error] = std::from_chars(digits.data(), end, number);
-  if (error != std::errc() || stop != end) {
-    result.name = text;
-    return result;
-  }
-  result.name = text.substr(0, colon);
-  result.body["sub_port"] = number;
-  return result;
-}
-
 std::string describe_stored(const json &reply) {
   const std::string name = text_or_dash(reply.at("name"));
   std::string text = fmt::format("{}:{} {}\n", name, reply.at("sub_port").get<unsigned>(),
@@ -93,13 +72,13 @@ std::string describe_stored(const json &reply) {
 }
 
 int change_settings(const session &now, const given &words) {
-  target wanted = read_target(words.text("name"));
+  json body = json::object();
   for (const std::string &setting : words.texts("setting")) {
-    if (const auto wrong = read_setting(setting, wanted.body); !wrong.empty()) {
+    if (const auto wrong = read_setting(setting, body); !wrong.empty()) {
       return fail(exit_usage, wrong);
     }
   }
-  return change(now, words, "/v1/ports/" + encoded(wanted.name) + "/settings", wanted.body,
+  return change(now, words, "/v1/ports/" + encoded(words.text("name")) + "/settings", body,
                 describe_stored);
 }
 
@@ -118,7 +97,6 @@ command set_command() {
                          value{.names = known_names::ports_and_sub_ports}},
                         {"setting", "FIELD=VALUE, FIELD being one of " + listed(fields, ", "),
                          value{.words = setting_words(), .wrong = check_setting}, true, true}},
-          .options = {json_option()},
           .action = change_settings};
 }
 

@@ -28,7 +28,6 @@ command ports() {
   return {.name = "ports",
           .help = "Every port, with its module and readings",
           .options = {{"all", "Also ports that are described but do not exist"},
-                      json_option(),
                       {"wide", "One line for each sub-port, whatever the terminal's width"}},
           .action = [](const session &now, const given &words) {
             const printer print = [&](const json &answer) {
@@ -41,8 +40,7 @@ command ports() {
 command port() {
   return {.name = "port",
           .help = "One port in full",
-          .arguments = {port_name()},
-          .options = {json_option()},
+          .arguments = {port_or_sub_port_name()},
           .action = [](const session &now, const given &words) {
             return show_as(now, words, "/v1/ports/" + encoded(words.text("name")), describe_port);
           }};
@@ -51,9 +49,8 @@ command port() {
 command module() {
   return {.name = "module",
           .help = "The module in a port, and a page of its memory if asked",
-          .arguments = {port_name()},
-          .options = {json_option(),
-                      {"page", "Also dump this page of the module's memory",
+          .arguments = {port_or_sub_port_name()},
+          .options = {{"page", "Also dump this page of the module's memory",
                        value{.kind = value_kind::whole, .within = limits{0, 255}}}},
           .action = [](const session &now, const given &words) {
             std::string target = "/v1/modules/" + encoded(words.text("name"));
@@ -65,7 +62,6 @@ command module() {
 command controllers() {
   return {.name = "controllers",
           .help = "What the interface manager knows of the controllers",
-          .options = {json_option()},
           .action = [](const session &now, const given &words) {
             return show_as(now, words, "/v1/controllers", describe_controllers);
           }};
@@ -74,7 +70,6 @@ command controllers() {
 command node() {
   return {.name = "node",
           .help = "The node and its driver",
-          .options = {json_option()},
           .action = [](const session &now, const given &words) {
             return show(now, words, "/v1/node", describe_node);
           }};
@@ -83,10 +78,10 @@ command node() {
 command pm() {
   return {.name = "pm",
           .help = "Monitored values: now, minimum, maximum and average",
-          .arguments = {optional_port_name()},
+          .arguments = {{"name", "Only this port, or NAME:SUBPORT",
+                         value{.names = known_names::ports_and_sub_ports}, false}},
           .options = {{"bins", "All bins of this length, instead of the current ones",
-                       value{.words = as_words(lum_words::bins), .only_words = true}},
-                      json_option()},
+                       value{.words = as_words(lum_words::bins), .only_words = true}}},
           .action = [](const session &now, const given &words) {
             std::string query;
             if (!words.text("name").empty()) query += "&port=" + encoded(words.text("name"));
@@ -99,7 +94,7 @@ command pm() {
 command alarms_raised() {
   return {.name = "alarms",
           .help = "Alarms that are raised, with counters",
-          .options = {{"all", "Also sub-ports without an alarm"}, json_option()},
+          .options = {{"all", "Also sub-ports without an alarm"}},
           .action = [](const session &now, const given &words) {
             return show_as(now, words, words.has("all") ? "/v1/alarms?all=true" : "/v1/alarms",
                            describe_alarms);

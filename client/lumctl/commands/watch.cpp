@@ -7,10 +7,12 @@
 #include <optional>
 
 #include "api/client.h"
+#include "base/output.h"
 #include "commands/commands.h"
 #include "commands/exchange.h"
 #include "printing/polling_text.h"
 #include "printing/ports_table.h"
+#include "terminal/printable.h"
 #include "terminal/screen.h"
 
 namespace lumctl {
@@ -43,6 +45,16 @@ std::string describe(const view &seen, const style &output) {
          describe_ports(*seen.ports.body, false, output);
 }
 
+// Both answers as one document, under the schema that they have in common.
+json joined(const view &seen) {
+  json polling = *seen.polling.body;
+  json both = {{"schema", polling.at("schema")}};
+  polling.erase("schema");
+  both["polling"] = std::move(polling);
+  both["ports"] = seen.ports.body->at("ports");
+  return both;
+}
+
 std::uint64_t cycles_of(const api_result &polling) {
   return polling.what == outcome::done ? polling.body->at("cycles").get<std::uint64_t>() : 0;
 }
@@ -67,25 +79,25 @@ class watcher {
  private:
   view look() const {
     view seen;
-    seen.polling = get(now_.socket, "/v1/polling");
+    seen.polling = get(now_.socket, "/v1/polling", now_.patience);
     if (seen.polling.what == outcome::done) {
-      seen.ports = get(now_.socket, wanted_.all ? "/v1/ports" : "/v1/ports?existing");
+      seen.ports =
+          get(now_.socket, wanted_.all ? "/v1/ports" : "/v1/ports?existing", now_.patience);
     }
     return seen;
   }
 
   void put(const view &seen) {
     if (wanted_.as_json) {
-      const json both = {{"polling", *seen.polling.body}, {"ports", seen.ports.body->at("ports")}};
-      fmt::print("{}\n", both.dump(-1, ' ', false, json::error_handler_t::replace));
+      lum_client::print(joined(seen).dump(-1, ' ', false, json::error_handler_t::replace) + "\n");
     } else if (screen_) {
       const style output = style_of_output();
-      screen_->draw(seen.good() ? describe(seen, output)
-                                : painted(output, seen.failure().error, colour::bad) + "\n");
+      screen_->draw(seen.good()
+                        ? describe(seen, output)
+                        : painted(output, printable(seen.failure().error), colour::bad) + "\n");
     } else {
-      fmt::print("{}\n", describe(seen, now_.output));
+      lum_client::print(describe(seen, now_.output) + "\n");
     }
-    std::fflush(stdout);
   }
 
   void wait(std::uint64_t cycles_shown) {
@@ -101,7 +113,7 @@ class watcher {
       const timespec time = {pause.count() / 1'000'000'000, pause.count() % 1'000'000'000};
       ::nanosleep(&time, nullptr);
       if (wanted_.interval > 0) continue;
-      const api_result now = get(now_.socket, "/v1/polling");
+      const api_result now = get(now_.socket, "/v1/polling", now_.patience);
       if (now.what != outcome::done || cycles_of(now) != cycles_shown) return;
     }
   }
@@ -135,8 +147,7 @@ command watch_command() {
                        value{.kind = value_kind::real, .within = limits{0.1, 86400}}},
                       {"count", "End after so many pictures",
                        value{.kind = value_kind::whole, .within = limits{1, 1'000'000}}},
-                      {"all", "Also ports that are described but do not exist"},
-                      json_option("Print one line of JSON for each picture")},
+                      {"all", "Also ports that are described but do not exist"}},
           .action = watch};
 }
 

@@ -8,6 +8,7 @@
 
 #include "printing/polling_text.h"
 #include "printing/port_cells.h"
+#include "wording/numbers.h"
 
 namespace lumctl {
 namespace {
@@ -63,13 +64,13 @@ std::string describe_alarms(const json &answer, const style &output) {
     records.push_back(alarm_record(interface));
   }
   const auto unknown = answer.at("unknown").get<unsigned>();
-  const std::string rest =
-      (unknown == 0 ? ""
-                    : fmt::format("The alarms of {} sub-ports are not known yet.\n", unknown)) +
-      describe_halt(answer.at("halt"));
+  const std::string rest = (unknown == 0 ? ""
+                                         : fmt::format("The alarms of {} are not known yet.\n",
+                                                       lum_wording::counted(unknown, "sub-port"))) +
+                           describe_halt(answer.at("halt"));
   if (records.empty()) {
-    return fmt::format("no alarm is raised on any of {} sub-ports\n{}",
-                       answer.at("known").get<unsigned>(), rest);
+    return fmt::format("no alarm is raised on any of {}\n{}",
+                       lum_wording::counted(answer.at("known").get<unsigned>(), "sub-port"), rest);
   }
   const std::vector<column> columns = {
       {"PORT"},          {"SUB", true},       {"CONTROLLER"},      {"SINCE S", true},

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "printing/port_cells.h"
+#include "wording/numbers.h"
 
 namespace lumctl {
 namespace {
@@ -41,10 +42,9 @@ std::string describe_controllers(const json &answer, const style &output) {
   const json &batches = answer.at("batches");
   const auto count = [&batches](const char *name) { return batches.at(name).get<std::uint64_t>(); };
   return render(formats, records, output) +
-         fmt::format(
-             "{} controllers; batches: {} create, {} delete, {} update, {} refused, {} pending\n",
-             records.size(), count("create"), count("delete"), count("update"), count("refused"),
-             count("pending"));
+         fmt::format("{}; batches: {} create, {} delete, {} update, {} refused, {} pending\n",
+                     lum_wording::counted(records.size(), "controller"), count("create"),
+                     count("delete"), count("update"), count("refused"), count("pending"));
 }
 
 }  // namespace lumctl

@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "printing/port_cells.h"
+#include "wording/numbers.h"
 
 namespace lumctl {
 namespace {
@@ -36,8 +37,8 @@ std::string describe_elements(const json &behaviour) {
   }
   const json &every = behaviour.at("fail_every");
   if (number(every, "nth") != 0) {
-    text += fmt::format("  every {}th element fails with code {}\n", number(every, "nth"),
-                        code_text(every));
+    text += fmt::format("  every {} element fails with code {}\n",
+                        lum_wording::ordinal(number(every, "nth")), code_text(every));
   }
   return text;
 }

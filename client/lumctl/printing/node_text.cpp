@@ -7,9 +7,12 @@
 #include "printing/line.h"
 #include "printing/port_cells.h"
 #include "printing/store_text.h"
+#include "wording/numbers.h"
 
 namespace lumctl {
 namespace {
+
+using lum_wording::counted;
 
 std::string states_of(const json &counts) {
   std::string text;
@@ -32,9 +35,10 @@ std::string controllers_of(const json &node) {
 // The store, what it last failed at, and the one before it when that was not usable.
 std::string describe_store(const json &store) {
   std::string text =
-      fmt::format("{}: {} entries, {} writes, {} failures", text_or_dash(store.at("file")),
-                  store.at("entries").get<std::uint64_t>(), store.at("writes").get<std::uint64_t>(),
-                  store.at("failures").get<std::uint64_t>());
+      fmt::format("{}: {}, {}, {}", text_or_dash(store.at("file")),
+                  counted(store.at("entries").get<std::uint64_t>(), "entry", "entries"),
+                  counted(store.at("writes").get<std::uint64_t>(), "write"),
+                  counted(store.at("failures").get<std::uint64_t>(), "failure"));
   if (store.contains("last_failure")) {
     text += ", the last: " + text_or_dash(store.at("last_failure"));
   }
@@ -84,9 +88,9 @@ std::string describe_node(const json &node) {
   text += describe_store(node.at("checkpoints"));
   text += describe_node_store(node.at("store"));
   for (const json &channel : node.at("traces")) {
-    text +=
-        line("Trace", fmt::format("{}: {} lines{}", text_or_dash(channel.at("file")),
-                                  channel.at("lines").get<std::uint64_t>(), failed_lines(channel)));
+    text += line("Trace", fmt::format("{}: {}{}", text_or_dash(channel.at("file")),
+                                      counted(channel.at("lines").get<std::uint64_t>(), "line"),
+                                      failed_lines(channel)));
   }
   return text;
 }

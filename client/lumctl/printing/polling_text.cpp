@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "printing/port_cells.h"
+#include "wording/numbers.h"
 
 namespace lumctl {
 
@@ -15,8 +16,9 @@ std::string describe_polling(const json &polling) {
   std::string text = fmt::format("{:%H:%M:%S}  cycle {}", fmt::localtime(std::time(nullptr)),
                                  polling.at("cycles").get<std::uint64_t>());
   if (const json &last = polling.at("last"); last.is_object()) {
-    text += fmt::format(": {} ports in {} s", last.at("ports").get<unsigned>(),
-                        number_or_dash(last.at("duration_s"), 3));
+    text +=
+        fmt::format(": {} in {} s", lum_wording::counted(last.at("ports").get<unsigned>(), "port"),
+                    number_or_dash(last.at("duration_s"), 3));
     if (last.contains("lateness_s")) {
       text += fmt::format(", {} s late", number_or_dash(last.at("lateness_s"), 3));
     }

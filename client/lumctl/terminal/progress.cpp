@@ -5,6 +5,8 @@
 
 #include <algorithm>
 
+#include "terminal/terminal.h"
+
 namespace lumctl {
 namespace {
 
@@ -19,7 +21,7 @@ constexpr std::size_t runner_width = 5;
 
 progress::progress(std::string what, std::optional<milliseconds> longest)
     : what_(std::move(what)), longest_(longest) {
-  if (::isatty(STDERR_FILENO) != 1) return;
+  if (!is_steerable(STDERR_FILENO)) return;
   thread_ = std::thread([this] { run(); });
 }
 

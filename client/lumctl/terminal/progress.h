@@ -10,9 +10,9 @@
 
 namespace lumctl {
 
-// Draws one line on standard error, and only when that is a terminal: a bar that fills up towards
-// `longest`, or one that moves to and fro when nobody knows how long it takes. The line is wiped
-// when the object goes.
+// Draws one line on standard error, and only when that is a terminal that can be drawn on: a bar
+// that fills up towards `longest`, or one that moves to and fro when nobody knows how long it
+// takes. The line is wiped when the object goes.
 class progress {
  public:
   explicit progress(std::string what, std::optional<std::chrono::milliseconds> longest = {});

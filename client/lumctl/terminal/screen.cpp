@@ -4,11 +4,11 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <string_view>
 #include <vector>
 
-#include "terminal/size.h"
+#include "terminal/terminal.h"
+#include "wording/numbers.h"
 
 namespace lumctl {
 namespace {
@@ -81,7 +81,7 @@ void screen::draw(const std::string &text) {
   const std::size_t rows = terminal_rows();
   std::string more;
   if (lines.size() > rows) {
-    more = "... " + std::to_string(lines.size() - rows + 1) + " more lines";
+    more = "... " + lum_wording::counted(lines.size() - rows + 1, "more line");
     lines.resize(rows - 1);
     lines.push_back(more);
   }
@@ -99,9 +99,6 @@ bool screen::resized() {
   return has;
 }
 
-bool can_draw() {
-  const char *kind = std::getenv("TERM");
-  return ::isatty(STDOUT_FILENO) == 1 && kind != nullptr && std::string_view(kind) != "dumb";
-}
+bool can_draw() { return is_steerable(STDOUT_FILENO); }
 
 }  // namespace lumctl

@@ -4,7 +4,7 @@
 
 #include <cstdlib>
 
-#include "terminal/size.h"
+#include "terminal/terminal.h"
 
 namespace lumctl {
 namespace {
@@ -32,7 +32,7 @@ const char *escape_of(colour paint) {
 style style_of_output() {
   const char *no_colour = std::getenv("NO_COLOR");
   const bool wanted = no_colour == nullptr || *no_colour == '\0';
-  return {wanted && ::isatty(STDOUT_FILENO) == 1, terminal_columns()};
+  return {wanted && is_steerable(STDOUT_FILENO), terminal_columns()};
 }
 
 std::string painted(const style &where, const std::string &text, colour paint) {

@@ -9,7 +9,7 @@ namespace lumctl {
 enum class colour { none, good, bad, warning, faint, strong };
 
 struct style {
-  bool colours = false;     // standard output is a terminal and NO_COLOR is not set
+  bool colours = false;     // the terminal of standard output has them, NO_COLOR is not set
   std::size_t columns = 0;  // of the terminal, or what COLUMNS says; 120 where neither knows
 };
 

@@ -18,6 +18,7 @@
 #include "api/own_host.h"
 #include "api/unix_listener.h"
 #include "lum_linux/lanes.h"
+#include "words/schema.h"
 
 namespace lumd {
 namespace {
@@ -30,7 +31,10 @@ using boost::system::error_code;
 constexpr unsigned http_version = 11;
 constexpr std::chrono::milliseconds out_of_memory_pause(100);
 
-std::string error_body(const char *text) { return "{\"error\":\"" + std::string(text) + "\"}\n"; }
+// As the router answers, for what never gets there.
+std::string error_body(const char *text) {
+  return "{\"schema\":" + std::to_string(lum_words::api_schema) + ",\"error\":\"" + text + "\"}\n";
+}
 
 http::response<http::string_body> to_message(const http_reply &reply, bool keep_alive) {
   http::response<http::string_body> message(static_cast<http::status>(reply.status), http_version);
@@ -56,6 +60,15 @@ std::optional<http_reply> answer_to_unreadable(const error_code &error) {
     return http_reply{400, "application/json", error_body("not a valid HTTP request"), {}};
   }
   return std::nullopt;
+}
+
+std::string why_not_listening(std::uint16_t port, const error_code &failure) {
+  const std::string number = std::to_string(port);
+  const std::string text = "cannot listen on 127.0.0.1:" + number +
+                           " (http_port in the description): " + failure.message();
+  if (failure != net::error::address_in_use) return text;
+  return text + ". Another lumd or another program has it; \"ss -ltnp 'sport = :" + number +
+         "'\" names it";
 }
 
 // What a connection is about to be told.
@@ -245,7 +258,7 @@ bool http_server::core::open_tcp(std::string &error) {
   if (!failure) tcp.bind(endpoint, failure);
   if (!failure) tcp.listen(net::socket_base::max_listen_connections, failure);
   if (!failure) port = tcp.local_endpoint(failure).port();
-  if (failure) error = "127.0.0.1:" + std::to_string(*options.tcp_port) + ": " + failure.message();
+  if (failure) error = why_not_listening(*options.tcp_port, failure);
   return !failure;
 }
 

@@ -19,7 +19,7 @@ constexpr std::string_view good = "HTTP/1.1 200";
 bool api_answers(const std::filesystem::path &socket, std::chrono::seconds bound) {
   const lum_client::unix_address place(socket);
   const lum_client::descriptor connection(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (!place.problem().empty() || connection.get() < 0) return false;
+  if (place.problem() || connection.get() < 0) return false;
   const sockaddr_un address = place.socket_address();
   // On a Unix socket the bound for sending holds for connecting too.
   timeval limit = {};

@@ -1,6 +1,6 @@
 #include "api/reply.h"
 
-#include <fmt/format.h>
+#include "node/find_port.h"
 
 namespace lumd {
 namespace {
@@ -25,8 +25,17 @@ api_reply refuse(unsigned status, const std::string &message) {
 
 api_reply refuse(const refusal &refused) { return refuse(status_of(refused.kind), refused.reason); }
 
-api_reply refuse_unknown_port(const std::string &name) {
-  return refuse(404, fmt::format("the node has no port \"{}\"", name));
+api_reply refuse_port(const lum_linux::node_description &node, const std::string &name) {
+  return refuse(reason_against_port(node, name));
+}
+
+void keep_sub_port(std::optional<uint32_t> wanted, json &sub_ports) {
+  if (!wanted) return;
+  json kept = json::array();
+  for (json &one : sub_ports) {
+    if (one.at("sub_port") == *wanted) kept.push_back(std::move(one));
+  }
+  sub_ports = std::move(kept);
 }
 
 }  // namespace lumd

@@ -1,11 +1,14 @@
 // Requests of the API and the replies to them. What the node answers becomes a status here.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "lum_linux/node_description.h"
 #include "node/outcome.h"
 #include "views/json.h"
 
@@ -31,7 +34,13 @@ api_reply refuse(unsigned status, const std::string &message);
 
 // With the status for what the node says no to.
 api_reply refuse(const refusal &refused);
-api_reply refuse_unknown_port(const std::string &name);
+
+// Where no port, or no sub-port, is meant by the name.
+api_reply refuse_port(const lum_linux::node_description &node, const std::string &name);
+
+// Leaves the one sub-port in a list of sub-ports, each of which has its number; all when none is
+// wanted.
+void keep_sub_port(std::optional<uint32_t> wanted, json &sub_ports);
 
 // `show` makes a document of the report.
 template <typename Report, typename Show>

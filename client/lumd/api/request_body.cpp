@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include "wording/nearest.h"
+
 namespace lumd {
 namespace {
 
@@ -84,9 +86,18 @@ void request_body::complain(std::string what) {
 std::string request_body::wrong() const {
   if (!wrong_.empty()) return wrong_;
   for (const auto &[name, value] : body_.items()) {
-    if (!known_.contains(name)) return fmt::format("there is no \"{}\" here", name);
+    if (known_.contains(name)) continue;
+    if (known_.empty()) return fmt::format("there is no \"{}\" here, expected no member", name);
+    return fmt::format("there is no \"{}\" here, expected one of {}{}", name,
+                       fmt::join(known_, ", "), lum_wording::did_you_mean(name, known_));
   }
   return {};
+}
+
+std::string request_body::unknown_word(std::string_view name, std::string_view given,
+                                       const std::vector<std::string_view> &known) {
+  return fmt::format("\"{}\" is \"{}\", expected one of {}{}", name, given, fmt::join(known, ", "),
+                     lum_wording::did_you_mean(given, known));
 }
 
 const json *request_body::required(std::string_view name, std::string_view expected) {

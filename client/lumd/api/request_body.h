@@ -9,6 +9,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "views/json.h"
 
@@ -33,11 +34,18 @@ class request_body {
 
   // Notes what is wrong with a member; the first note stays.
   void complain(std::string what);
+  // The same of a text that is none of those that are known.
+  template <typename Words>
+  void complain_of_word(std::string_view name, std::string_view given, const Words &known) {
+    complain(unknown_word(name, given, {std::begin(known), std::end(known)}));
+  }
 
   // What is wrong, a member that nobody has asked for included; empty when nothing is.
   std::string wrong() const;
 
  private:
+  static std::string unknown_word(std::string_view name, std::string_view given,
+                                  const std::vector<std::string_view> &known);
   const json *required(std::string_view name, std::string_view expected);
   uint32_t checked_number(const json &value, std::string_view name, uint32_t least, uint32_t most);
 

@@ -5,11 +5,19 @@
 
 #include "json/read.h"
 #include "node/split.h"
+#include "words/schema.h"
 
 namespace lumd {
 namespace {
 
-http_reply to_http(const api_reply &reply) {
+// The document under the schema's number, which comes first.
+json versioned(json body) {
+  json document = {{"schema", lum_words::api_schema}};
+  for (auto &[name, value] : body.items()) document[name] = std::move(value);
+  return document;
+}
+
+http_reply to_http(api_reply reply) {
   http_reply result;
   result.status = reply.status;
   if (!reply.text_type.empty()) {
@@ -18,7 +26,8 @@ http_reply to_http(const api_reply &reply) {
     return result;
   }
   // Module texts may hold any bytes; JSON holds UTF-8 only.
-  result.body = reply.body.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
+  const json document = versioned(std::move(reply.body));
+  result.body = document.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
   return result;
 }
 

@@ -13,6 +13,8 @@
 #include "node/find_port.h"
 #include "node/interface_names.h"
 #include "views/action_view.h"
+#include "wording/nearest.h"
+#include "words/names.h"
 
 namespace lumd {
 namespace {
@@ -51,7 +53,7 @@ std::string read_interface(driver &node, request_body &body) {
   }
   const auto *port = find_port(node.node(), *port_name);
   if (port == nullptr) {
-    body.complain(fmt::format("the node has no port \"{}\"", *port_name));
+    body.complain(reason_against_port(node.node(), *port_name).reason);
     return {};
   }
   return interface_name({port->rsip, *sub_port});
@@ -62,8 +64,10 @@ api_reply post_interface(driver &node, const api_request &request) {
       interface_operations.begin(), interface_operations.end(),
       [&](const named_operation &known) { return known.name == request.parameters[0]; });
   if (found == interface_operations.end()) {
-    return refuse(404,
-                  fmt::format("an entity agent has no operation \"{}\"", request.parameters[0]));
+    const auto names = lum_words::names_of(interface_operations);
+    return refuse(404, fmt::format("an entity agent has no operation \"{}\", expected one of {}{}",
+                                   request.parameters[0], fmt::join(names, ", "),
+                                   lum_wording::did_you_mean(request.parameters[0], names)));
   }
   request_body body(request.body);
   lum_linux::ea_entry entry;

@@ -1,6 +1,4 @@
 // The interface manager: how it behaves, and how it is to behave.
-#include <fmt/format.h>
-
 #include <array>
 #include <limits>
 
@@ -75,13 +73,11 @@ im_action read_malform(request_body &body) {
   const uint32_t count = body.number("count", 0, most_batches);
   const std::string wanted = body.text("kind");
   im_malformation chosen = im_malformation::none;
-  std::string names;
   for (const lum_words::malformation &kind : lum_words::malformations) {
     if (kind.name == wanted) chosen = malformation_of(kind);
-    names += (names.empty() ? "" : ", ") + std::string(kind.name);
   }
   if (chosen == im_malformation::none) {
-    body.complain(fmt::format("\"kind\" is \"{}\", expected one of {}", wanted, names));
+    body.complain_of_word("kind", wanted, names_of(lum_words::malformations));
   }
   return always([=](interface_manager &im) { im.malform_next(count, chosen); });
 }
@@ -136,12 +132,10 @@ constexpr std::array<action, 12> actions = {{{"refuse", read_refuse},
 
 im_action read_action(request_body &body) {
   const std::string wanted = body.text("action");
-  std::string names;
   for (const action &action : actions) {
     if (action.name == wanted) return action.read(body);
-    names += (names.empty() ? "" : ", ") + std::string(action.name);
   }
-  body.complain(fmt::format("\"action\" is \"{}\", expected one of {}", wanted, names));
+  body.complain_of_word("action", wanted, lum_words::names_of(actions));
   return nullptr;
 }
 

@@ -1,6 +1,4 @@
 // Ports come and go, and change their controllers' state.
-#include <fmt/format.h>
-
 #include "api/action.h"
 #include "api/request_body.h"
 #include "api/routes.h"
@@ -37,7 +35,7 @@ api_reply read_ports(driver &node, const json &names, port_list &ports) {
   for (const json &name : names) {
     if (!name.is_string()) return refuse(400, "\"ports\" is not a list of port names");
     const auto *port = find_port(node.node(), name.get<std::string>());
-    if (port == nullptr) return refuse_unknown_port(name.get<std::string>());
+    if (port == nullptr) return refuse_port(node.node(), name.get<std::string>());
     ports.push_back(port);
   }
   return {};
@@ -69,13 +67,12 @@ api_reply post_delete(driver &node, const api_request &request) {
 
 api_reply post_update(driver &node, const api_request &request) {
   const auto *port = find_port(node.node(), request.parameters[0]);
-  if (port == nullptr) return refuse_unknown_port(request.parameters[0]);
+  if (port == nullptr) return refuse_port(node.node(), request.parameters[0]);
   request_body body(request.body);
   const std::string state = body.text("state");
   const wait_time wait = body.wait();
   if (state != controller_up && state != controller_down) {
-    body.complain(
-        fmt::format("\"state\" is neither \"{}\" nor \"{}\"", controller_up, controller_down));
+    body.complain_of_word("state", state, lum_words::controller_states);
   }
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
   const uint32_t number = state == controller_up ? 1 : 0;

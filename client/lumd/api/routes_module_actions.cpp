@@ -23,7 +23,7 @@ using module_action = std::function<outcome<module_report>(driver &, const port_
 api_reply post(driver &node, const api_request &request, action_lane (*lane_of)(uint32_t),
                const std::function<module_action(request_body &)> &read) {
   const auto *port = find_port(node.node(), request.parameters[0]);
-  if (port == nullptr) return refuse_unknown_port(request.parameters[0]);
+  if (port == nullptr) return refuse_port(node.node(), request.parameters[0]);
   request_body body(request.body);
   module_action action = read(body);
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);

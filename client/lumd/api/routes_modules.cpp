@@ -46,11 +46,13 @@ api_reply add_page(driver &node, uint32_t rsip, uint32_t page, const json &shown
 // The module's identity and readings come from what the library has polled; its memory is looked at
 // only when a page is asked for.
 api_reply get_module(driver &node, const api_request &request) {
-  const auto *port = find_port(node.node(), request.parameters[0]);
-  if (port == nullptr) return refuse_unknown_port(request.parameters[0]);
+  const port_place place = find_place(node.node(), request.parameters[0]);
+  if (!place) return refuse_port(node.node(), request.parameters[0]);
+  const auto *port = place.port;
   const auto status = node.platform().modules().status(port->rsip);
-  if (!status) return refuse_unknown_port(request.parameters[0]);
+  if (!status) return refuse_port(node.node(), request.parameters[0]);
   json shown = show_module(node, *port, *status);
+  keep_sub_port(place.sub_port, shown.at("sub_ports"));
   if (const auto asked = request.query.find("page"); asked != request.query.end()) {
     uint32_t page = 0;
     if (!read_page_number(asked->second, page)) {

@@ -10,22 +10,11 @@
 #include "views/action_view.h"
 #include "views/alarm_view.h"
 #include "views/pm_view.h"
+#include "wording/nearest.h"
 #include "words/bins.h"
 
 namespace lumd {
 namespace {
-
-// The port that the request names, or every port. Refuses one that the node does not have.
-api_reply wanted_ports(driver &node, const std::optional<std::string> &name, port_list &ports) {
-  if (!name) {
-    ports = node.node().ports();
-    return {};
-  }
-  const auto *port = find_port(node.node(), *name);
-  if (port == nullptr) return refuse_unknown_port(*name);
-  ports = {port};
-  return {};
-}
 
 std::optional<std::string> queried(const api_request &request, const std::string &key) {
   const auto found = request.query.find(key);
@@ -37,14 +26,17 @@ api_reply get_pm(driver &node, const api_request &request) {
   if (const auto asked = queried(request, "bins")) {
     bins = pm_bins_of(*asked);
     if (!bins) {
-      return refuse(400, fmt::format("the bins are neither {} nor {}", lum_words::quarter_bin,
-                                     lum_words::day_bin));
+      return refuse(400, fmt::format("the bins are \"{}\", expected one of {}{}", *asked,
+                                     fmt::join(lum_words::bins, ", "),
+                                     lum_wording::did_you_mean(*asked, lum_words::bins)));
     }
   }
-  port_list ports;
-  const api_reply refused = wanted_ports(node, queried(request, "port"), ports);
-  if (refused.status != 200) return refused;
-  return {200, show_pm(node, ports, bins)};
+  const auto name = queried(request, "port");
+  const port_place place = name ? find_place(node.node(), *name) : port_place{};
+  if (name && !place) return refuse_port(node.node(), *name);
+  json shown = show_pm(node, name ? port_list{place.port} : node.node().ports(), bins);
+  keep_sub_port(place.sub_port, shown.at("interfaces"));
+  return {200, std::move(shown)};
 }
 
 // Those with an alarm, or all that the alarm service knows with ?all=true.
@@ -56,11 +48,9 @@ api_reply post_clear(driver &node, const api_request &request) {
   request_body body(request.body);
   const auto name = body.optional_text("port");
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
-  port_list ports;
-  if (const api_reply refused = wanted_ports(node, name, ports); refused.status != 200) {
-    return refused;
-  }
-  return reply_to(clear_statistics(ports), show_clear);
+  const auto *port = name ? find_port(node.node(), *name) : nullptr;
+  if (name && port == nullptr) return refuse_port(node.node(), *name);
+  return reply_to(clear_statistics(name ? port_list{port} : node.node().ports()), show_clear);
 }
 
 constexpr route routes[] = {

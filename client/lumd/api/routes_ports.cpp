@@ -13,9 +13,11 @@ api_reply get_ports(driver &node, const api_request &request) {
 }
 
 api_reply get_port(driver &node, const api_request &request) {
-  const auto *port = find_port(node.node(), request.parameters[0]);
-  if (port == nullptr) return refuse_unknown_port(request.parameters[0]);
-  return {200, show_port(node, *port)};
+  const port_place place = find_place(node.node(), request.parameters[0]);
+  if (!place) return refuse_port(node.node(), request.parameters[0]);
+  json shown = show_port(node, *place.port);
+  keep_sub_port(place.sub_port, shown.at("sub_ports"));
+  return {200, std::move(shown)};
 }
 
 constexpr route routes[] = {

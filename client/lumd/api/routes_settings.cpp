@@ -36,10 +36,15 @@ wanted_settings read_settings(request_body &body) {
 }
 
 api_reply post_settings(driver &node, const api_request &request) {
-  const auto *port = find_port(node.node(), request.parameters[0]);
-  if (port == nullptr) return refuse_unknown_port(request.parameters[0]);
+  const port_place place = find_place(node.node(), request.parameters[0]);
+  if (!place) return refuse_port(node.node(), request.parameters[0]);
+  const auto *port = place.port;
   request_body body(request.body);
-  const uint32_t sub_port = body.optional_number("sub_port", 0, LUM_SUB_PORTS - 1).value_or(0);
+  const auto given = body.optional_number("sub_port", 0, LUM_SUB_PORTS - 1);
+  if (given && place.sub_port && *given != *place.sub_port) {
+    body.complain(fmt::format("\"sub_port\" is {}, and the path says {}", *given, *place.sub_port));
+  }
+  const uint32_t sub_port = place.sub_port.value_or(given.value_or(0));
   const wanted_settings wanted = read_settings(body);
   if (wanted.empty()) body.complain("there is no setting in the body");
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);

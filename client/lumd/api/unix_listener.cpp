@@ -11,6 +11,8 @@
 namespace lumd {
 namespace {
 
+const std::string remedy = "api_socket in the description or --socket names another";
+
 const sockaddr *as_sockaddr(const sockaddr_un &address) {
   return reinterpret_cast<const sockaddr *>(&address);
 }
@@ -32,15 +34,15 @@ int unix_listener::open(const std::filesystem::path &path, std::string &error) {
     return -1;
   };
   address_.emplace(path);
-  if (!address_->problem().empty()) return fail(address_->problem());
+  if (address_->problem()) return fail(address_->problem().message());
   const sockaddr_un address = address_->socket_address();
   const int folder = address_->folder();
   const char *const name = address_->name().c_str();
 
   struct stat found = {};
   if (::fstatat(folder, name, &found, AT_SYMLINK_NOFOLLOW) == 0) {
-    if (!S_ISSOCK(found.st_mode)) return fail("there is something else than a socket");
-    if (somebody_is_at(address)) return fail("another driver answers on this socket");
+    if (!S_ISSOCK(found.st_mode)) return fail("there is something else than a socket; " + remedy);
+    if (somebody_is_at(address)) return fail("another driver answers on this socket; " + remedy);
     ::unlinkat(folder, name, 0);
   }
   const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);

@@ -107,12 +107,13 @@ refusal no_turn() { return not_now("another creation or deletion of ports is und
 // What a deletion has left in the store; nothing when all is gone.
 std::string left_in_store(const port_list &ports) {
   std::string left;
-  for (const auto &one : lum_linux::checkpoints_status().troubled) {
+  const auto store = lum_linux::checkpoints_status();
+  for (const auto &one : store.troubled) {
     if (one.trouble != lum_linux::record_trouble::undeleted) continue;
     for (const port_description *port : ports) {
       if (port->rsip != one.key) continue;
-      left += fmt::format("{}the settings of port {} are still in the store: {}",
-                          left.empty() ? "" : "; ", port->name, one.reason);
+      left += fmt::format("{}the settings of port {} are still in the store {}: {}",
+                          left.empty() ? "" : "; ", port->name, store.file.native(), one.reason);
     }
   }
   return left;

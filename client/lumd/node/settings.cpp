@@ -77,8 +77,9 @@ outcome<settings_report> change_settings(driver &node, const lum_linux::port_des
   settings_report report;
   report.rc = rc;
   if (!CERR_IS_OK(rc)) {
-    report.missing = fmt::format("the settings are in force but not saved: {} ({}){}",
-                                 cerr_strerror(rc), rc, reason_of_store(port.rsip));
+    report.missing = fmt::format("the settings are in force but not saved in {}: {} ({}){}",
+                                 lum_linux::checkpoints_status().file.native(), cerr_strerror(rc),
+                                 rc, reason_of_store(port.rsip));
   }
   report.ifhandle = ifhandle;
   report.change_bits = changed_bits;

@@ -3,13 +3,17 @@
 #include <fmt/format.h>
 #include <sys/un.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <map>
 #include <utility>
 
+#include "description/port_names.h"
 #include "description/toml_table.h"
+#include "wording/nearest.h"
 
 namespace lum_linux {
 namespace {
@@ -22,6 +26,7 @@ constexpr size_t max_path_bytes = 1024;
 // What a socket's address holds behind its folder's place below /proc.
 constexpr size_t max_socket_name_bytes = 80;
 constexpr size_t max_host_name_bytes = 253;
+constexpr std::array<std::string_view, 3> backends = {"file", "i2c-dev", "simulated"};
 
 // Finds the things that may be there once only.
 class uniqueness {
@@ -89,6 +94,7 @@ class node_reader {
   fs::path folder_;
   problem_list &problems_;
   uniqueness unique_;
+  port_names names_;
   node_description node_;
 };
 
@@ -113,6 +119,7 @@ node_description node_reader::read(toml_table &table) {
     read_interface_manager(*im);
   }
   for (toml_table &slot : table.tables("slot", "[[slot]]", true, "the slot")) read_slot(slot);
+  names_.refuse_ambiguous(problems_);
   table.refuse_unknown_keys();
   return std::move(node_);
 }
@@ -223,11 +230,13 @@ void node_reader::read_position(toml_table &table, place where, port_description
       number && unique_.check(unique_.numbers, port.number, number->line,
                               fmt::format("port number {}", port.number),
                               "a number of its own for each port of an instance");
-  const auto name =
-      table.text("name", max_name_bytes,
-                 fmt::format("{}/{}/{}/{}", node_.rack, where.slot, where.instance, port.number));
-  if (name && ((number_is_good && where.known) || table.has("name"))) {
+  const bool position_is_known = number_is_good && where.known;
+  const std::string position =
+      fmt::format("{}/{}/{}/{}", node_.rack, where.slot, where.instance, port.number);
+  const auto name = table.text("name", max_name_bytes, position);
+  if (name && (position_is_known || table.has("name"))) {
     port.name = name->value;
+    names_.add({port.name, name->line, position_is_known ? position : ""});
     unique_.check(unique_.names, port.name, name->line, fmt::format("port name '{}'", port.name),
                   "a name of its own for each port");
   }
@@ -243,10 +252,11 @@ void node_reader::read_module(toml_table &table, port_description &port) {
     read_module_file(table, port);
   } else {
     if (backend) {
-      problems_.add(backend->line,
-                    fmt::format("'backend' is \"{}\", expected \"file\", \"i2c-dev\" or "
-                                "\"simulated\"",
-                                backend->value));
+      problems_.add(
+          backend->line,
+          fmt::format("'backend' is \"{}\", expected \"file\", \"i2c-dev\" or "
+                      "\"simulated\"{}",
+                      backend->value, lum_wording::did_you_mean(backend->value, backends)));
     }
     // Whatever the keys of the module say cannot be judged without knowing the backend.
     table.text("module", max_path_bytes, "");

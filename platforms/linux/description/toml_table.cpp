@@ -7,6 +7,8 @@
 #include <new>
 
 #include "description/toml_depth.h"
+#include "wording/nearest.h"
+#include "wording/numbers.h"
 
 namespace lum_linux {
 namespace {
@@ -158,7 +160,8 @@ std::optional<located<std::vector<double>>> toml_table::numbers(std::string_view
   const toml::array *array = node->as_array();
   if (!array || array->empty() || (count > 0 && array->size() != count)) {
     report(line_of(*node),
-           array ? fmt::format("'{}' has {} elements, expected {}", key, array->size(), expected)
+           array ? fmt::format("'{}' has {}, expected {}", key,
+                               lum_wording::counted(array->size(), "element"), expected)
                  : fmt::format("'{}' is no array, expected {}", key, expected));
     return {};
   }
@@ -249,8 +252,9 @@ std::vector<toml_table> toml_table::tables(std::string_view key, std::string_vie
 void toml_table::refuse_unknown_keys() {
   for (const auto &[key, node] : source_->table) {
     if (std::find(known_.begin(), known_.end(), key.str()) != known_.end()) continue;
-    report(key.source().begin.line, fmt::format("unknown key '{}' in {}, expected one of {}",
-                                                key.str(), name_, fmt::join(known_, ", ")));
+    report(key.source().begin.line,
+           fmt::format("unknown key '{}' in {}, expected one of {}{}", key.str(), name_,
+                       fmt::join(known_, ", "), lum_wording::did_you_mean(key.str(), known_)));
   }
 }
 

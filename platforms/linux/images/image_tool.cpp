@@ -12,6 +12,7 @@
 
 #include "lum_linux/image.h"
 #include "lum_linux/module_memory.h"
+#include "wording/numbers.h"
 
 namespace {
 
@@ -103,7 +104,8 @@ int dump(const fs::path &file) {
                    is_lower ? 0 : module_page_size, bytes);
   }
   const auto rest = size - halves * module_page_size;
-  if (rest > 0) fmt::print("and {} bytes that are no whole page\n", rest);
+  if (rest > 0)
+    fmt::print("and {} behind the last whole page\n", lum_wording::counted(rest, "byte"));
   return ok;
 }
 

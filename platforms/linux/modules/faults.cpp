@@ -6,6 +6,9 @@
 #include <array>
 #include <charconv>
 #include <optional>
+#include <vector>
+
+#include "wording/nearest.h"
 
 namespace lum_linux {
 namespace {
@@ -62,6 +65,12 @@ bool parse_count(std::string_view name, std::string_view value, uint32_t min, ui
   return number.has_value();
 }
 
+std::string likely_word(std::string_view name) {
+  std::vector<std::string_view> known = {"only", "delay-ms", "hang", "none"};
+  for (const number_word &word : number_words) known.push_back(word.name);
+  return lum_wording::did_you_mean(name, known);
+}
+
 bool parse_word(std::string_view word, fault_script &script, std::string &error) {
   const auto equals = word.find('=');
   const std::string_view name = word.substr(0, equals);
@@ -90,7 +99,7 @@ bool parse_word(std::string_view word, fault_script &script, std::string &error)
       return parse_count(name, value, known.min, known.max, script.*known.field, error);
     }
   }
-  error = fmt::format("unknown word '{}', expected {}", name, all_words);
+  error = fmt::format("unknown word '{}', expected {}{}", name, all_words, likely_word(name));
   return false;
 }
 

@@ -173,7 +173,8 @@ const std::vector<refusal> refusals = {
      {"7: 'capacity' is 0, expected an integer from 1 to 65535"}},
     {"UnknownInstanceKey",
      node("") + "ports = 3\n",
-     {"7: unknown key 'ports' in the instance, expected one of number, port, capacity"}},
+     {"7: unknown key 'ports' in the instance, expected one of number, port, capacity (did you "
+      "mean \"port\"?)"}},
     {"UnknownPortKey",
      port("number = 1\nhandle = 1\nmodule = 'm'\ncolour = 1\n"),
      {"11: unknown key 'colour' in the port, expected one of number, name, handle, backend, "
@@ -213,6 +214,21 @@ const std::vector<refusal> refusals = {
                "number = 2\nhandle = 2\nmodule = 'b'\nname = '0/1/0/1'\n"),
      {"15: port name '0/1/0/1' is used twice, first in line 7; expected a name of its own for "
       "each port"}},
+    {"NameIsAnothersPosition",
+     two_ports("number = 1\nhandle = 1\nmodule = 'a'\nname = 'west'\n",
+               "number = 2\nhandle = 2\nmodule = 'b'\nname = '0/1/0/1'\n"),
+     {"16: port name '0/1/0/1' is also the position of port 'west', named in line 11; expected a "
+      "name that means one port"}},
+    {"NameIsAnothersSubPort",
+     two_ports("number = 1\nhandle = 1\nmodule = 'a'\nname = 'west:1'\n",
+               "number = 2\nhandle = 2\nmodule = 'b'\nname = 'west'\n"),
+     {"11: port name 'west:1' is also sub-port 1 of port 'west', named in line 16; expected a name "
+      "that means one port"}},
+    {"NameIsSubPortOfAnothersPosition",
+     two_ports("number = 1\nhandle = 1\nmodule = 'a'\nname = 'west'\n",
+               "number = 2\nhandle = 2\nmodule = 'b'\nname = '0/1/0/1:0'\n"),
+     {"16: port name '0/1/0/1:0' is also sub-port 0 of port 'west', named in line 11; expected a "
+      "name that means one port"}},
     {"SameModuleTwice",
      two_ports("number = 1\nhandle = 1\nmodule = 'a'\n",
                "number = 2\nhandle = 2\nmodule = 'modules/../a'\n"),
@@ -244,6 +260,10 @@ const std::vector<refusal> refusals = {
     {"UnknownBackend",
      port("number = 1\nhandle = 1\nbackend = 'spi'\nmodule = 'a'\nbus = 'b'\n"),
      {"10: 'backend' is \"spi\", expected \"file\", \"i2c-dev\" or \"simulated\""}},
+    {"LikelyBackend",
+     port("number = 1\nhandle = 1\nbackend = 'simulate'\nmodule = 'a'\n"),
+     {"10: 'backend' is \"simulate\", expected \"file\", \"i2c-dev\" or \"simulated\" (did you "
+      "mean \"simulated\"?)"}},
     {"KeyOfAnotherBackend",
      port("number = 1\nhandle = 1\nmodule = 'a'\naddress = 0x50\n"),
      {"11: unknown key 'address' in the port, expected one of number, name, handle, backend, "
@@ -260,7 +280,8 @@ const std::vector<refusal> refusals = {
      {"4: 'rack' is 300, expected an integer from 0 to 255",
       "5: unknown key 'colour' in the node, " + all_node_keys,
       "9: 'number' is 9, expected an integer from 0 to 3",
-      "10: unknown key 'ports' in the instance, expected one of number, port, capacity"}},
+      "10: unknown key 'ports' in the instance, expected one of number, port, capacity (did you "
+      "mean \"port\"?)"}},
 };
 
 INSTANTIATE_TEST_SUITE_P(All, NodeDescriptionRefuses, testing::ValuesIn(refusals),

@@ -65,6 +65,7 @@ TEST(FaultScript, WrongWordsAreNamed) {
   EXPECT_EQ(error_of("delay-ms=-1"), "'delay-ms' is \"-1\", expected an integer from 0 to 600000");
   EXPECT_EQ(error_of("none,hang"), "'none' stands beside other words, expected it alone");
   EXPECT_EQ(error_of("explode").substr(0, 24), "unknown word 'explode', ");
+  EXPECT_TRUE(error_of("flip-evry=2").ends_with("seed or none (did you mean \"flip-every\"?)"));
   EXPECT_EQ(error_of(" , ").substr(0, 15), "nothing given, ");
 }
 

@@ -1,4 +1,4 @@
-#include "terminal/size.h"
+#include "terminal/terminal.h"
 
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -30,6 +30,12 @@ std::size_t terminal_columns() {
   }
   const winsize size = size_of_output();
   return size.ws_col > 0 ? size.ws_col : columns_unless_known;
+}
+
+bool is_steerable(int descriptor) {
+  const char *kind = std::getenv("TERM");
+  return ::isatty(descriptor) == 1 && kind != nullptr && *kind != '\0' &&
+         std::string_view(kind) != "dumb";
 }
 
 std::size_t terminal_rows() {

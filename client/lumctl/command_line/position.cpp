@@ -1,0 +1,86 @@
+#include "command_line/position.h"
+
+#include <algorithm>
+
+namespace lumctl {
+namespace {
+
+const command *command_below(const command &at, std::string_view name) {
+  const auto found = std::find_if(at.commands.begin(), at.commands.end(),
+                                  [&](const command &one) { return one.name == name; });
+  return found == at.commands.end() ? nullptr : &*found;
+}
+
+// --name, or --name=value, which needs no further word.
+void pass_option(position &now, std::string_view word) {
+  const option *found = option_at(now, name_of_option(word));
+  if (found == nullptr || !found->takes) return;
+  const std::size_t equals = word.find('=');
+  if (equals == std::string_view::npos) {
+    now.waiting = found;
+  } else if (found->name == socket_option) {
+    now.socket = word.substr(equals + 1);
+  }
+}
+
+}  // namespace
+
+position start_at(const command &lumctl, const std::string &socket) {
+  position start;
+  start.lumctl = start.at = &lumctl;
+  start.socket = socket;
+  return start;
+}
+
+void pass(position &now, const std::string &word) {
+  if (now.waiting != nullptr) {
+    if (now.waiting->name == socket_option) now.socket = word;
+    now.waiting = nullptr;
+  } else if (is_option(word)) {
+    pass_option(now, word);
+  } else if (const command *below = command_below(*now.at, word); below != nullptr) {
+    now.at = below;
+    now.path += (now.path.empty() ? "" : " ") + word;
+    now.arguments = 0;
+  } else {
+    ++now.arguments;
+  }
+}
+
+const argument *next_argument(const position &now) {
+  const std::vector<argument> &all = now.at->arguments;
+  if (now.arguments < all.size()) return &all[now.arguments];
+  return !all.empty() && all.back().repeated ? &all.back() : nullptr;
+}
+
+std::vector<const option *> options_at(const position &now) {
+  std::vector<const option *> found;
+  for (const option &one : now.at->options) found.push_back(&one);
+  if (now.at == now.lumctl || !now.at->asks) return found;
+  for (const option &one : now.lumctl->options) found.push_back(&one);
+  return found;
+}
+
+const option *option_at(const position &now, std::string_view name) {
+  for (const option *one : options_at(now)) {
+    if (one->name == name) return one;
+  }
+  return nullptr;
+}
+
+bool is_option(std::string_view word) { return word.starts_with("--"); }
+
+std::string_view name_of_option(std::string_view word) {
+  const std::string_view shown = word.substr(0, word.find('='));
+  return shown.substr(std::min(shown.size(), std::string_view("--").size()));
+}
+
+std::vector<std::string> names_below(const command &at) {
+  std::vector<std::string> names;
+  for (const command &below : at.commands) {
+    if (!below.hidden) names.push_back(below.name);
+  }
+  return names;
+}
+
+}  // namespace lumctl
