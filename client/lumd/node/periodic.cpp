@@ -44,8 +44,10 @@ periodic::periodic(const std::string &name, std::chrono::milliseconds period,
     : core_(std::make_shared<core>()) {
   core_->period = period;
   core_->work = std::move(work);
-  core_->thread = std::thread([state = core_] { state->run(); });
-  pthread_setname_np(core_->thread.native_handle(), name.c_str());
+  core_->thread = std::thread([state = core_, name] {
+    pthread_setname_np(pthread_self(), name.c_str());  // another thread's is a file: see confine.h
+    state->run();
+  });
 }
 
 periodic::~periodic() { stop(); }

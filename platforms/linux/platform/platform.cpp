@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <exception>
 #include <new>
+#include <system_error>
 
 #include "lum_linux/services.h"
 #include "lum_linux/stores.h"
@@ -73,7 +74,9 @@ bool start_hardware(platform::core &core, std::string &error) {
 bool start_threads(platform::core &core, std::string &error) {
   core.evm = event_manager_create("lum_events");
   if (core.evm == 0) {
-    error = "cannot start the event manager";
+    error =
+        "cannot start the event manager: the system gives no memory or no thread for it, see "
+        "ulimit -u";
     return false;
   }
   const im_description &im = core.node.interface_manager;
@@ -137,6 +140,10 @@ std::unique_ptr<platform> platform::start(const node_description &node, std::str
   } catch (const std::bad_alloc &) {
     if (!result) give_up_platform();
     throw;
+  } catch (const std::system_error &failure) {
+    const bool no_thread = failure.code() == std::errc::resource_unavailable_try_again;
+    error = fmt::format("cannot start the platform: {}{}", failure.what(),
+                        no_thread ? ": the system gives no more threads, see ulimit -u" : "");
   } catch (const std::exception &exception) {
     error = fmt::format("cannot start the platform: {}", exception.what());
   }

@@ -4,12 +4,9 @@
 
 #include <condition_variable>
 #include <mutex>
-#include <string>
-#include <system_error>
 #include <thread>
 
 #include "lum_linux/checkpoints.h"
-#include "lum_linux/system.h"
 #include "services/signals_blocked.h"
 
 namespace lum_linux {
@@ -28,6 +25,7 @@ struct store_keeper::core {
   bool ended = false;
 
   void run() {
+    pthread_setname_np(pthread_self(), "lum-store");
     std::unique_lock lock(mutex);
     while (!changed.wait_for(lock, period, [this] { return stopping; })) {
       lock.unlock();
@@ -41,13 +39,7 @@ struct store_keeper::core {
 
 store_keeper::store_keeper() : core_(std::make_shared<core>()) {
   const signals_blocked until_started;
-  try {
-    core_->thread = std::thread([state = core_] { state->run(); });
-    pthread_setname_np(core_->thread.native_handle(), "lum-store");
-  } catch (const std::system_error &failure) {
-    system_log(std::string("there is no thread to look after the checkpoint store: ") +
-               failure.what());
-  }
+  core_->thread = std::thread([state = core_] { state->run(); });
 }
 
 store_keeper::~store_keeper() { stop(); }

@@ -8,8 +8,8 @@ namespace lum_linux {
 
 class store_keeper {
  public:
-  // Calls checkpoints_tend() every few seconds. Without a thread to be had this is left undone, and
-  // the system log says so. May throw std::bad_alloc.
+  // Calls checkpoints_tend() every few seconds. Throws std::system_error when there is no thread to
+  // be had; may throw std::bad_alloc.
   store_keeper();
   // As stop() with its default bound.
   ~store_keeper();
