@@ -1,4 +1,5 @@
 // lumd: the reference driver, in the foreground.
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -46,16 +47,25 @@ bool modules_are_good(const lum_linux::node_description &node) {
 // What is right as a description and yet most likely not what was meant.
 void warn(const lum_linux::node_description &node) {
   if (node.rack == 0) return;
-  fmt::print(stderr,
-             "{}: warning: 'rack' is {}, and the library reaches modules in rack 0 only: no module "
-             "of this node will be read or set\n",
-             node.source.native(), node.rack);
+  lum_linux::say_line(
+      fmt::format("{}: warning: 'rack' is {}, and the library reaches modules in rack 0 only: no "
+                  "module of this node will be read or set\n",
+                  node.source.native(), node.rack));
 }
 
 // What a signal would end the process for without need: a terminal that goes, a pipe that nobody
 // reads, a file that has become too large, which the write itself tells of.
 void ignore_needless_signals() {
   for (const int number : {SIGHUP, SIGPIPE, SIGXFSZ}) signal(number, SIG_IGN);
+}
+
+// What is said to standard error must not end up in a file that came to have its number.
+void fill_standard_descriptors() {
+  int added = 0;
+  do {
+    added = ::open("/dev/null", O_RDWR);
+  } while (added >= 0 && added <= STDERR_FILENO);
+  if (added >= 0) ::close(added);
 }
 
 // A request, a module, a trace channel: each may have a descriptor of its own.
@@ -140,6 +150,7 @@ int run(lum_linux::node_description description, const command_line &chosen) {
 }  // namespace
 
 int main(int argc, char **argv) {
+  fill_standard_descriptors();
   ignore_needless_signals();
   int status = 0;
   const auto chosen = read_command_line(argc, argv, status);

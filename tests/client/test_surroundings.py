@@ -1,4 +1,4 @@
-"""What the driver may find where it starts: too few threads."""
+"""What the driver may find where it starts: too few threads, closed descriptors, pipes."""
 
 import os
 import pathlib
@@ -6,7 +6,7 @@ import subprocess
 import unittest
 
 from actions import Actions
-from support import BUILD, LUMD, Driver, QUICK
+from support import BUILD, LUMD, Driver, QUICK, full_pipe
 
 NOBODY = 65534
 
@@ -49,3 +49,38 @@ class Surroundings(Actions):
             self.assertIn("lum-store", self.threads())
             return
         self.fail("it never started")
+
+    def test_standard_descriptors_that_are_closed(self):
+        self.shelf.write_description()
+        self.driver = Driver(BUILD, self.shelf, (), QUICK)
+        self.driver.log.write_text("")
+        self.driver.process = subprocess.Popen(
+            ["sh", "-c", 'exec "$0" --config "$1" 0<&- 1>&- 2>&-', LUMD, self.shelf.description])
+        self.addCleanup(self.driver.kill)
+        self.wait_for_state(self.other, "up")
+        self.assertEqual({os.readlink(self.process() / "fd" / str(number)) for number in range(3)},
+                         {"/dev/null"})
+
+    def test_a_pipe_in_the_place_of_the_store_s_journal(self):
+        for name in ("checkpoints.db-changes", "checkpoints.db-changes.new"):
+            with self.subTest(name):
+                (self.shelf.folder / "state").mkdir(exist_ok=True)
+                os.mkfifo(self.shelf.folder / "state" / name)
+                self.begin()
+                store = self.does("show", "node")["store"]
+                self.assertEqual((store["usable"], store["doubt"]), (True, None))
+                self.assertEqual(self.driver.stop(6), 0)
+                for left in (self.shelf.folder / "state").glob("checkpoints*"):
+                    left.unlink()
+
+    def test_a_store_that_fails_while_nobody_reads_what_is_said(self):
+        (self.shelf.folder / "state" / "checkpoints.db").mkdir(parents=True)
+        self.shelf.write_description()
+        self.driver = Driver(BUILD, self.shelf, (), QUICK)
+        self.driver.log.write_text("")
+        self.driver.process = subprocess.Popen([LUMD, "--config", self.shelf.description],
+                                               stderr=full_pipe(self))
+        self.addCleanup(self.driver.kill)
+        self.wait_for_state(self.other, "up")
+        self.assertFalse(self.does("show", "node")["store"]["usable"])
+        self.assertEqual(self.driver.stop(6), 0)

@@ -1,7 +1,6 @@
 // How the checkpoint service comes by its store, does without it, and lets go of it.
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <new>
 
 #include "lum_linux/system.h"
@@ -20,7 +19,7 @@ constexpr const char *not_started = "the store has not been opened yet";
 void report(std::string line) {
   std::replace(line.begin(), line.end(), '\n', ' ');
   system_log(line);
-  std::fprintf(stderr, "%s\n", line.c_str());
+  say_line(line + '\n');
 }
 
 std::string join(const std::string &text, cerrno code) {
