@@ -14,6 +14,7 @@ unix_address::unix_address(const std::filesystem::path &socket)
       problem_(folder_.get() < 0 ? std::strerror(errno) : ""),
       name_(socket.filename().native()),
       path_("/proc/self/fd/" + std::to_string(folder_.get()) + "/" + name_) {
+  if (name_.empty()) problem_ = "this names a folder, not a socket";
   if (problem_.empty() && path_.size() >= sizeof(sockaddr_un::sun_path)) {
     problem_ = "the name is too long for a socket";
   }
