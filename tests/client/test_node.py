@@ -77,6 +77,35 @@ class Node(Actions):
         self.assertEqual(self.port(self.first)["store"]["troubles"], [])
         self.assertIn("lum_store_usable 1", self.metrics())
 
+    def test_a_store_whose_file_is_taken_away(self):
+        self.begin()
+        self.does("set", self.first.name, "threshold=7")
+        file = self.shelf.folder / "state" / "checkpoints.db"
+        taken = file.with_name("taken")
+        file.rename(taken)
+        self.assertIn("not saved", self.fails(1, "set", self.first.name, "threshold=8"))
+        store = self.does("show", "node")["store"]
+        self.assertEqual((store["usable"], [one["trouble"] for one in store["records"]]),
+                         (False, ["unsaved"]))
+        self.assertIn("its file was moved or removed", store["reason"])
+        taken.rename(file)
+        self.assertTrue(self.driver.wait_for(
+            lambda _: self.does("show", "node")["store"]["usable"], 30))
+        self.does("set", self.first.name, "threshold=9")
+        file.unlink()
+        self.assertTrue(self.driver.wait_for(
+            lambda _: not self.does("show", "node")["store"]["usable"], 30))
+
+    def test_settings_that_a_store_took_along_when_it_was_set_aside(self):
+        self.begin()
+        self.does("set", self.first.name, "threshold=7")
+        self.assertEqual(self.driver.stop(6), 0)
+        (self.shelf.folder / "state" / "checkpoints.db").write_bytes(b"no store at all" * 100)
+        self.begin()
+        [record] = self.does("show", "node")["store"]["records"]
+        self.assertEqual((record["port"], record["trouble"]), (self.first.name, "lost"))
+        self.assertIn("set aside", record["reason"])
+
     def limit_files(self, size):
         """The driver's files may have so many bytes from now on; none is without a limit."""
         resource.prlimit(self.driver.process.pid, resource.RLIMIT_FSIZE,

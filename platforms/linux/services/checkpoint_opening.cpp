@@ -79,7 +79,7 @@ cerrno checkpoint_service::tend() {
   if (!owner_) return 0;
   if (store_ == nullptr) return open_store(no_patience);
   finish_deletions();
-  if (!now_.reason.empty()) judge_writing(store_->try_writing());
+  judge_writing(now_.reason.empty() ? store_->look_for_file() : store_->try_writing());
   return count(store_->tend());
 }
 

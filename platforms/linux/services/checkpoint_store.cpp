@@ -74,7 +74,7 @@ cerrno checkpoint_store::create(uint32_t kind, uint32_t key, uint64_t &id) {
     use(connection_->prepared->create, kind, key)->exec();
     id = static_cast<uint64_t>(connection_->database.getLastInsertRowid());
     unmerged_ = true;
-    return 0;
+    return look_for_file();
   });
 }
 
@@ -103,8 +103,9 @@ cerrno checkpoint_store::save(uint32_t kind, uint64_t id, uint32_t version,
     use(connection_->prepared->save, version, change.number, checksum, data, kind, id)->exec();
     return 0;
   });
-  if (rc == 0) changed(change);
-  return rc;
+  if (rc != 0) return rc;
+  changed(change);
+  return look_for_file();
 }
 
 cerrno checkpoint_store::remove(uint32_t kind, uint64_t id) {
@@ -117,8 +118,9 @@ cerrno checkpoint_store::remove(uint32_t kind, uint64_t id) {
     both.commit();
     return 0;
   });
-  if (rc == 0) changed(change);
-  return rc;
+  if (rc != 0) return rc;
+  changed(change);
+  return look_for_file();
 }
 
 cerrno checkpoint_store::next(uint32_t kind, uint64_t after, uint64_t &id) {
@@ -161,7 +163,17 @@ bool checkpoint_store::note_deletion(const record_key &record) {
   return true;
 }
 
+cerrno checkpoint_store::look_for_file() {
+  int is_elsewhere = 0;
+  sqlite3_file_control(connection_->database.getHandle(), "main", SQLITE_FCNTL_HAS_MOVED,
+                       &is_elsewhere);
+  if (is_elsewhere == 0) return 0;
+  failure_ = "its file was moved or removed, a restart of the driver begins another";
+  return ESTALE;
+}
+
 cerrno checkpoint_store::try_writing() {
+  if (const cerrno rc = look_for_file(); rc != 0) return rc;
   return attempt([&]() -> cerrno {
     rewrite_mark(connection_->database);
     unmerged_ = true;

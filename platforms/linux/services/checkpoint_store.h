@@ -71,6 +71,10 @@ class checkpoint_store {
 
   uint64_t entries();
 
+  // Returns 0 while the file is where it was opened, or 116: what is written to one that was moved
+  // or removed is lost with it.
+  cerrno look_for_file();
+
   // Writes what changes nothing. Returns 0 when the store takes changes, or its code.
   cerrno try_writing();
 

@@ -50,11 +50,16 @@ checkpoint_store::opened checkpoint_store::open(const fs::path &file, const stor
 checkpoint_store::opened checkpoint_store::open_once(const wanted &what) {
   opened result;
   bool refused_before = false;
+  std::vector<lost_record> gone;  // with what is set aside
   for (int looks = 0; looks < 3; ++looks) {
     std::string refused_for;
     if (result.code = look_at(what, result, refused_for); result.code != 0) return result;
-    if (refused_for.empty()) return result;
+    if (refused_for.empty()) {
+      result.lost.insert(result.lost.end(), gone.begin(), gone.end());
+      return result;
+    }
     if (!std::exchange(refused_before, true)) continue;
+    gone = records_of(change_journal::read(journal_of(what.file)), "the store was set aside");
     result.set_aside = lum_linux::set_aside(what.file);
     std::replace(refused_for.begin(), refused_for.end(), '\n', ' ');
     result.set_aside_reason = refused_for;
@@ -119,7 +124,7 @@ void checkpoint_store::examine(const fs::path &file, store_verdict found, opened
   last_change_ = findings.last_change;
   result.lost = findings.lost;
   if (found == store_verdict::fresh) {
-    result.lost = records_of(journal);
+    result.lost = records_of(journal, "the store is gone");
   } else if (found == store_verdict::usable && !doubt.empty()) {
     result.notes.push_back(doubt + ": what it may have lost is not known");
   } else if (found == store_verdict::usable && !journal.closed) {
