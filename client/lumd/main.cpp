@@ -13,6 +13,7 @@
 #include "lum_linux/image.h"
 #include "node/driver.h"
 #include "node/log.h"
+#include "open_api.h"
 #include "stop_signal.h"
 #include "watchdog.h"
 
@@ -79,18 +80,10 @@ void use_all_descriptors() {
 // Ends the process without running destructors: the library's polling thread goes on to the end.
 [[noreturn]] void leave(int code) { _exit(code); }
 
-bool make_folder(const std::filesystem::path &folder) {
-  std::error_code refused;
-  std::filesystem::create_directories(folder, refused);
-  if (refused) say("{}: {}", folder.native(), refused.message());
-  return !refused;
-}
-
 // What cannot be made is told by whoever needs it.
 void make_own_folders(const lum_linux::node_description &node) {
   std::error_code ignored;
-  for (const auto &folder : {node.state_directory, node.trace_directory, node.led_directory,
-                             node.api_socket.parent_path()}) {
+  for (const auto &folder : {node.state_directory, node.trace_directory, node.led_directory}) {
     std::filesystem::create_directories(folder, ignored);
   }
 }
@@ -106,23 +99,18 @@ int run(lum_linux::node_description description, const command_line &chosen) {
     description.api_socket = std::filesystem::absolute(chosen.socket);
   }
   make_own_folders(description);
+  std::string error;
+  const auto server = open_api(description, error);
+  if (!server) {
+    say("{}", error);
+    return exit_failed;
+  }
+  if (!server->socket().empty()) description.api_socket = server->socket();
   if (const auto why = confine_writes(description); !why.empty()) {
     say("the driver is not confined to its files: {}", why);
   }
   auto &stop = *new stop_signal;  // its thread goes on to the end
 
-  // The socket comes before the platform, which makes the other folders.
-  if (!make_folder(description.api_socket.parent_path())) return exit_failed;
-  std::string error;
-  http_options http;
-  http.socket = description.api_socket;
-  http.tcp_port = description.http_port;
-  http.names = description.http_names;
-  const auto server = http_server::open(http, error);
-  if (!server) {
-    say("{}", error);
-    return exit_failed;
-  }
   const auto node = driver::start(description, chosen.alarm_tests, error);
   if (!node) {
     say("{}", error);
@@ -137,7 +125,7 @@ int run(lum_linux::node_description description, const command_line &chosen) {
   report_ready(*node, *server, description.ports().size());
   node->bring_up();
 
-  watchdog guard(*node, description.api_socket);
+  watchdog guard(*node, *server);
   stop.wait();
   guard.stop();
   say("stopping");

@@ -39,11 +39,13 @@ bool make_folder(const fs::path &folder, std::string &error) {
 // Takes the state directory for this process and points the services to their folders.
 bool start_storage(platform::core &core, std::string &error) {
   const node_description &node = core.node;
-  std::error_code ignored;  // the checkpoint store tells of it, and makes the folder later
-  fs::create_directories(node.state_directory, ignored);
-  for (const fs::path &folder : {node.trace_directory, node.api_socket.parent_path()}) {
-    if (!make_folder(folder, error)) return false;
+  // The checkpoint store tells of its folder and makes it later; whoever serves an API tells of
+  // that.
+  std::error_code ignored;
+  for (const fs::path &folder : {node.state_directory, node.api_socket.parent_path()}) {
+    fs::create_directories(folder, ignored);
   }
+  if (!make_folder(node.trace_directory, error)) return false;
   error.clear();
   if (core.state_lock.acquire(node.state_directory) == EWOULDBLOCK) {
     error = fmt::format("cannot use the state directory '{}': another process uses it",
