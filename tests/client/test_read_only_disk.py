@@ -1,4 +1,4 @@
-"""A state directory on a disk that is mounted read-only: the node runs."""
+"""A state directory on a disk that is mounted read-only: the node runs, with what it has saved."""
 
 import os
 import re
@@ -94,3 +94,48 @@ class ReadOnly(Actions):
                 return said
             time.sleep(0.1)
         self.fail(said)
+
+    def threshold(self):
+        return self.port(self.first)["sub_ports"][0]["configuration"]["threshold"]
+
+    def expect_saved_settings(self):
+        """They are in force, and every view says that no others will be kept."""
+        self.begin()
+        self.assertEqual(self.threshold(), 7)
+        store = self.does("show", "node")["store"]
+        self.assertEqual((store["usable"], store["readable"], store["records"]), (False, True, []))
+        self.assertIn("Read-only file system", store["reason"])
+        for shown in (("show", "node"), ("show", "ports"), ("show", "port", self.first.name)):
+            self.assertIn("saved settings can be read, changes are not kept: " + store["reason"],
+                          self.says(*shown))
+        said = self.fails(1, "set", self.first.name, "threshold=8")
+        self.assertIn("in force but not saved", said)
+        self.assertEqual(self.threshold(), 8)
+
+    def test_saved_settings_are_in_force(self):
+        self.begin()
+        self.does("set", self.first.name, "threshold=7")
+        self.assertEqual(self.driver.stop(6), 0)
+        self.set_read_only()
+        self.shelf.socket = self.runtime / "lumd.sock"
+        self.expect_saved_settings()
+        self.set_read_only(False)
+        self.assertTrue(self.driver.wait_for(
+            lambda _: self.does("show", "node")["store"]["usable"], 30))
+        self.does("set", self.first.name, "threshold=9")
+        self.assertEqual(self.driver.stop(6), 0)
+        self.shelf.socket = self.state / "lumd.sock"
+        self.begin()
+        self.assertEqual(self.threshold(), 9)
+
+    def test_saved_settings_that_are_not_merged_yet_are_in_force(self):
+        self.begin()
+        self.does("set", self.first.name, "threshold=6")
+        self.assertEqual(self.driver.stop(6), 0)
+        self.begin()
+        self.does("set", self.first.name, "threshold=7")
+        self.driver.kill()
+        self.assertGreater((self.state / "checkpoints.db-wal").stat().st_size, 0)
+        self.set_read_only()
+        self.shelf.socket = self.runtime / "lumd.sock"
+        self.expect_saved_settings()

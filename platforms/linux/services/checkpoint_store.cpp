@@ -29,15 +29,6 @@ cerrno checkpoint_store::add_table(uint32_t kind, uint32_t version, bool persist
     return 0;
   });
   if (rc != 0) return rc;
-  if (there) {
-    const cerrno cleared = attempt([&]() -> cerrno {
-      store_statements &prepared = *connection_->prepared;
-      use(persistent ? prepared.clear_empty : prepared.clear_table, kind)->exec();
-      return 0;
-    });
-    // Entries without data do no harm, so a full disk need not stop the others from being read.
-    if (cleared != 0 && !persistent) return cleared;
-  }
   if (persistent) persistent_.insert(kind);
   found = there && persistent;
   return attempt([&]() -> cerrno {
@@ -49,6 +40,16 @@ cerrno checkpoint_store::add_table(uint32_t kind, uint32_t version, bool persist
     }
     return 0;
   });
+}
+
+cerrno checkpoint_store::clear_table(uint32_t kind, bool persistent) {
+  const cerrno cleared = attempt([&]() -> cerrno {
+    store_statements &prepared = *connection_->prepared;
+    use(persistent ? prepared.clear_empty : prepared.clear_table, kind)->exec();
+    return 0;
+  });
+  // Entries without data do no harm, so a full disk need not stop the others from being read.
+  return persistent ? 0 : cleared;
 }
 
 cerrno checkpoint_store::find(uint32_t kind, uint32_t key, uint64_t &id) {
@@ -204,7 +205,7 @@ void checkpoint_store::changed(const store_change &change) {
 
 // What cannot be noted is noted later; the change itself is safe in the store.
 void checkpoint_store::note(const store_change &change) {
-  const int error = journal_.note(change);
+  const int error = refusal_ ? static_cast<int>(refusal_->code) : journal_.note(change);
   if (error != 0) {
     unnoted_[change.record] = change;
     blame_journal(error);
