@@ -14,6 +14,7 @@ unix_address::unix_address(const std::filesystem::path &socket)
       problem_(folder_.get() < 0 ? errno : 0, std::generic_category()),
       name_(socket.filename().native()),
       path_("/proc/self/fd/" + std::to_string(folder_.get()) + "/" + name_) {
+  if (name_.empty()) problem_ = std::make_error_code(std::errc::is_a_directory);
   if (!problem_ && path_.size() >= sizeof(sockaddr_un::sun_path)) {
     problem_ = std::make_error_code(std::errc::filename_too_long);
   }

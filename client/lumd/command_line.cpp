@@ -36,7 +36,8 @@ std::optional<command_line> read_command_line(int argc, char **argv, int &status
       "talks to. Runs in the foreground until SIGTERM or SIGINT.",
       "lumd");
   app.add_option("--config", chosen.config, "The node's description, a TOML file")->required();
-  app.add_option("--socket", chosen.socket, "The API's socket, instead of the description's");
+  app.add_option("--socket", chosen.socket, "The API's socket, instead of the description's")
+      ->check([](const std::string &path) { return std::string(path.empty() ? "is empty" : ""); });
   app.add_flag("--alarm-tests", chosen.alarm_tests,
                "Let lumctl inject alarms and readings for tests");
   app.add_flag("--check", chosen.check, "Only say whether the description is right");

@@ -1,4 +1,5 @@
 // lumd: the reference driver, in the foreground.
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -13,6 +14,7 @@
 #include "lum_linux/image.h"
 #include "node/driver.h"
 #include "node/log.h"
+#include "open_api.h"
 #include "stop_signal.h"
 #include "watchdog.h"
 #include "wording/numbers.h"
@@ -48,7 +50,7 @@ bool modules_are_good(const lum_linux::node_description &node) {
 // What is right as a description and yet most likely not what was meant.
 void warn(const lum_linux::node_description &node) {
   for (const std::string &reason : never_polled(node)) {
-    fmt::print(stderr, "{}: warning: {}\n", node.source.native(), reason);
+    lum_linux::say_line(fmt::format("{}: warning: {}\n", node.source.native(), reason));
   }
 }
 
@@ -56,6 +58,15 @@ void warn(const lum_linux::node_description &node) {
 // reads, a file that has become too large, which the write itself tells of.
 void ignore_needless_signals() {
   for (const int number : {SIGHUP, SIGPIPE, SIGXFSZ}) signal(number, SIG_IGN);
+}
+
+// What is said to standard error must not end up in a file that came to have its number.
+void fill_standard_descriptors() {
+  int added = 0;
+  do {
+    added = ::open("/dev/null", O_RDWR);
+  } while (added >= 0 && added <= STDERR_FILENO);
+  if (added >= 0) ::close(added);
 }
 
 // A request, a module, a trace channel: each may have a descriptor of its own.
@@ -69,18 +80,10 @@ void use_all_descriptors() {
 // Ends the process without running destructors: the library's polling thread goes on to the end.
 [[noreturn]] void leave(int code) { _exit(code); }
 
-bool make_folder(const std::filesystem::path &folder) {
-  std::error_code refused;
-  std::filesystem::create_directories(folder, refused);
-  if (refused) say("{}: {}", folder.native(), refused.message());
-  return !refused;
-}
-
 // What cannot be made is told by whoever needs it.
 void make_own_folders(const lum_linux::node_description &node) {
   std::error_code ignored;
-  for (const auto &folder : {node.state_directory, node.trace_directory, node.led_directory,
-                             node.api_socket.parent_path()}) {
+  for (const auto &folder : {node.state_directory, node.trace_directory, node.led_directory}) {
     std::filesystem::create_directories(folder, ignored);
   }
 }
@@ -96,23 +99,18 @@ int run(lum_linux::node_description description, const command_line &chosen) {
     description.api_socket = std::filesystem::absolute(chosen.socket);
   }
   make_own_folders(description);
+  std::string error;
+  const auto server = open_api(description, error);
+  if (!server) {
+    say("{}", error);
+    return exit_failed;
+  }
+  if (!server->socket().empty()) description.api_socket = server->socket();
   if (const auto why = confine_writes(description); !why.empty()) {
     say("the driver is not confined to its files: {}", why);
   }
   auto &stop = *new stop_signal;  // its thread goes on to the end
 
-  // The socket comes before the platform, which makes the other folders.
-  if (!make_folder(description.api_socket.parent_path())) return exit_failed;
-  std::string error;
-  http_options http;
-  http.socket = description.api_socket;
-  http.tcp_port = description.http_port;
-  http.names = description.http_names;
-  const auto server = http_server::open(http, error);
-  if (!server) {
-    say("{}", error);
-    return exit_failed;
-  }
   const auto node = driver::start(description, chosen.alarm_tests, error);
   if (!node) {
     say("{}", error);
@@ -127,7 +125,7 @@ int run(lum_linux::node_description description, const command_line &chosen) {
   report_ready(*node, *server, description.ports().size());
   node->bring_up();
 
-  watchdog guard(*node, description.api_socket);
+  watchdog guard(*node, *server);
   stop.wait();
   guard.stop();
   say("stopping");
@@ -140,6 +138,7 @@ int run(lum_linux::node_description description, const command_line &chosen) {
 }  // namespace
 
 int main(int argc, char **argv) {
+  fill_standard_descriptors();
   ignore_needless_signals();
   int status = 0;
   try {

@@ -17,8 +17,7 @@ constexpr unsigned looks_in_time = 4;  // three of them may come late
 
 }  // namespace
 
-watchdog::watchdog(driver &node, std::filesystem::path socket)
-    : node_(node), socket_(std::move(socket)) {
+watchdog::watchdog(driver &node, const http_server &api) : node_(node), api_(api) {
   sd_notify(0, "READY=1");
   std::uint64_t microseconds = 0;
   if (sd_watchdog_enabled(0, &microseconds) <= 0) return;
@@ -29,7 +28,7 @@ watchdog::watchdog(driver &node, std::filesystem::path socket)
 
 void watchdog::look() {
   std::string standing = what_stands_still(node_);
-  if (standing.empty() && !api_answers(socket_, answer_bound)) standing = "the API does not answer";
+  if (standing.empty() && !api_answers(api_, answer_bound)) standing = "the API does not answer";
   if (standing.empty()) {
     sd_notify(0, "WATCHDOG=1");
   } else if (!told_) {

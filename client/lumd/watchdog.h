@@ -1,10 +1,9 @@
 // Tells the service manager that the driver is up, that it lives, and that it stops.
 #pragma once
 
-#include <filesystem>
 #include <memory>
-#include <string>
 
+#include "api/http_server.h"
 #include "lum_linux/periodic.h"
 
 namespace lumd {
@@ -14,9 +13,9 @@ class driver;
 class watchdog {
  public:
   // Says that the driver is ready. Where the service manager wants to hear that it lives, feeds it
-  // for as long as the API answers at `socket` and nothing in the driver stands still; says once
-  // why it does not. The driver must live until the process ends.
-  watchdog(driver &node, std::filesystem::path socket);
+  // for as long as `api` answers and nothing in the driver stands still; says once why it does
+  // not. Both must live until the process ends.
+  watchdog(driver &node, const http_server &api);
   watchdog(const watchdog &) = delete;
   watchdog &operator=(const watchdog &) = delete;
 
@@ -27,7 +26,7 @@ class watchdog {
   void look();
 
   driver &node_;
-  const std::filesystem::path socket_;
+  const http_server &api_;
   bool told_ = false;
   std::unique_ptr<lum_linux::periodic> thread_;
 };

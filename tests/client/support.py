@@ -33,6 +33,20 @@ def run(*arguments, **environment):
     )
 
 
+def full_pipe(test):
+    """The writing end of a pipe that is full and that nobody reads until the test ends."""
+    reader, writer = os.pipe()
+    test.addCleanup(os.close, reader)
+    test.addCleanup(os.close, writer)
+    os.set_blocking(writer, False)
+    try:
+        while True:
+            os.write(writer, b"x" * 65536)
+    except BlockingIOError:
+        os.set_blocking(writer, True)
+    return writer
+
+
 class Driver(driver.Driver):
     """A driver whose library sleeps shorter, or until it is told to go on."""
 

@@ -47,6 +47,14 @@ class Api(support.ShelfTest):
         self.assertEqual(next(iter(document.items())), ("schema", 1), (target, document))
         return int(head.split()[1]), head.decode(), document
 
+    def test_a_setting_that_there_is_not_is_named(self):
+        name = self.cage.name.replace("/", "%2F")
+        for body, wrong in (('{"thresh": 2}', 'there is no "thresh" here'),
+                            ('{"sub_port": 7}', '"sub_port" is 7, expected a number from 0 to 1'),
+                            ('{"sub_port": 1}', "there is no setting in the body")):
+            status, _, answer = self.ask("POST", f"/v1/ports/{name}/settings", body)
+            self.assertEqual((status, answer["error"]), (400, wrong))
+
     def test_both_ways_in(self):
         for tcp in (False, True):
             status, head, body = self.ask("GET", "/v1/ports", tcp=tcp)

@@ -27,6 +27,10 @@ class WrongDescription(support.ShelfTest):
     def test_unknown_key(self):
         self.assertIn("handel", self.refuse("handle = 2", "handel = 2"))
 
+    def test_a_key_that_would_steer_a_terminal(self):
+        said = self.refuse("handle = 2", '"\\u001b[2J\\u009b" = 1')
+        self.assertIn("unknown key '?[2J?'", said)
+
     def test_port_named_twice(self):
         self.refuse("handle = 2", "handle = 1 # again", "handle = 1 # again")
 
@@ -71,6 +75,12 @@ class WrongDescription(support.ShelfTest):
             done = run(LUMD, "--config", self.shelf.description, *mode)
             self.assertEqual(done.returncode, 2)
             self.assertIn(f"{self.second.module}:1: ", done.stderr)
+
+    def test_a_socket_without_a_name(self):
+        self.shelf.write_description()
+        done = run(LUMD, "--config", self.shelf.description, "--socket", "")
+        self.assertEqual(done.returncode, 2)
+        self.assertIn("--socket: is empty", done.stderr)
 
     def test_check_only_checks(self):
         self.shelf.write_description()

@@ -77,6 +77,35 @@ class Node(Actions):
         self.assertEqual(self.port(self.first)["store"]["troubles"], [])
         self.assertIn("lum_store_usable 1", self.metrics())
 
+    def test_a_store_whose_file_is_taken_away(self):
+        self.begin()
+        self.does("set", self.first.name, "threshold=7")
+        file = self.shelf.folder / "state" / "checkpoints.db"
+        taken = file.with_name("taken")
+        file.rename(taken)
+        self.assertIn("not saved", self.fails(1, "set", self.first.name, "threshold=8"))
+        store = self.does("show", "node")["store"]
+        self.assertEqual((store["usable"], [one["trouble"] for one in store["records"]]),
+                         (False, ["unsaved"]))
+        self.assertIn("its file was moved or removed", store["reason"])
+        taken.rename(file)
+        self.assertTrue(self.driver.wait_for(
+            lambda _: self.does("show", "node")["store"]["usable"], 30))
+        self.does("set", self.first.name, "threshold=9")
+        file.unlink()
+        self.assertTrue(self.driver.wait_for(
+            lambda _: not self.does("show", "node")["store"]["usable"], 30))
+
+    def test_settings_that_a_store_took_along_when_it_was_set_aside(self):
+        self.begin()
+        self.does("set", self.first.name, "threshold=7")
+        self.assertEqual(self.driver.stop(6), 0)
+        (self.shelf.folder / "state" / "checkpoints.db").write_bytes(b"no store at all" * 100)
+        self.begin()
+        [record] = self.does("show", "node")["store"]["records"]
+        self.assertEqual((record["port"], record["trouble"]), (self.first.name, "lost"))
+        self.assertIn("set aside", record["reason"])
+
     def limit_files(self, size):
         """The driver's files may have so many bytes from now on; none is without a limit."""
         resource.prlimit(self.driver.process.pid, resource.RLIMIT_FSIZE,
@@ -149,7 +178,46 @@ class Node(Actions):
                    if channel["failures"] > 0]
         self.assertEqual([channel["name"] for channel in failing], ["lum_info"])
         self.assertRegex(self.says("show", "node"),
-                         r"lum_info\.log: \d+ lines, [1-9]\d* could not be written\n")
+                         r"lum_info\.log: \d+ lines, [1-9]\d* could not be written, "
+                         r"it cannot be written now: ")
+
+    def trace(self, name):
+        return next(channel for channel in self.does("show", "node")["traces"]
+                    if channel["name"] == name)
+
+    def wait_for_trace(self, name, condition):
+        """Has lines traced until what is shown of the channel is so."""
+        for _ in range(100):
+            self.does("port", "update", self.first.name, "up")
+            channel = self.trace(name)
+            if condition(channel):
+                return channel
+            time.sleep(0.1)
+        self.fail(channel)
+
+    def test_a_trace_file_that_cannot_be_had_is_shown_and_comes_back(self):
+        blocked = self.shelf.folder / "traces" / "lum_info.log"
+        blocked.mkdir(parents=True)
+        self.begin()
+        self.assertEqual([channel["name"] for channel in self.does("show", "node")["traces"]],
+                         ["lum_error", "lum_info", "lum_debug", "lum_periodic"])
+        reason = self.trace("lum_info")["reason"]
+        self.assertIn("Is a directory", reason)
+        self.assertIn(f"could not be written, it cannot be written now: {reason}\n",
+                      self.says("show", "node"))
+        self.assertIn('lum_trace_usable{channel="lum_info"} 0', self.metrics())
+        self.assertIn('lum_trace_usable{channel="lum_debug"} 1', self.metrics())
+        blocked.rmdir()
+        self.wait_for_trace("lum_info", lambda channel: channel["reason"] is None)
+        self.assertIn('lum_trace_usable{channel="lum_info"} 1', self.metrics())
+        self.assertGreater(blocked.stat().st_size, 0)
+
+    def test_a_trace_file_that_was_taken_away_is_made_again(self):
+        self.begin()
+        taken = self.shelf.folder / "traces" / "lum_info.log"
+        taken.unlink()
+        self.wait_for_trace("lum_info", lambda _: taken.exists())
+        self.assertGreater(taken.stat().st_size, 0)
 
 
 class Count(Actions):

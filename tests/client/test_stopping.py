@@ -88,19 +88,11 @@ class Stopping(support.ShelfTest):
     def test_with_a_standard_error_that_nobody_reads(self):
         self.add_module("iivi-old-map")
         self.shelf.write_description()
-        reader, writer = os.pipe()
-        os.set_blocking(writer, False)
-        try:
-            while True:
-                os.write(writer, b"x" * 65536)
-        except BlockingIOError:
-            os.set_blocking(writer, True)
-        driver = subprocess.Popen([LUMD, "--config", self.shelf.description], stderr=writer)
+        driver = subprocess.Popen([LUMD, "--config", self.shelf.description],
+                                  stderr=support.full_pipe(self))
         self.addCleanup(driver.kill)
         time.sleep(1)
         self.assertEqual(self.stop_of(driver), 0)
-        os.close(reader)
-        os.close(writer)
 
     def test_with_a_trace_file_that_is_a_pipe(self):
         self.add_module("iivi-old-map")

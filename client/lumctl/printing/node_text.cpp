@@ -50,9 +50,16 @@ std::string describe_store(const json &store) {
                                        text_or_dash(aside.at("reason"))));
 }
 
-std::string failed_lines(const json &channel) {
-  const auto failures = channel.at("failures").get<std::uint64_t>();
-  return failures == 0 ? "" : fmt::format(", {} could not be written", failures);
+std::string describe_trace(const json &channel) {
+  std::string text = fmt::format("{}: {} lines", text_or_dash(channel.at("file")),
+                                 channel.at("lines").get<std::uint64_t>());
+  if (const auto failures = channel.at("failures").get<std::uint64_t>(); failures > 0) {
+    text += fmt::format(", {} could not be written", failures);
+  }
+  if (const json &reason = channel.at("reason"); !reason.is_null()) {
+    text += ", it cannot be written now: " + text_or_dash(reason);
+  }
+  return line("Trace", text);
 }
 
 std::string describe_polling_of(const json &node) {
@@ -87,11 +94,7 @@ std::string describe_node(const json &node) {
   }
   text += describe_store(node.at("checkpoints"));
   text += describe_node_store(node.at("store"));
-  for (const json &channel : node.at("traces")) {
-    text += line("Trace", fmt::format("{}: {}{}", text_or_dash(channel.at("file")),
-                                      counted(channel.at("lines").get<std::uint64_t>(), "line"),
-                                      failed_lines(channel)));
-  }
+  for (const json &channel : node.at("traces")) text += describe_trace(channel);
   return text;
 }
 

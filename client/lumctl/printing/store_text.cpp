@@ -12,6 +12,14 @@ namespace {
 
 bool is_usable(const json &store) { return store.at("usable").get<bool>(); }
 
+// What a store that is not usable means for the settings.
+std::string describe_unusable(const json &store) {
+  const char *const what = store.at("readable").get<bool>()
+                               ? "saved settings can be read, changes are not kept: "
+                               : "settings are not kept, it cannot be used: ";
+  return what + text_or_dash(store.at("reason"));
+}
+
 std::string words_for(const json &trouble) {
   const std::string name = trouble.get<std::string>();
   if (name == "unread") return "not read";
@@ -29,7 +37,7 @@ std::string describe_trouble(const json &one) {
 std::string describe_node_store(const json &store) {
   std::string text;
   if (!is_usable(store)) {
-    text += line("Store", "not usable, nothing is kept: " + text_or_dash(store.at("reason")));
+    text += line("Store", describe_unusable(store));
   }
   if (!store.at("doubt").is_null()) text += line("Store", text_or_dash(store.at("doubt")));
   for (const json &one : store.at("records")) {
@@ -44,8 +52,7 @@ std::string describe_node_store(const json &store) {
 std::string describe_port_store(const json &store) {
   std::string text;
   if (!is_usable(store)) {
-    text +=
-        line("Settings", "not kept, the store cannot be used: " + text_or_dash(store.at("reason")));
+    text += line("Store", describe_unusable(store));
   }
   for (const json &one : store.at("troubles")) text += line("Settings", describe_trouble(one));
   return text;
@@ -53,8 +60,7 @@ std::string describe_port_store(const json &store) {
 
 std::string describe_missing_store(const json &store) {
   if (is_usable(store)) return {};
-  return fmt::format("Settings are not kept, the store cannot be used: {}\n",
-                     text_or_dash(store.at("reason")));
+  return fmt::format("Store: {}\n", describe_unusable(store));
 }
 
 }  // namespace lumctl

@@ -310,11 +310,15 @@ void http_server::core::run() {
 
 http_server::http_server(std::shared_ptr<core> state) : core_(std::move(state)) {}
 
-std::unique_ptr<http_server> http_server::open(const http_options &options, std::string &error) {
+std::unique_ptr<http_server> http_server::open(const http_options &options, http_refusal &refusal) {
   auto state = std::make_shared<core>(options);
   auto server = std::unique_ptr<http_server>(new http_server(state));
-  if (!state->open_local(error)) return nullptr;
-  if (options.tcp_port && !state->open_tcp(error)) return nullptr;
+  refusal.is_of_folder = false;
+  if (!options.socket.empty() && !state->open_local(refusal.text)) {
+    refusal.is_of_folder = state->listener.folder_is_unusable();
+    return nullptr;
+  }
+  if (options.tcp_port && !state->open_tcp(refusal.text)) return nullptr;
   return server;
 }
 
@@ -322,9 +326,11 @@ http_server::~http_server() { stop(); }
 
 std::uint16_t http_server::tcp_port() const { return core_->port; }
 
+const std::filesystem::path &http_server::socket() const { return core_->options.socket; }
+
 void http_server::serve(http_handler handler) {
   core_->handler = std::move(handler);
-  core_->accept(core_->local, core_->owners);
+  if (core_->local.is_open()) core_->accept(core_->local, core_->owners);
   if (core_->tcp.is_open()) core_->accept(core_->tcp, core_->strangers);
   core_->running = core_->options.threads;
   for (unsigned i = 0; i < core_->options.threads; ++i) {

@@ -33,7 +33,8 @@ struct http_reply {
 using http_handler = std::function<http_reply(const http_request &)>;
 
 struct http_options {
-  std::filesystem::path socket;           // made with mode 0600; an abandoned one is replaced
+  // Made with mode 0600; an abandoned one is replaced. Empty: none.
+  std::filesystem::path socket;
   std::optional<std::uint16_t> tcp_port;  // 0: any free port
   std::vector<std::string> names = {};    // that the TCP port may be called by, in small letters
   unsigned threads = 2;                   // for connections; each request has one of its own
@@ -43,19 +44,26 @@ struct http_options {
   std::chrono::seconds idle{15};  // for a request to come in, and for a reply to go out
 };
 
+// Why a server cannot be had, for example because another driver answers on the socket.
+struct http_refusal {
+  std::string text;
+  bool is_of_folder = false;  // the socket's folder takes none; another may
+};
+
 class http_server {
  public:
   // Takes the socket and the port; connections wait until serve() is called. Returns null with
-  // `error` saying what failed, for example that another driver answers on the socket.
-  static std::unique_ptr<http_server> open(const http_options &options, std::string &error);
+  // `refusal` saying what failed.
+  static std::unique_ptr<http_server> open(const http_options &options, http_refusal &refusal);
 
   // As stop() with its default bound.
   ~http_server();
   http_server(const http_server &) = delete;
   http_server &operator=(const http_server &) = delete;
 
-  // The TCP port taken, or 0.
+  // The TCP port taken, or 0; the Unix socket, or nothing.
   std::uint16_t tcp_port() const;
+  const std::filesystem::path &socket() const;
 
   // Starts to answer. Once.
   void serve(http_handler handler);

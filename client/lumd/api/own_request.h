@@ -2,11 +2,13 @@
 #pragma once
 
 #include <chrono>
-#include <filesystem>
+
+#include "api/http_server.h"
 
 namespace lumd {
 
-// Whether a request through the socket is answered within about `bound`.
-bool api_answers(const std::filesystem::path &socket, std::chrono::seconds bound);
+// Whether a request through its socket, or without one through its TCP port, is answered within
+// about `bound`.
+bool api_answers(const http_server &api, std::chrono::seconds bound);
 
 }  // namespace lumd

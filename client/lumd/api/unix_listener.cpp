@@ -17,6 +17,24 @@ const sockaddr *as_sockaddr(const sockaddr_un &address) {
   return reinterpret_cast<const sockaddr *>(&address);
 }
 
+// A failure that says nothing of another driver or of this process.
+bool is_of_folder(int code) {
+  switch (code) {
+    case EACCES:
+    case EPERM:
+    case EROFS:
+    case ENOSPC:
+    case EDQUOT:
+    case EIO:
+    case ENOENT:
+    case ENOTDIR:
+    case ELOOP:
+      return true;
+    default:
+      return false;
+  }
+}
+
 // A driver that has been stopped does not take connections, and is there all the same.
 bool somebody_is_at(const sockaddr_un &address) {
   const lum_client::descriptor probe(
@@ -33,8 +51,16 @@ int unix_listener::open(const std::filesystem::path &path, std::string &error) {
     error = path.native() + ": " + why;
     return -1;
   };
+  const auto fail_with = [&](int code) {
+    folder_is_unusable_ = is_of_folder(code);
+    return fail(std::strerror(code));
+  };
   address_.emplace(path);
-  if (address_->problem()) return fail(address_->problem().message());
+  if (const std::error_code problem = address_->problem()) {
+    folder_is_unusable_ = is_of_folder(problem.value());
+    return fail(problem == std::errc::is_a_directory ? "this names a folder, not a socket"
+                                                     : problem.message());
+  }
   const sockaddr_un address = address_->socket_address();
   const int folder = address_->folder();
   const char *const name = address_->name().c_str();
@@ -43,16 +69,16 @@ int unix_listener::open(const std::filesystem::path &path, std::string &error) {
   if (::fstatat(folder, name, &found, AT_SYMLINK_NOFOLLOW) == 0) {
     if (!S_ISSOCK(found.st_mode)) return fail("there is something else than a socket; " + remedy);
     if (somebody_is_at(address)) return fail("another driver answers on this socket; " + remedy);
-    ::unlinkat(folder, name, 0);
+    if (::unlinkat(folder, name, 0) != 0) return fail_with(errno);
   }
   const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (fd < 0) return fail(std::strerror(errno));
+  if (fd < 0) return fail_with(errno);
   // Nobody can connect between bind and listen, so the mode is right from the first connection on.
   if (::bind(fd, as_sockaddr(address), sizeof address) != 0 ||
       ::fchmodat(folder, name, S_IRUSR | S_IWUSR, 0) != 0 || ::listen(fd, SOMAXCONN) != 0) {
     const int code = errno;
     ::close(fd);
-    return fail(std::strerror(code));
+    return fail_with(code);
   }
   if (::fstatat(folder, name, &found, AT_SYMLINK_NOFOLLOW) == 0) inode_ = found.st_ino;
   return fd;

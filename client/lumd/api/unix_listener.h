@@ -22,12 +22,16 @@ class unix_listener {
   // another driver is there. Waits for nobody, a driver that has been stopped included.
   int open(const std::filesystem::path &path, std::string &error);
 
+  // After a failure: whether the folder takes no socket, so that another folder may.
+  bool folder_is_unusable() const { return folder_is_unusable_; }
+
   // Takes the path away again, if it is still this socket's.
   void remove();
 
  private:
   std::optional<lum_client::unix_address> address_;
   ino_t inode_ = 0;  // of the socket made
+  bool folder_is_unusable_ = false;
 };
 
 }  // namespace lumd

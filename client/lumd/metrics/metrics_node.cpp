@@ -108,6 +108,8 @@ void add_traces(metrics_page &page) {
                  static_cast<double>(channel.lines));
     page.counter("lum_trace_failures_total", "Lines that could not be written", labels,
                  static_cast<double>(channel.failures));
+    page.gauge("lum_trace_usable", "1 while the trace channel can be written", labels,
+               channel.reason.empty() ? 1 : 0);
   }
 }
 

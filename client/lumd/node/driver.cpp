@@ -1,5 +1,6 @@
 #include "node/driver.h"
 
+#include <cerrno>
 #include <cstring>
 #include <thread>
 
@@ -42,7 +43,8 @@ bool start_library(lum_linux::platform &platform, polling_clock &polling, bool a
   const lum_platform_cbs callbacks = polling.watch(platform.callbacks());
   params.platform_cbs = &callbacks;
   if (const cerrno rc = lum_infra_init(&params); !CERR_IS_OK(rc)) {
-    error = fmt::format("the library did not start: {}", cerr_strerror(rc));
+    error = fmt::format("the library did not start: {}{}", cerr_strerror(rc),
+                        rc == EAGAIN ? ": the system gives no more threads, see ulimit -u" : "");
     return false;
   }
   return true;

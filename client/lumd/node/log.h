@@ -3,17 +3,15 @@
 
 #include <fmt/format.h>
 
-#include <string>
+#include "lum_linux/system.h"
 
 namespace lumd {
 
-// Writes a line, unless nobody takes it within a moment: a pipe that is not read must not hold up
-// what has something to say. Any thread.
-void say_line(const std::string &line);
-
+// Writes a line, unless nobody takes it within a moment. Any thread.
 template <typename... Arguments>
 void say(fmt::format_string<Arguments...> format, Arguments &&...arguments) {
-  say_line(fmt::format("lumd: {}\n", fmt::format(format, std::forward<Arguments>(arguments)...)));
+  lum_linux::say_line(
+      fmt::format("lumd: {}\n", fmt::format(format, std::forward<Arguments>(arguments)...)));
 }
 
 }  // namespace lumd

@@ -39,7 +39,8 @@ json show_traces() {
                         {"file", channel.file.string()},
                         {"enabled", channel.enabled},
                         {"lines", channel.lines},
-                        {"failures", channel.failures}});
+                        {"failures", channel.failures},
+                        {"reason", channel.reason.empty() ? json(nullptr) : json(channel.reason)}});
   }
   return channels;
 }

@@ -10,7 +10,8 @@ using lum_linux::record_trouble;
 json text_or_null(const std::string &text) { return text.empty() ? json(nullptr) : json(text); }
 
 json show_usability(const lum_linux::checkpoint_status &store) {
-  return {{"usable", store.usable}, {"reason", text_or_null(store.reason)}};
+  return {
+      {"usable", store.usable}, {"readable", store.open}, {"reason", text_or_null(store.reason)}};
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include <map>
 #include <utility>
 
+#include "description/control_characters.h"
 #include "description/port_names.h"
 #include "description/toml_table.h"
 #include "wording/nearest.h"
@@ -149,10 +150,10 @@ void node_reader::read_api_socket(toml_table &table,
   if (!socket || (!given && !state)) return;
   node_.api_socket = resolve(socket->value);
   const std::string name = node_.api_socket.filename().native();
-  if (name.size() > max_socket_name_bytes) {
+  if (name.empty() || name.size() > max_socket_name_bytes) {
     problems_.add(given ? socket->line : state->line,
-                  fmt::format("the name of 'api_socket' is {} bytes long, expected at most {}: {}",
-                              name.size(), max_socket_name_bytes, name));
+                  fmt::format("the name of 'api_socket' is {} bytes long, expected 1 to {}: {}",
+                              name.size(), max_socket_name_bytes, node_.api_socket.native()));
   }
 }
 
@@ -372,8 +373,9 @@ const port_description *node_description::find(uint32_t rsip) const {
 }
 
 std::string to_string(const description_problem &problem) {
-  if (problem.line == 0) return fmt::format("{}: {}", problem.file, problem.message);
-  return fmt::format("{}:{}: {}", problem.file, problem.line, problem.message);
+  const std::string place =
+      problem.line == 0 ? problem.file : fmt::format("{}:{}", problem.file, problem.line);
+  return without_control_characters(fmt::format("{}: {}", place, problem.message));
 }
 
 description_result read_node_description(const fs::path &file) {

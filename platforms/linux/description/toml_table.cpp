@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <new>
 
+#include "description/control_characters.h"
 #include "description/toml_depth.h"
 #include "wording/nearest.h"
 #include "wording/numbers.h"
@@ -42,13 +43,6 @@ std::optional<double> number_of(const toml::node &node) {
 
 std::string wrong_kind(std::string_view key, const toml::node &node, std::string_view expected) {
   return fmt::format("'{}' is {}, expected {}", key, kind_of(node), expected);
-}
-
-bool has_control_character(std::string_view text) {
-  return std::any_of(text.begin(), text.end(), [](char c) {
-    const auto byte = static_cast<unsigned char>(c);
-    return byte < 0x20 || byte == 0x7F;
-  });
 }
 
 }  // namespace

@@ -49,7 +49,6 @@ bool lanes::core::has_thread_for_one_more() {
   if (threads >= limits.threads) return false;
   try {
     std::thread thread([self = shared_from_this()] { self->run(); });
-    pthread_setname_np(thread.native_handle(), name.c_str());
     thread.detach();
   } catch (const std::exception &) {
     return false;
@@ -73,6 +72,7 @@ std::pair<uint64_t, lanes::core::lane *> lanes::core::next() {
 }
 
 void lanes::core::run() {
+  pthread_setname_np(pthread_self(), name.c_str());
   std::unique_lock held(mutex);
   for (;;) {
     const bool has_work = changed.wait_for(held, linger, [this] { return stopped || ready > 0; });

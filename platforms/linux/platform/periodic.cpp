@@ -48,10 +48,12 @@ periodic::periodic(const std::string &name, milliseconds period, std::function<v
     : core_(std::make_shared<core>()) {
   core_->work = std::move(work);
   const signals_blocked until_started;
-  core_->thread = std::jthread([state = core_, period, before_first](const std::stop_token &stop) {
-    state->run(stop, period, before_first);
-  });
-  pthread_setname_np(core_->thread.native_handle(), name.c_str());
+  core_->thread =
+      std::jthread([state = core_, period, before_first, name](const std::stop_token &stop) {
+        // From here: another thread's name is a file, which a process may not be allowed to write.
+        pthread_setname_np(pthread_self(), name.c_str());
+        state->run(stop, period, before_first);
+      });
 }
 
 periodic::~periodic() { stop(); }

@@ -40,11 +40,13 @@ bool make_folder(const fs::path &folder, std::string &error) {
 // Takes the state directory for this process and points the services to their folders.
 bool start_storage(platform::core &core, std::string &error) {
   const node_description &node = core.node;
-  std::error_code ignored;  // the checkpoint store tells of it, and makes the folder later
-  fs::create_directories(node.state_directory, ignored);
-  for (const fs::path &folder : {node.trace_directory, node.api_socket.parent_path()}) {
-    if (!make_folder(folder, error)) return false;
+  // The checkpoint store tells of its folder and makes it later; whoever serves an API tells of
+  // that.
+  std::error_code ignored;
+  for (const fs::path &folder : {node.state_directory, node.api_socket.parent_path()}) {
+    fs::create_directories(folder, ignored);
   }
+  if (!make_folder(node.trace_directory, error)) return false;
   error.clear();
   if (core.state_lock.acquire(node.state_directory) == EWOULDBLOCK) {
     error = fmt::format("cannot use the state directory '{}': another process uses it",
@@ -72,28 +74,20 @@ bool start_hardware(platform::core &core, std::string &error) {
   return true;
 }
 
-// Without a thread to be had the store is left alone.
-std::unique_ptr<periodic> start_store_keeper() {
-  try {
-    return std::make_unique<periodic>("lum-store", store_period, checkpoints_tend, store_period);
-  } catch (const std::system_error &failure) {
-    system_log(
-        fmt::format("there is no thread to look after the checkpoint store: {}", failure.what()));
-    return nullptr;
-  }
-}
-
 bool start_threads(platform::core &core, std::string &error) {
   core.evm = event_manager_create("lum_events");
   if (core.evm == 0) {
-    error = "cannot start the event manager";
+    error =
+        "cannot start the event manager: the system gives no memory or no thread for it, see "
+        "ulimit -u";
     return false;
   }
   const im_description &im = core.node.interface_manager;
   core.im = std::make_unique<interface_manager>(
       im_options{im.handle_base, milliseconds(im.delay_min_ms), milliseconds(im.delay_max_ms),
                  im.seed, im.out_of_order});
-  core.keeper = start_store_keeper();
+  core.keeper =
+      std::make_unique<periodic>("lum-store", store_period, checkpoints_tend, store_period);
   return true;
 }
 
@@ -150,6 +144,10 @@ std::unique_ptr<platform> platform::start(const node_description &node, std::str
   } catch (const std::bad_alloc &) {
     if (!result) give_up_platform();
     throw;
+  } catch (const std::system_error &failure) {
+    const bool no_thread = failure.code() == std::errc::resource_unavailable_try_again;
+    error = fmt::format("cannot start the platform: {}{}", failure.what(),
+                        no_thread ? ": the system gives no more threads, see ulimit -u" : "");
   } catch (const std::exception &exception) {
     error = fmt::format("cannot start the platform: {}", exception.what());
   }

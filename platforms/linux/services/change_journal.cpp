@@ -32,6 +32,9 @@ constexpr uint32_t header = 0x4c554d4a;
 constexpr uint64_t in_use = 1;
 constexpr uint64_t closed = 2;
 
+// Waits for nobody who would have to take the other end of a pipe.
+constexpr int at_once = O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC;
+
 uint32_t checksum_of(const place_record &place) {
   return record_checksum({place.kind, place.key}, place.what, place.number,
                          std::as_bytes(std::span(&place.store, 1)));
@@ -48,7 +51,7 @@ using place_list = std::vector<place_record>;
 // All places that can be read; one that was torn or never used has another checksum.
 place_list read_places(const fs::path &file) {
   place_list all(change_journal::places + 1);
-  const unique_fd fd(::open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+  const unique_fd fd(::open(file.c_str(), O_RDONLY | at_once));
   const ssize_t got = fd ? pread(fd.get(), all.data(), all.size() * sizeof(place_record), 0) : -1;
   all.resize(got < 0 ? 0 : static_cast<size_t>(got) / sizeof(place_record));
   return all;
@@ -66,8 +69,8 @@ int write_all(int fd, const place_list &all) {
 int make_file(const fs::path &file, uint64_t store) {
   const fs::path draft = file.string() + ".new";
   {
-    const unique_fd fd(
-        ::open(draft.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
+    ::unlink(draft.c_str());
+    const unique_fd fd(::open(draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | at_once, 0600));
     if (!fd) return errno;
     place_list all(change_journal::places + 1);
     all[0] = make_place(store, {in_use, {}, false}, header);
@@ -116,7 +119,7 @@ int change_journal::open(const fs::path &file, uint64_t store, const journal_con
   if (!goes_on) {
     if (const int error = make_file(file, store); error != 0) return error;
   }
-  file_ = unique_fd(::open(file.c_str(), O_WRONLY | O_DSYNC | O_NOFOLLOW | O_CLOEXEC));
+  file_ = unique_fd(::open(file.c_str(), O_WRONLY | O_DSYNC | at_once));
   if (!file_) return errno;
   store_ = store;
   last_place_ = goes_on ? found.last_place : 0;

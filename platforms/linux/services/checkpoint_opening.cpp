@@ -1,7 +1,6 @@
 // How the checkpoint service comes by its store, does without it, and lets go of it.
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <new>
 
 #include "lum_linux/system.h"
@@ -20,7 +19,7 @@ constexpr const char *not_started = "the store has not been opened yet";
 void report(std::string line) {
   std::replace(line.begin(), line.end(), '\n', ' ');
   system_log(line);
-  std::fprintf(stderr, "%s\n", line.c_str());
+  say_line(line + '\n');
 }
 
 std::string join(const std::string &text, cerrno code) {
@@ -78,14 +77,16 @@ void checkpoint_service::settle_deletions() {
 
 cerrno checkpoint_service::tend() {
   if (!owner_) return 0;
-  if (store_ == nullptr) return open_store(no_patience);
+  if (store_ == nullptr || store_->is_read_only()) return open_store(no_patience);
   finish_deletions();
-  if (!now_.reason.empty()) judge_writing(store_->try_writing());
+  judge_writing(now_.reason.empty() ? store_->look_for_file() : store_->try_writing());
   return count(store_->tend());
 }
 
+// A store that can only be read is let go of: SQLite's locks go with any descriptor of a file.
 cerrno checkpoint_service::open_store(std::chrono::milliseconds patience) {
   try {
+    store_.reset();
     std::error_code error;
     std::filesystem::create_directories(file_.parent_path(), error);
     if (error) {
@@ -106,19 +107,23 @@ cerrno checkpoint_service::take(checkpoint_store::opened opened) {
          opened.set_aside.string());
   }
   if (opened.code != 0) return go_without(opened.code, opened.failure);
-  const bool is_late = !now_.reason.empty();
+  const bool was_open = now_.open;  // to be read
+  const bool is_late = !was_open && !now_.reason.empty();
   store_ = std::move(opened.store);
-  for (const std::string &note : opened.notes) tell(note);
+  for (const std::string &note : opened.notes) {
+    if (!was_open || !store_->is_read_only()) tell(note);
+  }
   tell_of_lost(opened.lost);
   for (auto &[handle, t] : tables_) {
     std::vector<lost_record> lost;
     bool found = false;
-    const cerrno rc = store_->add_table(t.kind, t.version, t.persistent, found, lost);
+    cerrno rc = store_->add_table(t.kind, t.version, t.persistent, found, lost);
+    if (rc == 0 && !was_open) rc = store_->clear_table(t.kind, t.persistent);
     if (rc != 0) return go_without(rc, store_->failure_text());
     tell_of_lost(lost);
   }
   now_.open = true;
-  now_.reason.clear();
+  if (!was_open) now_.reason.clear();
   now_.entries = store_->entries();
   if (is_late) tell("it is open");
   judge_writing(store_->try_writing());

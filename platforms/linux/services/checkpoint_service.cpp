@@ -47,7 +47,8 @@ cerrno checkpoint_service::add_table(uint32_t kind, uint32_t version, bool persi
     table added = {kind, version, persistent, false};
     if (store_ != nullptr) {
       std::vector<lost_record> lost;
-      const cerrno rc = store_->add_table(kind, version, persistent, added.found, lost);
+      cerrno rc = store_->add_table(kind, version, persistent, added.found, lost);
+      if (rc == 0) rc = store_->clear_table(kind, persistent);
       if (rc != 0) go_without(rc, store_->failure_text());
       tell_of_lost(lost);
     }

@@ -29,15 +29,6 @@ cerrno checkpoint_store::add_table(uint32_t kind, uint32_t version, bool persist
     return 0;
   });
   if (rc != 0) return rc;
-  if (there) {
-    const cerrno cleared = attempt([&]() -> cerrno {
-      store_statements &prepared = *connection_->prepared;
-      use(persistent ? prepared.clear_empty : prepared.clear_table, kind)->exec();
-      return 0;
-    });
-    // Entries without data do no harm, so a full disk need not stop the others from being read.
-    if (cleared != 0 && !persistent) return cleared;
-  }
   if (persistent) persistent_.insert(kind);
   found = there && persistent;
   return attempt([&]() -> cerrno {
@@ -49,6 +40,16 @@ cerrno checkpoint_store::add_table(uint32_t kind, uint32_t version, bool persist
     }
     return 0;
   });
+}
+
+cerrno checkpoint_store::clear_table(uint32_t kind, bool persistent) {
+  const cerrno cleared = attempt([&]() -> cerrno {
+    store_statements &prepared = *connection_->prepared;
+    use(persistent ? prepared.clear_empty : prepared.clear_table, kind)->exec();
+    return 0;
+  });
+  // Entries without data do no harm, so a full disk need not stop the others from being read.
+  return persistent ? 0 : cleared;
 }
 
 cerrno checkpoint_store::find(uint32_t kind, uint32_t key, uint64_t &id) {
@@ -74,7 +75,7 @@ cerrno checkpoint_store::create(uint32_t kind, uint32_t key, uint64_t &id) {
     use(connection_->prepared->create, kind, key)->exec();
     id = static_cast<uint64_t>(connection_->database.getLastInsertRowid());
     unmerged_ = true;
-    return 0;
+    return look_for_file();
   });
 }
 
@@ -103,8 +104,9 @@ cerrno checkpoint_store::save(uint32_t kind, uint64_t id, uint32_t version,
     use(connection_->prepared->save, version, change.number, checksum, data, kind, id)->exec();
     return 0;
   });
-  if (rc == 0) changed(change);
-  return rc;
+  if (rc != 0) return rc;
+  changed(change);
+  return look_for_file();
 }
 
 cerrno checkpoint_store::remove(uint32_t kind, uint64_t id) {
@@ -117,8 +119,9 @@ cerrno checkpoint_store::remove(uint32_t kind, uint64_t id) {
     both.commit();
     return 0;
   });
-  if (rc == 0) changed(change);
-  return rc;
+  if (rc != 0) return rc;
+  changed(change);
+  return look_for_file();
 }
 
 cerrno checkpoint_store::next(uint32_t kind, uint64_t after, uint64_t &id) {
@@ -161,7 +164,17 @@ bool checkpoint_store::note_deletion(const record_key &record) {
   return true;
 }
 
+cerrno checkpoint_store::look_for_file() {
+  int is_elsewhere = 0;
+  sqlite3_file_control(connection_->database.getHandle(), "main", SQLITE_FCNTL_HAS_MOVED,
+                       &is_elsewhere);
+  if (is_elsewhere == 0) return 0;
+  failure_ = "its file was moved or removed, a restart of the driver begins another";
+  return ESTALE;
+}
+
 cerrno checkpoint_store::try_writing() {
+  if (const cerrno rc = look_for_file(); rc != 0) return rc;
   return attempt([&]() -> cerrno {
     rewrite_mark(connection_->database);
     unmerged_ = true;
@@ -192,7 +205,7 @@ void checkpoint_store::changed(const store_change &change) {
 
 // What cannot be noted is noted later; the change itself is safe in the store.
 void checkpoint_store::note(const store_change &change) {
-  const int error = journal_.note(change);
+  const int error = refusal_ ? static_cast<int>(refusal_->code) : journal_.note(change);
   if (error != 0) {
     unnoted_[change.record] = change;
     blame_journal(error);

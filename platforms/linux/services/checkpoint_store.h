@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <span>
 #include <string>
@@ -39,15 +40,20 @@ class checkpoint_store {
   // Opens the store, creating it when there is none. A store that is damaged, or was written by
   // another application or version, and is so at a second look too, is renamed and a new one begun.
   // Whatever else goes wrong leaves the file as it is. Waits up to `patience` for a process that
-  // has the store, and with any patience at all tries again when it cannot be read. May throw
+  // has the store, and with any patience at all tries again when it cannot be read. One that cannot
+  // be changed and can be read is opened for that: its changes fail as its opening did. May throw
   // std::bad_alloc.
   static opened open(const std::filesystem::path &file, const store_owner &owner,
                      std::chrono::milliseconds patience);
 
-  // Makes the table known. `found` says whether it was there; entries without data are dropped, and
-  // all of them when the table does not persist. `lost` gets those of another version.
+  // Makes the table known. `found` says whether it was there and persists. `lost` gets its entries
+  // of another version.
   cerrno add_table(uint32_t kind, uint32_t version, bool persistent, bool &found,
                    std::vector<lost_record> &lost);
+
+  // Drops what an earlier process has left: entries without data, or all of them when the table
+  // does not persist. Not to be called once ids have been given out.
+  cerrno clear_table(uint32_t kind, bool persistent);
 
   // Return 0, 2 when there is no such entry, or the store's code.
   cerrno find(uint32_t kind, uint32_t key, uint64_t &id);
@@ -71,6 +77,10 @@ class checkpoint_store {
 
   uint64_t entries();
 
+  // Returns 0 while the file is where it was opened, or 116: what is written to one that was moved
+  // or removed is lost with it.
+  cerrno look_for_file();
+
   // Writes what changes nothing. Returns 0 when the store takes changes, or its code.
   cerrno try_writing();
 
@@ -80,6 +90,8 @@ class checkpoint_store {
 
   // Text of the latest failure.
   const std::string &failure_text() const { return failure_; }
+  // Whether it takes no changes, as its opening has found.
+  bool is_read_only() const { return refusal_.has_value(); }
   // Why a change that is lost would not be noticed; empty when it would.
   const std::string &journal_failure() const { return journal_failure_; }
 
@@ -90,12 +102,18 @@ class checkpoint_store {
     const std::filesystem::path &file;
     const store_owner &owner;
     std::chrono::milliseconds patience;
+    store_access access;
+  };
+  struct write_refusal {
+    cerrno code;
+    std::string text;
   };
 
+  static void read_instead(const wanted &what, opened &result);
   static opened open_once(const wanted &what);
   static cerrno look_at(const wanted &what, opened &result, std::string &refused_for);
   cerrno prepare(const wanted &what, opened &result, std::string &refused_for);
-  void examine(const std::filesystem::path &file, store_verdict found, opened &result);
+  void examine(const wanted &what, store_verdict found, opened &result);
   void finish_deletions(const std::vector<record_key> &undeleted, opened &result);
   void close_as_found();
   void changed(const store_change &change);
@@ -112,6 +130,7 @@ class checkpoint_store {
   std::set<uint32_t> persistent_;  // kinds of tables
   uint64_t last_change_ = 0;
   bool unmerged_ = false;
+  std::optional<write_refusal> refusal_;  // of the opening, when it can only be read
   std::string failure_;
   std::string journal_failure_;
 };

@@ -39,8 +39,10 @@ class event_loop : public std::enable_shared_from_this<event_loop> {
 
   // Throws std::system_error when there is no thread.
   void start(const std::string &name) {
-    thread_ = std::thread([self = shared_from_this()] { self->run(); });
-    pthread_setname_np(thread_.native_handle(), name.substr(0, 15).c_str());
+    thread_ = std::thread([self = shared_from_this(), name] {
+      pthread_setname_np(pthread_self(), name.substr(0, 15).c_str());
+      self->run();
+    });
   }
 
   // Returns false when a handler was still running after `bound`.

@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "services/checkpoint_store.h"
+#include "services/store_files.h"
 #include "services/store_sql.h"
 
 namespace lum_linux {
@@ -45,6 +46,15 @@ struct checkpoint_store::connection {
   connection(const std::filesystem::path &file, std::chrono::milliseconds patience)
       : database(file.string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE,
                  static_cast<int>(patience.count())) {}
+  // To read what nobody else has open.
+  explicit connection(const std::filesystem::path &file)
+      : database(reading_address(file), SQLite::OPEN_READONLY | SQLite::OPEN_URI) {
+    leave_log();
+  }
+  // What the write-ahead log holds stays in it when the database is closed.
+  void leave_log() {
+    sqlite3_db_config(database.getHandle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+  }
 
   SQLite::Database database;
   std::optional<store_statements> prepared;  // goes before the database
@@ -56,6 +66,10 @@ cerrno checkpoint_store::attempt(Call call) {
   try {
     return call();
   } catch (const SQLite::Exception &failure) {
+    if (refusal_ && (failure.getErrorCode() & 0xff) == SQLITE_READONLY) {
+      failure_ = refusal_->text;
+      return refusal_->code;
+    }
     failure_ = failure.what();
     const int system_error =
         connection_ == nullptr ? 0 : sqlite3_system_errno(connection_->database.getHandle());

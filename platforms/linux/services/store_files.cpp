@@ -8,6 +8,7 @@
 #include <chrono>
 #include <ctime>
 #include <string>
+#include <string_view>
 #include <system_error>
 
 #include "modules/unique_fd.h"
@@ -26,6 +27,11 @@ std::string time_stamp() {
   return text.data();
 }
 
+bool has_log(const fs::path &file) {
+  std::error_code ignored;
+  return fs::exists(file.string() + "-wal", ignored);
+}
+
 }  // namespace
 
 void sync_folder(const fs::path &folder) {
@@ -36,6 +42,27 @@ void sync_folder(const fs::path &folder) {
 int error_of_opening(const fs::path &file) {
   const unique_fd fd(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
   return fd ? 0 : errno;
+}
+
+bool can_be_read_alone(const fs::path &file) {
+  std::error_code error;
+  const auto unfinished = fs::file_size(file.string() + "-journal", error);
+  return error == std::errc::no_such_file_or_directory || (!error && unfinished == 0);
+}
+
+// Both are without locks, which take a file that can be written to. "immutable" would leave a
+// write-ahead log unread, and the other one wants it to be there.
+std::string reading_address(const fs::path &file) {
+  std::string address = "file://";
+  for (const char c : file.string()) {
+    if (c == '%' || c == '?' || c == '#') {
+      constexpr std::string_view digits = "0123456789abcdef";
+      address += {'%', digits[static_cast<unsigned char>(c) >> 4], digits[c & 0xf]};
+    } else {
+      address += c;
+    }
+  }
+  return address + (has_log(file) ? "?vfs=unix-none" : "?immutable=1");
 }
 
 fs::path set_aside(const fs::path &file) {

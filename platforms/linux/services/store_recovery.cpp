@@ -70,10 +70,10 @@ store_findings examine_store(const SQLite::Database &database, const journal_con
   return findings;
 }
 
-std::vector<lost_record> records_of(const journal_contents &journal) {
+std::vector<lost_record> records_of(const journal_contents &journal, const std::string &reason) {
   std::vector<lost_record> all;
   for (const auto &[record, change] : journal.latest) {
-    if (!change.deleted) all.push_back({record, "the store is gone"});
+    if (!change.deleted) all.push_back({record, reason});
   }
   return all;
 }

@@ -27,7 +27,7 @@ struct store_findings {
 // Throws SQLite::Exception.
 store_findings examine_store(const SQLite::Database &database, const journal_contents &journal);
 
-// What was lost with a whole store, of which the journal alone is left.
-std::vector<lost_record> records_of(const journal_contents &journal);
+// What was lost with a whole store, as far as its journal knows.
+std::vector<lost_record> records_of(const journal_contents &journal, const std::string &reason);
 
 }  // namespace lum_linux

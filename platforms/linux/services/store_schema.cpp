@@ -54,6 +54,15 @@ std::optional<uint64_t> version_in(const SQLite::Database &database) {
   return ask_number(database, "PRAGMA user_version");
 }
 
+// Throws when the store takes no changes.
+void begin_writing(SQLite::Database &database) {
+  if (ask(database, "PRAGMA journal_mode=WAL") != "wal") {
+    throw SQLite::Exception("it cannot have a write-ahead log", SQLITE_ERROR);
+  }
+  database.exec("PRAGMA synchronous=FULL");
+  database.exec("BEGIN IMMEDIATE; COMMIT");
+}
+
 // A record keeps its data and gets a checksum of the new kind, unless the old one is wrong: then it
 // gets none.
 void carry_over(SQLite::Database &database) {
@@ -77,7 +86,7 @@ void carry_over(SQLite::Database &database) {
 
 }  // namespace
 
-store_verdict judge_store(SQLite::Database &database, const store_owner &owner,
+store_verdict judge_store(SQLite::Database &database, const store_owner &owner, store_access access,
                           std::string &reason) {
   database.exec("PRAGMA locking_mode=EXCLUSIVE");
   const bool empty = ask_number(database, "SELECT count(*) FROM sqlite_master") == 0u;
@@ -87,11 +96,7 @@ store_verdict judge_store(SQLite::Database &database, const store_owner &owner,
     reason = "it is no checkpoint store of this version";
     return store_verdict::refused;
   }
-  if (ask(database, "PRAGMA journal_mode=WAL") != "wal") {
-    throw SQLite::Exception("it cannot have a write-ahead log", SQLITE_ERROR);
-  }
-  database.exec("PRAGMA synchronous=FULL");
-  database.exec("BEGIN IMMEDIATE; COMMIT");
+  if (access == store_access::write) begin_writing(database);
   if (empty) return store_verdict::fresh;
 
   reason = complaint_of(database);

@@ -14,6 +14,8 @@ struct store_owner {
   uint32_t version = 0;
 };
 
+enum class store_access { read, write };
+
 enum class store_verdict {
   usable,
   old,      // a store of the first schema, otherwise usable
@@ -22,8 +24,9 @@ enum class store_verdict {
 };
 
 // Looks at a database before anything is written to it, takes it for this process alone, and checks
-// the whole of it. `reason` says why it is refused. Throws SQLite::Exception.
-store_verdict judge_store(SQLite::Database &database, const store_owner &owner,
+// the whole of it. `reason` says why it is refused. Throws SQLite::Exception, also when it is to be
+// written to and takes no changes.
+store_verdict judge_store(SQLite::Database &database, const store_owner &owner, store_access access,
                           std::string &reason);
 
 // Makes a fresh database a store.

@@ -1,6 +1,8 @@
-// Thread ids, the system log, deadlock-monitor marks, bounded copies and error texts.
+// Thread ids, the system log and standard error, deadlock-monitor marks, bounded copies and error
+// texts.
 #include "lum_linux/system.h"
 
+#include <poll.h>
 #include <pthread.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -8,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -182,6 +185,15 @@ void system_log_set_sink(std::function<void(std::string_view)> sink) {
 }
 
 void system_log(std::string_view line) { write_log(LOG_ERR, line); }
+
+// What a pipe takes at once it takes without waiting, once it says that it takes anything.
+void say_line(std::string_view line) {
+  constexpr int patience_ms = 200;
+  pollfd sink = {STDERR_FILENO, POLLOUT, 0};
+  if (::poll(&sink, 1, patience_ms) != 1 || (sink.revents & POLLOUT) == 0) return;
+  [[maybe_unused]] const ssize_t written =
+      ::write(STDERR_FILENO, line.data(), std::min<std::size_t>(line.size(), PIPE_BUF));
+}
 
 std::vector<blocked_thread> blocked_threads() {
   std::vector<blocked_thread> waiting;

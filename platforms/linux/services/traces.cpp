@@ -6,6 +6,8 @@
 // Every line is handed to the kernel at once, so that the last lines before a crash are there.
 #include "lum_linux/traces.h"
 
+#include <sys/stat.h>
+
 #include <spdlog/pattern_formatter.h>
 #include <spdlog/sinks/rotating_file_sink.h>
 
@@ -34,9 +36,22 @@ using std::chrono::steady_clock;
 
 constexpr size_t longest_name = 64;
 constexpr uint32_t smallest_size = 32768;  // bytes of a channel; smaller ones are enlarged
-constexpr std::chrono::seconds retry_after{5};
+constexpr std::chrono::seconds look_after{5};
 constexpr size_t longest_line = 2048;  // bytes before control characters are spelled out
 constexpr std::string_view cut_mark = "...";
+
+// What is at a path; no file at all is the same everywhere.
+struct file_identity {
+  dev_t device = 0;
+  ino_t number = 0;
+  bool operator==(const file_identity &) const = default;
+};
+
+file_identity identity_of(const std::filesystem::path &file) {
+  struct stat found = {};
+  if (::stat(file.c_str(), &found) != 0) return {};
+  return {found.st_dev, found.st_ino};
+}
 
 // One channel, for as long as it is open.
 struct channel {
@@ -44,7 +59,8 @@ struct channel {
   bool configurable = false;
   std::string process_name;
   std::unique_ptr<spdlog::sinks::rotating_file_sink_st> sink;  // null after a failure
-  steady_clock::time_point retry_at;                           // then: when to open it again
+  file_identity file;                                          // that the sink writes to
+  steady_clock::time_point look_at;  // when to look for the file, or to open it again
 };
 
 // The place of a channel. A handle is the place's number, from 1, and how often the place had been
@@ -108,9 +124,9 @@ bool usable_name(const char *name) {
          text.find('/') == std::string_view::npos;
 }
 
-// Opens the channel's files. Throws spdlog::spdlog_ex.
+// Opens the channel's files. May throw.
 void open_files(channel &to_open) {
-  const trace_channel_status &status = to_open.status;
+  trace_channel_status &status = to_open.status;
   // It would hold up whoever traces until somebody reads.
   std::error_code ignored;
   if (std::filesystem::is_fifo(status.file, ignored)) {
@@ -120,6 +136,31 @@ void open_files(channel &to_open) {
   to_open.sink = std::make_unique<spdlog::sinks::rotating_file_sink_st>(status.file.string(),
                                                                         status.size / 2, 1);
   to_open.sink->set_formatter(line_formatter(to_open.process_name, status.name));
+  to_open.file = identity_of(status.file);
+  status.reason.clear();
+}
+
+// Does without files that failed; they are opened again some time later. Told when it begins.
+void give_up_files(channel &failing, const char *reason) {
+  failing.sink.reset();
+  if (std::exchange(failing.status.reason, reason).empty()) {
+    system_log("trace channel " + failing.status.name + " cannot be written: " + reason);
+  }
+}
+
+// Looks now and then whether the files can be had, and whether they are still where they were:
+// lines in a file that was taken away are lost.
+void look_after_files(channel &tended) {
+  const auto now = steady_clock::now();
+  if (now < tended.look_at) return;
+  tended.look_at = now + look_after;
+  try {
+    if (tended.sink != nullptr && identity_of(tended.status.file) == tended.file) return;
+    tended.sink.reset();
+    open_files(tended);
+  } catch (const std::exception &failure) {
+    give_up_files(tended, failure.what());
+  }
 }
 
 ctrace_handle put_into_slot(std::unique_ptr<channel> opened) {
@@ -147,35 +188,26 @@ void append_printable(spdlog::memory_buf_t &line, std::string_view text) {
   }
 }
 
-// Ends the use of files that failed; they are opened again some time later. The first failure of a
-// channel is reported, the others are counted.
-cerrno give_up_files(channel &failing, const char *reason) {
-  failing.sink.reset();
-  failing.retry_at = steady_clock::now() + retry_after;
-  if (failing.status.failures++ == 0) {
-    system_log("trace channel " + failing.status.name + " cannot be written: " + reason);
-  }
-  return EIO;
-}
-
 cerrno write_line(channel &to, spdlog::string_view_t line) {
-  if (to.sink == nullptr && steady_clock::now() < to.retry_at) {
-    ++to.status.failures;
-    return EIO;
+  look_after_files(to);
+  if (to.sink != nullptr) {
+    try {
+      to.sink->log({spdlog::string_view_t(), spdlog::level::info, line});
+      to.sink->flush();
+      ++to.status.lines;
+      return 0;
+    } catch (const std::exception &failure) {
+      give_up_files(to, failure.what());
+    }
   }
-  try {
-    if (to.sink == nullptr) open_files(to);
-    to.sink->log({spdlog::string_view_t(), spdlog::level::info, line});
-    to.sink->flush();
-    ++to.status.lines;
-    return 0;
-  } catch (const std::exception &failure) {
-    return give_up_files(to, failure.what());
-  }
+  ++to.status.failures;
+  return EIO;
 }
 
 }  // namespace
 
+// A channel whose files cannot be had is open all the same, and its lines are counted as lost until
+// they can.
 cerrno ctrace_open_internal(ctrace_handle *handle, const char *name, uint32_t size, uint32_t points,
                             const char *directory_key, const char *digest, uint32_t flags) {
   if (handle == nullptr || !usable_name(name) || flags != 0) return EINVAL;
@@ -184,9 +216,6 @@ cerrno ctrace_open_internal(ctrace_handle *handle, const char *name, uint32_t si
     const std::lock_guard hold(facility().lock);
     const auto directory = facility().directories.find(directory_key);
     if (directory == facility().directories.end()) return ENOENT;
-    std::error_code error;
-    std::filesystem::create_directories(directory->second, error);
-    if (error) return static_cast<cerrno>(error.value());
     auto opened = std::make_unique<channel>();
     opened->status.name = name;
     opened->status.file = directory->second / (std::string(name) + ".log");
@@ -194,16 +223,18 @@ cerrno ctrace_open_internal(ctrace_handle *handle, const char *name, uint32_t si
     opened->status.points = points;
     opened->status.digest = digest;
     opened->process_name = facility().process_name;
-    errno = 0;
-    open_files(*opened);
+    try {
+      open_files(*opened);
+    } catch (const spdlog::spdlog_ex &failure) {
+      give_up_files(*opened, failure.what());
+    }
+    opened->look_at = steady_clock::now() + look_after;
     const ctrace_handle placed = put_into_slot(std::move(opened));
     if (placed == 0) return EMFILE;
     *handle = placed;
     return 0;
-  } catch (const std::bad_alloc &) {
-    return ENOMEM;
   } catch (const std::exception &) {
-    return errno != 0 ? static_cast<cerrno>(errno) : EIO;
+    return ENOMEM;
   }
 }
 

@@ -124,10 +124,16 @@ const std::vector<refusal> refusals = {
      node("led_directory = \"a\\u0000b\"\n"),
      {"4: 'led_directory' holds a control character, expected a text of 1 to 1024 bytes of "
       "printable characters"}},
+    {"HighControlCharacter",
+     node("led_directory = \"a\\u009bb\"\n"),
+     {"4: 'led_directory' holds a control character, expected a text of 1 to 1024 bytes of "
+      "printable characters"}},
     {"SocketPathTooLong",
      node("api_socket = '/" + std::string(81, 's') + "'\n"),
-     {"4: the name of 'api_socket' is 81 bytes long, expected at most 80: " +
-      std::string(81, 's')}},
+     {"4: the name of 'api_socket' is 81 bytes long, expected 1 to 80: /" + std::string(81, 's')}},
+    {"SocketIsAFolder",
+     node("api_socket = '/run/'\n"),
+     {"4: the name of 'api_socket' is 0 bytes long, expected 1 to 80: /run/"}},
     {"InterfaceManagerIsNoTable",
      node("interface_manager = 1\n"),
      {"4: 'interface_manager' is an integer, expected a [interface_manager] table"}},

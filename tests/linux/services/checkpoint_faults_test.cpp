@@ -32,16 +32,17 @@ class checkpoint_faults : public checkpoints {
     ASSERT_EQ(init(), 0u);
     ASSERT_EQ(add_table(), 0u);
     EXPECT_EQ(restart, 0u);
-    ASSERT_EQ(log.lines().size(), 1u);
     const auto status = checkpoints_status();
-    EXPECT_NE(log.lines()[0].find(status.set_aside.string()), std::string::npos);
+    const auto lines = log.lines();
+    ASSERT_EQ(lines.size(), 1 + status.troubled.size());
+    EXPECT_NE(lines[0].find(status.set_aside.string()), std::string::npos);
     EXPECT_FALSE(status.set_aside_reason.empty());
     EXPECT_TRUE(status.set_aside.string().starts_with(file.string() + ".set-aside-"));
     EXPECT_EQ(contents(status.set_aside), before);
     create_saved(key, 3);
     reopen();
     EXPECT_EQ(restart, 1u);
-    EXPECT_EQ(log.lines().size(), 1u);
+    EXPECT_EQ(log.lines().size(), lines.size());
     EXPECT_EQ(saved(key), record_of(3));
   }
 };

@@ -24,6 +24,28 @@ class checkpoint_without_store : public checkpoints {
   void block() { std::ofstream(file.parent_path()) << "x"; }
   void unblock() { fs::remove(file.parent_path()); }
 
+  // The store's files and their folder; everybody may read them.
+  void allow_writing(bool is_allowed) {
+    const auto read = fs::perms::group_read | fs::perms::others_read;
+    const auto enter = read | fs::perms::group_exec | fs::perms::others_exec;
+    const auto write = fs::perms::owner_write;
+    const auto how = is_allowed ? fs::perm_options::add : fs::perm_options::remove;
+    for (const auto &found : fs::directory_iterator(file.parent_path())) {
+      fs::permissions(found.path(), read, fs::perm_options::add);
+      fs::permissions(found.path(), write, how);
+    }
+    fs::permissions(folder.path(), enter, fs::perm_options::add);
+    fs::permissions(file.parent_path(), enter, fs::perm_options::add);
+    fs::permissions(file.parent_path(), write, how);
+  }
+
+  // Root, who may write whatever the mode is, becomes another user, or itself again.
+  static void act_as(uid_t user) {
+    if (getuid() == 0) {
+      EXPECT_EQ(seteuid(user), 0);
+    }
+  }
+
   // What the library does when it creates a port's record; the settings it comes up with.
   chkpt_record come_up(uint32_t of_key, uint64_t &id) {
     chkpt_record record = record_of(0);
@@ -236,7 +258,7 @@ TEST_F(checkpoint_without_store, an_answer_about_a_record_leaves_the_store_usabl
   EXPECT_TRUE(checkpoints_status().usable);
 }
 
-TEST_F(checkpoint_without_store, a_read_only_disk_keeps_the_store_as_it_is) {
+TEST_F(checkpoint_without_store, an_error_of_the_disk_keeps_the_store_as_it_is) {
   open();
   create_saved(key, 5);
   checkpoints_close();
@@ -256,4 +278,87 @@ TEST_F(checkpoint_without_store, a_read_only_disk_keeps_the_store_as_it_is) {
   EXPECT_THAT(troubled(record_trouble::unread), ElementsAre(key));
   reopen();
   EXPECT_EQ(saved(key), record_of(5));
+}
+
+TEST_F(checkpoint_without_store, a_store_that_cannot_be_written_is_read) {
+  for (const bool is_merged : {true, false}) {
+    EXPECT_EQ(in_child([&] {
+                open();
+                create_saved(is_merged ? key : key + 1, 5);
+                if (is_merged) checkpoints_close();
+              }),
+              0);
+    EXPECT_EQ(fs::exists(file.string() + "-wal"), !is_merged);
+    const std::string before = contents(file);
+    allow_writing(false);
+    EXPECT_EQ(in_child([&] {
+                act_as(65534);
+                open();
+                EXPECT_EQ(restart, 1u);
+                EXPECT_TRUE(checkpoints_status().open) << checkpoints_status().reason;
+                EXPECT_FALSE(checkpoints_status().usable);
+                EXPECT_THAT(checkpoints_status().reason, HasSubstr("Permission denied"));
+                uint64_t id = 0;
+                EXPECT_EQ(come_up(is_merged ? key : key + 1, id), record_of(5));
+                EXPECT_EQ(chkpt_save(table, id, record_of(6).data(), 96), 13u);
+                EXPECT_EQ(chkpt_create(table, 4, &id), 13u);
+                log_capture log;
+                checkpoints_tend();
+                EXPECT_THAT(log.lines(), IsEmpty());
+                checkpoints_close();
+              }),
+              0);
+    EXPECT_EQ(contents(file), before);
+    allow_writing(true);
+  }
+}
+
+TEST_F(checkpoint_without_store, a_store_that_could_only_be_read_is_written_when_it_can) {
+  open();
+  create_saved(key, 5);
+  uint64_t without_data = 0;
+  ASSERT_EQ(chkpt_create(table, key + 1, &without_data), 0u);
+  checkpoints_close();
+  allow_writing(false);
+  EXPECT_EQ(in_child([&] {
+              act_as(65534);
+              open();
+              EXPECT_FALSE(checkpoints_status().usable);
+              uint64_t id = 0, other = 0;
+              come_up(key, id);
+              come_up(key + 1, other);
+              EXPECT_EQ(chkpt_save(table, id, record_of(6).data(), 96), 13u);
+              act_as(0);
+              allow_writing(true);
+              log_capture log;
+              checkpoints_tend();
+              EXPECT_THAT(log.lines(), ElementsAre(HasSubstr("takes changes again")));
+              EXPECT_TRUE(checkpoints_status().usable);
+              EXPECT_THAT(troubled(record_trouble::unsaved), ElementsAre(key));
+              EXPECT_EQ(chkpt_save(table, id, record_of(6).data(), 96), 0u);
+              EXPECT_EQ(chkpt_save(table, other, record_of(7).data(), 96), 0u);
+              EXPECT_THAT(checkpoints_status().troubled, IsEmpty());
+              checkpoints_close();
+            }),
+            0);
+  open();
+  EXPECT_EQ(saved(key), record_of(6));
+  EXPECT_EQ(saved(key + 1), record_of(7));
+}
+
+TEST_F(checkpoint_without_store, a_file_that_is_moved_takes_what_is_saved_with_it) {
+  open();
+  const uint64_t id = create_saved(key, 5);
+  const fs::path elsewhere = folder / "elsewhere.db";
+  fs::rename(file, elsewhere);
+  EXPECT_EQ(chkpt_save(table, id, record_of(6).data(), 96), 116u);
+  EXPECT_FALSE(checkpoints_status().usable);
+  EXPECT_THAT(checkpoints_status().reason, HasSubstr("moved or removed"));
+  EXPECT_THAT(troubled(record_trouble::unsaved), ElementsAre(key));
+  fs::rename(elsewhere, file);
+  checkpoints_tend();
+  EXPECT_TRUE(checkpoints_status().usable);
+  fs::remove(file);
+  checkpoints_tend();
+  EXPECT_FALSE(checkpoints_status().usable);
 }

@@ -153,15 +153,23 @@ TEST_F(traces, opening_refuses_what_makes_no_sense_and_leaves_the_handle) {
   EXPECT_EQ(ctrace_enable_configuration(0, nullptr), 9u);
 }
 
-TEST_F(traces, a_directory_that_cannot_be_is_refused) {
+TEST_F(traces, a_channel_whose_file_cannot_be_had_is_open_and_says_so) {
   std::ofstream(folder / "file") << "x";
-  ASSERT_EQ(traces_set_directory(key, folder / "file/below"), 0u);
-  ctrace_handle handle = 77;
-  EXPECT_NE(ctrace_open_internal(&handle, "a", 65536, 1, key, digest, 0), 0u);
-  ASSERT_EQ(traces_set_directory(key, folder / "other"), 0u);
-  fs::create_directories(folder / "other/a.log");
-  EXPECT_EQ(ctrace_open_internal(&handle, "a", 65536, 1, key, digest, 0), 21u);
-  EXPECT_EQ(handle, 77u);
+  fs::create_directories(folder / "other/b.log");
+  const std::pair<const char *, const char *> places[] = {{"file/below", "a"}, {"other", "b"}};
+  for (const auto &[place, name] : places) {
+    ASSERT_EQ(traces_set_directory(key, folder / place), 0u);
+    log_capture log;
+    const ctrace_handle handle = open(name);
+    EXPECT_EQ(ctrace_enable_configuration(handle, nullptr), 0u);
+    EXPECT_EQ(ctrace_internal(handle, 1, 0, 1, "", "lost"), 5u);
+    ctrace_dump(handle);
+    const auto status = traces_status().back();
+    EXPECT_EQ(status.failures, 1u);
+    EXPECT_NE(status.reason, "");
+    ASSERT_EQ(log.lines().size(), 1u);
+    EXPECT_NE(log.lines()[0].find(status.reason), std::string::npos) << log.lines()[0];
+  }
 }
 
 TEST_F(traces, a_file_that_cannot_be_written_is_reported_once_and_harms_nobody) {
@@ -178,6 +186,7 @@ TEST_F(traces, a_file_that_cannot_be_written_is_reported_once_and_harms_nobody) 
   EXPECT_NE(log.lines()[0].find("lum_info"), std::string::npos);
   ASSERT_EQ(traces_status().size(), 1u);
   EXPECT_GT(traces_status()[0].failures, 0u);
+  EXPECT_NE(traces_status()[0].reason, "");
   ctrace_dump(handle);
   ctrace_set_process_name("other");
 }

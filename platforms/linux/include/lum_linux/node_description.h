@@ -85,7 +85,8 @@ struct description_problem {
   std::string message;  // what is wrong, and what was expected
 };
 
-// "file:line: message", or "file: message" without a line.
+// "file:line: message", or "file: message" without a line, with a question mark for each character
+// that would steer a terminal.
 std::string to_string(const description_problem &problem);
 
 // Holds the node when there are no problems, and nothing but the problems otherwise.

@@ -1,4 +1,5 @@
-// The system log behind tern.h, and the threads that wait for a mutex, as marked through ptd.h.
+// The system log behind tern.h, standard error, and the threads that wait for a mutex, as marked
+// through ptd.h.
 //
 // What holds for every call stands in lum_linux/services.h.
 #pragma once
@@ -18,6 +19,10 @@ void system_log_set_sink(std::function<void(std::string_view line)> sink);
 
 // Writes one line to the system log, or to the sink.
 void system_log(std::string_view line);
+
+// Writes a line with its line end to standard error, unless nobody takes it within a moment: a
+// pipe that is not read must not hold up what has something to say. Any thread.
+void say_line(std::string_view line);
 
 struct blocked_thread {
   int32_t tid = 0;

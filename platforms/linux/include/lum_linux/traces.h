@@ -14,7 +14,9 @@
 namespace lum_linux {
 
 // Says where the channels opened with `key` keep their files, <directory>/<channel>.log and one
-// older file beside it. The folder is created with the first channel. Returns 0 or 22.
+// older file beside it. The folder is created with the first channel. A channel whose files cannot
+// be had is open all the same: every few seconds it is tried again, and also whether the file is
+// still where it was, until when lines are lost and counted. Returns 0 or 22.
 cerrno traces_set_directory(const std::string &key, const std::filesystem::path &directory);
 
 // Turns a channel off and on again, by its name. Returns 0, 2 for a channel that is not open, or 1
@@ -30,6 +32,7 @@ struct trace_channel_status {
   bool enabled = true;
   uint64_t lines = 0;
   uint64_t failures = 0;  // lines that could not be written
+  std::string reason;     // why its files cannot be written just now; else empty
 };
 std::vector<trace_channel_status> traces_status();
 
