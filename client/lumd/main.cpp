@@ -100,7 +100,8 @@ int run(lum_linux::node_description description, const command_line &chosen) {
   }
   make_own_folders(description);
   std::string error;
-  const auto server = open_api(description, error);
+  // It goes on serving until the process ends, whatever is thrown here.
+  http_server *const server = open_api(description, error).release();
   if (!server) {
     say("{}", error);
     return exit_failed;
@@ -111,7 +112,7 @@ int run(lum_linux::node_description description, const command_line &chosen) {
   }
   auto &stop = *new stop_signal;  // its thread goes on to the end
 
-  const auto node = driver::start(description, chosen.alarm_tests, error);
+  driver *const node = driver::start(description, chosen.alarm_tests, error);
   if (!node) {
     say("{}", error);
     server->stop();

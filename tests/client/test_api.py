@@ -49,7 +49,9 @@ class Api(support.ShelfTest):
 
     def test_a_setting_that_there_is_not_is_named(self):
         name = self.cage.name.replace("/", "%2F")
-        for body, wrong in (('{"thresh": 2}', 'there is no "thresh" here'),
+        for body, wrong in (('{"thresh": 2}', 'there is no "thresh" here, expected one of enable, mode, '
+                             'p2_setting, setting_a, setting_b, sub1, sub_port, threshold '
+                             '(did you mean "threshold"?)'),
                             ('{"sub_port": 7}', '"sub_port" is 7, expected a number from 0 to 1'),
                             ('{"sub_port": 1}', "there is no setting in the body")):
             status, _, answer = self.ask("POST", f"/v1/ports/{name}/settings", body)

@@ -47,6 +47,12 @@ bool is_of_the_answer(const error_code &failed) {
          failed != http::error::end_of_stream;
 }
 
+// The driver took the connection and is gone.
+bool has_ended(const error_code &failed) {
+  return failed == http::error::end_of_stream || failed == net::error::eof ||
+         failed == net::error::connection_reset || failed == net::error::broken_pipe;
+}
+
 std::error_code as_standard(const error_code &failed) {
   if (failed == beast::error::timeout) return std::make_error_code(std::errc::timed_out);
   return failed;
@@ -89,6 +95,12 @@ api_result call(const std::string &socket, request_type request,
   const error_code failed = exchange(address.path(), request, patience, answer);
   if (is_of_the_answer(failed)) {
     return unreachable(why_no_answer(socket, "is none: " + failed.message()));
+  }
+  if (has_ended(failed) && request.method() == http::verb::post) {
+    return {outcome::refused, nullptr,
+            fmt::format("the driver at {} ended before it answered; its log says why, and what was "
+                        "asked for may be done in part",
+                        socket)};
   }
   if (failed) return unreachable(why_no_driver(socket, as_standard(failed), patience));
 

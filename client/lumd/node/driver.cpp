@@ -57,17 +57,15 @@ driver::driver(std::unique_ptr<lum_linux::platform> platform)
       cages_(platform_->node(), platform_->modules()),
       feed_(*this) {}
 
-std::unique_ptr<driver> driver::start(const lum_linux::node_description &node, bool alarm_tests,
-                                      std::string &error) {
+driver *driver::start(const lum_linux::node_description &node, bool alarm_tests,
+                      std::string &error) {
   auto platform = lum_linux::platform::start(node, error);
   if (!platform) return nullptr;
-  auto result = std::unique_ptr<driver>(new driver(std::move(platform)));
-  if (!start_library(*result->platform_, result->polling_, alarm_tests, result->restarted_, error))
-    return nullptr;
-  return result;
+  auto *const result = new driver(std::move(platform));
+  const bool good =
+      start_library(*result->platform_, result->polling_, alarm_tests, result->restarted_, error);
+  return good ? result : nullptr;
 }
-
-driver::~driver() { stop(); }
 
 void driver::bring_up() {
   troubles_.look(*this);
@@ -114,7 +112,6 @@ std::map<std::string, std::chrono::steady_clock::duration> driver::rounds() cons
 }
 
 void driver::stop() {
-  if (!platform_) return;
   platform_->modules().stop();
   for (const auto *port : node().ports()) {
     const auto module = platform_->modules().status(port->rsip);

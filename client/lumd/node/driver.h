@@ -23,11 +23,11 @@ class driver {
  public:
   // Starts the platform and the library; there are no ports yet. Returns null with `error` saying
   // what failed. SIGTERM and SIGINT are to be blocked before: the threads inherit it. With
-  // `alarm_tests` the library's hooks for injected alarms and readings are there.
-  static std::unique_ptr<driver> start(const lum_linux::node_description &node, bool alarm_tests,
-                                       std::string &error);
+  // `alarm_tests` the library's hooks for injected alarms and readings are there. What is returned
+  // lives until the process ends, for the library's threads and those that serve requests use it.
+  static driver *start(const lum_linux::node_description &node, bool alarm_tests,
+                       std::string &error);
 
-  ~driver();
   driver(const driver &) = delete;
   driver &operator=(const driver &) = delete;
 

@@ -49,12 +49,13 @@ template <typename Words>
 std::string_view nearest(std::string_view word, const Words &known) {
   std::string_view found;
   std::size_t least = std::numeric_limits<std::size_t>::max();
-  if (word.size() > longest_compared) return found;
   for (const auto &one : known) {
     const std::string_view candidate = one;
-    if (candidate.size() > longest_compared) continue;
+    const auto [shorter, longer] = std::minmax({word.size(), candidate.size()});
+    const std::size_t bound = longer / 3;
+    if (longer > longest_compared || longer - shorter > bound) continue;
     const std::size_t differs = distance(word, candidate);
-    if (differs < least && differs <= std::max(word.size(), candidate.size()) / 3) {
+    if (differs < least && differs <= bound) {
       least = differs;
       found = candidate;
     }
