@@ -11,8 +11,8 @@ namespace lum_json {
 inline constexpr int deepest = 32;
 
 // The document in `text`; discarded, with `why` ("is not valid JSON") saying what is wrong with it,
-// when it is not valid or has more than `deepest` arrays and objects in each other. What is too
-// deep is never built.
+// when it is not valid, gives a member twice or has more than `deepest` arrays and objects in each
+// other. What is too deep is never built.
 nlohmann::ordered_json read(std::string_view text, std::string &why);
 
 }  // namespace lum_json

@@ -75,6 +75,18 @@ class Api(support.ShelfTest):
             self.assertIn("http_names", body["error"])
             self.assertEqual(self.ask("GET", "/v1/ports", host=host)[0], 200, "its own socket")
 
+    def test_what_is_given_twice_is_refused(self):
+        name = self.cage.name.replace("/", "%2F")
+        status, _, answer = self.ask("POST", f"/v1/ports/{name}/settings",
+                                     '{"threshold": 2, "mode": 1, "threshold": 3}')
+        self.assertEqual(status, 400)
+        self.assertIn('has "threshold" twice', answer["error"])
+        for tcp in (False, True):
+            said = self.say(b"GET /v1/ports HTTP/1.1\r\nHost: localhost\r\nHost: evil.example\r\n"
+                            b"Connection: close\r\n\r\n", tcp=tcp)
+            self.assertIn(b" 400 ", said.split(b"\r\n")[0])
+            self.assertIn(b"more than one Host", said)
+
     def test_head_is_a_get_without_a_body(self):
         for tcp in (False, True):
             answer = self.say(b"HEAD /v1/ports HTTP/1.1\r\nHost: localhost\r\n"

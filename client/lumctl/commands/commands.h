@@ -8,6 +8,8 @@ namespace lumctl {
 // lumctl itself, with everything below it.
 command all_commands();
 
+command check_command();
+command explain_command();
 command show_commands();
 command port_commands();
 command set_command();

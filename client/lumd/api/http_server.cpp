@@ -84,7 +84,7 @@ struct http_server::core : std::enable_shared_from_this<http_server::core> {
         owners(chosen.connections),
         strangers(chosen.connections),
         // As many as there can be requests: nobody waits for another's.
-        handlers("lumd-http", {2 * chosen.connections, 0}) {}
+        handlers("lumd-http", {4 * chosen.connections, 0}) {}  // a thread outlives its reply
 
   const http_options options;
   connections owners;
@@ -175,6 +175,11 @@ class session : public std::enable_shared_from_this<session<Protocol, Core>>,
     head_ = request.method == "HEAD";
     if (head_) request.method = "GET";
     stream_.expires_never();
+    if (std::distance(message.equal_range(http::field::host).first,
+                      message.equal_range(http::field::host).second) > 1) {
+      send(refusal(400, "the request has more than one Host"), false);
+      return;
+    }
     if (is_stranger() &&
         !is_own_host(std::string(message[http::field::host]), core_->options.names)) {
       send(refusal(421, "this node has another name: see http_names in its description"), false);

@@ -101,6 +101,7 @@ void driver::create_ports() {
       good = CERR_IS_OK(create_missing_ports(*this, slot.number, instance)) && good;
     }
   }
+  brought_up_ = true;
   if (!good) say("the node is not complete; the API shows what there is");
 }
 

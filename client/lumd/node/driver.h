@@ -2,6 +2,7 @@
 // taken down within a bound.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <map>
 #include <memory>
@@ -55,6 +56,9 @@ class driver {
   // Whether the library's count of controllers keeps it from polling.
   const controller_count_watch &count() const { return count_; }
 
+  // Every port of the description has been asked for since the start.
+  bool is_brought_up() const { return brought_up_; }
+
   // How long ago each of the driver's own threads came round, by its name.
   std::map<std::string, std::chrono::steady_clock::duration> rounds() const;
 
@@ -69,6 +73,7 @@ class driver {
 
   std::unique_ptr<lum_linux::platform> platform_;
   bool restarted_ = false;
+  std::atomic<bool> brought_up_{false};
   std::chrono::system_clock::time_point started_ = std::chrono::system_clock::now();
   std::chrono::steady_clock::time_point started_at_ = std::chrono::steady_clock::now();
   slot_turns turns_;

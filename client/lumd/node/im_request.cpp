@@ -44,7 +44,7 @@ void im_request::sent(cerrno rc) {
 bool im_request::is_settled() const {
   const auto batches = account_.batches();
   return std::none_of(batches.begin(), batches.end(), [](const im_batch_report &one) {
-    return one.state == im_batch_state::waiting;
+    return one.state == im_batch_state::waiting || one.state == im_batch_state::completing;
   });
 }
 
@@ -81,6 +81,12 @@ std::string im_request::problem(std::chrono::milliseconds wait) const {
   }
   if (find(is(im_batch_state::dropped))) {
     return fmt::format("the interface manager dropped the {}: it will not be answered", what_);
+  }
+  if (find(is(im_batch_state::completing))) {
+    return fmt::format(
+        "the {} is not through: the interface manager has answered, and the library is still busy "
+        "with it, at the store or at a port",
+        what_);
   }
   if (find(is(im_batch_state::waiting))) {
     return wait.count() > 0

@@ -45,15 +45,6 @@ json show_traces() {
   return channels;
 }
 
-json count_states(driver &node) {
-  json counts = json::object();
-  for (const auto &[rsip, at] : look_at_ports(node)) {
-    const std::string name(name_of(lum_words::port_states, at.state));
-    counts[name] = counts.value(name, 0) + 1;
-  }
-  return counts;
-}
-
 json show_troubles(driver &node) {
   json shown = json::array();
   for (const trouble &one : troubles_of(node)) {
@@ -63,6 +54,15 @@ json show_troubles(driver &node) {
 }
 
 }  // namespace
+
+json count_states(driver &node) {
+  json counts = json::object();
+  for (const auto &[rsip, at] : look_at_ports(node)) {
+    const std::string name(name_of(lum_words::port_states, at.state));
+    counts[name] = counts.value(name, 0) + 1;
+  }
+  return counts;
+}
 
 json show_node(driver &node) {
   const lum_linux::node_description &description = node.node();

@@ -7,6 +7,9 @@ namespace lumd {
 
 class driver;
 
+// How many ports are in each state, by its name.
+json count_states(driver &node);
+
 // Waits for the disk.
 json show_node(driver &node);
 

@@ -85,6 +85,7 @@ class node_reader {
   void read_position(toml_table &table, place where, port_description &port);
   void read_module(toml_table &table, port_description &port);
   void read_module_file(toml_table &table, port_description &port);
+  void read_presence(toml_table &table, port_description &port);
   void read_i2c_module(toml_table &table, port_description &port);
   void read_led(toml_table &table, port_description &port);
 
@@ -247,10 +248,12 @@ void node_reader::read_module(toml_table &table, port_description &port) {
   const auto backend = table.text("backend", max_name_bytes, "file");
   if (backend && backend->value == "i2c-dev") {
     read_i2c_module(table, port);
+    read_presence(table, port);
   } else if (backend && (backend->value == "file" || backend->value == "simulated")) {
     port.module.backend =
         backend->value == "file" ? module_backend::file : module_backend::simulated;
     read_module_file(table, port);
+    if (port.module.backend == module_backend::file) read_presence(table, port);
   } else {
     if (backend) {
       problems_.add(
@@ -263,7 +266,26 @@ void node_reader::read_module(toml_table &table, port_description &port) {
     table.text("module", max_path_bytes, "");
     table.text("bus", max_path_bytes, "");
     table.integer("address", 0, 0x7F, 0);
+    table.text("presence", max_path_bytes, "");
+    table.text("presence_value", max_name_bytes, "");
   }
+}
+
+void node_reader::read_presence(toml_table &table, port_description &port) {
+  const bool has_value = table.has("presence_value");
+  const auto value = table.text("presence_value", max_name_bytes, "1");
+  if (!table.has("presence")) {
+    if (has_value && value) {
+      problems_.add(value->line,
+                    "'presence_value' says what 'presence' holds, expected 'presence'");
+    }
+    return;
+  }
+  const auto file = table.text("presence", max_path_bytes);
+  if (!file || !value) return;
+  port.module.presence = resolve(file->value);
+  port.module.presence_value = value->value;
+  want_folder_of("presence", port.module.presence, file->line);
 }
 
 void node_reader::read_module_file(toml_table &table, port_description &port) {

@@ -201,6 +201,7 @@ void interface_manager::core::answer(std::unique_lock<std::mutex> &lock,
   } catch (const std::bad_alloc &) {
     fail_without_memory(batch);
   }
+  if (batch.report) batch.report->state = im_batch_state::completing;
   lock.unlock();
   batch.complete(batch.reply->record(), batch.context);
   batch.reply.reset();

@@ -10,6 +10,11 @@ namespace {
 constexpr std::chrono::milliseconds presence_bound(250);
 constexpr std::chrono::milliseconds look_bound(1000);
 
+std::optional<presence_line> make_line(std::filesystem::path file, std::string value) {
+  if (file.empty()) return std::nullopt;
+  return presence_line(std::move(file), std::move(value));
+}
+
 }  // namespace
 
 class module_entry::memory_hold {
@@ -35,7 +40,8 @@ class module_entry::memory_hold {
 module_entry::module_entry(module_placement placement)
     : backend_(placement.backend),
       memory_(std::move(placement.memory)),
-      description_(std::move(placement.description)) {
+      description_(std::move(placement.description)),
+      line_(make_line(std::move(placement.presence), std::move(placement.presence_value))) {
   faults_.set(placement.faults);
 }
 
@@ -60,6 +66,7 @@ cerrno module_entry::carry_out(lock &held, transfer_kind kind, uint32_t page, ui
     if (faults_.met_empty_cage()) put_back();
     return module_absent;
   }
+  if (line_ && !there_) return module_absent;
   const transfer_plan plan = faults_.begin(kind);
   cerrno rc = wait_out_faults(held);
   if (rc == module_ok) rc = plan.refusal;
@@ -84,6 +91,10 @@ cerrno module_entry::access(lock &held, const std::function<cerrno()> &use) {
   uint64_t insertion = memory_insertion_;
   held.unlock();
   const cerrno rc = use();
+  if (line_) {
+    held.lock();
+    return rc == module_absent ? module_failing : rc;
+  }
   if (!was_there && rc != module_absent) insertion = memory_->insertion();
   held.lock();
   note(rc != module_absent, insertion, rc == module_absent ? place_code_ : module_ok);
@@ -106,7 +117,7 @@ module_status module_entry::status() {
   result.present = there_ && !pulled_ && !stopped_;
   result.known_at = known_at_;
   result.place_code = pulled_ ? module_ok : place_code_;
-  result.place = memory_->place();
+  result.place = line_ ? line_->file().native() : memory_->place();
   result.pulled = pulled_;
   result.insertion = insertion_;
   if (busy_) {
@@ -129,12 +140,21 @@ void module_entry::ask_presence(lock &held) {
   changed_.wait_for(held, presence_bound, [this] { return !busy_ || stopped_; });
   if (busy_ || stopped_) return;
   const memory_hold hold(*this, held);
+  if (line_) return ask_line(held);
   held.unlock();
   const bool there = memory_->present();
   const uint64_t insertion = there ? memory_->insertion() : 0;
   const cerrno place_code = there ? module_ok : memory_->place_code();
   held.lock();
   note(there, insertion, place_code);
+}
+
+void module_entry::ask_line(lock &held) {
+  held.unlock();
+  const presence_reading now = line_->read();
+  const uint64_t insertion = now.there ? memory_->insertion() : 0;
+  held.lock();
+  note(now.there, insertion, now.code);
 }
 
 // A module that has come, or another one in the place of the one known, is a new insertion.

@@ -8,11 +8,13 @@
 #include <filesystem>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <span>
 #include <string>
 
 #include "lum_linux/modules.h"
 #include "modules/fault_injector.h"
+#include "modules/presence_line.h"
 
 namespace lum_linux {
 
@@ -57,6 +59,7 @@ class module_entry {
   cerrno with_memory(const std::function<cerrno()> &use);
   cerrno wait_for_memory(lock &held);
   void ask_presence(lock &held);
+  void ask_line(lock &held);
   void note(bool there, uint64_t insertion, cerrno place_code = module_ok);
   void put_back();
   void count(transfer_kind kind, std::size_t bytes, cerrno rc, clock::time_point started);
@@ -64,6 +67,7 @@ class module_entry {
   const module_backend backend_;
   const std::unique_ptr<module_memory> memory_;
   const std::filesystem::path description_;
+  const std::optional<presence_line> line_;
 
   std::mutex mutex_;  // guards everything below
   std::condition_variable changed_;

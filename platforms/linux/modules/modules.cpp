@@ -37,6 +37,8 @@ bool place_simulated(const port_description &port, module_placement &placement,
 bool place(const port_description &port, module_placement &placement, std::string &error) {
   placement.rsip = port.rsip;
   placement.backend = port.module.backend;
+  placement.presence = port.module.presence;
+  placement.presence_value = port.module.presence_value;
   switch (port.module.backend) {
     case module_backend::i2c_dev:
       placement.memory = make_i2c_memory(port.module.i2c_bus, port.module.i2c_address);

@@ -70,7 +70,13 @@ struct im_behaviour {
   bool held = false;
 };
 
-enum class im_batch_state { waiting, answered, dropped, refused };
+enum class im_batch_state {
+  waiting,
+  completing,  // answered, and its completion is still running
+  answered,
+  dropped,
+  refused
+};
 
 // What has become of one batch.
 struct im_batch_report {

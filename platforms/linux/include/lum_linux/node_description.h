@@ -24,9 +24,11 @@ enum class module_backend {
 
 struct module_description {
   module_backend backend = module_backend::file;
-  std::filesystem::path file;     // file, simulated: absolute; a file not there is an empty cage
-  std::filesystem::path i2c_bus;  // i2c_dev: the bus device
-  uint32_t i2c_address = 0x50;    // i2c_dev: 7-bit address
+  std::filesystem::path file;      // file, simulated: absolute; a file not there is an empty cage
+  std::filesystem::path i2c_bus;   // i2c_dev: the bus device
+  uint32_t i2c_address = 0x50;     // i2c_dev: 7-bit address
+  std::filesystem::path presence;  // file, i2c_dev: what says whether there is a module, or empty
+  std::string presence_value;      // and what it holds while there is one
 };
 
 struct port_description {

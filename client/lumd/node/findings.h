@@ -1,0 +1,28 @@
+// What is wrong with the node, as far as the driver can tell.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "words/findings.h"
+#include "words/severities.h"
+
+namespace lumd {
+
+class driver;
+
+using lum_words::severity;
+
+struct finding {
+  severity how_bad = severity::warning;
+  std::string_view kind;  // a name of words/findings.h, or a port's state
+  std::string port;       // empty where it is the node's
+  std::string reason;
+};
+
+// The worst first, then in the order of the ports. What is as it should be is not among them: an
+// empty cage is no finding, nor is a port that nobody has created.
+std::vector<finding> findings_of(driver &node);
+
+}  // namespace lumd
