@@ -149,11 +149,11 @@ std::map<uint32_t, std::string> names_of(const node_description &node) {
 
 leds::leds(const node_description &node) : leds(node.led_directory, names_of(node)) {}
 
-leds::leds(fs::path root, std::map<uint32_t, std::string> names) : root_(std::move(root)) {
+leds::leds(fs::path root, const std::map<uint32_t, std::string> &names) : root_(std::move(root)) {
   const bool is_kernels = is_led_class(root_);
-  for (auto &[rsip, name] : names) {
+  for (const auto &[rsip, name] : names) {
     pair_of_leds &pair = pairs_[rsip];
-    pair.name = std::move(name);
+    pair.name = name;
     if (pair.name.empty()) continue;
     if (!is_kernels) make_led(green_of(root_, pair.name));
     if (!is_kernels) make_led(red_of(root_, pair.name));

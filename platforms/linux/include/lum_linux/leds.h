@@ -31,7 +31,7 @@ class leds {
   // Never fails: an LED that cannot be made or reached shows in the results of its calls.
   explicit leds(const node_description &node);
   // LEDs named by hand: rsip to name, an empty name for a port that has none.
-  leds(std::filesystem::path root, std::map<uint32_t, std::string> names);
+  leds(std::filesystem::path root, const std::map<uint32_t, std::string> &names);
 
   // Reads the state from what is there: 0 dark, 1 green, 3 red, 2 both. 2 (ENOENT) for a port
   // without an LED. On failure `*state` stays as it was.
