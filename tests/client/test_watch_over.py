@@ -19,8 +19,9 @@ class WatchOver(Actions):
         return self.check()[1]
 
     def test_nothing_is_wrong(self):
-        self.add_empty(slot=3)
+        empty = self.add_empty(slot=3)
         self.begin()
+        self.wait_for_state(empty, "empty")
         self.assertEqual(self.wait_for_check(0),
                          "LUM OK - nothing is wrong | ports=4 'empty'=1 'up'=3\n")
         self.assertEqual(self.driver.get("/v1/health")["findings"], [])
@@ -28,6 +29,8 @@ class WatchOver(Actions):
     def test_the_worst_comes_first(self):
         self.begin()
         self.wait_for_check(0)
+        self.assertIsNotNone(self.driver.wait_for(
+            lambda now: now[self.first.name]["temperature_c"] is not None, 20))
         self.does("inject", "alarm", f"{self.first.name}:0", "flag-12", "on")
         self.assertEqual(self.check(), (1, (
             f"LUM WARNING - port {self.first.name} alarm-raised: sub-port 0 has alarms: flag-12 "

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <map>
 #include <nlohmann/json.hpp>
 
 #include "lum.h"
@@ -56,10 +57,11 @@ json show_troubles(driver &node) {
 }  // namespace
 
 json count_states(driver &node) {
+  std::map<port_state, unsigned> found;
+  for (const auto &[rsip, at] : look_at_ports(node)) ++found[at.state];
   json counts = json::object();
-  for (const auto &[rsip, at] : look_at_ports(node)) {
-    const std::string name(name_of(lum_words::port_states, at.state));
-    counts[name] = counts.value(name, 0) + 1;
+  for (const auto &[state, count] : found) {
+    counts[std::string(name_of(lum_words::port_states, state))] = count;
   }
   return counts;
 }

@@ -273,16 +273,16 @@ void node_reader::read_module(toml_table &table, port_description &port) {
 
 void node_reader::read_presence(toml_table &table, port_description &port) {
   const bool has_value = table.has("presence_value");
+  const auto file = table.text("presence", max_path_bytes, "");
   const auto value = table.text("presence_value", max_name_bytes, "1");
-  if (!table.has("presence")) {
-    if (has_value && value) {
+  if (!file || !value) return;
+  if (file->value.empty()) {
+    if (has_value) {
       problems_.add(value->line,
-                    "'presence_value' says what 'presence' holds, expected 'presence'");
+                    "'presence_value' says what 'presence' holds, expected 'presence' too");
     }
     return;
   }
-  const auto file = table.text("presence", max_path_bytes);
-  if (!file || !value) return;
   port.module.presence = resolve(file->value);
   port.module.presence_value = value->value;
   want_folder_of("presence", port.module.presence, file->line);

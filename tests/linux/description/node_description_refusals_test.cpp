@@ -184,7 +184,14 @@ const std::vector<refusal> refusals = {
     {"UnknownPortKey",
      port("number = 1\nhandle = 1\nmodule = 'm'\ncolour = 1\n"),
      {"11: unknown key 'colour' in the port, expected one of number, name, handle, backend, "
-      "module, led"}},
+      "module, presence, presence_value, led"}},
+    {"PresenceValueAlone",
+     port("number = 1\nhandle = 1\nmodule = 'm'\npresence_value = '0'\n"),
+     {"11: 'presence_value' says what 'presence' holds, expected 'presence' too"}},
+    {"PresenceInNoFolder",
+     port("number = 1\nhandle = 1\nmodule = 'm'\npresence = '/none/line'\n"),
+     {"11: 'presence' names '/none/line' in a folder that is not there, expected the folder "
+      "'/none'"}},
     {"PortKeysMissing",
      port(""),
      {"7: missing key 'number' in the port, expected an integer from 0 to 255",
@@ -273,11 +280,11 @@ const std::vector<refusal> refusals = {
     {"KeyOfAnotherBackend",
      port("number = 1\nhandle = 1\nmodule = 'a'\naddress = 0x50\n"),
      {"11: unknown key 'address' in the port, expected one of number, name, handle, backend, "
-      "module, led"}},
+      "module, presence, presence_value, led"}},
     {"FileOfI2cBackend",
      port("number = 1\nhandle = 1\nbackend = 'i2c-dev'\nbus = '/dev/i2c-1'\nmodule = 'a'\n"),
      {"12: unknown key 'module' in the port, expected one of number, name, handle, backend, bus, "
-      "address, led"}},
+      "address, presence, presence_value, led"}},
     {"AddressOutOfRange",
      port("number = 1\nhandle = 1\nbackend = 'i2c-dev'\nbus = '/dev/i2c-1'\naddress = 0x78\n"),
      {"12: 'address' is 120, expected an integer from 3 to 119"}},

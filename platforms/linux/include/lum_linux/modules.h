@@ -57,12 +57,12 @@ struct module_placement {
   module_backend backend = module_backend::file;
   std::unique_ptr<module_memory> memory;
   std::filesystem::path description;  // simulated: read again by insert(); may be empty
+  fault_script faults;
   // Of the cage, when it has a presence line: the file, and what it holds while there is a module.
   // It alone says then whether there is one. An empty cage's memory is left alone, and a module
   // that does not answer in a filled one fails.
-  std::filesystem::path presence;
-  std::string presence_value;
-  fault_script faults;
+  std::filesystem::path presence{};
+  std::string presence_value{};
 };
 
 // Any thread may make any call at any time. Each module has a lock of its own that one transfer
