@@ -30,4 +30,9 @@ void print(std::string_view text) {
   throw std::system_error(code, std::generic_category(), "cannot write to standard output");
 }
 
+void complain(std::string_view text) {
+  std::fwrite(text.data(), 1, text.size(), stderr);
+  std::fflush(stderr);
+}
+
 }  // namespace lum_client

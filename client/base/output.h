@@ -9,4 +9,7 @@ namespace lum_client {
 // a word; whatever else stands against it is thrown as a std::system_error that says so.
 void print(std::string_view text);
 
+// Writes the text to standard error, as far as that takes it.
+void complain(std::string_view text);
+
 }  // namespace lum_client

@@ -55,7 +55,8 @@ std::optional<command_line> read_command_line(int argc, char **argv, int &status
     lum_client::print(answer.str());
   } catch (const CLI::ParseError &wrong) {
     const std::string unknown = complaint_of_option(app, argc, argv);
-    fmt::print(stderr, "lumd: {}; try --help\n", unknown.empty() ? wrong.what() : unknown);
+    lum_client::complain(
+        fmt::format("lumd: {}; try --help\n", unknown.empty() ? wrong.what() : unknown));
     status = exit_wrong_description;
   }
   return std::nullopt;

@@ -25,7 +25,7 @@ using namespace lumd;
 
 bool is_good(const lum_linux::description_result &result) {
   for (const auto &problem : result.problems) {
-    fmt::print(stderr, "{}\n", to_string(problem));
+    lum_client::complain(to_string(problem) + "\n");
   }
   return result.node.has_value();
 }
@@ -40,7 +40,7 @@ bool modules_are_good(const lum_linux::node_description &node) {
       continue;
     }
     for (const auto &problem : lum_linux::read_module_image(port->module.file).problems) {
-      fmt::print(stderr, "{}\n", to_string(problem));
+      lum_client::complain(to_string(problem) + "\n");
       good = false;
     }
   }

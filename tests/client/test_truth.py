@@ -74,6 +74,16 @@ class Answers(Actions):
                 self.does("port", "create", "1")
                 self.wait_for_state(self.second, "up")
 
+    def test_that_is_known_also_where_nobody_waits(self):
+        self.begin()
+        self.does("im", "drop", "1")
+        self.assertIn("dropped the replay", self.fails(1, "replay", "--wait", "0"))
+        self.does("replay")
+        self.does("im", "hold", "on")
+        done = run(LUMCTL, "--socket", self.shelf.socket, "port", "update", self.first.name, "up",
+                   "--wait", "0")
+        self.assertEqual((done.returncode, done.stdout), (0, "not answered yet\n"))
+
     def test_garbage_that_ends_the_driver(self):
         """The library takes it for a fatal inconsistency; who asked is told that the driver went."""
         self.begin()
@@ -129,9 +139,18 @@ class Readings(Monitored):
         self.assertIn("flag-10", waiting["raised"], "what was known last")
         self.assertIn("waiting for the next poll", self.says("show", "port", self.alarmed.name))
         self.assertIn("before the last poll was cleared", self.says("show", "alarms"))
+        self.assertIn("8 sub-ports wait for the next poll", self.says("show", "alarms"))
         self.driver.poll_once()
         self.assertIsNotNone(self.driver.wait_for(
             lambda _: not self.alarms(self.alarmed, 0)["waiting"], 10))
+
+    def test_alarms_do_not_wait_while_nothing_was_cleared(self):
+        self.begin()
+        end = time.monotonic() + 4
+        while time.monotonic() < end:
+            self.assertFalse(self.alarms(self.alarmed, 0)["waiting"])
+            self.assertIn(f'lum_alarm{{alarm="flag-10",port="{self.alarmed.name}"',
+                          self.driver_metrics())
 
     def test_alarms_that_nobody_told_of_are_not_known(self):
         self.start(held=True)
@@ -189,6 +208,40 @@ class Readings(Monitored):
 
 
 class Surroundings(Actions):
+    def test_a_node_in_another_rack_is_never_polled_and_says_so(self):
+        self.start("rack = 3")
+        first = self.first.name.replace("0/", "3/", 1)
+        ports = self.driver.wait_for(lambda now: now[first]["state"] == "stale", 5)
+        self.assertIn("rack 0 only", ports[first]["reason"])
+        for words in (("show", "ports"), ("show", "pm"), ("show", "alarms")):
+            self.assertIn("rack 0 only", self.says(*words))
+        self.assertFalse(self.does("set", first, "threshold=3")["module_written"])
+
+    def test_128_ports_are_told_what_ends_it(self):
+        for _ in range(125):
+            self.add_module("iivi-old-map", slot=3)
+        self.start()
+        self.assertRegex(self.driver.log.read_text(), "with 128 ports the library's count of controllers")
+        self.assertIsNotNone(self.driver.wait_for(
+            lambda _: "the deletion of one port ends that"
+            in ((self.driver.get("/v1/polling")["halt"] or {}).get("reason", "")), 60))
+        self.does("port", "delete", self.other.name)
+        self.assertIsNotNone(self.driver.wait_for(
+            lambda _: self.driver.get("/v1/polling")["halt"] is None, 20))
+
+    def test_a_folder_that_may_not_be_entered_is_no_module(self):
+        missing = self.add_empty(slot=3)
+        shut = self.shelf.folder / "shut"
+        shut.mkdir()
+        self.start(edit=lambda text: text.replace("modules/nothing", "shut/nothing"))
+        self.wait_for_state(missing, "empty")
+        shut.rmdir()
+        shut.write_text("no folder")
+        port = self.wait_for_state(missing, "failing")
+        self.assertEqual(port["reason"], f"{shut} cannot be reached: Not a directory")
+        self.assertNotIn(f"port {missing.name}: no module in the cage",
+                         self.driver.log.read_text().split("cannot be reached")[1])
+
     def states(self, cage, seconds):
         """Every state that the port shows within a time."""
         seen = set()

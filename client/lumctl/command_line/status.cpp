@@ -2,12 +2,13 @@
 
 #include <fmt/format.h>
 
+#include "base/output.h"
 #include "terminal/printable.h"
 
 namespace lumctl {
 
 int fail(int status, const std::string &why) {
-  fmt::print(stderr, "lumctl: {}\n", printable(why));
+  lum_client::complain(fmt::format("lumctl: {}\n", printable(why)));
   return status;
 }
 

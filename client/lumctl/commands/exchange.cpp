@@ -37,15 +37,15 @@ void print_as_json(const json &answer) {
   lum_client::print(answer.dump(2, ' ', false, json::error_handler_t::replace) + "\n");
 }
 
-int finish_change(const given &words, const json &reply, const printer &print,
-                  bool must_be_complete) {
+int finish_change(const given &words, const json &reply, const printer &print, enough wanted) {
   if (wants_json(words)) {
     print_as_json(reply);
   } else if (reply.at("result").is_object()) {
     lum_client::print(print(reply));
   }
-  const bool complete =
-      reply.at("complete").get<bool>() || (!must_be_complete && was_accepted(reply));
+  const bool complete = reply.at("complete").get<bool>() ||
+                        (wanted == enough::accepted && was_accepted(reply)) ||
+                        (wanted == enough::unanswered && reply.contains("pending"));
   return complete ? exit_done : fail(exit_refused, reply.at("reason").get<std::string>());
 }
 
@@ -74,7 +74,7 @@ int show(const session &now, const given &words, const std::string &target, cons
 }
 
 int change(const session &now, const given &words, const std::string &target, const json &body,
-           const printer &print, bool must_be_complete) {
+           const printer &print, enough wanted) {
   const api_result result = [&] {
     const auto wait = wait_of(body);
     const progress bar("waiting for the driver", wait);
@@ -82,7 +82,7 @@ int change(const session &now, const given &words, const std::string &target, co
   }();
   if (result.what != outcome::done) return fail_for(result);
   try {
-    return finish_change(words, *result.body, print, must_be_complete);
+    return finish_change(words, *result.body, print, wanted);
   } catch (const json::exception &) {
     return fail_for_missing_member();
   }
@@ -92,7 +92,7 @@ int change_and_wait(const session &now, const given &words, const std::string &t
                     const printer &print) {
   const double seconds = words.real(wait_name, usual_wait);
   body["wait_ms"] = static_cast<unsigned>(std::lround(seconds * 1000));
-  return change(now, words, target, body, print, seconds > 0);
+  return change(now, words, target, body, print, seconds > 0 ? enough::all : enough::unanswered);
 }
 
 bool wants_json(const given &words) { return words.has(json_option); }

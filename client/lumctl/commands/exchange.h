@@ -20,10 +20,16 @@ int fail_for_missing_member();
 // exit status.
 int show(const session &now, const given &words, const std::string &target, const printer &print);
 
-// Posts `body` to `target` and prints the reply likewise. What has not come about is a failure when
-// it `must_be_complete`. Returns the exit status.
+// What of a change has to have come about for a command to have succeeded.
+enum class enough {
+  all,
+  accepted,    // the driver has taken it, whatever is still to come
+  unanswered,  // all, or nothing stands against it but that it has not been answered yet
+};
+
+// Posts `body` to `target` and prints the reply likewise. Returns the exit status.
 int change(const session &now, const given &words, const std::string &target, const json &body,
-           const printer &print, bool must_be_complete = true);
+           const printer &print, enough wanted = enough::all);
 
 // The same for a command with the wait option: what has not come about is a failure unless nobody
 // wanted to wait for it.

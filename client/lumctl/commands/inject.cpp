@@ -36,7 +36,7 @@ std::string describe_injected(const json &reply) {
 
 // What is injected shows later when the port has no readings yet: that is no failure.
 int inject(const session &now, const given &words, const std::string &target, const json &body) {
-  return change(now, words, target, body, describe_injected, false);
+  return change(now, words, target, body, describe_injected, enough::accepted);
 }
 
 // Empty, or what is wrong with the text.

@@ -68,6 +68,7 @@ int delete_ports(const session &now, const given &words) {
 int update_port(const session &now, const given &words) {
   const std::string state = words.text("state");
   const printer print = [&state](const json &reply) -> std::string {
+    if (reply.contains("pending")) return "not answered yet\n";
     if (!reply.at("complete").get<bool>()) return {};
     return fmt::format("{}: {}\n", text_or_dash(reply.at("name")), state);
   };

@@ -52,8 +52,24 @@ record alarm_record(const json &interface) {
   if (interface.contains("waiting") && interface.at("waiting").get<bool>()) {
     result.note = "this was known before the last poll was cleared; the next one renews it";
   }
-  if (!interface.at("inserted").get<bool>()) result.note = "no module; this is what was known last";
+  if (!interface.at("inserted").get<bool>() && !interface.at("raised").is_null())
+    result.note = "no module; this is what was known last";
   return result;
+}
+
+// Of which sub-ports the alarms are not those of now.
+std::string describe_unknown(const json &answer) {
+  std::string text;
+  if (const auto unknown = answer.at("unknown").get<unsigned>(); unknown > 0) {
+    text += fmt::format("The alarms of {} are not known yet.\n",
+                        lum_wording::counted(unknown, "sub-port"));
+  }
+  if (const auto waiting = answer.at("waiting").get<unsigned>(); waiting > 0) {
+    text +=
+        fmt::format("Those of {} wait for the next poll: what is said of them was known before.\n",
+                    lum_wording::counted(waiting, "sub-port"));
+  }
+  return text;
 }
 
 }  // namespace
@@ -63,14 +79,13 @@ std::string describe_alarms(const json &answer, const style &output) {
   for (const json &interface : answer.at("interfaces")) {
     records.push_back(alarm_record(interface));
   }
-  const auto unknown = answer.at("unknown").get<unsigned>();
-  const std::string rest = (unknown == 0 ? ""
-                                         : fmt::format("The alarms of {} are not known yet.\n",
-                                                       lum_wording::counted(unknown, "sub-port"))) +
-                           describe_halt(answer.at("halt"));
+  const std::string rest = describe_unknown(answer) + describe_halt(answer.at("halt"));
   if (records.empty()) {
-    return fmt::format("no alarm is raised on any of {}\n{}",
-                       lum_wording::counted(answer.at("known").get<unsigned>(), "sub-port"), rest);
+    const auto known = answer.at("known").get<unsigned>();
+    return (known == 0 ? ""
+                       : fmt::format("no alarm is raised on any of {}\n",
+                                     lum_wording::counted(known, "sub-port"))) +
+           rest;
   }
   const std::vector<column> columns = {
       {"PORT"},          {"SUB", true},       {"CONTROLLER"},      {"SINCE S", true},

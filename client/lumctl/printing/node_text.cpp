@@ -51,8 +51,8 @@ std::string describe_store(const json &store) {
 }
 
 std::string describe_trace(const json &channel) {
-  std::string text = fmt::format("{}: {} lines", text_or_dash(channel.at("file")),
-                                 channel.at("lines").get<std::uint64_t>());
+  std::string text = fmt::format("{}: {}", text_or_dash(channel.at("file")),
+                                 counted(channel.at("lines").get<std::uint64_t>(), "line"));
   if (const auto failures = channel.at("failures").get<std::uint64_t>(); failures > 0) {
     text += fmt::format(", {} could not be written", failures);
   }

@@ -11,9 +11,9 @@ namespace lumctl {
 namespace {
 
 std::vector<column> pm_columns() {
-  return {{"PORT"},          {"SUB", true},     {"BIN"},       {"START"},
-          {"SAMPLES", true}, {"VALUE"},         {"NOW", true}, {"MINIMUM", true},
-          {"MAXIMUM", true}, {"AVERAGE", true}, {"UNIT"}};
+  return {{"PORT"},          {"SUB", true},     {"BIN"},           {"START"},
+          {"SAMPLES", true}, {"AGE S", true},   {"VALUE"},         {"LAST", true},
+          {"MINIMUM", true}, {"MAXIMUM", true}, {"AVERAGE", true}, {"UNIT"}};
 }
 
 struct unit {
@@ -22,8 +22,8 @@ struct unit {
   int digits;
   int average_digits;
 };
-// The module's own unit has no name.
-constexpr unit units[] = {{"microwatt", "uW", 1, 2}, {"dbm", "dBm", 1, 1}, {"value", "", 1, 2}};
+constexpr unit units[] = {
+    {"microwatt", "uW", 1, 2}, {"dbm", "dBm", 1, 1}, {"value", "module's", 1, 2}};
 
 row value_cells(const json &numbers, const std::string &name, const unit &shown) {
   const auto number = [&](const char *kind, int digits) {
@@ -71,7 +71,8 @@ void add_bin(const json &interface, const json &bin, std::vector<row> &rows) {
                {text_or_dash(bin.at("length")) + (bin.at("partial").get<bool>() ? " part" : "") +
                 (bin.at("tested").get<bool>() ? " test" : "")},
                {text_or_dash(bin.at("start"))},
-               {fmt::format("{}", bin.at("samples").get<std::uint64_t>())}};
+               {fmt::format("{}", bin.at("samples").get<std::uint64_t>())},
+               {interface.contains("age_s") ? number_or_dash(interface.at("age_s"), 0) : "-"}};
   for (const auto &[name, value] : values_of(bin)) {
     for (const unit &shown : units) {
       if (!value.contains(shown.member)) continue;

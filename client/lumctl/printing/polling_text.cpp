@@ -26,7 +26,8 @@ std::string describe_polling(const json &polling) {
   }
   if (polling.at("running").get<bool>()) text += ", the next is running";
   if (const json &halt = polling.at("halt"); halt.is_object()) {
-    text += "; not polled: " + text_or_dash(halt.at("reason"));
+    text += fmt::format("; not polled for {} s: {}", number_or_dash(halt.at("for_s"), 0),
+                        text_or_dash(halt.at("reason")));
   }
   return text;
 }

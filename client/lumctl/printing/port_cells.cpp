@@ -50,6 +50,7 @@ cell age_cell(const json &port) {
 bool has_old_readings(const json &port) {
   const json &state = port.at("state");
   return state == name_of(lum_words::port_states, lum_words::port_state::stale) ||
+         state == name_of(lum_words::port_states, lum_words::port_state::going) ||
          state == name_of(lum_words::port_states, lum_words::port_state::failing) ||
          state == name_of(lum_words::port_states, lum_words::port_state::upgrading);
 }

@@ -24,6 +24,11 @@ std::string with_unit(const json &port, const char *name, int digits, const char
                      is_implausible(port, name) ? not_plausible : "");
 }
 
+std::string describe_memory_map(const json &is_new) {
+  if (is_new.is_null()) return {};
+  return is_new.get<bool>() ? ", newer memory map" : ", older memory map";
+}
+
 std::string describe_vendor(const json &vendor) {
   const auto field = [&vendor](const char *name) { return text_or_dash(vendor.at(name)); };
   return line("Vendor", fmt::format("{} (OUI {})", field("name"), field("oui"))) +
@@ -173,9 +178,7 @@ std::string describe_led(const json &port, const style &where) {
 // What is known of the module.
 std::string describe_condition(const json &port) {
   return describe_vendor(port.at("vendor")) +
-         line("Firmware",
-              firmware_text(port) + (port.at("new_memmap").get<bool>() ? ", newer memory map"
-                                                                       : ", older memory map")) +
+         line("Firmware", firmware_text(port) + describe_memory_map(port.at("new_memmap"))) +
          line("Temperature", with_unit(port, "temperature_c", 2, "C")) +
          line("Supply", with_unit(port, "supply_v", 4, "V")) + line("DOM", describe_dom(port)) +
          line("Flags", describe_flags(port)) + describe_raised(port.at("raised")) +

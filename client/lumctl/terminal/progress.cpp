@@ -1,4 +1,5 @@
 #include "terminal/progress.h"
+#include "base/output.h"
 
 #include <fmt/format.h>
 #include <unistd.h>
@@ -41,12 +42,11 @@ void progress::run() {
   do {
     const auto passed =
         std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - started);
-    fmt::print(stderr, "\r[{}] {}, {:.0f} s\x1b[K", progress_bar(passed, longest_, bar_width),
-               what_, std::chrono::duration<double>(passed).count());
-    std::fflush(stderr);
+    lum_client::complain(fmt::format("\r[{}] {}, {:.0f} s\x1b[K",
+                                     progress_bar(passed, longest_, bar_width), what_,
+                                     std::chrono::duration<double>(passed).count()));
   } while (!wait(between));
-  fmt::print(stderr, "\r\x1b[K");
-  std::fflush(stderr);
+  lum_client::complain("\r\x1b[K");
 }
 
 // Returns whether it is over.

@@ -121,7 +121,7 @@ void add_sub_port(driver &node, const metric_labels &port, const port_snapshot &
   if (!at.polled) return;
   add_readings(labels, copy.data.dom[number], page);
   const auto fed = node.feed().fed(controller.ifhandle);
-  if (!fed || *fed < at.polled->started) return;
+  if (!fed || *fed < at.begun) return;
   if (const auto stored = lum_linux::ptah_find(controller.ifhandle)) {
     add_alarms(labels, number, *stored, page);
   }

@@ -53,7 +53,7 @@ std::string hand_on(driver &node, const port_copy &port, const controller_place 
   if (controller.created == 0 || port.data.inserted == 0 || !poll) {
     return "it shows once the port's module has been polled";
   }
-  const cerrno rc = node.feed().hand_on(port, place.sub_port, *poll);
+  const cerrno rc = node.feed().hand_on(port, place.sub_port, *poll, true);
   return CERR_IS_OK(rc) ? "" : "it shows with the next polling cycle";
 }
 

@@ -43,6 +43,11 @@ void cage_watch::renew(uint32_t rsip) {
   cages_[rsip].begun = clock::now();
 }
 
+void cage_watch::forget_all() {
+  std::lock_guard lock(mutex_);
+  for (auto &[rsip, one] : cages_) one.begun = clock::time_point::max();
+}
+
 void cage_watch::renew_all() {
   std::lock_guard lock(mutex_);
   for (auto &[rsip, one] : cages_) one.begun = clock::now();
@@ -70,7 +75,9 @@ void cage_watch::look_at(const lum_linux::port_description &port) {
 
   const cage before = seen(rsip);
   const bool is_another = module->present && module->insertion != before.insertion;
-  tell_operator(port.name, before.present, module->present, is_another);
+  if (module->place_code == 0) {
+    tell_operator(port.name, before.present, module->present, is_another);
+  }
 
   // The library takes a cage for filled each time its controllers are confirmed, so what it
   // believes is compared, not only what has changed in the cage.

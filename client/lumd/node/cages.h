@@ -17,7 +17,7 @@ namespace lumd {
 struct cage {
   // Polls from then on are of the module that is there, and nothing has cleared what they stored.
   std::chrono::steady_clock::time_point begun{};
-  bool present = true;      // the library takes it for that too
+  bool present = true;      // until it has been looked into
   uint64_t insertion = 0;   // of the module whose identity was asked for last
   bool being_read = false;  // the identity of a module that has just come
 };
@@ -31,6 +31,8 @@ class cage_watch {
   void begin(uint32_t rsip);
   // It has read that, or has cleared what it had polled: what counts is polled from now on.
   void renew(uint32_t rsip);
+  // It is about to clear what it has polled of every port: until renew_all() no poll counts.
+  void forget_all();
   void renew_all();
 
   // Looks at every cage once. Waits a moment for modules that do not answer; what the library reads

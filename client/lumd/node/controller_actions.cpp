@@ -71,6 +71,7 @@ outcome<action_report> update_port(driver &node, const lum_linux::port_descripti
   request.sent(report.rc);
   wait_for_answers(node, deadline, [&] { return request.is_settled(); });
   report.missing = request.problem(wait);
+  report.pending = request.is_pending();
   if (report.missing.empty() && !are_updated(before, controllers_of(node, port.rsip), state)) {
     report.missing = "the interface manager does not have the controllers that it was told of";
   }
@@ -78,15 +79,15 @@ outcome<action_report> update_port(driver &node, const lum_linux::port_descripti
 }
 
 outcome<replay_report> replay_controllers(driver &node, wait_time wait) {
-  const auto deadline = clock::now() + wait;
   replay_report report;
   auto turn = node.turns().take_all(std::max<wait_time>(wait, wait_time(1000)));
   if (!turn) return not_now("a creation or deletion of ports is under way");
+  const auto deadline = clock::now() + wait;
   im_request request(node, "replay");
   {
     // The library clears what it has polled of every port.
     const auto held = node.feed().hold();
-    node.cages().renew_all();
+    node.cages().forget_all();
     report.rc = lum_replay_controllers();
     node.cages().renew_all();
   }
@@ -96,6 +97,7 @@ outcome<replay_report> replay_controllers(driver &node, wait_time wait) {
   count_confirmed(node, report);
   if (!request.is_good()) report.confirmed = 0;  // the library takes over all of them, or none
   report.missing = request.problem(wait);
+  report.pending = request.is_pending();
   if (report.missing.empty() && report.confirmed != report.controllers) {
     report.missing = fmt::format("the interface manager has confirmed {} of {} controllers",
                                  report.confirmed, report.controllers);

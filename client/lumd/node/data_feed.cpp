@@ -32,12 +32,13 @@ std::optional<std::chrono::steady_clock::time_point> data_feed::fed(uint32_t ifh
   return found == fed_.end() ? std::nullopt : std::optional(found->second);
 }
 
-cerrno data_feed::hand_on(const port_copy &port, std::size_t sub_port, const module_poll &poll) {
+cerrno data_feed::hand_on(const port_copy &port, std::size_t sub_port, const module_poll &poll,
+                          bool for_test) {
   const uint32_t ifhandle = port.data.sub_port[sub_port].ifhandle;
   const auto &offsets = port.data.test[sub_port].pm_test_offsets;
   const bool tested = std::any_of(std::begin(offsets), std::end(offsets),
                                   [](uint16_t offset) { return offset != 0; });
-  lum_linux::pm_values_are_tested(ifhandle, tested);
+  lum_linux::pm_values_are_tested(ifhandle, tested || for_test);
   const cerrno rc = lum_update_pm_ptah_data(ifhandle);
   if (!CERR_IS_OK(rc)) return rc;
   const std::lock_guard lock(mutex_);

@@ -29,8 +29,10 @@ class data_feed {
   // changes what it adds to it.
   [[nodiscard]] std::unique_lock<std::mutex> hold() { return std::unique_lock(feeding_); }
 
-  // Hands on to one controller what `poll` has stored. The caller holds the feed.
-  cerrno hand_on(const port_copy &port, std::size_t sub_port, const module_poll &poll);
+  // Hands on to one controller what `poll` has stored. The caller holds the feed. What goes out for
+  // a test is marked as that, also when the test adds nothing.
+  cerrno hand_on(const port_copy &port, std::size_t sub_port, const module_poll &poll,
+                 bool for_test = false);
 
   // When the poll that a controller was fed with last ended; nothing before the first.
   std::optional<std::chrono::steady_clock::time_point> fed(uint32_t ifhandle) const;

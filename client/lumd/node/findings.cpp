@@ -109,7 +109,7 @@ void add_alarms(driver &node, const port_description &port, const port_snapshot 
   for (std::size_t i = 0; i < LUM_SUB_PORTS; ++i) {
     const uint32_t ifhandle = at.copy->data.sub_port[i].ifhandle;
     const auto fed = node.feed().fed(ifhandle);
-    if (!fed || *fed < at.polled->started) continue;
+    if (!fed || *fed < at.begun) continue;
     const auto stored = lum_linux::ptah_find(ifhandle);
     if (!stored || stored->all.bitmap == 0) continue;
     found.add(severity::warning, finding_id::alarm_raised,

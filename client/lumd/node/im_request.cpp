@@ -48,6 +48,16 @@ bool im_request::is_settled() const {
   });
 }
 
+bool im_request::is_pending() const {
+  const auto batches = account_.batches();
+  const auto is_no_failure = [](const im_batch_report &one) {
+    return one.code == 0 && !one.empty && one.state != im_batch_state::dropped &&
+           one.state != im_batch_state::refused;
+  };
+  return CERR_IS_OK(rc_) && !is_settled() &&
+         std::all_of(batches.begin(), batches.end(), is_no_failure);
+}
+
 bool im_request::is_good() const {
   const auto batches = account_.batches();
   return CERR_IS_OK(rc_) &&

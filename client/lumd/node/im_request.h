@@ -22,6 +22,8 @@ class im_request {
 
   // No answer is to be waited for any more.
   bool is_settled() const;
+  // Nothing has failed as yet, and answers are missing.
+  bool is_pending() const;
   // Everything was answered, and nothing has failed.
   bool is_good() const;
 

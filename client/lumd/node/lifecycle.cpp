@@ -214,9 +214,9 @@ std::string reason_against_deletion(driver &node, const port_list &ports) {
 }
 
 outcome<lifecycle_report> delete_existing(driver &node, const port_list &ports, wait_time wait) {
-  const auto deadline = clock::now() + wait;
   auto mine = turn_at(node, slots_for_deletion(node, ports), wait);
   if (!mine) return no_turn();
+  const auto deadline = clock::now() + wait;
   if (const auto reason = reason_against_deletion(node, ports); !reason.empty()) {
     return not_now(reason);
   }
@@ -230,6 +230,7 @@ outcome<lifecycle_report> delete_existing(driver &node, const port_list &ports, 
   });
   lifecycle_report report =
       report_on(node, rc, ports, those_not(ports, is_gone), "deletion", request.problem(wait));
+  report.pending = request.is_pending();
   if (report.missing.empty()) report.missing = left_in_store(ports);
   return report;
 }
@@ -277,9 +278,9 @@ outcome<lifecycle_report> create_ports(driver &node, uint32_t slot,
   const auto places = find_instances(node, slot, instance, refused);
   if (places.empty()) return refused;
 
-  const auto deadline = clock::now() + wait;
   auto mine = turn_at(node, {slot}, wait);
   if (!mine) return no_turn();
+  const auto deadline = clock::now() + wait;
   port_list missing;
   for (const port_description *port : ports_of(places)) {
     const auto copy = copy_port(port->rsip);
@@ -301,8 +302,10 @@ outcome<lifecycle_report> create_ports(driver &node, uint32_t slot,
     return request.is_settled() &&
            (!request.is_good() || those_not(missing, is_created_now).empty());
   });
-  return report_on(node, rc, missing, those_not(missing, is_created_now), "creation",
-                   request.problem(wait));
+  lifecycle_report report = report_on(node, rc, missing, those_not(missing, is_created_now),
+                                      "creation", request.problem(wait));
+  report.pending = request.is_pending();
+  return report;
 }
 
 outcome<lifecycle_report> delete_ports(driver &node, const port_list &ports, wait_time wait) {

@@ -22,8 +22,9 @@ struct refusal {
 
 // What the report of everything that changes something begins with.
 struct action_report {
-  cerrno rc = 0;        // what the library or the platform answered
-  std::string missing;  // why not everything asked for has come about; empty when it has
+  cerrno rc = 0;         // what the library or the platform answered
+  std::string missing;   // why not everything asked for has come about; empty when it has
+  bool pending = false;  // nothing stands against it but that it has not been answered yet
 };
 
 template <typename Report>

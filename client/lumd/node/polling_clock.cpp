@@ -91,7 +91,8 @@ polling_report polling_clock::report() {
   const bool paused = ::access(pause_switch, F_OK) == 0;
   std::lock_guard lock(mutex_);
   end_when_quiet(clock::now());
-  return {cycles_, running_, inside_, paused, clock::now() - last_activity_, current_, last_};
+  return {cycles_,    running_, inside_, paused, clock::now() - last_activity_,
+          last_rsip_, current_, last_};
 }
 
 std::optional<module_poll> polling_clock::last_poll(uint32_t rsip) {

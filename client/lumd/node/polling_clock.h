@@ -37,6 +37,7 @@ struct polling_report {
   bool paused = false;  // the switch that pauses all polling is set
   // Since the last call of the polling thread ended, or this clock began.
   std::chrono::steady_clock::duration quiet_for{};
+  uint32_t visited = 0;               // the port that was visited last, or is now
   polling_cycle current;              // while it is running
   std::optional<polling_cycle> last;  // the latest that has ended
 };

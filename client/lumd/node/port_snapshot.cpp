@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "node/driver.h"
 #include "node/polling_halt.h"
 
@@ -48,8 +50,9 @@ bool is_stale(driver &node, clock::duration unpolled) {
 }
 
 // How long the module that is there has not been polled.
-clock::duration unpolled_for(driver &node, const port_description &port, const port_snapshot &at) {
-  return clock::now() - (at.polled ? at.polled->ended : node.cages().seen(port.rsip).begun);
+clock::duration unpolled_for(const port_snapshot &at) {
+  const auto now = clock::now();
+  return now - std::min(at.polled ? at.polled->ended : at.begun, now);
 }
 
 port_state judge(driver &node, const port_description &port, const port_snapshot &at) {
@@ -58,11 +61,14 @@ port_state judge(driver &node, const port_description &port, const port_snapshot
   if (!is_created(*at.copy)) return port_state::coming_up;
   if (at.module.busy_for > hung_after || at.module.place_code != 0) return port_state::failing;
   if (is_known(at.module) && !at.module.present) return port_state::empty;
-  if (node.cages().seen(port.rsip).being_read) return port_state::coming_up;
+  const cage seen = node.cages().seen(port.rsip);
+  const bool is_another = is_known(at.module) && at.module.insertion != seen.insertion;
+  if (seen.being_read || is_another) return port_state::coming_up;
   if (at.copy->data.inserted == 0) return port_state::empty;
   if (node.platform().fw_upgrade(port.rsip) != 0) return port_state::upgrading;
   if (last_transfer_failed(at.module)) return port_state::failing;
-  return is_stale(node, unpolled_for(node, port, at)) ? port_state::stale : port_state::up;
+  if (node.node().rack != 0) return port_state::stale;
+  return is_stale(node, unpolled_for(at)) ? port_state::stale : port_state::up;
 }
 
 std::string why_failing(const module_status &module) {
@@ -77,17 +83,16 @@ std::string why_failing(const module_status &module) {
                      cerr_strerror(module.statistics.last_error));
 }
 
-std::string why_stale(driver &node, const port_description &port, const port_snapshot &at) {
+std::string why_stale(driver &node, const port_snapshot &at) {
   const auto halt = halt_of(node);
-  return fmt::format(
-      "the module has not been polled for {} s: {}",
-      std::chrono::duration_cast<std::chrono::seconds>(unpolled_for(node, port, at)).count(),
-      node.node().rack != 0 ? "the library reaches modules in rack 0 only"
-      : halt                ? halt->reason
-                            : "polling has not come to it");
+  return fmt::format("the module has not been polled for {} s: {}",
+                     std::chrono::duration_cast<std::chrono::seconds>(unpolled_for(at)).count(),
+                     node.node().rack != 0 ? "the library reaches modules in rack 0 only"
+                     : halt                ? halt->reason
+                                           : "polling has not come to it");
 }
 
-std::string reason_for(driver &node, const port_description &port, const port_snapshot &at) {
+std::string reason_for(driver &node, const port_snapshot &at) {
   switch (at.state) {
     case port_state::absent:
       return "the port has not been created, or has been deleted";
@@ -103,7 +108,7 @@ std::string reason_for(driver &node, const port_description &port, const port_sn
     case port_state::failing:
       return why_failing(at.module);
     case port_state::stale:
-      return why_stale(node, port, at);
+      return why_stale(node, at);
     case port_state::up:
       return "";
   }
@@ -115,11 +120,14 @@ port_snapshot snapshot(driver &node, const port_description &port, const valid_p
   port_snapshot at;
   at.copy = std::move(copy);
   at.module = node.platform().modules().status(port.rsip).value_or(module_status());
+  const cage seen = node.cages().seen(port.rsip);
+  const bool is_the_one_read = at.module.present && at.module.insertion == seen.insertion;
+  at.begun = seen.begun;
   at.is_filled =
-      at.copy && at.copy->data.inserted != 0 && (at.module.present || !is_known(at.module));
+      at.copy && at.copy->data.inserted != 0 && (is_the_one_read || !is_known(at.module));
   if (at.is_filled) at.polled = poll_in_copy(before, valid_poll_of(node, port.rsip));
   at.state = judge(node, port, at);
-  at.reason = reason_for(node, port, at);
+  at.reason = reason_for(node, at);
   at.since = node.states().seen(port.rsip, at.state);
   return at;
 }

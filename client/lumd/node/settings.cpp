@@ -83,8 +83,8 @@ outcome<settings_report> change_settings(driver &node, const lum_linux::port_des
   }
   report.ifhandle = ifhandle;
   report.change_bits = changed_bits;
-  report.module_written =
-      after->data.transceiver_disabled == 0 && failed_transfers(node, port.rsip) == failed_before;
+  report.module_written = node.node().rack == 0 && after->data.transceiver_disabled == 0 &&
+                          failed_transfers(node, port.rsip) == failed_before;
   report.stored = after->data.port_cfg[sub_port];
   return report;
 }

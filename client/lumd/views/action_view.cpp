@@ -35,6 +35,7 @@ void conclude(json &reply, bool complete, const std::string &reason) {
 
 void conclude(json &reply, const action_report &report) {
   conclude(reply, report.missing.empty(), report.missing);
+  if (report.pending) reply["pending"] = true;
 }
 
 json show_action(const action_report &report) {

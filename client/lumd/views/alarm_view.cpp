@@ -42,6 +42,8 @@ json show_raise_counts(const ptah_al_all &all) {
 json show_sub_port(driver &node, const lum_linux::port_description &port, const port_copy &copy,
                    std::size_t sub_port) {
   const uint32_t ifhandle = copy.data.sub_port[sub_port].ifhandle;
+  // Before what is stored: an old bitmap must not have a new age.
+  const json told = show_told(node, port.rsip, ifhandle);
   const auto stored = ifhandle == 0 ? std::nullopt : lum_linux::ptah_find(ifhandle);
   if (!stored) return nullptr;
   json shown = {{"port", port.name},
@@ -52,7 +54,6 @@ json show_sub_port(driver &node, const lum_linux::port_description &port, const 
                 {"bitmap", stored->all.bitmap},
                 {"raised", alarm_names(stored->all.bitmap)},
                 {"injected", alarm_names(copy.data.test[sub_port].test_alarm_bits)}};
-  const json told = show_told(node, port.rsip, ifhandle);
   if (told.is_null()) {
     shown["bitmap"] = nullptr;
     shown["raised"] = nullptr;
@@ -95,8 +96,7 @@ json show_offsets(const lum_test_injection &injection) {
 json show_told(driver &node, uint32_t rsip, uint32_t ifhandle) {
   const auto fed = node.feed().fed(ifhandle);
   if (!fed) return nullptr;
-  const auto poll = poll_of(node, rsip);
-  return {{"alarms_age_s", seconds_since(*fed)}, {"waiting", !poll || *fed < poll->started}};
+  return {{"alarms_age_s", seconds_since(*fed)}, {"waiting", *fed < node.cages().seen(rsip).begun}};
 }
 
 json alarm_names(uint64_t bitmap) {
@@ -111,17 +111,20 @@ json show_alarms(driver &node, bool all) {
   json interfaces = json::array();
   std::size_t known = 0;
   std::size_t unknown = 0;
+  std::size_t waiting = 0;
   each_sub_port(node.node().ports(),
                 [&](const auto &port, const port_copy &copy, std::size_t sub_port) {
                   json shown = show_sub_port(node, port, copy, sub_port);
                   if (shown.is_null()) return;
                   ++(shown["bitmap"].is_null() ? unknown : known);
+                  if (shown.contains("waiting") && shown["waiting"] == true) ++waiting;
                   const bool is_raised = !shown["bitmap"].is_null() && shown["bitmap"] != 0;
                   if (all || is_raised) interfaces.push_back(std::move(shown));
                 });
   return {{"interfaces", std::move(interfaces)},
           {"known", known},
           {"unknown", unknown},
+          {"waiting", waiting},
           {"halt", show_halt(node)},
           {"kinds", show_kinds()}};
 }

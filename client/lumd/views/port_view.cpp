@@ -25,14 +25,21 @@ namespace {
 
 using lum_linux::module_status;
 
+// Nobody has read it when all of it is empty.
+bool is_read(const lum_vendor_info &vendor) {
+  return vendor.vendor_name[0] != '\0' || vendor.vendor_part_number[0] != '\0' ||
+         vendor.vendor_serial_number[0] != '\0';
+}
+
 json show_vendor(const lum_vendor_info &vendor) {
   return {{"name", text_of(vendor.vendor_name)},
           {"part", text_of(vendor.vendor_part_number)},
           {"serial", text_of(vendor.vendor_serial_number)},
           {"revision", text_of(vendor.vendor_rev)},
           {"date", text_of(vendor.vendor_date_code)},
-          {"oui", fmt::format("{:02x}.{:02x}.{:02x}", vendor.vendor_oui[0], vendor.vendor_oui[1],
-                              vendor.vendor_oui[2])},
+          {"oui", !is_read(vendor) ? ""
+                                   : fmt::format("{:02x}.{:02x}.{:02x}", vendor.vendor_oui[0],
+                                                 vendor.vendor_oui[1], vendor.vendor_oui[2])},
           {"extra_code", text_of(vendor.vendor_extra_code)},
           {"extra_id", text_of(vendor.vendor_extra_id)}};
 }
@@ -229,7 +236,10 @@ json show_port(driver &node, const lum_linux::port_description &port, const port
   shown["sub_ports"] = json::array();
   if (!at.copy) return shown;
   shown["inserted"] = at.is_filled;
-  shown["new_memmap"] = at.copy->data.new_memmap != 0;
+  shown["new_memmap"] = nullptr;
+  if (at.is_filled && at.copy->data.vendor.fw_version != 0) {
+    shown["new_memmap"] = at.copy->data.new_memmap != 0;
+  }
   add_module_data(at, shown);
   shown["dom"] = show_dom(at);
   add_upkeep(*at.copy, shown);

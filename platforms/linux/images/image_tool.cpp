@@ -24,13 +24,14 @@ constexpr int failed = 1;
 constexpr int bad_usage = 2;
 
 int complain(const std::string &message) {
-  fmt::print(stderr, "lum-module-image: {}\n", message);
+  std::fputs(("lum-module-image: " + message + "\n").c_str(), stderr);
   return failed;
 }
 
 int make_image(const fs::path &description, const fs::path &output) {
   const image_result result = read_module_image(description);
-  for (const auto &problem : result.problems) fmt::print(stderr, "{}\n", to_string(problem));
+  for (const auto &problem : result.problems)
+    std::fputs((to_string(problem) + "\n").c_str(), stderr);
   if (!result.image) return failed;
   std::string error;
   return write_module_image(*result.image, output, error) ? ok : complain(error);

@@ -56,7 +56,7 @@ cerrno interface_manager::core::accept(im_batch batch) {
   }
   {
     const std::lock_guard lock(mutex);
-    if (batch.report) account_of_this_thread()->batches_.push_back(batch.report);
+    if (batch.report) account_of_this_thread()->batches_.push_back(batch.report);  // may throw
     if (stopping_) return refused(batch, ESHUTDOWN);
     if (refuse.take()) {
       ++statistics.refused;

@@ -201,7 +201,8 @@ cerrno leds::get(pair_of_leds &pair, uint32_t &state) {
   cerrno rc = is_lit(led, green);
   if (rc == 0) rc = is_lit(led = red_of(root_, pair.name), red);
   // An LED that can be read is not one that can be set.
-  if (rc != 0 || !pair.wanted) note(pair, rc, led);
+  const bool was_set_in_vain = pair.trouble && pair.trouble->wanted;
+  if (!was_set_in_vain && (rc != 0 || !pair.wanted)) note(pair, rc, led);
   if (rc != 0) return rc;
   for (const look &known : looks) {
     if (known.green == green && known.red == red) state = known.state;

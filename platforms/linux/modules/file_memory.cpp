@@ -106,15 +106,16 @@ cerrno file_memory::write(uint32_t page, uint32_t offset, uint8_t value) {
 bool file_memory::present() {
   cerrno code = module_ok;
   const unique_fd fd = open(O_RDONLY, code);
-  if (!fd) return code != module_absent;
+  if (!fd) return code != module_absent && place_code() == module_ok;
   uint8_t first = 0;
   return read_at(fd.get(), 0, {&first, 1}) != module_absent;
 }
 
 cerrno file_memory::place_code() {
-  return file_.has_parent_path() && ::access(file_.parent_path().c_str(), X_OK) != 0
-             ? static_cast<cerrno>(errno)
-             : module_ok;
+  const std::filesystem::path folder = file_.has_parent_path() ? file_.parent_path() : ".";
+  const unique_fd fd(::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (!fd || ::faccessat(fd.get(), ".", X_OK, AT_EACCESS) != 0) return static_cast<cerrno>(errno);
+  return module_ok;
 }
 
 // A file put in another's place has another inode or, where the number is used again, another time

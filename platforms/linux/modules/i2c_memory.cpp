@@ -45,9 +45,9 @@ class open_bus {
   open_bus(const open_bus &) = delete;
   open_bus &operator=(const open_bus &) = delete;
 
-  // Why the bus could not be opened, as errno and as what a transfer makes of it.
+  // Why the bus could not be opened, as errno and as what a transfer makes of it: no module.
   cerrno error() const { return error_; }
-  cerrno code() const { return error_ == ENOENT ? module_absent : error_; }
+  cerrno code() const { return error_ != 0 ? module_absent : module_ok; }
 
   cerrno read(uint8_t offset, std::span<uint8_t> out) {
     std::array<i2c_msg, 2> messages = {{

@@ -96,8 +96,9 @@ cerrno module_entry::access(lock &held, const std::function<cerrno()> &use) {
     return rc == module_absent ? module_failing : rc;
   }
   if (!was_there && rc != module_absent) insertion = memory_->insertion();
+  const cerrno place_code = rc == module_absent ? memory_->place_code() : module_ok;
   held.lock();
-  note(rc != module_absent, insertion, rc == module_absent ? place_code_ : module_ok);
+  note(rc != module_absent, insertion, place_code);
   return rc;
 }
 
@@ -115,7 +116,7 @@ module_status module_entry::status() {
   result.backend = backend_;
   result.location = memory_->location();
   result.present = there_ && !pulled_ && !stopped_;
-  result.known_at = known_at_;
+  if (!stopped_) result.known_at = known_at_;  // afterwards nothing is known of the cage
   result.place_code = pulled_ ? module_ok : place_code_;
   result.place = line_ ? line_->file().native() : memory_->place();
   result.pulled = pulled_;
