@@ -213,7 +213,8 @@ std::string describe_bin(const words &names) {
   const json bin = {{"length", "15min"}, {"start", "now"},  {"samples", 1},
                     {"partial", false},  {"tested", false}, {"values", values}};
   return describe_pm(
-      {{"interfaces", {{{"port", "west"}, {"sub_port", 0}, {"bins", {bin}}}}}, {"halt", nullptr}},
+      {{"interfaces", {{{"port", "west"}, {"sub_port", 0}, {"polled", true}, {"bins", {bin}}}}},
+       {"halt", nullptr}},
       {});
 }
 

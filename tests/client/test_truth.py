@@ -115,11 +115,13 @@ class Readings(Monitored):
         self.assertNotIn(f'lum_power_dbm{{port="{self.first.name}"', metrics)
         self.assertNotIn(f'lum_alarm{{alarm="flag-10",port="{self.first.name}"', metrics)
         time.sleep(2.5)  # the feed comes round
+        self.assertIn("there is no reading now", self.says("show", "pm", self.first.name))
         after = self.does("show", "pm", self.first.name)["interfaces"][0]["bins"][0]
         self.assertEqual((after["samples"], after["values"]), (kept["samples"], kept["values"]))
         self.driver.poll_once()
         self.assertEqual(self.numbers(self.first)[0], 41.25)
         self.assertIn("-2.85", self.says("show", "ports"))
+        self.assertNotIn("there is no reading now", self.says("show", "pm", self.first.name))
 
     def driver_metrics(self):
         from support import UnixConnection
@@ -195,6 +197,9 @@ class Readings(Monitored):
         for offset, value in ((14, 0x7F), (15, 0xFF), (16, 0xFF), (17, 0xFF), (18, 0x0F), (19, 0xFF)):
             self.does("module", "poke", self.first.name, "0", str(offset), str(value))
         self.driver.poll_once_more()
+        self.assertIsNotNone(self.driver.wait_for(
+            lambda _: not self.values(self.first, 0)["power-0"]["plausible"], 10))
+        self.assertRegex(self.says("show", "pm", self.first.name), "power-0 .* dBm[?]\n")
         port = self.port(self.first)
         self.assertEqual(port["implausible"], ["temperature_c", "supply_v"])
         self.assertEqual([one["plausible"] for one in port["sub_ports"][0]["readings"][:2]],

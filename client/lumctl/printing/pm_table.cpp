@@ -25,7 +25,9 @@ struct unit {
 constexpr unit units[] = {
     {"microwatt", "uW", 1, 2}, {"dbm", "dBm", 1, 1}, {"value", "module's", 1, 2}};
 
-row value_cells(const json &numbers, const std::string &name, const unit &shown) {
+row value_cells(const json &value, const std::string &name, const unit &shown) {
+  const json &numbers = value.at(shown.member);
+  const bool plausible = !value.contains("plausible") || value.at("plausible").get<bool>();
   const auto number = [&](const char *kind, int digits) {
     return cell{numbers.is_object() ? number_or_dash(numbers.at(kind), digits) : "-"};
   };
@@ -34,7 +36,8 @@ row value_cells(const json &numbers, const std::string &name, const unit &shown)
           number("minimum", shown.digits),
           number("maximum", shown.digits),
           number("average", shown.average_digits),
-          {shown.name}};
+          {std::string(shown.name) + (plausible ? "" : implausible_mark),
+           plausible ? colour::none : colour::bad}};
 }
 
 // Values that the library hands over several times have names such as reading-4-a and reading-4-b.
@@ -77,12 +80,28 @@ void add_bin(const json &interface, const json &bin, std::vector<row> &rows) {
     for (const unit &shown : units) {
       if (!value.contains(shown.member)) continue;
       row cells = first;
-      const row values = value_cells(value.at(shown.member), name, shown);
+      const row values = value_cells(value, name, shown);
       cells.insert(cells.end(), values.begin(), values.end());
       rows.push_back(cells);
       first = row(first.size());
     }
   }
+}
+
+std::string note_of(const json &interface) {
+  return interface.at("polled").get<bool>() ? ""
+                                            : "there is no reading now; these were polled before";
+}
+
+bool has_mark(const json &answer) {
+  for (const json &interface : answer.at("interfaces")) {
+    for (const json &bin : interface.at("bins")) {
+      for (const json &value : bin.at("values")) {
+        if (value.contains("plausible") && !value.at("plausible").get<bool>()) return true;
+      }
+    }
+  }
+  return false;
 }
 
 }  // namespace
@@ -94,11 +113,12 @@ std::string describe_pm(const json &answer, const style &output) {
     for (const json &bin : interface.at("bins")) {
       if (bin.at("samples") != 0) add_bin(interface, bin, rows);
     }
-    if (!rows.empty()) records.push_back({{rows}, {}});
+    if (!rows.empty()) records.push_back({{rows}, note_of(interface)});
   }
   const std::string halt = describe_halt(answer.at("halt"));
   if (records.empty()) return "nothing is monitored yet\n" + halt;
-  return render({{pm_columns(), 0}}, records, output) + halt;
+  return render({{pm_columns(), 0}}, records, output) + (has_mark(answer) ? describe_mark() : "") +
+         halt;
 }
 
 }  // namespace lumctl

@@ -60,12 +60,14 @@ bool is_implausible(const json &port, const char *name) {
   return marked.is_array() && std::find(marked.begin(), marked.end(), name) != marked.end();
 }
 
-std::string plausible_limits() {
+std::string describe_mark() {
   using namespace lum_words;
-  return fmt::format("powers are {} to {} dBm, temperatures {} to {} C, supplies {} to {} V",
-                     plausible_power_dbm.lowest, plausible_power_dbm.highest,
-                     plausible_temperature_c.lowest, plausible_temperature_c.highest,
-                     plausible_supply_v.lowest, plausible_supply_v.highest);
+  return fmt::format(
+      "{} no module can have measured this: powers are {} to {} dBm, temperatures "
+      "{} to {} C, supplies {} to {} V\n",
+      implausible_mark, plausible_power_dbm.lowest, plausible_power_dbm.highest,
+      plausible_temperature_c.lowest, plausible_temperature_c.highest, plausible_supply_v.lowest,
+      plausible_supply_v.highest);
 }
 
 cell word_cell(const json &port, const char *name, int digits) {

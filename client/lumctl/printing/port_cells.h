@@ -24,8 +24,8 @@ cell age_cell(const json &port);
 // Stands behind what the module cannot have measured.
 constexpr const char *implausible_mark = "?";
 bool is_implausible(const json &port, const char *name);
-// What it can have measured, for people.
-std::string plausible_limits();
+// The line that explains it, with what a module can have measured.
+std::string describe_mark();
 // The module's own temperature or supply.
 cell word_cell(const json &port, const char *name, int digits);
 

@@ -126,10 +126,7 @@ bool has_mark(const json &port) {
 }
 
 std::string describe_marks(const json &ports) {
-  return std::any_of(ports.begin(), ports.end(), has_mark)
-             ? fmt::format("{} no module can have measured this: {}\n", implausible_mark,
-                           plausible_limits())
-             : "";
+  return std::any_of(ports.begin(), ports.end(), has_mark) ? describe_mark() : "";
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <limits>
 #include <type_traits>
 
 #include "lum.h"
@@ -64,7 +65,8 @@ double power_dbm(uint16_t reading) { return hundredths_of_dbm(reading) / 100.0; 
 double power_microwatt(uint16_t reading) {
   const float exponent = static_cast<float>(hundredths_of_dbm(reading)) / 1000.0F;
   const auto tenths = static_cast<float>(std::pow(10.0, static_cast<double>(exponent)) * 10000.0);
-  return std::floor(static_cast<double>(tenths)) / 10.0;
+  constexpr double greatest = std::numeric_limits<uint32_t>::max();  // that the library reports
+  return std::min(std::floor(static_cast<double>(tenths)), greatest) / 10.0;
 }
 
 double power_watts(uint16_t reading) { return std::pow(10.0, power_dbm(reading) / 10) / 1000; }

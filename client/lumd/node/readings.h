@@ -36,7 +36,7 @@ bool is_readings_test(uint32_t test_id);
 
 double power_dbm(uint16_t reading);
 
-// In tenths of a microwatt, cut as the library reports them.
+// In microwatts, cut to tenths as the library reports them.
 double power_microwatt(uint16_t reading);
 
 double power_watts(uint16_t reading);

@@ -6,10 +6,12 @@
 
 #include "lum_linux/stores.h"
 #include "node/port_data.h"
+#include "node/port_snapshot.h"
 #include "node/readings.h"
 #include "views/polling_view.h"
 #include "views/times.h"
 #include "words/bins.h"
+#include "words/plausible.h"
 
 namespace lumd {
 namespace {
@@ -53,6 +55,12 @@ json in_dbm(const lum_linux::pm_statistics &kept) {
           {"average", shown(kept.average)}};
 }
 
+// What was measured is between these two.
+bool is_plausible(const lum_linux::pm_statistics &kept) {
+  return kept_power_dbm(kept.maximum).value_or(lum_words::plausible_power_dbm.lowest) <=
+         lum_words::plausible_power_dbm.highest;
+}
+
 // Without samples there are no numbers.
 json show_value(std::size_t number, const pm_bin &bin) {
   const shown_value &as = shown_values[number];
@@ -62,6 +70,7 @@ json show_value(std::size_t number, const pm_bin &bin) {
   if (as.is_power) {
     shown["microwatt"] = known ? in_unit(kept, as) : json();
     shown["dbm"] = known ? in_dbm(kept) : json();
+    shown["plausible"] = !known || is_plausible(kept);
   } else {
     shown["value"] = known ? in_unit(kept, as) : json();
   }
@@ -112,6 +121,7 @@ json show_pm(driver &node, const port_list &ports, std::optional<pm_bins> bins) 
                   {"ifname", pm->name},
                   {"ifhandle", pm->ifhandle}};
     if (pm->latest) shown["age_s"] = seconds_since(pm->updated.moment);
+    shown["polled"] = poll_of(node, port.rsip).has_value() && copy.data.inserted != 0;
     shown["bins"] = show_bins(*pm, bins);
     interfaces.push_back(std::move(shown));
   });
