@@ -97,6 +97,7 @@ class Lifecycle(Actions):
         self.does("im", "drop", "1")
         self.assertIn("dropped the creation", self.fails(1, "port", "create", "1"))
         self.assertEqual(self.port(self.first)["state"], "coming up")
+        self.assertIn("a replay asks again", self.port(self.first)["reason"])
         self.assertIn("replay", self.fails(1, "port", "delete", self.first.name))
         self.does("replay")
         self.assertEqual(self.port(self.first)["state"], "up")

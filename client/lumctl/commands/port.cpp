@@ -40,7 +40,8 @@ std::string describe_changed(const json &reply) {
   for (const json &port : reply.at("ports")) {
     text += fmt::format("{}: {}", text_or_dash(port.at("name")), text_or_dash(port.at("state")));
     for (const json &handle : port.at("ifhandles")) {
-      text += fmt::format(" 0x{:08x}", handle.get<std::uint32_t>());
+      const auto number = handle.get<std::uint32_t>();
+      text += number == 0 ? " -" : fmt::format(" 0x{:08x}", number);
     }
     text += "\n";
   }

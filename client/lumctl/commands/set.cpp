@@ -84,6 +84,7 @@ int change_settings(const session &now, const given &words) {
 
 std::vector<std::string> setting_words() {
   std::vector<std::string> words;
+  words.reserve(fields.size());
   for (const std::string_view field : fields) words.push_back(std::string(field) + "=");
   return words;
 }

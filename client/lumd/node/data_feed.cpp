@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <set>
 
 #include "lum.h"
 #include "lum_linux/performance.h"
@@ -13,7 +14,9 @@ namespace lumd {
 void data_feed::feed_polled() {
   const std::unique_lock held(feeding_, std::try_to_lock);
   if (!held) return;
-  for (const auto &[rsip, port] : copy_ports()) {
+  const auto ports = copy_ports();
+  forget_all_but(ports);
+  for (const auto &[rsip, port] : ports) {
     if (is_going(port) || port.data.inserted == 0) continue;
     const auto poll = poll_of(node_, rsip);
     if (!poll) continue;
@@ -24,6 +27,18 @@ void data_feed::feed_polled() {
       }
     }
   }
+}
+
+// Handles are never given out twice.
+void data_feed::forget_all_but(const std::map<uint32_t, port_copy> &ports) {
+  std::set<uint32_t> handles;
+  for (const auto &[rsip, port] : ports) {
+    for (const lum_sub_port_intf &controller : port.data.sub_port) {
+      handles.insert(controller.ifhandle);
+    }
+  }
+  const std::lock_guard lock(mutex_);
+  std::erase_if(fed_, [&](const auto &one) { return !handles.contains(one.first); });
 }
 
 std::optional<std::chrono::steady_clock::time_point> data_feed::fed(uint32_t ifhandle) const {

@@ -38,6 +38,8 @@ class data_feed {
   std::optional<std::chrono::steady_clock::time_point> fed(uint32_t ifhandle) const;
 
  private:
+  void forget_all_but(const std::map<uint32_t, port_copy> &ports);
+
   driver &node_;
   std::mutex feeding_;
   mutable std::mutex mutex_;                                       // guards fed_

@@ -2,6 +2,8 @@
 
 #include <atomic>
 #include <cstddef>
+#include <new>
+#include <utility>
 
 namespace lumd {
 namespace {
@@ -32,11 +34,21 @@ struct wanted_port {
   std::optional<port_copy> found;
 };
 
+struct gathered_ports {
+  std::map<uint32_t, port_copy> ports;
+  bool memory_ended = false;  // nothing is thrown through the library
+};
+
 // The walk keeps the node's memory for as long as the callback runs.
 int add_to_map(void *node, void *context) {
   const auto &info = *static_cast<const lum_port_node_info *>(node);
-  static_cast<std::map<uint32_t, port_copy> *>(context)->emplace(info.rsip, copy_node(info));
-  return 0;
+  auto &gathered = *static_cast<gathered_ports *>(context);
+  try {
+    gathered.ports.emplace(info.rsip, copy_node(info));
+  } catch (const std::bad_alloc &) {
+    gathered.memory_ended = true;
+  }
+  return gathered.memory_ended ? 1 : 0;
 }
 
 int look_for(void *node, void *context) {
@@ -49,9 +61,10 @@ int look_for(void *node, void *context) {
 }  // namespace
 
 std::map<uint32_t, port_copy> copy_ports() {
-  std::map<uint32_t, port_copy> ports;
-  lum_ports_db_walk_via_rsip(add_to_map, &ports);
-  return ports;
+  gathered_ports gathered;
+  lum_ports_db_walk_via_rsip(add_to_map, &gathered);
+  if (gathered.memory_ended) throw std::bad_alloc();
+  return std::move(gathered.ports);
 }
 
 std::optional<port_copy> copy_port(uint32_t rsip) {

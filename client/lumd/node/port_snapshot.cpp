@@ -92,15 +92,28 @@ std::string why_stale(driver &node, const port_snapshot &at) {
                                            : "polling has not come to it");
 }
 
+std::string why_going(const module_status &module) {
+  if (module.busy_for > hung_after)
+    return "its module holds up the deletion: " + why_failing(module);
+  return "the interface manager has not confirmed the deletion yet";
+}
+
+std::string why_unconfirmed(driver &node) {
+  return node.platform().im().statistics().pending > 0
+             ? "the interface manager has not confirmed both controllers yet"
+             : "the interface manager has not confirmed both controllers, and has no request left "
+               "to answer; a replay asks again";
+}
+
 std::string reason_for(driver &node, const port_snapshot &at) {
   switch (at.state) {
     case port_state::absent:
       return "the port has not been created, or has been deleted";
     case port_state::going:
-      return "the interface manager has not confirmed the deletion yet";
+      return why_going(at.module);
     case port_state::coming_up:
       return is_created(*at.copy) ? "the identity of its module is being read"
-                                  : "the interface manager has not confirmed both controllers yet";
+                                  : why_unconfirmed(node);
     case port_state::empty:
       return "there is no module in the cage";
     case port_state::upgrading:
