@@ -78,6 +78,17 @@ class Lost(Actions):
                       ("--config", self.shelf.description, "--check")):
             self.assertEqual(self.full(*words, program=LUMD), (1, f"lumd: {NO_SPACE}"), words)
 
+    def test_errors_that_nobody_can_read_end_as_they_should(self):
+        wrong = self.shelf.folder / "wrong.toml"
+        wrong.write_text("colour = 1\n")
+        for status, *words in ((3, LUMCTL, "--socket", "/nowhere", "show", "node"),
+                               (2, LUMCTL, "nosuch"), (2, LUMCTL, "set"), (2, LUMD, "--nosuch"),
+                               (2, LUMD, "--check", "--config", wrong)):
+            with open("/dev/full", "w", encoding="ascii") as full:
+                done = subprocess.run(words, stdout=subprocess.DEVNULL, stderr=full, check=False,
+                                      timeout=30)
+            self.assertEqual(done.returncode, status, words)
+
     def test_a_reader_that_has_gone_ends_it_without_a_word(self):
         self.begin()
         for words in (("show", "ports"), ("show", "ports", "--json"), ("watch",),

@@ -304,7 +304,7 @@ class Surroundings(Actions):
         self.assertIn(str(led.parent), shown["problem"])
         self.assertIn("broken", self.says("show", "ports"))
         self.assertRegex(self.says("show", "port", self.first.name),
-                         "LED: +broken: - is lit, fault is wanted: ")
+                         "LED: +broken: what it shows is not known, fault is wanted: ")
         node = self.says("show", "node")
         self.assertIn(f"port {self.first.name}: the LED {led.parent} cannot be set", node)
         self.assertIn("cannot be set", self.driver.log.read_text())

@@ -169,10 +169,12 @@ std::string describe_led(const json &port, const style &where) {
   if (!led.is_object() || !led.contains("problem")) {
     return line("LED", painted(where, shown.text, shown.paint));
   }
-  return line(
-      "LED", fmt::format("{}: {} is lit, {} is wanted: {}", painted(where, shown.text, shown.paint),
-                         text_or_dash(led.at("name")), text_or_dash(led.at("wanted")),
-                         text_or_dash(led.at("problem"))));
+  const std::string seen = led.at("name").is_null() ? "what it shows is not known"
+                                                    : "it shows " + text_or_dash(led.at("name"));
+  const std::string wanted =
+      led.at("wanted").is_null() ? "" : ", " + text_or_dash(led.at("wanted")) + " is wanted";
+  return line("LED", fmt::format("{}: {}{}: {}", painted(where, shown.text, shown.paint), seen,
+                                 wanted, text_or_dash(led.at("problem"))));
 }
 
 // What is known of the module.
