@@ -114,6 +114,7 @@ std::vector<cell> reading_cells(const json &port, const json &sub_port) {
 
 std::vector<column> reading_columns() {
   std::vector<column> columns;
+  columns.reserve(lum_words::readings.size());
   for (const lum_words::reading &reading : lum_words::readings) {
     columns.push_back({std::string(reading.title), true});
   }

@@ -64,8 +64,8 @@ std::optional<http_reply> answer_to_unreadable(const error_code &error) {
 
 std::string why_not_listening(std::uint16_t port, const error_code &failure) {
   const std::string number = std::to_string(port);
-  const std::string text = "cannot listen on 127.0.0.1:" + number +
-                           " (http_port in the description): " + failure.message();
+  std::string text = "cannot listen on 127.0.0.1:" + number +
+                     " (http_port in the description): " + failure.message();
   if (failure != net::error::address_in_use) return text;
   return text + ". Another lumd or another program has it; \"ss -ltnp 'sport = :" + number +
          "'\" names it";
@@ -204,7 +204,8 @@ class session : public std::enable_shared_from_this<session<Protocol, Core>>,
     }
   }
 
-  http_reply handle(const http_request &request) noexcept {
+  // Without memory even for that reply it throws; the connection then ends with this object.
+  http_reply handle(const http_request &request) {
     try {
       return core_->handler(request);
     } catch (const std::exception &) {
@@ -239,7 +240,7 @@ class session : public std::enable_shared_from_this<session<Protocol, Core>>,
   connections &from_;
   bool has_room_ = false;
   bool head_ = false;
-  beast::flat_buffer buffer_{64 * 1024};
+  beast::flat_buffer buffer_{std::size_t{64} * 1024};
   std::optional<http::request_parser<http::string_body>> parser_;
   http::response<http::string_body> message_;
 };

@@ -57,7 +57,7 @@ api_reply post_delete(driver &node, const api_request &request) {
     });
   }
   port_list ports;
-  if (const api_reply refused = read_ports(node, *names, ports); refused.status != 200) {
+  if (api_reply refused = read_ports(node, *names, ports); refused.status != 200) {
     return refused;
   }
   return act(

@@ -1,6 +1,7 @@
 #include "modules/presence_line.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -29,8 +30,11 @@ presence_line::presence_line(std::filesystem::path file, std::string value)
 // O_NONBLOCK: whatever stands in the file's place must not hold up the caller.
 presence_reading presence_line::read() const {
   const unique_fd fd(::open(file_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-  std::array<char, 256> text;
-  const ssize_t count = fd ? ::read(fd.get(), text.data(), text.size()) : -1;
+  struct stat info = {};
+  if (!fd || ::fstat(fd.get(), &info) != 0) return {static_cast<cerrno>(errno), false};
+  if (!S_ISREG(info.st_mode)) return {EIO, false};  // reading may take what is somebody else's
+  std::array<char, 4096> text;                      // the kernel's files hold a page at most
+  const ssize_t count = ::read(fd.get(), text.data(), text.size());
   if (count < 0) return {static_cast<cerrno>(errno), false};
   return {0, trimmed({text.data(), static_cast<std::size_t>(count)}) == value_};
 }

@@ -1,5 +1,6 @@
 // Cages with a line that says whether there is a module.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <memory>
@@ -96,6 +97,15 @@ TEST_F(PresenceLine, OneThatCannotBeReadIsAPlaceThatCannotBeReached) {
   EXPECT_EQ(status.place_code, static_cast<cerrno>(ENOENT));
   EXPECT_EQ(status.place, line.native());
   EXPECT_EQ(read(*all), module_absent);
+}
+
+TEST_F(PresenceLine, OneThatIsNoFileIsLeftAlone) {
+  const auto all = rack("0\n");
+  std::filesystem::remove(line);
+  ASSERT_EQ(::mkfifo(line.c_str(), 0600), 0);
+  all->look();
+  EXPECT_FALSE(all->present(rsip));
+  EXPECT_EQ(all->status(rsip)->place_code, static_cast<cerrno>(EIO));
 }
 
 }  // namespace
