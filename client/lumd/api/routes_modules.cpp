@@ -26,7 +26,7 @@ bool read_page_number(const std::string &text, uint32_t &page) {
 
 // The module may take as long as it likes over it, but not the one who asks.
 api_reply add_page(driver &node, uint32_t rsip, uint32_t page, const json &shown) {
-  const api_reply reply = act(lane_of_look(rsip), page_bound, [&node, rsip, page, shown] {
+  api_reply reply = act(lane_of_look(rsip), page_bound, [&node, rsip, page, shown] {
     std::array<uint8_t, page_bytes> bytes = {};
     const cerrno rc = node.platform().modules().peek(rsip, page, 0, bytes);
     if (rc == lum_linux::module_busy) {
