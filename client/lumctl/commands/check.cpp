@@ -7,6 +7,7 @@
 #include "api/client.h"
 #include "base/output.h"
 #include "commands/commands.h"
+#include "commands/exchange.h"
 #include "printing/port_cells.h"
 #include "words/severities.h"
 
@@ -77,7 +78,7 @@ int check(const session &now, const given &words) {
   }
   try {
     const severity how_bad = severity_of(*answer.body);
-    if (words.has("json")) {
+    if (wants_json(words)) {
       return conclude(how_bad, answer.body->dump(2, ' ', false, json::error_handler_t::replace));
     }
     std::string text =

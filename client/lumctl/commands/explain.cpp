@@ -33,15 +33,9 @@ static_assert(explains_all(lum_words::port_states), "a state has no explanation"
 static_assert(explains_all(lum_words::alarms), "an alarm has no explanation");
 static_assert(explains_all(lum_words::findings), "a finding has no explanation");
 
-// "coming up" is two words on a command line.
-std::string joined(const std::vector<std::string> &words) {
-  std::string text;
-  for (const std::string &word : words) text += (text.empty() ? "" : " ") + word;
-  return text;
-}
-
 int explain(const session &, const given &words) {
-  const std::string name = joined(words.texts("name"));
+  // "coming up" is two words on a command line.
+  const std::string name = fmt::format("{}", fmt::join(words.texts("name"), " "));
   const auto found = std::find_if(explanations.begin(), explanations.end(),
                                   [&](const explanation &one) { return one.name == name; });
   if (found == explanations.end()) {

@@ -127,7 +127,7 @@ std::string describe_reading(std::size_t number, const json &reading) {
 }
 
 // The alarms that the alarm service was told of last.
-std::string describe_told(const json &monitoring) {
+std::string describe_alarms_told(const json &monitoring) {
   if (!monitoring.contains("raised")) return "  alarms        not known yet\n";
   return fmt::format("  alarms        {}, {} s ago{}\n", describe_alarms(monitoring.at("raised")),
                      number_or_dash(monitoring.at("alarms_age_s"), 0),
@@ -145,7 +145,7 @@ std::string describe_sub_port(const json &sub_port) {
     text += "  status bytes  " + describe_bytes(sub_port.at("status")) + "\n";
   }
   text += "  settings      " + describe_configuration(sub_port.at("configuration")) + "\n";
-  if (sub_port.contains("pm")) text += describe_told(sub_port.at("pm"));
+  if (sub_port.contains("pm")) text += describe_alarms_told(sub_port.at("pm"));
   return text;
 }
 

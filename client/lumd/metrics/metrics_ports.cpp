@@ -16,7 +16,6 @@
 #include "node/readings.h"
 #include "node/troubles.h"
 #include "views/times.h"
-#include "words/plausible.h"
 
 namespace lumd {
 namespace {
@@ -40,8 +39,7 @@ void add_states(const metric_labels &port, port_state current, metrics_page &pag
 
 void add_transfers(const metric_labels &port, const module_status &module, metrics_page &page) {
   const auto &transfers = module.statistics;
-  const bool is_known = module.known_at != std::chrono::steady_clock::time_point();
-  if (is_known && module.place_code == 0) {
+  if (module.is_known() && module.place_code == 0) {
     page.gauge("lum_module_present", "1 when there is a module in the cage", port,
                module.present ? 1 : 0);
   }
@@ -127,18 +125,14 @@ void add_sub_port(driver &node, const metric_labels &port, const port_snapshot &
   }
 }
 
-// What the module cannot have measured.
-int implausible_readings(const lum_port_data &data) {
-  int count = 0;
+std::size_t implausible_readings(const lum_port_data &data) {
+  std::size_t count = implausible_words(data.module_temperature, data.module_word_16).size();
   for (const lum_dom_area &area : data.dom) {
     for (std::size_t i = 0; i < readings.size(); ++i) {
-      if (readings[i].unit != reading_unit::dbm) continue;
-      if (!lum_words::plausible_power_dbm.holds(power_dbm(area.readings[i]))) ++count;
+      const bool is_power = readings[i].unit == reading_unit::dbm;
+      if (is_power && !is_plausible_power(area.readings[i])) ++count;
     }
   }
-  if (!lum_words::plausible_temperature_c.holds(temperature_celsius(data.module_temperature)))
-    ++count;
-  if (!lum_words::plausible_supply_v.holds(supply_volts(data.module_word_16))) ++count;
   return count;
 }
 
@@ -153,7 +147,7 @@ void add_module(const metric_labels &port, const port_snapshot &at, metrics_page
              seconds_since(at.polled->ended));
   page.gauge("lum_implausible_readings",
              "Powers, temperature and supply that the module cannot have measured", port,
-             implausible_readings(data));
+             static_cast<double>(implausible_readings(data)));
 }
 
 void add_led(driver &node, const metric_labels &port, uint32_t rsip, metrics_page &page) {

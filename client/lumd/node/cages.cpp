@@ -8,10 +8,7 @@
 namespace lumd {
 namespace {
 
-using lum_linux::module_status;
 using clock = std::chrono::steady_clock;
-
-bool is_known(const module_status &module) { return module.known_at != clock::time_point(); }
 
 void tell_operator(const std::string &name, bool was_present, bool is_present, bool is_another) {
   if (was_present && !is_present) {
@@ -70,7 +67,7 @@ void cage_watch::look_at(const lum_linux::port_description &port) {
   const uint32_t rsip = port.rsip;
   const auto module = modules_.status(rsip);
   const auto known = copy_port(rsip);
-  if (!module || !is_known(*module) || !known || !is_created(*known) || is_going(*known)) return;
+  if (!module || !module->is_known() || !known || !is_created(*known) || is_going(*known)) return;
   if (readers_.in_lane(rsip) > 0) return;
 
   const cage before = seen(rsip);

@@ -29,10 +29,7 @@ std::string polling_that_stands(driver &node) {
   const polling_report polling = node.polling().report();
   if (polling.paused || node.count().halts_polling() || polling.quiet_for < polling_limit)
     return {};
-  const auto copies = copy_ports();
-  const bool has_work = std::any_of(copies.begin(), copies.end(),
-                                    [](const auto &one) { return is_to_be_polled(one.second); });
-  if (!has_work || a_module_hangs(node)) return {};
+  if (!has_work_for_polling() || a_module_hangs(node)) return {};
   return fmt::format("no module has been polled for {} s",
                      std::chrono::duration_cast<seconds>(polling.quiet_for).count());
 }

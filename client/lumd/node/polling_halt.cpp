@@ -32,12 +32,6 @@ std::string remedy_for_count() {
   return stays ? "the deletion of one port ends that" : "a replay ends that";
 }
 
-bool has_work() {
-  const auto copies = copy_ports();
-  return std::any_of(copies.begin(), copies.end(),
-                     [](const auto &one) { return is_to_be_polled(one.second); });
-}
-
 }  // namespace
 
 std::optional<polling_halt> halt_of(driver &node) {
@@ -53,7 +47,7 @@ std::optional<polling_halt> halt_of(driver &node) {
     return polling_halt{"the library counts no controllers; " + remedy_for_count(),
                         polling.quiet_for};
   }
-  if (polling.quiet_for <= hung_after || !has_work()) return std::nullopt;
+  if (polling.quiet_for <= hung_after || !has_work_for_polling()) return std::nullopt;
   const port_description *hung = hung_port(node, polling.visited);
   if (hung != nullptr && (polling.inside || polling.quiet_for > at_rest)) {
     return polling_halt{fmt::format("the module of port {} holds it up", hung->name),

@@ -1,5 +1,6 @@
 #include "node/port_data.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <new>
@@ -71,6 +72,12 @@ std::optional<port_copy> copy_port(uint32_t rsip) {
   wanted_port wanted{rsip, {}};
   lum_ports_db_walk_via_rsip(look_for, &wanted);
   return wanted.found;
+}
+
+bool has_work_for_polling() {
+  const auto copies = copy_ports();
+  return std::any_of(copies.begin(), copies.end(),
+                     [](const auto &one) { return is_to_be_polled(one.second); });
 }
 
 }  // namespace lumd

@@ -39,6 +39,9 @@ inline bool is_to_be_polled(const port_copy &port) {
          port.data.is_dom_enabled != 0 && port.data.transceiver_disabled == 0;
 }
 
+// Any of them is.
+bool has_work_for_polling();
+
 // A text field of the library: ends at its NUL or with its field.
 template <std::size_t size>
 std::string text_of(const char (&field)[size]) {

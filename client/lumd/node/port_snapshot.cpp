@@ -35,8 +35,6 @@ std::optional<module_poll> poll_in_copy(const valid_poll &before, const valid_po
   return before.begun == after.begun ? before.poll : std::nullopt;
 }
 
-bool is_known(const module_status &module) { return module.known_at != clock::time_point(); }
-
 bool last_transfer_failed(const module_status &module) {
   return module.statistics.failed > 0 &&
          module.statistics.last_failure > module.statistics.last_success;
@@ -55,14 +53,14 @@ clock::duration unpolled_for(const port_snapshot &at) {
   return now - std::min(at.polled ? at.polled->ended : at.begun, now);
 }
 
-port_state judge(driver &node, const port_description &port, const port_snapshot &at) {
+port_state judge(driver &node, const port_description &port, const cage &seen,
+                 const port_snapshot &at) {
   if (!at.copy) return port_state::absent;
   if (is_going(*at.copy)) return port_state::going;
   if (!is_created(*at.copy)) return port_state::coming_up;
   if (at.module.busy_for > hung_after || at.module.place_code != 0) return port_state::failing;
-  if (is_known(at.module) && !at.module.present) return port_state::empty;
-  const cage seen = node.cages().seen(port.rsip);
-  const bool is_another = is_known(at.module) && at.module.insertion != seen.insertion;
+  if (at.module.is_known() && !at.module.present) return port_state::empty;
+  const bool is_another = at.module.is_known() && at.module.insertion != seen.insertion;
   if (seen.being_read || is_another) return port_state::coming_up;
   if (at.copy->data.inserted == 0) return port_state::empty;
   if (node.platform().fw_upgrade(port.rsip) != 0) return port_state::upgrading;
@@ -76,9 +74,7 @@ std::string why_failing(const module_status &module) {
     return fmt::format("a transfer has not ended for {:.0f} s",
                        std::chrono::duration<double>(module.busy_for).count());
   }
-  if (module.place_code != 0) {
-    return fmt::format("{} cannot be reached: {}", module.place, cerr_strerror(module.place_code));
-  }
+  if (module.place_code != 0) return why_unreachable(module);
   return fmt::format("the module's last transfer failed: {}",
                      cerr_strerror(module.statistics.last_error));
 }
@@ -87,9 +83,7 @@ std::string why_stale(driver &node, const port_snapshot &at) {
   const auto halt = halt_of(node);
   return fmt::format("the module has not been polled for {} s: {}",
                      std::chrono::duration_cast<std::chrono::seconds>(unpolled_for(at)).count(),
-                     node.node().rack != 0 ? "the library reaches modules in rack 0 only"
-                     : halt                ? halt->reason
-                                           : "polling has not come to it");
+                     halt ? halt->reason : "polling has not come to it");
 }
 
 std::string why_going(const module_status &module) {
@@ -137,15 +131,19 @@ port_snapshot snapshot(driver &node, const port_description &port, const valid_p
   const bool is_the_one_read = at.module.present && at.module.insertion == seen.insertion;
   at.begun = seen.begun;
   at.is_filled =
-      at.copy && at.copy->data.inserted != 0 && (is_the_one_read || !is_known(at.module));
+      at.copy && at.copy->data.inserted != 0 && (is_the_one_read || !at.module.is_known());
   if (at.is_filled) at.polled = poll_in_copy(before, valid_poll_of(node, port.rsip));
-  at.state = judge(node, port, at);
+  at.state = judge(node, port, seen, at);
   at.reason = reason_for(node, at);
   at.since = node.states().seen(port.rsip, at.state);
   return at;
 }
 
 }  // namespace
+
+std::string why_unreachable(const module_status &module) {
+  return fmt::format("{} cannot be reached: {}", module.place, cerr_strerror(module.place_code));
+}
 
 std::optional<module_poll> poll_of(driver &node, uint32_t rsip) {
   return valid_poll_of(node, rsip).poll;

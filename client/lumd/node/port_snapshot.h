@@ -37,6 +37,9 @@ struct port_snapshot {
   std::chrono::steady_clock::time_point since;  // it has been in that state
 };
 
+// Of a bus or folder that cannot be opened, for people.
+std::string why_unreachable(const lum_linux::module_status &module);
+
 // The latest poll of what is in a port's cage now; nothing once what it stored has been cleared.
 std::optional<module_poll> poll_of(driver &node, uint32_t rsip);
 

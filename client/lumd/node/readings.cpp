@@ -9,6 +9,7 @@
 #include <type_traits>
 
 #include "lum.h"
+#include "words/plausible.h"
 
 namespace lumd {
 namespace {
@@ -83,5 +84,18 @@ double reading_value(uint16_t reading) { return reading / 10.0; }
 double temperature_celsius(int16_t word) { return rounded(word / 256.0, 1000); }
 
 double supply_volts(uint16_t word) { return rounded(word / 10000.0, 10000); }
+
+bool is_plausible_power(uint16_t reading) {
+  return lum_words::plausible_power_dbm.holds(power_dbm(reading));
+}
+
+std::vector<std::string_view> implausible_words(int16_t temperature, uint16_t supply) {
+  std::vector<std::string_view> names;
+  if (!lum_words::plausible_temperature_c.holds(temperature_celsius(temperature))) {
+    names.push_back("temperature_c");
+  }
+  if (!lum_words::plausible_supply_v.holds(supply_volts(supply))) names.push_back("supply_v");
+  return names;
+}
 
 }  // namespace lumd

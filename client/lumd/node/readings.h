@@ -7,6 +7,7 @@
 #include <optional>
 #include <span>
 #include <string_view>
+#include <vector>
 
 #include "pm_ui.h"
 #include "words/readings.h"
@@ -46,5 +47,10 @@ double reading_value(uint16_t reading);
 
 double temperature_celsius(int16_t word);
 double supply_volts(uint16_t word);
+
+// What a module can have measured, as words/plausible.h has it; of its own two words the names, as
+// the API has them, of those that it cannot.
+bool is_plausible_power(uint16_t reading);
+std::vector<std::string_view> implausible_words(int16_t temperature, uint16_t supply);
 
 }  // namespace lumd

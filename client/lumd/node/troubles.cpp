@@ -7,6 +7,7 @@
 #include "lum_linux/leds.h"
 #include "node/driver.h"
 #include "node/log.h"
+#include "node/port_snapshot.h"
 
 namespace lumd {
 namespace {
@@ -27,9 +28,7 @@ void add_led(driver &node, const port_description &port, std::vector<trouble> &t
 void add_place(driver &node, const port_description &port, std::vector<trouble> &troubles) {
   const auto module = node.platform().modules().status(port.rsip);
   if (!module || module->place_code == 0) return;
-  troubles.push_back(
-      {&port, place_trouble_name,
-       fmt::format("{} cannot be reached: {}", module->place, cerr_strerror(module->place_code))});
+  troubles.push_back({&port, place_trouble_name, why_unreachable(*module)});
 }
 
 }  // namespace

@@ -43,7 +43,7 @@ json show_sub_port(driver &node, const lum_linux::port_description &port, const 
                    std::size_t sub_port) {
   const uint32_t ifhandle = copy.data.sub_port[sub_port].ifhandle;
   // Before what is stored: an old bitmap must not have a new age.
-  const json told = show_told(node, port.rsip, ifhandle);
+  const json told = show_alarms_age(node, port.rsip, ifhandle);
   const auto stored = ifhandle == 0 ? std::nullopt : lum_linux::ptah_find(ifhandle);
   if (!stored) return nullptr;
   json shown = {{"port", port.name},
@@ -93,7 +93,7 @@ json show_offsets(const lum_test_injection &injection) {
 
 }  // namespace
 
-json show_told(driver &node, uint32_t rsip, uint32_t ifhandle) {
+json show_alarms_age(driver &node, uint32_t rsip, uint32_t ifhandle) {
   const auto fed = node.feed().fed(ifhandle);
   if (!fed) return nullptr;
   return {{"alarms_age_s", seconds_since(*fed)}, {"waiting", *fed < node.cages().seen(rsip).begun}};

@@ -19,7 +19,7 @@ json alarm_names(uint64_t bitmap);
 
 // Of a controller's alarms: "alarms_age_s", since the poll that the alarm service was told of last,
 // and "waiting", while what it was told then has been cleared or overtaken. Null before the first.
-json show_told(driver &node, uint32_t rsip, uint32_t ifhandle);
+json show_alarms_age(driver &node, uint32_t rsip, uint32_t ifhandle);
 
 // The sub-ports with an alarm, or all that the alarm service knows, and every kind of alarm.
 json show_alarms(driver &node, bool all);

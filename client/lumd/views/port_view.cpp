@@ -18,7 +18,6 @@
 #include "views/store_view.h"
 #include "views/times.h"
 #include "words/leds.h"
-#include "words/plausible.h"
 
 namespace lumd {
 namespace {
@@ -75,7 +74,7 @@ json show_readings(const lum_dom_area &area) {
     if (word.unit == lum_words::reading_unit::dbm) {
       one["dbm"] = power_dbm(raw);
       one["microwatt"] = power_microwatt(raw);
-      one["plausible"] = lum_words::plausible_power_dbm.holds(power_dbm(raw));
+      one["plausible"] = is_plausible_power(raw);
     } else {
       one["value"] = reading_value(raw);
     }
@@ -103,7 +102,7 @@ json show_monitoring(driver &node, uint32_t rsip, uint32_t ifhandle) {
       shown[lum_words::member_of(reading.word().name)] = show_kept(reading, *pm->latest);
     }
   }
-  const json told = show_told(node, rsip, ifhandle);
+  const json told = show_alarms_age(node, rsip, ifhandle);
   if (const auto ptah = lum_linux::ptah_find(ifhandle); ptah && !told.is_null()) {
     shown["alarms"] = ptah->all.bitmap;
     shown["raised"] = alarm_names(ptah->all.bitmap);
@@ -140,14 +139,13 @@ json show_module(const module_status &module) {
                 {"present", nullptr},
                 {"transfers", statistics.attempted},
                 {"failed_transfers", statistics.failed}};
-  if (module.known_at != std::chrono::steady_clock::time_point()) {
+  if (module.is_known()) {
     shown["present"] = module.present;
     shown["known_age_s"] = seconds_since(module.known_at);
   }
   if (module.place_code != 0) {
     shown["present"] = nullptr;
-    shown["problem"] =
-        fmt::format("{} cannot be reached: {}", module.place, cerr_strerror(module.place_code));
+    shown["problem"] = why_unreachable(module);
   }
   if (statistics.last_success != std::chrono::steady_clock::time_point()) {
     shown["last_success_age_s"] = seconds_since(statistics.last_success);
@@ -165,18 +163,6 @@ json show_dom(const port_snapshot &at) {
                 {"transceiver_disabled", at.copy->data.transceiver_disabled != 0}};
   if (at.polled) shown["last_poll_age_s"] = seconds_since(at.polled->ended);
   return shown;
-}
-
-// What the module cannot have measured, of its own two words.
-json implausible_words(const lum_port_data &data) {
-  json names = json::array();
-  if (!lum_words::plausible_temperature_c.holds(temperature_celsius(data.module_temperature))) {
-    names.push_back("temperature_c");
-  }
-  if (!lum_words::plausible_supply_v.holds(supply_volts(data.module_word_16))) {
-    names.push_back("supply_v");
-  }
-  return names;
 }
 
 void add_module_data(const port_snapshot &at, json &shown) {
@@ -197,7 +183,7 @@ void add_module_data(const port_snapshot &at, json &shown) {
   if (!at.polled) return;
   shown["temperature_c"] = temperature_celsius(data.module_temperature);
   shown["supply_v"] = supply_volts(data.module_word_16);
-  shown["implausible"] = implausible_words(data);
+  shown["implausible"] = implausible_words(data.module_temperature, data.module_word_16);
   shown["flags"] = data.module_flags;
   shown["raised"] = raised_flags(data.module_flags);
 }

@@ -51,12 +51,12 @@ interface_manager::account *&interface_manager::core::account_of_this_thread() {
 cerrno interface_manager::core::accept(im_batch batch) {
   if (account_of_this_thread() != nullptr) {
     batch.report = std::make_shared<im_batch_report>();
-    batch.report->operation = batch.operation;
     batch.report->count = batch.count;
+    refused(batch, ENOMEM);  // until it has been accepted
   }
   {
     const std::lock_guard lock(mutex);
-    if (batch.report) account_of_this_thread()->batches_.push_back(batch.report);  // may throw
+    if (batch.report) account_of_this_thread()->batches_.push_back(batch.report);
     if (stopping_) return refused(batch, ESHUTDOWN);
     if (refuse.take()) {
       ++statistics.refused;
@@ -67,12 +67,12 @@ cerrno interface_manager::core::accept(im_batch batch) {
     batch.due = im_clock::now() + milliseconds(delay(random));
     const uint32_t count = batch.count;
     const uint32_t operation = batch.operation;
-    if (decide_fate(batch)) {
-      waiting_.push_back(std::move(batch));
-    } else {
-      ++statistics.dropped;
-      if (batch.report) batch.report->state = im_batch_state::dropped;
-    }
+    const auto report = batch.report;
+    const bool is_kept = decide_fate(batch);
+    if (is_kept) waiting_.push_back(std::move(batch));
+    if (!is_kept) ++statistics.dropped;
+    if (report) report->state = is_kept ? im_batch_state::waiting : im_batch_state::dropped;
+    if (report) report->code = 0;
     ++last_sequence_;
     statistics.elements += count;
     ++(operation == LUM_IM_CREATE   ? statistics.create_batches
@@ -244,20 +244,15 @@ void interface_manager::core::carry_out(im_batch &batch) {
   statistics.failed_elements += failed;
 }
 
-// An empty trailing element is nobody's failure. Without memory for the name the code alone is
-// kept.
-void interface_manager::core::note_failure(const im_batch &batch, uint32_t element,
-                                           cerrno code) const try {
+// An empty trailing element is nobody's failure. Without memory for it the code alone is kept.
+void interface_manager::core::note_failure(const im_batch &batch, uint32_t element, cerrno code) {
   if (!batch.report || code == LUM_IM_ELEMENT_BENIGN) return;
   if (batch.report->code == 0) batch.report->code = code;
-  im_batch_report::failure failure{{}, code};
-  if (batch.operation == LUM_IM_UPDATE) {
-    if (const auto *known = controllers.find(batch.handles[element])) failure.name = known->name;
-  } else if (batch.names[element]) {
-    failure.name = *batch.names[element];
+  const char *const name = batch.reply->record()->names[element];
+  try {
+    batch.report->failed.push_back({name != nullptr ? name : "", code});
+  } catch (const std::bad_alloc &) {
   }
-  batch.report->failed.push_back(std::move(failure));
-} catch (const std::bad_alloc &) {
 }
 
 // A failed element is not carried out: what the batch has created so far goes again.

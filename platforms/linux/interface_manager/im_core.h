@@ -116,7 +116,7 @@ class interface_manager::core : public std::enable_shared_from_this<core> {
   void carry_out(im_batch &batch);
   void fail_without_memory(im_batch &batch);
   static cerrno refused(const im_batch &batch, cerrno code);
-  void note_failure(const im_batch &batch, uint32_t element, cerrno code) const;
+  static void note_failure(const im_batch &batch, uint32_t element, cerrno code);
   cerrno update_element(im_batch &batch, uint32_t element);
   cerrno create_or_delete_element(im_batch &batch, uint32_t element);
   cerrno element_fault(const std::string &name);

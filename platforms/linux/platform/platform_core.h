@@ -24,7 +24,7 @@ struct platform::core {
   std::unique_ptr<lum_linux::modules> modules;
   std::unique_ptr<lum_linux::leds> leds;
   std::unique_ptr<interface_manager> im;
-  std::unique_ptr<periodic> keeper;  // of the checkpoint store; none when there was no thread
+  std::unique_ptr<periodic> keeper;  // of the checkpoint store
   event_manager evm = 0;
   bool stopped = false;  // guarded by stop_mutex
   bool stopped_whole = true;

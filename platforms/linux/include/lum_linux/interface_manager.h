@@ -80,8 +80,7 @@ enum class im_batch_state {
 
 // What has become of one batch.
 struct im_batch_report {
-  uint32_t operation = 0;
-  uint32_t count = 0;
+  uint32_t count = 0;  // of its elements
   im_batch_state state = im_batch_state::waiting;
   cerrno code = 0;     // of a refusal, of the whole batch, else of its first element that failed
   bool empty = false;  // answered for no element

@@ -40,6 +40,7 @@ struct module_status {
   bool present = false;  // as known last; false before the first look
   // When that was known; the clock's epoch: never.
   std::chrono::steady_clock::time_point known_at{};
+  bool is_known() const { return known_at != std::chrono::steady_clock::time_point(); }
   // Why there can be no module, whatever the cage holds: the errno of the bus or folder `place`,
   // which cannot be opened. 0: nothing like that is known.
   cerrno place_code = 0;
