@@ -14,6 +14,7 @@
 #include "lum_linux/image.h"
 #include "node/driver.h"
 #include "node/log.h"
+#include "node/troubles.h"
 #include "open_api.h"
 #include "stop_signal.h"
 #include "watchdog.h"
@@ -88,9 +89,7 @@ void make_own_folders(const lum_linux::node_description &node) {
   }
 }
 
-void report_ready(const driver &node, const http_server &server, std::size_t ports) {
-  say("node \"{}\": {}, {} start", node.node().name, lum_wording::counted(ports, "port"),
-      node.restarted() ? "warm" : "cold");
+void report_ready(const http_server &server) {
   if (server.tcp_port() != 0) say("read-only API on http://127.0.0.1:{}/", server.tcp_port());
 }
 
@@ -123,7 +122,8 @@ int run(lum_linux::node_description description, const command_line &chosen) {
     leave(0);
   }
   server->serve([&driver = *node](const http_request &request) { return answer(driver, request); });
-  report_ready(*node, *server, description.ports().size());
+  node->events().on_more([server] { server->wake_streams(); });
+  report_ready(*server);
   node->bring_up();
 
   watchdog guard(*node, *server);

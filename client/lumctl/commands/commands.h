@@ -9,6 +9,7 @@ namespace lumctl {
 command all_commands();
 
 command check_command();
+command events_command();
 command explain_command();
 command show_commands();
 command port_commands();

@@ -4,6 +4,7 @@
 #include <functional>
 #include <string>
 
+#include "api/client.h"
 #include "api/json.h"
 #include "command_line/command.h"
 #include "command_line/status.h"
@@ -35,6 +36,11 @@ int change(const session &now, const given &words, const std::string &target, co
 // wanted to wait for it.
 int change_and_wait(const session &now, const given &words, const std::string &target, json body,
                     const printer &print);
+
+// What no answer, or a refusal, ends a command with.
+int fail_for(const api_result &result);
+
+void print_as_json(const json &answer);
 
 // The options that make a difference to these.
 bool wants_json(const given &words);

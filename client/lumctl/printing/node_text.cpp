@@ -50,6 +50,17 @@ std::string describe_store(const json &store) {
                                        text_or_dash(aside.at("reason"))));
 }
 
+std::string describe_record(const json &events) {
+  std::string text = fmt::format("the last is number {}", events.at("last").get<std::uint64_t>());
+  if (const auto lost = events.at("lost").get<std::uint64_t>(); lost > 0) {
+    text += fmt::format(", {} lost", lost);
+  }
+  if (const json &problem = events.at("problem"); !problem.is_null()) {
+    text += ", they are not kept: " + text_or_dash(problem);
+  }
+  return line("Events", text);
+}
+
 std::string describe_trace(const json &channel) {
   std::string text = fmt::format("{}: {}", text_or_dash(channel.at("file")),
                                  counted(channel.at("lines").get<std::uint64_t>(), "line"));
@@ -94,6 +105,7 @@ std::string describe_node(const json &node) {
   }
   text += describe_store(node.at("checkpoints"));
   text += describe_node_store(node.at("store"));
+  text += describe_record(node.at("events"));
   for (const json &channel : node.at("traces")) text += describe_trace(channel);
   return text;
 }

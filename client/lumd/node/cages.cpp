@@ -3,24 +3,10 @@
 #include <chrono>
 
 #include "lum.h"
-#include "node/log.h"
 
 namespace lumd {
-namespace {
 
 using clock = std::chrono::steady_clock;
-
-void tell_operator(const std::string &name, bool was_present, bool is_present, bool is_another) {
-  if (was_present && !is_present) {
-    say("port {}: no module in the cage", name);
-  } else if (!was_present && is_present) {
-    say("port {}: a module is in the cage", name);
-  } else if (is_another) {
-    say("port {}: another module is in the cage", name);
-  }
-}
-
-}  // namespace
 
 cage_watch::cage_watch(const lum_linux::node_description &node, lum_linux::modules &modules)
     : node_(node), modules_(modules), readers_("lumd-identity", {node.ports().size() + 1, 1}) {
@@ -72,10 +58,6 @@ void cage_watch::look_at(const lum_linux::port_description &port) {
 
   const cage before = seen(rsip);
   const bool is_another = module->present && module->insertion != before.insertion;
-  if (module->place_code == 0) {
-    tell_operator(port.name, before.present, module->present, is_another);
-  }
-
   // The library takes a cage for filled each time its controllers are confirmed, so what it
   // believes is compared, not only what has changed in the cage.
   const bool believed = known->data.inserted != 0;

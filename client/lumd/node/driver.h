@@ -13,10 +13,12 @@
 #include "node/cages.h"
 #include "node/controller_count.h"
 #include "node/data_feed.h"
+#include "node/event_watch.h"
 #include "node/polling_clock.h"
 #include "node/state_log.h"
-#include "node/troubles.h"
 #include "node/turns.h"
+#include "records/event_log.h"
+#include "records/keeper.h"
 
 namespace lumd {
 
@@ -42,6 +44,8 @@ class driver {
   polling_clock &polling() { return polling_; }
   data_feed &feed() { return feed_; }
   state_log &states() { return states_; }
+  event_log &events() { return events_; }
+  record_keeper &records() { return records_; }
   const lum_linux::node_description &node() const { return platform_->node(); }
   bool restarted() const { return restarted_; }
   std::chrono::system_clock::time_point started() const { return started_; }
@@ -70,6 +74,7 @@ class driver {
   explicit driver(std::unique_ptr<lum_linux::platform> platform);
   void create_ports_whatever_happens();
   void create_ports();
+  void end_events();
 
   std::unique_ptr<lum_linux::platform> platform_;
   bool restarted_ = false;
@@ -79,12 +84,15 @@ class driver {
   slot_turns turns_;
   cage_watch cages_;
   state_log states_;
-  trouble_watch troubles_;
   data_feed feed_;
   controller_count_watch count_;
   polling_clock polling_;
+  event_log events_;
+  record_keeper records_;
+  event_watch event_watch_;
   std::unique_ptr<lum_linux::periodic> cage_thread_;
   std::unique_ptr<lum_linux::periodic> feed_thread_;
+  std::unique_ptr<lum_linux::periodic> event_thread_;
 };
 
 }  // namespace lumd

@@ -43,9 +43,8 @@ std::vector<std::string> names_by_likeness(const node_description &node, const s
 }
 
 std::string unknown_port(const node_description &node, const std::string &name) {
-  const std::string shown =
-      name.size() <= longest_shown ? name : name.substr(0, longest_shown) + "...";
-  std::string text = fmt::format("the node has no port \"{}\"", shown);
+  std::string text = fmt::format("the node has no port \"{}{}\"", name.substr(0, longest_shown),
+                                 name.size() > longest_shown ? "..." : "");
   std::vector<std::string> names = names_by_likeness(node, name);
   if (names.empty()) return text + "; it has none at all";
   text += lum_wording::did_you_mean(name, names);

@@ -11,7 +11,6 @@
 #include "node/driver.h"
 #include "node/health.h"
 #include "node/polling_halt.h"
-#include "node/port_snapshot.h"
 #include "node/troubles.h"
 
 namespace lumd {
@@ -60,6 +59,12 @@ void add_store(driver &node, collection &found) {
   }
   if (!store.doubt.empty()) {
     found.add(severity::warning, finding_id::settings_at_risk, store.doubt);
+  }
+}
+
+void add_records(driver &node, collection &found) {
+  if (const auto problem = node.records().problem(); !problem.empty()) {
+    found.add(severity::warning, finding_id::events_not_kept, problem);
   }
 }
 
@@ -129,11 +134,13 @@ void add_troubles(driver &node, collection &found) {
 
 }  // namespace
 
-std::vector<finding> findings_of(driver &node) {
+std::vector<finding> findings_of(driver &node) { return findings_of(node, look_at_ports(node)); }
+
+std::vector<finding> findings_of(driver &node, const std::map<uint32_t, port_snapshot> &snapshots) {
   collection found;
   add_driver(node, found);
   add_store(node, found);
-  const auto snapshots = look_at_ports(node);
+  add_records(node, found);
   for (const port_description *port : node.node().ports()) {
     const port_snapshot &at = snapshots.at(port->rsip);
     // A place that cannot be reached is told as what it is.

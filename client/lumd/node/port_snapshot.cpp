@@ -62,7 +62,9 @@ port_state judge(driver &node, const port_description &port, const cage &seen,
   if (at.module.is_known() && !at.module.present) return port_state::empty;
   const bool is_another = at.module.is_known() && at.module.insertion != seen.insertion;
   if (seen.being_read || is_another) return port_state::coming_up;
-  if (at.copy->data.inserted == 0) return port_state::empty;
+  if (at.copy->data.inserted == 0) {
+    return at.module.is_known() ? port_state::empty : port_state::coming_up;
+  }
   if (node.platform().fw_upgrade(port.rsip) != 0) return port_state::upgrading;
   if (last_transfer_failed(at.module)) return port_state::failing;
   if (node.node().rack != 0) return port_state::stale;
@@ -106,8 +108,9 @@ std::string reason_for(driver &node, const port_snapshot &at) {
     case port_state::going:
       return why_going(at.module);
     case port_state::coming_up:
-      return is_created(*at.copy) ? "the identity of its module is being read"
-                                  : why_unconfirmed(node);
+      if (!is_created(*at.copy)) return why_unconfirmed(node);
+      return at.module.is_known() ? "the identity of its module is being read"
+                                  : "its cage has not been looked into yet";
     case port_state::empty:
       return "there is no module in the cage";
     case port_state::upgrading:

@@ -10,6 +10,8 @@
 #include "node/driver.h"
 #include "node/port_data.h"
 #include "node/port_snapshot.h"
+#include "node/troubles.h"
+#include "views/event_view.h"
 #include "views/polling_view.h"
 #include "views/store_view.h"
 #include "views/times.h"
@@ -89,6 +91,7 @@ json show_node(driver &node) {
           {"resync", __atomic_load_n(&context.resync, __ATOMIC_RELAXED) != 0},
           {"checkpoints", show_checkpoints(store)},
           {"store", show_store(store, description)},
+          {"events", show_event_record(node)},
           {"traces", show_traces()}};
 }
 
