@@ -211,6 +211,18 @@ class Readings(Monitored):
         self.assertRegex(self.driver_metrics(),
                          rf'lum_implausible_readings{{port="{self.first.name}"}} 3')
 
+    def test_a_power_beyond_all_others_is_marked_and_its_watts_have_an_end(self):
+        """Bit 12 is the sign: raw 35000 is 350 dBm, more than 32 bits of tenths of a microwatt."""
+        self.begin()
+        for high, low, dbm, microwatt, plausible in ((0x88, 0xB8, 350.0, 429496729.5, False),
+                                                     (0xFF, 0xFF, -0.02, 995.4, True)):
+            self.does("module", "poke", self.first.name, "0", "18", str(high))
+            self.does("module", "poke", self.first.name, "0", "19", str(low))
+            self.driver.poll_once_more()
+            self.assertEqual(self.port(self.first)["sub_ports"][0]["readings"][0],
+                             {"name": "power-0", "raw": high << 8 | low, "dbm": dbm,
+                              "microwatt": microwatt, "plausible": plausible})
+
 
 class Surroundings(Actions):
     def test_a_node_in_another_rack_is_never_polled_and_says_so(self):
@@ -289,6 +301,21 @@ class Surroundings(Actions):
             'backend = "i2c-dev"\nbus = "/dev/i2c-99"\naddress = 0x50'))
         port = self.wait_for_state(missing, "failing")
         self.assertEqual(port["reason"], "/dev/i2c-99 cannot be reached: No such file or directory")
+        self.assertIsNone(port["inserted"])
+        self.assertIsNone(port["dom"]["transceiver_disabled"])
+        self.assertNotIn("no module", self.says("show", "port", missing.name))
+
+    def test_alarms_of_a_cage_that_cannot_be_looked_into(self):
+        cage = self.add_file(slot=3)
+        self.begin()
+        self.wait_for_state(cage, "up")
+        self.driver.poll_once_more()
+        modules = cage.module.parent
+        modules.rename(modules.with_name("elsewhere"))
+        self.wait_for_state(cage, "failing")
+        self.assertEqual([one["inserted"] for one in self.does("show", "alarms", "--all")["interfaces"]
+                          if one["port"] == cage.name], [None, None])
+        self.assertNotIn("no module", self.says("show", "alarms", "--all"))
 
     def test_an_led_that_cannot_be_set(self):
         self.begin()

@@ -52,7 +52,7 @@ record alarm_record(const json &interface) {
   if (interface.contains("waiting") && interface.at("waiting").get<bool>()) {
     result.note = "this was known before the last poll was cleared; the next one renews it";
   }
-  if (!interface.at("inserted").get<bool>() && !interface.at("raised").is_null())
+  if (interface.at("inserted") == false && !interface.at("raised").is_null())
     result.note = "no module; this is what was known last";
   return result;
 }

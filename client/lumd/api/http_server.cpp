@@ -92,6 +92,26 @@ struct waiting_stream {
   virtual void wake() = 0;  // any thread
 };
 
+// Whether a header is given with anything but `known`.
+bool has_other(const http::fields &fields, http::field header, const char *known) {
+  const auto [first, last] = fields.equal_range(header);
+  return std::any_of(first, last,
+                     [&](const auto &one) { return !beast::iequals(one.value(), known); });
+}
+
+// Of a request whose body is not what it seems. Where it ends is not known either, so nothing that
+// comes behind it is a request.
+std::optional<http_reply> refusal_of_coding(const http::fields &fields) {
+  if (has_other(fields, http::field::transfer_encoding, "chunked")) {
+    return refusal(501,
+                   "the request's Transfer-Encoding is unknown here, expected chunked or none");
+  }
+  if (has_other(fields, http::field::content_encoding, "identity")) {
+    return refusal(415, "the request's Content-Encoding is unknown here: send the body as it is");
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 struct http_server::core : std::enable_shared_from_this<http_server::core> {
@@ -205,6 +225,10 @@ class session : public std::enable_shared_from_this<session<Protocol, Core>>,
     head_ = request.method == "HEAD";
     if (head_) request.method = "GET";
     stream_.expires_never();
+    if (const auto refused = refusal_of_coding(message)) {
+      send(*refused, false);
+      return;
+    }
     if (std::distance(message.equal_range(http::field::host).first,
                       message.equal_range(http::field::host).second) > 1) {
       send(refusal(400, "the request has more than one Host"), false);

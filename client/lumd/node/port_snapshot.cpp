@@ -148,6 +148,10 @@ std::string why_unreachable(const module_status &module) {
   return fmt::format("{} cannot be reached: {}", module.place, cerr_strerror(module.place_code));
 }
 
+bool knows_presence(const module_status &module) {
+  return module.is_known() && module.place_code == 0;
+}
+
 std::optional<module_poll> poll_of(driver &node, uint32_t rsip) {
   return valid_poll_of(node, rsip).poll;
 }

@@ -40,6 +40,10 @@ struct port_snapshot {
 // Of a bus or folder that cannot be opened, for people.
 std::string why_unreachable(const lum_linux::module_status &module);
 
+// Whether it is known what the cage holds. What the library believes of one that is not is no more
+// than its first assumption.
+bool knows_presence(const lum_linux::module_status &module);
+
 // The latest poll of what is in a port's cage now; nothing once what it stored has been cleared.
 std::optional<module_poll> poll_of(driver &node, uint32_t rsip);
 

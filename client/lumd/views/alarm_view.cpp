@@ -37,6 +37,13 @@ json show_raise_counts(const ptah_al_all &all) {
   return counts;
 }
 
+// Null as long as it is not known whether there is a module.
+json show_inserted(driver &node, const lum_linux::port_description &port, const port_copy &copy) {
+  const auto module = node.platform().modules().status(port.rsip);
+  if (!module || !knows_presence(*module)) return nullptr;
+  return copy.data.inserted != 0;
+}
+
 // A controller's alarms and counters, or null when the store does not know it. The port is one that
 // `copy` is of.
 json show_sub_port(driver &node, const lum_linux::port_description &port, const port_copy &copy,
@@ -50,7 +57,7 @@ json show_sub_port(driver &node, const lum_linux::port_description &port, const 
                 {"sub_port", sub_port},
                 {"ifname", stored->name},
                 {"ifhandle", ifhandle},
-                {"inserted", copy.data.inserted != 0},
+                {"inserted", show_inserted(node, port, copy)},
                 {"bitmap", stored->all.bitmap},
                 {"raised", alarm_names(stored->all.bitmap)},
                 {"injected", alarm_names(copy.data.test[sub_port].test_alarm_bits)}};

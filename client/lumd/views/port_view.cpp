@@ -139,14 +139,9 @@ json show_module(const module_status &module) {
                 {"present", nullptr},
                 {"transfers", statistics.attempted},
                 {"failed_transfers", statistics.failed}};
-  if (module.is_known()) {
-    shown["present"] = module.present;
-    shown["known_age_s"] = seconds_since(module.known_at);
-  }
-  if (module.place_code != 0) {
-    shown["present"] = nullptr;
-    shown["problem"] = why_unreachable(module);
-  }
+  if (knows_presence(module)) shown["present"] = module.present;
+  if (module.is_known()) shown["known_age_s"] = seconds_since(module.known_at);
+  if (module.place_code != 0) shown["problem"] = why_unreachable(module);
   if (statistics.last_success != std::chrono::steady_clock::time_point()) {
     shown["last_success_age_s"] = seconds_since(statistics.last_success);
   }
@@ -159,8 +154,10 @@ json show_module(const module_status &module) {
 }
 
 json show_dom(const port_snapshot &at) {
-  json shown = {{"enabled", at.copy->data.is_dom_enabled != 0},
-                {"transceiver_disabled", at.copy->data.transceiver_disabled != 0}};
+  json shown = {{"enabled", at.copy->data.is_dom_enabled != 0}, {"transceiver_disabled", nullptr}};
+  if (knows_presence(at.module)) {
+    shown["transceiver_disabled"] = at.copy->data.transceiver_disabled != 0;
+  }
   if (at.polled) shown["last_poll_age_s"] = seconds_since(at.polled->ended);
   return shown;
 }
@@ -221,7 +218,7 @@ json show_port(driver &node, const lum_linux::port_description &port, const port
   shown["led"] = show_led(node, port.rsip);
   shown["sub_ports"] = json::array();
   if (!at.copy) return shown;
-  shown["inserted"] = at.is_filled;
+  shown["inserted"] = knows_presence(at.module) ? json(at.is_filled) : json(nullptr);
   shown["new_memmap"] = nullptr;
   if (at.is_filled && at.copy->data.vendor.fw_version != 0) {
     shown["new_memmap"] = at.copy->data.new_memmap != 0;

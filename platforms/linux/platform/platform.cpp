@@ -86,8 +86,13 @@ bool start_threads(platform::core &core, std::string &error) {
   core.im = std::make_unique<interface_manager>(
       im_options{im.handle_base, milliseconds(im.delay_min_ms), milliseconds(im.delay_max_ms),
                  im.seed, im.out_of_order});
-  core.keeper =
-      std::make_unique<periodic>("lum-store", store_period, checkpoints_tend, store_period);
+  core.keeper = std::make_unique<periodic>(
+      "lum-store", store_period,
+      [] {
+        checkpoints_tend();
+        traces_tend();
+      },
+      store_period);
   return true;
 }
 

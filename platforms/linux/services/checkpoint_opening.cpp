@@ -78,9 +78,18 @@ void checkpoint_service::settle_deletions() {
 cerrno checkpoint_service::tend() {
   if (!owner_) return 0;
   if (store_ == nullptr || store_->is_read_only()) return open_store(no_patience);
+  renew_log();
+  if (store_ == nullptr) return code_;
   finish_deletions();
-  judge_writing(now_.reason.empty() ? store_->look_for_file() : store_->try_writing());
+  judge_writing(now_.reason.empty() ? store_->look_for_files() : store_->try_writing());
   return count(store_->tend());
+}
+
+// Ahead of a change: what goes into a log that was taken away is lost with it.
+void checkpoint_service::renew_log() {
+  if (store_ == nullptr || store_->is_read_only() || !store_->leave_lost_log()) return;
+  tell("its write-ahead log was taken away or cut short; nothing is lost, it gets another");
+  open_store(no_patience);
 }
 
 // A store that can only be read is let go of: SQLite's locks go with any descriptor of a file.

@@ -77,6 +77,7 @@ cerrno checkpoint_service::map_key(const table &t, uint32_t key, uint64_t &id) {
 }
 
 cerrno checkpoint_service::create(const table &t, uint32_t key, uint64_t &id) {
+  renew_log();
   cerrno rc = finish_deletion({t.kind, key});
   if (rc == 0) rc = store_ == nullptr ? code_ : store_->create(t.kind, key, id);
   return count_write(rc);
@@ -109,6 +110,7 @@ cerrno checkpoint_service::load(const table &t, uint64_t id, std::span<std::byte
 // A record that the caller asked for and did not get is not saved over: it would take the settings
 // along that the caller does not know.
 cerrno checkpoint_service::save(const table &t, uint64_t id, std::span<const std::byte> data) {
+  renew_log();
   record_key record;
   uint64_t real = 0;
   cerrno rc = is_for_key(id) ? finish_deletion({t.kind, static_cast<uint32_t>(id)}) : 0;

@@ -80,6 +80,7 @@ class checkpoint_service {
 
  private:
   cerrno open_store(std::chrono::milliseconds patience);
+  void renew_log();
   cerrno take(checkpoint_store::opened opened);
   cerrno go_without(cerrno code, const std::string &reason);
   void tell(const std::string &what) const;
