@@ -49,8 +49,8 @@ struct http_options {
   std::optional<std::uint16_t> tcp_port;  // 0: any free port
   std::vector<std::string> names = {};    // that the TCP port may be called by, in small letters
   unsigned threads = 2;                   // for connections; each request has one of its own
-  std::size_t header_limit = 8 * 1024;
-  std::size_t body_limit = 256 * 1024;
+  std::size_t header_limit = std::size_t{8} * 1024;
+  std::size_t body_limit = std::size_t{256} * 1024;
   std::size_t connections = 64;   // on each of the two
   std::size_t streams = 64;       // beside those
   std::chrono::seconds idle{15};  // for a request to come in, and for a reply to go out

@@ -38,6 +38,7 @@ std::vector<std::string> names_by_likeness(const node_description &node, const s
   std::stable_sort(names.begin(), names.end(),
                    [](const auto &one, const auto &other) { return one.first < other.first; });
   std::vector<std::string> sorted;
+  sorted.reserve(names.size());
   for (auto &[differs, one] : names) sorted.push_back(std::move(one));
   return sorted;
 }

@@ -126,9 +126,9 @@ std::string reason_for(driver &node, const port_snapshot &at) {
 }
 
 port_snapshot snapshot(driver &node, const port_description &port, const valid_poll &before,
-                       std::optional<port_copy> copy) {
+                       const std::optional<port_copy> &copy) {
   port_snapshot at;
-  at.copy = std::move(copy);
+  at.copy = copy;
   at.module = node.platform().modules().status(port.rsip).value_or(module_status());
   const cage seen = node.cages().seen(port.rsip);
   const bool is_the_one_read = at.module.present && at.module.insertion == seen.insertion;
