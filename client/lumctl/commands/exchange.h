@@ -46,4 +46,7 @@ void print_as_json(const json &answer);
 bool wants_json(const given &words);
 option wait_option();
 
+// For a command that asks no driver and answers with a document all the same.
+option own_json_option();
+
 }  // namespace lumctl

@@ -1,5 +1,4 @@
-// What a module's words mean: the readings of a sub-port, and the module's own temperature and
-// supply.
+// The readings of a sub-port: what performance monitoring keeps of them, and their tests.
 #pragma once
 
 #include <cstddef>
@@ -7,12 +6,20 @@
 #include <optional>
 #include <span>
 #include <string_view>
-#include <vector>
 
+#include "base/module_words.h"
 #include "pm_ui.h"
 #include "words/readings.h"
 
 namespace lumd {
+
+using lum_client::implausible_words;
+using lum_client::is_plausible_power;
+using lum_client::power_dbm;
+using lum_client::power_microwatt;
+using lum_client::reading_value;
+using lum_client::supply_volts;
+using lum_client::temperature_celsius;
 
 // How far a power that performance monitoring keeps, in tenths of a microwatt, can be told in dBm:
 // nothing when it is not known to 1 dB.
@@ -35,22 +42,6 @@ std::span<const monitored_reading> monitored_readings();
 std::optional<uint32_t> readings_test_id(std::string_view text);
 bool is_readings_test(uint32_t test_id);
 
-double power_dbm(uint16_t reading);
-
-// In microwatts, cut to tenths as the library reports them.
-double power_microwatt(uint16_t reading);
-
 double power_watts(uint16_t reading);
-
-// Of a reading in the module's unit.
-double reading_value(uint16_t reading);
-
-double temperature_celsius(int16_t word);
-double supply_volts(uint16_t word);
-
-// What a module can have measured, as words/plausible.h has it; of its own two words the names, as
-// the API has them, of those that it cannot.
-bool is_plausible_power(uint16_t reading);
-std::vector<std::string_view> implausible_words(int16_t temperature, uint16_t supply);
 
 }  // namespace lumd

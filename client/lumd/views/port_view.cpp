@@ -4,12 +4,12 @@
 
 #include <nlohmann/json.hpp>
 
+#include "base/module_flags.h"
 #include "lum_linux/checkpoints.h"
 #include "lum_linux/leds.h"
 #include "lum_linux/modules.h"
 #include "lum_linux/stores.h"
 #include "node/driver.h"
-#include "node/module_flags.h"
 #include "node/port_snapshot.h"
 #include "node/readings.h"
 #include "views/alarm_view.h"
@@ -22,6 +22,8 @@
 namespace lumd {
 namespace {
 
+using lum_client::flag_places;
+using lum_client::raised_flags;
 using lum_linux::module_status;
 
 // Nobody has read it when all of it is empty.
