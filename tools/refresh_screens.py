@@ -41,8 +41,8 @@ def pages():
 
 
 def with_age(line, edge):
-    """The line with a number that ends where a column of ages does as 1."""
-    found = re.search(r"(?<= )\d+$|^\d+$", line[:edge])
+    """The line with 1 for the number that stands alone where a column of ages ends."""
+    found = re.search(r"(?<=  )\d+$", line[:edge])
     if found is None or line[edge:edge + 1] not in ("", " "):
         return line
     return line[:found.start()] + "1".rjust(edge - found.start()) + line[edge:]
@@ -80,14 +80,25 @@ class Shelf:
         self.driver = support.Driver(build, self.shelf, ("--alarm-tests",), support.QUICK)
 
     def __enter__(self):
-        self.driver.__enter__()
-        if self.driver.wait_for(self.is_settled, 60) is None:
-            raise RuntimeError("the shelf does not come up")
         self.driver.hold_polling()
+        self.driver.__enter__()
+        try:
+            if self.driver.wait_for(self.is_up, 60) is None:
+                raise RuntimeError("the shelf does not come up")
+            self.driver.poll_once()
+            if self.driver.wait_for(self.is_settled, 60) is None:
+                raise RuntimeError("the shelf is not polled well")
+        except BaseException:
+            self.driver.__exit__()
+            raise
         return self
 
     def __exit__(self, *_):
         self.driver.__exit__()
+
+    def is_up(self, ports):
+        return (ports[self.empty.name]["state"] == "empty"
+                and all(ports[name]["state"] == "up" for name in self.filled))
 
     def is_settled(self, ports):
         polled = all(sub["readings"] and {"power_1", "alarms"} <= sub.get("pm", {}).keys()

@@ -12,12 +12,12 @@
 namespace lumctl {
 
 struct port_selection {
-  std::vector<std::string> names;   // or positions; empty: all
-  std::vector<std::string> states;  // empty: all
-  std::string place = {};           // SLOT or SLOT/INSTANCE; empty: all
-  bool also_absent = false;         // ports that are described but do not exist
-  std::string filter = {};          // a part of something that is shown of the port
-  std::string order = {};           // empty: the driver's
+  std::vector<std::string> names = {};   // or positions; empty: all
+  std::vector<std::string> states = {};  // empty: all
+  std::string place = {};                // SLOT or SLOT/INSTANCE; empty: all
+  bool also_absent = false;              // ports that are described but do not exist
+  std::string filter = {};               // a part of something that is shown of the port
+  std::string order = {};                // empty: the driver's
   bool reversed = false;
 
   bool is_partial() const;

@@ -139,9 +139,7 @@ std::string describe_transfers(const json &module) {
 std::string describe_module(const json &port, const style &where) {
   const json &module = port.at("module");
   std::string text =
-      line("Module", fmt::format("of port {}",
-                                 painted(where, text_or_dash(port.at("name")), colour::strong))) +
-      describe_presence(module);
+      line("Module", "of port " + text_or_dash(port.at("name"))) + describe_presence(module);
   if (port.contains("halt")) text += describe_halt(port.at("halt"));
   if (port.contains("vendor")) {
     text += "\n" + describe_module_identity(port, true) + "\n" + describe_condition(port, true);

@@ -83,8 +83,7 @@ std::string describe_identity(const json &port, const style &where) {
   if (!port.at("reason").get<std::string>().empty()) {
     shown_state += ", " + text_or_dash(port.at("reason"));
   }
-  return line("Port", painted(where, text_or_dash(port.at("name")), colour::strong)) +
-         line("State", shown_state);
+  return line("Port", text_or_dash(port.at("name"))) + line("State", shown_state);
 }
 
 // What is lit and, where that cannot be set, what ought to be.

@@ -137,6 +137,8 @@ bool screen::is_stale() {
 
 bool can_draw() { return is_steerable(STDOUT_FILENO); }
 
+bool is_output_seen() { return ::isatty(STDOUT_FILENO) == 1; }
+
 bool has_keys() { return ::isatty(STDIN_FILENO) == 1; }
 
 }  // namespace lumctl

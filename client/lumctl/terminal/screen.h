@@ -29,6 +29,9 @@ class screen {
 // Whether standard output is a terminal that can be drawn on.
 bool can_draw();
 
+// Whether standard output is a terminal at all.
+bool is_output_seen();
+
 // Whether standard input is one, which keys are pressed on.
 bool has_keys();
 
