@@ -21,6 +21,9 @@ int fail_for_missing_member();
 // exit status.
 int show(const session &now, const given &words, const std::string &target, const printer &print);
 
+// Prints an answer that has been got already, likewise.
+int present(const given &words, const api_result &result, const printer &print);
+
 // What of a change has to have come about for a command to have succeeded.
 enum class enough {
   all,

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "printing/line.h"
+#include "printing/module_text.h"
 #include "printing/port_cells.h"
 #include "printing/port_text.h"
 #include "terminal/printable.h"
@@ -61,7 +62,7 @@ std::string describe_firmware(const json &decoded) {
   if (!firmware.is_object()) return "-";
   const std::string polled = text_or_dash(firmware.at("polled_text"));
   const std::string text = text_or_dash(firmware.at("text"));
-  return text + describe_memory_map_of(decoded) +
+  return text + describe_memory_map(decoded.at("new_memmap")) +
          (text == polled ? "" : fmt::format(", shown as {} once polled", polled));
 }
 
@@ -104,13 +105,13 @@ std::string describe_dump(const json &decoded, const style &where) {
   std::string text = line("Dump", describe_extent(decoded)) +
                      describe_list("Not there", decoded.at("missing"), "") +
                      line("Identifier", describe_identifier(decoded.at("identifier"))) +
-                     describe_identity_of_module(decoded) +
-                     line("Firmware", describe_firmware(decoded)) + describe_measured(decoded) +
-                     describe_checksums(decoded, where) +
+                     describe_vendor(decoded.at("vendor")) +
+                     line("Firmware", describe_firmware(decoded)) + describe_levels(decoded) +
+                     describe_flag_lines(decoded, true) + describe_checksums(decoded, where) +
                      describe_list("Doubts", decoded.at("doubts"), "none");
   for (const json &sub_port : decoded.at("sub_ports")) {
     text += fmt::format("Sub-port {}:\n", sub_port.at("sub_port").get<unsigned>()) +
-            describe_readings(sub_port);
+            describe_readings(sub_port, true);
   }
   return text;
 }
