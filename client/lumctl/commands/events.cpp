@@ -63,7 +63,8 @@ std::string one_line(const json &event) {
     std::this_thread::sleep_for(between_questions);
     const api_result result = get(now.socket, target_of(wanted, last), now.patience);
     if (result.what != outcome::done) {
-      if (std::exchange(is_there, false)) lum_client::complain("lumctl: " + result.error + "; waiting for it\n");
+      if (std::exchange(is_there, false))
+        lum_client::complain("lumctl: " + result.error + "; waiting for it\n");
       continue;
     }
     if (!std::exchange(is_there, true)) lum_client::complain("lumctl: the driver answers again\n");

@@ -225,6 +225,18 @@ void checkpoints_tend() {
   the_checkpoint_service().guarded([](auto &service) { return service.tend(); });
 }
 
+checkpoint_look checkpoints_look(uint64_t table, uint32_t key, std::span<std::byte> record) {
+  checkpoint_look result;
+  const cerrno rc = the_checkpoint_service().guarded([&](auto &service) -> cerrno {
+    const auto *known = service.table_of(table);
+    if (known == nullptr) return EINVAL;
+    result = service.look(*known, key, record);
+    return 0;
+  });
+  if (rc != 0) result = {false, false, cerr_strerror(rc)};
+  return result;
+}
+
 checkpoint_status checkpoints_status() { return the_checkpoint_service().status(); }
 
 }  // namespace lum_linux

@@ -72,6 +72,7 @@ class checkpoint_service {
   cerrno map_key(const table &t, uint32_t key, uint64_t &id);
   cerrno create(const table &t, uint32_t key, uint64_t &id);
   cerrno load(const table &t, uint64_t id, std::span<std::byte> buffer);
+  checkpoint_look look(const table &t, uint32_t key, std::span<std::byte> buffer);
   cerrno save(const table &t, uint64_t id, std::span<const std::byte> data);
   cerrno remove(const table &t, uint64_t id);
   cerrno start_walk(uint64_t table_handle, uint64_t &handle);
