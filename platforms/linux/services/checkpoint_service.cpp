@@ -113,7 +113,7 @@ checkpoint_look checkpoint_service::look(const table &t, uint32_t key,
   if (store_ == nullptr) return {false, false, now_.reason};
   if (has(record_trouble::undeleted, {t.kind, key})) return {true, false, {}};
   uint64_t id = 0;
-  cerrno rc = store_->look_for_file();
+  cerrno rc = store_->look_for_files();
   if (rc == 0) rc = store_->find(t.kind, key, id);
   if (rc == 0) rc = store_->load(t.kind, id, t.version, buffer);
   if (rc == 0) return {true, true, {}};
