@@ -11,6 +11,7 @@
 #include "base/output.h"
 #include "command_line.h"
 #include "confine.h"
+#include "lum_linux/disks.h"
 #include "lum_linux/image.h"
 #include "node/driver.h"
 #include "node/log.h"
@@ -83,9 +84,8 @@ void use_all_descriptors() {
 
 // What cannot be made is told by whoever needs it.
 void make_own_folders(const lum_linux::node_description &node) {
-  std::error_code ignored;
   for (const auto &folder : {node.state_directory, node.trace_directory, node.led_directory}) {
-    std::filesystem::create_directories(folder, ignored);
+    if (!lum_linux::folder_answers(folder)) say("{}: its disk does not answer", folder.native());
   }
 }
 
@@ -97,6 +97,7 @@ int run(lum_linux::node_description description, const command_line &chosen) {
   if (!chosen.socket.empty()) {
     description.api_socket = std::filesystem::absolute(chosen.socket);
   }
+  auto &stop = *new stop_signal;  // its thread goes on to the end
   make_own_folders(description);
   std::string error;
   // It goes on serving until the process ends, whatever is thrown here.
@@ -109,7 +110,6 @@ int run(lum_linux::node_description description, const command_line &chosen) {
   if (const auto why = confine_writes(description); !why.empty()) {
     say("the driver is not confined to its files: {}", why);
   }
-  auto &stop = *new stop_signal;  // its thread goes on to the end
 
   driver *const node = driver::start(description, chosen.alarm_tests, error);
   if (!node) {

@@ -14,6 +14,7 @@
 #include "description/control_characters.h"
 #include "description/port_names.h"
 #include "description/toml_table.h"
+#include "lum_linux/disks.h"
 #include "wording/nearest.h"
 
 namespace lum_linux {
@@ -344,6 +345,7 @@ void node_reader::read_led(toml_table &table, port_description &port) {
 }
 
 void node_reader::want_folder_or_nothing(const char *key, const fs::path &path, uint32_t line) {
+  if (!place_answers(path)) return;  // whoever needs it tells of it
   std::error_code error;
   const fs::file_status status = fs::status(path, error);
   if (status.type() == fs::file_type::not_found || fs::is_directory(status)) return;

@@ -25,6 +25,7 @@
 #include <system_error>
 
 #include "ctrace.h"
+#include "lum_linux/disks.h"
 #include "lum_linux/system.h"
 #include "services/immortal.h"
 
@@ -127,7 +128,11 @@ bool usable_name(const char *name) {
 // Opens the channel's files. May throw.
 void open_files(channel &to_open) {
   trace_channel_status &status = to_open.status;
-  // It would hold up whoever traces until somebody reads.
+  // Either would hold up whoever traces, for long or until somebody reads.
+  if (lum_linux::folder_is_waited_for(status.file.parent_path())) {
+    throw spdlog::spdlog_ex("the disk of " + status.file.parent_path().string() +
+                            " does not answer");
+  }
   std::error_code ignored;
   if (std::filesystem::is_fifo(status.file, ignored)) {
     throw spdlog::spdlog_ex(status.file.string() + " is a pipe");
