@@ -86,7 +86,12 @@ TEST(Completion, OffersTheOptionsOfEveryCommandWhereADriverIsAsked) {
   for_every_command([](const command &at, const words &path) {
     const words here = offered(path);
     for (const option &one : all_commands().options) {
-      EXPECT_EQ(std::count(here.begin(), here.end(), "--" + one.name), at.asks ? 1 : 0) << at.name;
+      const bool is_its_own =
+          std::any_of(at.options.begin(), at.options.end(),
+                      [&one](const option &own) { return own.name == one.name; });
+      EXPECT_EQ(std::count(here.begin(), here.end(), "--" + one.name),
+                at.asks || is_its_own ? 1 : 0)
+          << at.name;
     }
   });
 }
@@ -120,7 +125,7 @@ TEST(Commands, NoWordMeansTwoThings) {
     std::multiset<std::string> names;
     for (const argument &one : at.arguments) names.insert(one.name);
     for (const option &one : at.options) names.insert(one.name);
-    if (!path.empty()) {
+    if (!path.empty() && at.asks) {
       for (const option &one : lumctl.options) names.insert(one.name);
     }
     for (const std::string &name : names) EXPECT_EQ(names.count(name), 1U) << at.name << name;

@@ -131,11 +131,16 @@ void add_commands(CLI::App &app, const command &described, const std::string &pa
 
 int fail_for_usage(const std::string &why) { return fail(exit_usage, why + "; try --help"); }
 
+bool has_option(const command &described, std::string_view name) {
+  return std::any_of(described.options.begin(), described.options.end(),
+                     [name](const option &one) { return one.name == name; });
+}
+
 // What a command that asks no driver was told about asking it; empty when nothing was.
 std::string useless_option(const reading &typed) {
   if (typed.chosen->asks) return {};
   for (const option &one : typed.lumctl.options) {
-    if (!typed.words.has(one.name)) continue;
+    if (!typed.words.has(one.name) || has_option(*typed.chosen, one.name)) continue;
     return fmt::format("\"{}\" asks no driver, --{} has no meaning there", typed.path, one.name);
   }
   return {};

@@ -97,6 +97,8 @@ int change_and_wait(const session &now, const given &words, const std::string &t
 
 bool wants_json(const given &words) { return words.has(json_option); }
 
+option own_json_option() { return {json_option, "Print it as JSON"}; }
+
 option wait_option() {
   return {wait_name,
           fmt::format("Seconds to wait until the interface manager has confirmed; {} unless given",

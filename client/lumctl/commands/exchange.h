@@ -40,4 +40,7 @@ int change_and_wait(const session &now, const given &words, const std::string &t
 bool wants_json(const given &words);
 option wait_option();
 
+// For a command that asks no driver and answers with a document all the same.
+option own_json_option();
+
 }  // namespace lumctl

@@ -138,12 +138,7 @@ std::string describe_sub_port(const json &sub_port) {
   std::string text = fmt::format("Sub-port {}: {} {}{}\n", sub_port.at("sub_port").get<unsigned>(),
                                  text_or_dash(sub_port.at("ifname")), handle_text(sub_port),
                                  sub_port.at("created").get<bool>() ? "" : " not created");
-  std::size_t number = 0;
-  for (const json &reading : sub_port.at("readings")) text += describe_reading(number++, reading);
-  if (sub_port.at("readings").empty()) text += "  readings      none\n";
-  if (!sub_port.at("status").empty()) {
-    text += "  status bytes  " + describe_bytes(sub_port.at("status")) + "\n";
-  }
+  text += describe_readings(sub_port);
   text += "  settings      " + describe_configuration(sub_port.at("configuration")) + "\n";
   if (sub_port.contains("pm")) text += describe_alarms_told(sub_port.at("pm"));
   return text;
@@ -216,6 +211,31 @@ std::string describe_port(const json &port, const style &where) {
   for (const json &sub_port : port.at("sub_ports")) text += describe_sub_port(sub_port);
   if (port.contains("page")) text += hex_dump(port.at("page"));
   return text;
+}
+
+std::string describe_identity_of_module(const json &shown) {
+  return describe_vendor(shown.at("vendor"));
+}
+
+std::string describe_measured(const json &shown) {
+  return line("Temperature", with_unit(shown, "temperature_c", 2, "C")) +
+         line("Supply", with_unit(shown, "supply_v", 4, "V")) +
+         line("Flags", describe_flags(shown)) + describe_raised(shown.at("raised"));
+}
+
+std::string describe_readings(const json &sub_port) {
+  std::string text;
+  std::size_t number = 0;
+  for (const json &reading : sub_port.at("readings")) text += describe_reading(number++, reading);
+  if (sub_port.at("readings").empty()) text += "  readings      none\n";
+  if (!sub_port.at("status").empty()) {
+    text += "  status bytes  " + describe_bytes(sub_port.at("status")) + "\n";
+  }
+  return text;
+}
+
+std::string describe_memory_map_of(const json &shown) {
+  return describe_memory_map(shown.at("new_memmap"));
 }
 
 std::string describe_configuration(const json &configuration) {
