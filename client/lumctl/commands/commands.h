@@ -11,6 +11,7 @@ command all_commands();
 command check_command();
 command explain_command();
 command decode_command();
+command trace_command();
 command show_commands();
 command port_commands();
 command set_command();
