@@ -16,7 +16,8 @@ command all_commands() {
                    value{.kind = value_kind::real, .within = limits{0.1, 3600}}}},
       .commands = {show_commands(), port_commands(), set_command(), module_commands(),
                    replay_command(), resync_command(), im_commands(), watch_command(),
-                   check_command(), explain_command(), decode_command(), trace_command(), clear_commands(), inject_commands(), ea_commands(),
+                   check_command(), explain_command(), decode_command(), trace_command(),
+                   support_command(), clear_commands(), inject_commands(), ea_commands(),
                    completion_commands(), complete_command()}};
 }
 

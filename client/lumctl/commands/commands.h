@@ -12,6 +12,7 @@ command check_command();
 command explain_command();
 command decode_command();
 command trace_command();
+command support_command();
 command show_commands();
 command port_commands();
 command set_command();
