@@ -27,7 +27,7 @@ SCREEN = re.compile(
     r"(?P<head><!-- lumctl at (?P<columns>\d+) columns: (?P<command>.+?) -->\n```\n)"
     r"(?P<text>.*?)(?P<tail>^```$)", re.DOTALL | re.MULTILINE)
 COMMENT = re.compile(r"<!-- *lumctl")
-AGE_TITLES = ("AGE S", "SINCE S")
+GROWING = ("AGE S", "SINCE S", "PUBLISHED")  # columns of numbers that go on with the time
 MOMENTS = (
     (re.compile(r"\b\d+(\.\d+)? s ago\b"), "1 s ago"),
     (re.compile(r"\bfor \d+ s\b"), "for 60 s"),
@@ -40,8 +40,8 @@ def pages():
     return sorted([SOURCE / "README.md", *SOURCE.glob("docs/*.md")])
 
 
-def with_age(line, edge):
-    """The line with 1 for the number that stands alone where a column of ages ends."""
+def with_one(line, edge):
+    """The line with 1 for the number that stands alone where a column of them ends."""
     found = re.search(r"(?<=  )\d+$", line[:edge])
     if found is None or line[edge:edge + 1] not in ("", " "):
         return line
@@ -52,11 +52,11 @@ def normal(text, folder):
     """The output without what is different each time."""
     lines, edges = [], []
     for line in text.replace(str(folder), "/srv/demo").splitlines():
-        titles = [found.end() for title in AGE_TITLES
+        titles = [found.end() for title in GROWING
                   for found in re.finditer(rf"(?<!\S){title}(?!\S)", line)]
         edges = titles or edges
         for edge in [] if titles else edges:
-            line = with_age(line, edge)
+            line = with_one(line, edge)
         for moment, fixed in MOMENTS:
             line = moment.sub(fixed, line)
         lines.append(line.rstrip())

@@ -20,7 +20,7 @@ class Watching(Actions):
     def test_redrawn_as_cycles_end(self):
         self.begin()
         terminal = self.watch()
-        self.assertTrue(terminal.read_until(lambda drawn: drawn.count(b"\x1b[H\x1b[1m") >= 3, 20))
+        self.assertTrue(terminal.read_until(lambda drawn: drawn.count(b"\x1b[H\x1b[K\x1b[1m") >= 3, 20))
         terminal.kill(signal.SIGINT)
         self.assertEqual(terminal.end(), 0)
         self.assertTrue(terminal.output.startswith(TAKE))
@@ -114,6 +114,14 @@ class Watching(Actions):
         self.assertTrue(terminal.read_until(lambda drawn: b"not shown at 60" in drawn[seen:], 5))
         terminal.kill(signal.SIGINT)
         self.assertEqual(terminal.end(), 0)
+
+    @needs_a_terminal
+    def test_the_last_column_is_not_erased_again(self):
+        self.begin()
+        terminal = self.watch("--count", "2", "--interval", "0.2")
+        self.assertEqual(terminal.end(), 0)
+        self.assertIn(b"\x1b[K", terminal.output)
+        self.assertNotRegex(terminal.output, rb"[^H\n]\x1b\[[KJ]")
 
     @needs_a_terminal
     def test_a_hanging_driver_holds_up_no_key(self):

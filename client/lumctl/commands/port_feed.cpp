@@ -26,6 +26,9 @@ using seconds = std::chrono::duration<double>;
 constexpr milliseconds between_questions(500);
 constexpr seconds longest_still(10);
 
+// How long an answer that is under way at the end may take.
+constexpr milliseconds longest_farewell(500);
+
 std::uint64_t cycles_of(const api_result &polling) {
   if (polling.what != outcome::done || !polling.body->is_object()) return 0;
   const auto found = polling.body->find("cycles");
@@ -82,6 +85,7 @@ struct port_feed::shared {
   std::optional<port_news> latest;
   std::optional<clock::time_point> asked;
   bool over = false;
+  bool ended = false;  // the thread has
 
   ~shared() { ::close(descriptor); }
 
@@ -96,6 +100,12 @@ struct port_feed::shared {
         return ends;
       });
     }
+  }
+
+  void end() {
+    std::lock_guard lock(mutex);
+    ended = true;
+    changed.notify_all();
   }
 
   // An answer that lacks something is an error to show, and not the end of the process.
@@ -136,16 +146,18 @@ port_feed::port_feed(const session &now, const port_selection &wanted, double in
   state_->interval = interval;
   state_->descriptor = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   if (state_->descriptor < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
-  start_quietly([state = state_] { state->run(); }).detach();
+  start_quietly([state = state_] {
+    state->run();
+    state->end();
+  }).detach();
 }
 
-// Its thread may wait for the driver for as long as the driver likes; it is not waited for.
+// Its thread may wait for the driver for as long as the driver likes; it is not waited for then.
 port_feed::~port_feed() {
-  {
-    std::lock_guard lock(state_->mutex);
-    state_->over = true;
-  }
+  std::unique_lock lock(state_->mutex);
+  state_->over = true;
   state_->changed.notify_all();
+  state_->changed.wait_for(lock, longest_farewell, [this] { return state_->ended; });
 }
 
 int port_feed::descriptor() const { return state_->descriptor; }

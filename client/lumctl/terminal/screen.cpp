@@ -123,10 +123,12 @@ screen::~screen() {
 void screen::draw(const std::vector<std::string> &lines) {
   std::string picture = "\x1b[H";
   for (std::size_t i = 0; i < lines.size(); ++i) {
-    if (i > 0) picture += "\r\n";
-    picture += lines[i] + "\x1b[K";
+    // Erased before it is drawn: behind a line that fills the terminal the cursor stands on its
+    // last character.
+    picture += (i > 0 ? "\r\n\x1b[K" : "\x1b[K") + lines[i];
   }
-  put(picture + "\x1b[J");
+  if (lines.size() < screen_size().rows) picture += "\r\n\x1b[J";
+  put(picture);
 }
 
 bool screen::is_stale() {
