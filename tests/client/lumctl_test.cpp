@@ -82,6 +82,13 @@ TEST(Completion, OffersAnArgumentAgainOnlyWhereItMayBeRepeated) {
               ElementsAre("--socket", "--json", "--timeout", "--help"));
 }
 
+TEST(Completion, GoesOnWithAList) {
+  EXPECT_THAT(candidates(all_commands(), nowhere, {"show", "ports", "--state", "failing,s"}),
+              ElementsAre("failing,stale"));
+  EXPECT_THAT(candidates(all_commands(), nowhere, {"show", "ports", "-b", "--columns", "port,fi"}),
+              ElementsAre("port,firmware"));
+}
+
 TEST(Completion, OffersTheOptionsOfEveryCommandWhereADriverIsAsked) {
   for_every_command([](const command &at, const words &path) {
     const words here = offered(path);
@@ -192,15 +199,14 @@ TEST(Names, UnknownStatesHaveAColour) {
 }
 
 TEST(Table, NumbersStandToTheRightAndLinesEndWithTheirText) {
-  const std::vector<line_format> formats = {{{{"NAME"}, {"N", true}, {"TEXT"}}, 0}};
-  const std::vector<record> records = {
-      {{{{{"a"}, {"10"}, {"long text"}}, {{}, {"7"}, {"x"}}}}, "note"}};
-  EXPECT_EQ(render(formats, records, {}),
+  const table shown = {{{{{"NAME"}, {"N", true}, {"TEXT"}}, 0}},
+                       {{{{{{"a"}, {"10"}, {"long text"}}, {{}, {"7"}, {"x"}}}}, "note"}}};
+  EXPECT_EQ(render(shown, {}),
             "NAME   N  TEXT\n"
             "a     10  long text\n"
             "       7  x\n"
             "    note\n");
-  EXPECT_EQ(table_width(formats, records), 19U);
+  EXPECT_EQ(table_width(shown, {}), 19U);
 }
 
 // What is printed of a bin in which each of the values has been 7 all the time.

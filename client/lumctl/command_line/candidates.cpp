@@ -54,8 +54,22 @@ std::vector<std::string> assignments(const position &now, std::string_view word)
   return words;
 }
 
+// What may go on a list: every word of it behind the parts that stand already.
+void go_on_list(std::string_view last, std::vector<std::string> &words) {
+  const std::size_t comma = last.rfind(',');
+  if (comma == std::string_view::npos) return;
+  for (std::string &word : words) word.insert(0, last.substr(0, comma + 1));
+}
+
+std::vector<std::string> values_waited_for(const position &now, std::string_view last) {
+  const value &takes = *now.waiting->takes;
+  std::vector<std::string> words = values_of(takes, now.socket);
+  if (takes.list) go_on_list(last, words);
+  return words;
+}
+
 std::vector<std::string> words_at(const position &now, std::string_view last) {
-  if (now.waiting != nullptr) return values_of(*now.waiting->takes, now.socket);
+  if (now.waiting != nullptr) return values_waited_for(now, last);
   if (is_option(last) && last.find('=') != std::string_view::npos) return assignments(now, last);
   if (!now.at->commands.empty() && now.arguments > 0) return {};  // no such command
   std::vector<std::string> words = names_below(*now.at);

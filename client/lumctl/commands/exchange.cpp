@@ -5,7 +5,6 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
-#include "api/client.h"
 #include "base/output.h"
 #include "terminal/progress.h"
 
@@ -60,6 +59,10 @@ int show(const session &now, const given &words, const std::string &target, cons
     const progress bar("waiting for the driver");
     return get(now.socket, target, now.patience);
   }();
+  return present(words, result, print);
+}
+
+int present(const given &words, const api_result &result, const printer &print) {
   if (result.what != outcome::done) return fail_for(result);
   if (wants_json(words)) {
     print_as_json(*result.body);

@@ -4,6 +4,7 @@
 #include <functional>
 #include <string>
 
+#include "api/client.h"
 #include "api/json.h"
 #include "command_line/command.h"
 #include "command_line/status.h"
@@ -19,6 +20,9 @@ int fail_for_missing_member();
 // Gets `target` and prints it: as JSON when that was asked for, else through `print`. Returns the
 // exit status.
 int show(const session &now, const given &words, const std::string &target, const printer &print);
+
+// Prints an answer that has been got already, likewise.
+int present(const given &words, const api_result &result, const printer &print);
 
 // What of a change has to have come about for a command to have succeeded.
 enum class enough {

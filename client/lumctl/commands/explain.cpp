@@ -33,7 +33,7 @@ static_assert(explains_all(lum_words::port_states), "a state has no explanation"
 static_assert(explains_all(lum_words::alarms), "an alarm has no explanation");
 static_assert(explains_all(lum_words::findings), "a finding has no explanation");
 
-int explain(const session &, const given &words) {
+int explain(const session &now, const given &words) {
   // "coming up" is two words on a command line.
   const std::string name = fmt::format("{}", fmt::join(words.texts("name"), " "));
   const auto found = std::find_if(explanations.begin(), explanations.end(),
@@ -42,9 +42,10 @@ int explain(const session &, const given &words) {
     return fail(exit_usage, fmt::format("there is nothing to explain of \"{}\"{}", name,
                                         lum_wording::did_you_mean(name, names)));
   }
-  lum_client::print(
+  const std::string text =
       line("Name", std::string(found->name)) + line("Means", std::string(found->meaning)) +
-      line("Look at", std::string(found->look_at)) + line("Do", std::string(found->remedy)));
+      line("Look at", std::string(found->look_at)) + line("Do", std::string(found->remedy));
+  lum_client::print(folded_lines(text, now.output));
   return exit_done;
 }
 

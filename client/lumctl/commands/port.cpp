@@ -1,39 +1,18 @@
 // Ports come and go, and are told a state.
 #include <fmt/format.h>
 
-#include <charconv>
 #include <nlohmann/json.hpp>
 
 #include "api/client.h"
 #include "commands/commands.h"
 #include "commands/exchange.h"
+#include "commands/place.h"
 #include "names.h"
 #include "printing/port_cells.h"
 #include "words/controller_states.h"
 
 namespace lumctl {
 namespace {
-
-// Reads SLOT or SLOT/INSTANCE into a request's body; says what is wrong with it, or nothing.
-std::string read_place(const std::string &text, json &body) {
-  const char *at = text.data();
-  const char *const end = at + text.size();
-  for (const char *member : {"slot", "instance"}) {
-    unsigned number = 0;
-    const auto [stop, error] = std::from_chars(at, end, number);
-    if (error != std::errc()) break;
-    body[member] = number;
-    if (stop == end) return {};
-    if (*stop != '/') break;
-    at = stop + 1;
-  }
-  return fmt::format("\"{}\" is not SLOT or SLOT/INSTANCE", text);
-}
-
-std::string check_place(const std::string &text) {
-  json ignored;
-  return read_place(text, ignored);
-}
 
 std::string describe_changed(const json &reply) {
   std::string text;

@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "printing/line.h"
 #include "printing/port_cells.h"
 #include "wording/numbers.h"
 
@@ -28,23 +29,24 @@ cell library_cell(const json &controller) {
 }  // namespace
 
 std::string describe_controllers(const json &answer, const style &output) {
-  const std::vector<line_format> formats = {
+  table shown;
+  shown.formats = {
       {{{"CONTROLLER"}, {"IFHANDLE"}, {"STATE", true}, {"UPDATES", true}, {"LIBRARY"}}, 0}};
-  std::vector<record> records;
   for (const json &controller : answer.at("controllers")) {
-    records.push_back({{{{{text_or_dash(controller.at("name")), colour::strong},
-                          {hexadecimal(controller.at("ifhandle"))},
-                          {count_or_dash(controller.at("state"))},
-                          {count_or_dash(controller.at("updates"))},
-                          library_cell(controller)}}},
-                       {}});
+    shown.records.push_back({{{{{text_or_dash(controller.at("name")), colour::strong},
+                                {hexadecimal(controller.at("ifhandle"))},
+                                {count_or_dash(controller.at("state"))},
+                                {count_or_dash(controller.at("updates"))},
+                                library_cell(controller)}}},
+                             {}});
   }
   const json &batches = answer.at("batches");
   const auto count = [&batches](const char *name) { return batches.at(name).get<std::uint64_t>(); };
-  return render(formats, records, output) +
-         fmt::format("{}; batches: {} create, {} delete, {} update, {} refused, {} pending\n",
-                     lum_wording::counted(records.size(), "controller"), count("create"),
-                     count("delete"), count("update"), count("refused"), count("pending"));
+  const std::string batched =
+      fmt::format("{}; batches: {} create, {} delete, {} update, {} refused, {} pending\n",
+                  lum_wording::counted(shown.records.size(), "controller"), count("create"),
+                  count("delete"), count("update"), count("refused"), count("pending"));
+  return render(shown, output) + folded_notes(batched, output);
 }
 
 }  // namespace lumctl
