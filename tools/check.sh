@@ -5,6 +5,7 @@
 # usage: tools/check.sh [STEP ...]   (no argument: all)
 #        tools/check.sh fast         what takes no second build, over what has changed
 #        tools/check.sh accept-abi
+#        tools/check.sh accept-screens
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -103,6 +104,23 @@ check_accept-abi() {
   abidw --exported-interfaces-only --no-corpus-path --no-show-locs --no-comp-dir-path \
     --no-parameter-names --out-file $library/liblum.abi build/$library/liblum.so
   sed -i "s|='$PWD/|='|" $library/liblum.abi
+}
+
+# The screens on the pages are what lumctl prints. It is one of the tests of the client too, which
+# the steps of the sanitizers run.
+check_screens() {
+  build_client
+  python3 tools/refresh_screens.py --build build --check
+}
+
+check_accept-screens() {
+  build_client
+  python3 tools/refresh_screens.py --build build
+}
+
+build_client() {
+  cmake --preset release >/dev/null
+  cmake --build --preset release -j "$jobs" --target lumd lumctl lum-module-image >/dev/null
 }
 
 check_sanitizer() {
