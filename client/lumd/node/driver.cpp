@@ -71,7 +71,7 @@ void driver::bring_up() {
   troubles_.look(*this);
   cage_thread_ = std::make_unique<periodic>(cage_thread_name, cage_period, [this] {
     cages_.look();
-    platform_->leds().retry();
+    platform_->leds().look();
     troubles_.look(*this);
     look_at_ports(*this);  // so that their states have the right age
   });

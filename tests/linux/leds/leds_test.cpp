@@ -167,11 +167,11 @@ TEST_F(Leds, TroubleIsKeptUntilTheStateCanBeSet) {
   EXPECT_EQ(trouble->led, red);
   EXPECT_NE(trouble->code, 0u);
   EXPECT_EQ(trouble->wanted, 3u);
-  all->retry();
+  all->look();
   EXPECT_TRUE(all->trouble(rsip));
   std::filesystem::remove(red / "brightness");
   write_file(red / "brightness", "0\n");
-  all->retry();
+  all->look();
   EXPECT_FALSE(all->trouble(rsip));
   EXPECT_EQ(state(), 3u);
 }
