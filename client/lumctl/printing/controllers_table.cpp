@@ -6,6 +6,7 @@
 
 #include "printing/port_cells.h"
 #include "wording/numbers.h"
+#include "words/controller_states.h"
 
 namespace lumctl {
 namespace {
@@ -16,6 +17,12 @@ std::string hexadecimal(const json &handle) {
 
 std::string count_or_dash(const json &number) {
   return number.is_number() ? fmt::format("{}", number.get<std::uint32_t>()) : "-";
+}
+
+// As an update has told it.
+std::string state_or_dash(const json &state) {
+  if (!state.is_number()) return "-";
+  return std::string(state == 0 ? lum_words::controller_down : lum_words::controller_up);
 }
 
 // Whether the library has the controller under the same handle.
@@ -34,7 +41,7 @@ std::string describe_controllers(const json &answer, const style &output) {
   for (const json &controller : answer.at("controllers")) {
     records.push_back({{{{{text_or_dash(controller.at("name")), colour::strong},
                           {hexadecimal(controller.at("ifhandle"))},
-                          {count_or_dash(controller.at("state"))},
+                          {state_or_dash(controller.at("state"))},
                           {count_or_dash(controller.at("updates"))},
                           library_cell(controller)}}},
                        {}});

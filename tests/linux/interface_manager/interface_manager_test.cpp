@@ -34,7 +34,9 @@ TEST(InterfaceManager, ListsControllersByHandleAndFindsThemByEither) {
   ASSERT_EQ(controllers.size(), 2u);
   EXPECT_EQ(controllers[0].name, "Ots0_1_0_2_0");
   EXPECT_EQ(controllers[0].handle, 0x08000001u);
-  EXPECT_EQ(controllers[0].state, 0u);
+  EXPECT_FALSE(controllers[0].state) << "nobody has told it one";
+  EXPECT_EQ(node.im.find(0x08000001)->name, "Ots0_1_0_2_0");
+  EXPECT_FALSE(node.im.find(0x08000003));
   EXPECT_EQ(node.im.name_of(0x08000002), "Ots0_1_0_1_0");
   EXPECT_EQ(node.im.handle_of("Ots0_1_0_1_0"), 0x08000002u);
   EXPECT_FALSE(node.im.name_of(0));
