@@ -51,10 +51,10 @@ std::string describe_transfers(const json &module) {
   if (module.contains("backend")) {
     text += line("Backend", text_or_dash(module.at("backend")));
     text += line("Faults", text_or_dash(module.at("faults")));
+    const std::string last = number_or_dash(module.at("last_transfer_us"), 0);
     text += line("Bytes", fmt::format("{} read, {} written, the last transfer took {} us",
                                       module.at("bytes_read").get<std::uint64_t>(),
-                                      module.at("bytes_written").get<std::uint64_t>(),
-                                      module.at("last_transfer_us").get<std::uint64_t>()));
+                                      module.at("bytes_written").get<std::uint64_t>(), last));
   }
   return text;
 }
@@ -89,9 +89,14 @@ std::string describe_flags(const json &port) {
   return text;
 }
 
-std::string describe_alarms(const json &names) {
+// Those that a test forces are marked.
+std::string describe_alarms(const json &names, const json &injected) {
   std::string text;
-  for (const json &name : names) text += (text.empty() ? "" : ", ") + text_or_dash(name);
+  for (const json &name : names) {
+    const bool forced = std::find(injected.begin(), injected.end(), name) != injected.end();
+    text += fmt::format("{}{}{}", text.empty() ? "" : ", ", text_or_dash(name),
+                        forced ? " (injected by a test)" : "");
+  }
   return text.empty() ? "none" : text;
 }
 
@@ -113,15 +118,16 @@ std::string describe_upkeep(const json &port) {
          line("Mutex", port.at("mutex_kept").get<bool>() ? "kept by the deletion" : "not kept");
 }
 
-std::string describe_reading(std::size_t number, const json &reading) {
+std::string describe_reading(const json &reading) {
   const unsigned raw = reading.at("raw").get<unsigned>();
+  const std::string name = text_or_dash(reading.at("name"));
   if (!reading.contains("dbm")) {
-    return fmt::format("  reading {}     {:>10}                     raw {:5}\n", number,
+    return fmt::format("  {:<13} {:>10}                     raw {:5}\n", name,
                        number_or_dash(reading.at("value"), 1), raw);
   }
   const std::string microwatt =
       reading.contains("microwatt") ? number_or_dash(reading.at("microwatt"), 1) + " uW" : "";
-  return fmt::format("  power {}       {:>10} dBm {:>15}  raw {:5}{}\n", number,
+  return fmt::format("  {:<13} {:>10} dBm {:>15}  raw {:5}{}\n", name,
                      number_or_dash(reading.at("dbm"), 2), microwatt, raw,
                      reading.at("plausible").get<bool>() ? "" : not_plausible);
 }
@@ -129,17 +135,19 @@ std::string describe_reading(std::size_t number, const json &reading) {
 // The alarms that the alarm service was told of last.
 std::string describe_alarms_told(const json &monitoring) {
   if (!monitoring.contains("raised")) return "  alarms        not known yet\n";
-  return fmt::format("  alarms        {}, {} s ago{}\n", describe_alarms(monitoring.at("raised")),
+  return fmt::format("  alarms        {}, {} s ago{}\n",
+                     describe_alarms(monitoring.at("raised"), monitoring.at("injected")),
                      number_or_dash(monitoring.at("alarms_age_s"), 0),
                      monitoring.at("waiting").get<bool>() ? ", waiting for the next poll" : "");
 }
 
 std::string describe_sub_port(const json &sub_port) {
-  std::string text = fmt::format("Sub-port {}: {} {}{}\n", sub_port.at("sub_port").get<unsigned>(),
-                                 text_or_dash(sub_port.at("ifname")), handle_text(sub_port),
-                                 sub_port.at("created").get<bool>() ? "" : " not created");
-  std::size_t number = 0;
-  for (const json &reading : sub_port.at("readings")) text += describe_reading(number++, reading);
+  std::string text = fmt::format(
+      "Sub-port {}: {} {}{}{}\n", sub_port.at("sub_port").get<unsigned>(),
+      text_or_dash(sub_port.at("ifname")), handle_text(sub_port),
+      sub_port.at("created").get<bool>() ? "" : " not created",
+      sub_port.at("told").is_null() ? "" : ", last told " + text_or_dash(sub_port.at("told")));
+  for (const json &reading : sub_port.at("readings")) text += describe_reading(reading);
   if (sub_port.at("readings").empty()) text += "  readings      none\n";
   if (!sub_port.at("status").empty()) {
     text += "  status bytes  " + describe_bytes(sub_port.at("status")) + "\n";
@@ -219,13 +227,20 @@ std::string describe_port(const json &port, const style &where) {
 }
 
 std::string describe_configuration(const json &configuration) {
-  std::string text;
+  const char *const others =
+      configuration.at("changed_known").get<bool>() ? "never set: " : "not known: ";
+  std::string made;
+  std::string never;
   for (const lum_words::setting &setting : lum_words::settings) {
     const json &value = configuration.at(lum_words::member_of(setting.name));
-    text += fmt::format("{} {}, ", setting.name, value.get<std::int64_t>());
+    if (value.is_null()) {
+      never += fmt::format("{}{}", never.empty() ? others : ", ", setting.name);
+    } else {
+      made +=
+          fmt::format("{}{} {}", made.empty() ? "" : ", ", setting.name, value.get<std::int64_t>());
+    }
   }
-  return text +
-         fmt::format("changed 0x{:x}", configuration.at("changed_bits").get<std::uint64_t>());
+  return made + (made.empty() || never.empty() ? "" : "; ") + never;
 }
 
 }  // namespace lumctl

@@ -48,7 +48,7 @@ api_reply post_settings(driver &node, const api_request &request) {
   const wanted_settings wanted = read_settings(body);
   if (wanted.empty() && body.wrong().empty()) body.complain("there is no setting in the body");
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
-  return act(lane_of_port(port->rsip), bound, [&node, port, sub_port, wanted] {
+  return act(node, lane_of_port(port->rsip), bound, [&node, port, sub_port, wanted] {
     return reply_to(change_settings(node, *port, sub_port, wanted, bound / 2),
                     [&](const settings_report &report) {
                       return show_settings_change(report, *port, sub_port);

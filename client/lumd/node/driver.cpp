@@ -105,6 +105,15 @@ void driver::create_ports() {
   if (!good) say("the node is not complete; the API shows what there is");
 }
 
+// Does not follow the clock's small corrections: whoever sees it change takes that for a start.
+std::chrono::system_clock::time_point driver::started() const {
+  using std::chrono::system_clock;
+  const auto by_now =
+      system_clock::now() - std::chrono::duration_cast<system_clock::duration>(uptime());
+  if (std::chrono::abs(by_now - started_.load()) > std::chrono::seconds(2)) started_ = by_now;
+  return started_;
+}
+
 std::map<std::string, std::chrono::steady_clock::duration> driver::rounds() const {
   std::map<std::string, std::chrono::steady_clock::duration> ages;
   if (cage_thread_) ages[cage_thread_name] = cage_thread_->since_round();

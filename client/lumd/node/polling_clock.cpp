@@ -124,9 +124,11 @@ void polling_clock::visit(uint32_t rsip) {
   last_activity_ = now;
 }
 
+// A visit that had to wait for its port's mutex may have been taken for ended.
 void polling_clock::enter() {
   std::lock_guard lock(mutex_);
   inside_ = true;
+  running_ = true;
 }
 
 void polling_clock::leave() {

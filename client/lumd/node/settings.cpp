@@ -34,11 +34,6 @@ lum_hw_info_in make_record(const lum_port_cfg &stored, const wanted_settings &wa
   return record;
 }
 
-uint64_t failed_transfers(driver &node, uint32_t rsip) {
-  const auto status = node.platform().modules().status(rsip);
-  return status ? status->statistics.failed : 0;
-}
-
 // What the store has to say of a save that failed.
 std::string reason_of_store(uint32_t rsip) {
   for (const auto &one : lum_linux::checkpoints_status().troubled) {
@@ -52,6 +47,20 @@ std::string reason_of_store(uint32_t rsip) {
 refusal not_now(const std::string &reason) { return {refusal_kind::conflict, reason}; }
 
 }  // namespace
+
+module_writing::module_writing(driver &node, uint32_t rsip)
+    : node_(node), rsip_(rsip), failed_before_(failed_transfers()) {}
+
+bool module_writing::has_reached() const {
+  const auto copy = copy_port(rsip_);
+  return node_.node().rack == 0 && copy && copy->data.transceiver_disabled == 0 &&
+         failed_transfers() == failed_before_;
+}
+
+uint64_t module_writing::failed_transfers() const {
+  const auto status = node_.platform().modules().status(rsip_);
+  return status ? status->statistics.failed : 0;
+}
 
 outcome<settings_report> change_settings(driver &node, const lum_linux::port_description &port,
                                          uint32_t sub_port, const wanted_settings &wanted,
@@ -69,7 +78,7 @@ outcome<settings_report> change_settings(driver &node, const lum_linux::port_des
   uint64_t changed_bits = 0;
   for (const auto &[setting, value] : wanted) changed_bits |= setting->change_bit;
   const lum_hw_info_in record = make_record(before->data.port_cfg[sub_port], wanted, changed_bits);
-  const uint64_t failed_before = failed_transfers(node, port.rsip);
+  const module_writing writing(node, port.rsip);
   const cerrno rc = lum_set_hw_info_by_ifh(1, &ifhandle, &record, &changed_bits);
   const auto after = copy_port(port.rsip);
   if (!after) return not_now(fmt::format("port {} has been deleted meanwhile", port.name));
@@ -83,8 +92,7 @@ outcome<settings_report> change_settings(driver &node, const lum_linux::port_des
   }
   report.ifhandle = ifhandle;
   report.change_bits = changed_bits;
-  report.module_written = node.node().rack == 0 && after->data.transceiver_disabled == 0 &&
-                          failed_transfers(node, port.rsip) == failed_before;
+  report.module_written = writing.has_reached();
   report.stored = after->data.port_cfg[sub_port];
   return report;
 }

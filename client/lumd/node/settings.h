@@ -55,6 +55,21 @@ struct settings_report : action_report {
   lum_port_cfg stored = {};  // afterwards
 };
 
+// What the library writes into a port's module from the making of this on.
+class module_writing {
+ public:
+  module_writing(driver &node, uint32_t rsip);
+  // All of it has reached the module so far, as far as transfers tell.
+  bool has_reached() const;
+
+ private:
+  uint64_t failed_transfers() const;
+
+  driver &node_;
+  uint32_t rsip_;
+  uint64_t failed_before_;
+};
+
 // Changes what is wanted of one sub-port, 0 or 1. Waits for the module, and up to `wait` for
 // another change of the port.
 outcome<settings_report> change_settings(driver &node, const lum_linux::port_description &port,

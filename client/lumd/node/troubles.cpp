@@ -5,6 +5,7 @@
 #include "cerr.h"
 #include "lum.h"
 #include "lum_linux/leds.h"
+#include "lum_linux/traces.h"
 #include "node/driver.h"
 #include "node/log.h"
 #include "node/port_snapshot.h"
@@ -63,14 +64,19 @@ std::vector<std::string> never_polled(const lum_linux::node_description &node) {
 void trouble_watch::look(driver &node) {
   std::map<std::string, std::string> now;
   for (const trouble &one : troubles_of(node)) {
-    const std::string key = fmt::format("port {}: {}", one.port->name, one.kind);
-    now[key] = one.reason;
-    const auto before = known_.find(key);
-    if (before == known_.end() || before->second != one.reason) {
-      say("port {}: {}", one.port->name, one.reason);
-    }
+    now[fmt::format("port {}: {}", one.port->name, one.kind)] =
+        fmt::format("port {}: {}", one.port->name, one.reason);
   }
-  for (const auto &[key, reason] : known_) {
+  for (const auto &channel : lum_linux::traces_status()) {
+    if (channel.reason.empty()) continue;
+    now["trace " + channel.name] =
+        fmt::format("trace {}: its lines are lost: {}", channel.name, channel.reason);
+  }
+  for (const auto &[key, line] : now) {
+    const auto before = known_.find(key);
+    if (before == known_.end() || before->second != line) say("{}", line);
+  }
+  for (const auto &[key, line] : known_) {
     if (!now.contains(key)) say("{} trouble is over", key);
   }
   known_ = std::move(now);

@@ -35,7 +35,7 @@ class trouble_watch {
   void look(driver &node);
 
  private:
-  std::map<std::string, std::string> known_;  // reasons, by port and kind
+  std::map<std::string, std::string> known_;  // what was said, by port and kind, or by trace
 };
 
 }  // namespace lumd

@@ -8,6 +8,7 @@
 #include "node/module_actions.h"
 #include "node/settings.h"
 #include "views/configuration_view.h"
+#include "views/store_view.h"
 
 namespace lumd {
 namespace {
@@ -50,9 +51,10 @@ json show_lifecycle(const lifecycle_report &report) {
   return shown;
 }
 
-json show_update(const action_report &report, const lum_linux::port_description &port,
+json show_update(const update_report &report, const lum_linux::port_description &port,
                  uint32_t state) {
   json shown = {{"result", result_of(report.rc)}, {"name", port.name}, {"state", state}};
+  shown["module_written"] = report.module_written ? json(*report.module_written) : json();
   conclude(shown, report);
   return shown;
 }
@@ -73,13 +75,14 @@ json show_clear(const clear_report &report) {
 
 json show_settings_change(const settings_report &report, const lum_linux::port_description &port,
                           uint32_t sub_port) {
+  const bool saved_are_known = saved_settings_are_known(lum_linux::checkpoints_status(), port.rsip);
   json shown = {{"result", result_of(report.rc)},
                 {"name", port.name},
                 {"sub_port", sub_port},
                 {"ifhandle", report.ifhandle},
                 {"change_bits", report.change_bits},
                 {"module_written", report.module_written},
-                {"stored", show_configuration(report.stored)}};
+                {"stored", show_configuration(report.stored, saved_are_known)}};
   conclude(shown, report);
   return shown;
 }
