@@ -321,6 +321,7 @@ class Buses(Actions):
         port = self.wait_for_state(missing, "failing")
         self.assertEqual(port["reason"], f"{bus} is no I2C bus")
         self.assertIsNone(port["module"]["present"])
+        self.assertNotIn("no module", self.says("show", "port", missing.name))
         self.assertEqual(bus.read_text(), "bytes of nobody's")
 
 
@@ -334,6 +335,8 @@ class Waits(Actions):
         done = run(LUMCTL, "--socket", self.shelf.socket, "set", self.second.name, "mode=3")
         said = done.stdout + done.stderr
         self.assertRegex(said, f"has not ended: that of port {self.second.name} [(][0-9]+ s[)]")
+        self.assertIn("a transfer with its module does not end",
+                      self.fails(1, "module", "poke", self.second.name, "0", "14", "3"))
         self.does("module", "release", self.second.name)
 
     def test_a_poll_that_waited_for_its_port_is_as_old_as_it_is(self):

@@ -36,7 +36,7 @@ cell library_cell(const json &controller) {
 
 std::string describe_controllers(const json &answer, const style &output) {
   const std::vector<line_format> formats = {
-      {{{"CONTROLLER"}, {"IFHANDLE"}, {"STATE", true}, {"UPDATES", true}, {"LIBRARY"}}, 0}};
+      {{{"CONTROLLER"}, {"IFHANDLE"}, {"STATE"}, {"UPDATES", true}, {"LIBRARY"}}, 0}};
   std::vector<record> records;
   for (const json &controller : answer.at("controllers")) {
     records.push_back({{{{{text_or_dash(controller.at("name")), colour::strong},

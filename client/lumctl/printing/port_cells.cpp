@@ -80,7 +80,10 @@ cell dom_cell(const json &port) {
   const json dom = member(port, "dom");
   if (!dom.is_object()) return {"-"};
   if (!dom.at("enabled").get<bool>()) return {"off", colour::faint};
-  if (dom.at("transceiver_disabled").get<bool>()) return {"no module", colour::warning};
+  const bool is_known = !member(member(port, "module"), "present").is_null();
+  if (dom.at("transceiver_disabled").get<bool>()) {
+    return is_known ? cell{"no module", colour::warning} : cell{"-"};
+  }
   return {"on"};
 }
 
