@@ -141,6 +141,7 @@ class Names(Monitored):
         connection = support.UnixConnection(self.shelf.socket)
         connection.request("GET", "/metrics")
         page = connection.getresponse().read().decode()
+        connection.close()
         for name in names:
             self.assertRegex(said, rf"\n  {name} +-?[0-9]")
             self.assertIn(f'reading="{name}"', page)

@@ -81,7 +81,7 @@ TEST(InterfaceManager, UpdatesRecordTheStateAndIgnoreUnknownHandles) {
   EXPECT_EQ(reply.count, 3);
   EXPECT_THAT(reply.results, ElementsAre(0u, 2u, 2u));
   EXPECT_THAT(reply.names, ElementsAre("b", "", ""));
-  EXPECT_EQ(node.im.controllers()[0].state, 0u);
+  EXPECT_FALSE(node.im.controllers()[0].state);
   EXPECT_EQ(node.im.controllers()[1].state, 1u);
   EXPECT_EQ(node.im.controllers()[1].updates, 1u);
 }
