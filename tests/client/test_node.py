@@ -140,7 +140,7 @@ class Node(Actions):
             lambda _: not self.does("show", "node")["store"]["records"], 30))
         self.does("port", "create", "1")
         self.assertEqual(
-            self.port(self.first)["sub_ports"][0]["configuration"]["threshold"], 0)
+            self.port(self.first)["sub_ports"][0]["configuration"]["threshold"], None)
 
     def test_settings_of_a_deletion_that_could_not_be_noted(self):
         self.begin()

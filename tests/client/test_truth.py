@@ -187,7 +187,7 @@ class Readings(Monitored):
         self.assertEqual(sub_port["pm"]["power_1"], {"microwatt": 1621.8, "dbm": 2.1})
         metrics = self.driver_metrics()
         watts = next(line for line in metrics.splitlines() if line.startswith("lum_power_watts")
-                     and f'port="{self.first.name}"' in line and 'reading="1"' in line)
+                     and f'port="{self.first.name}"' in line and 'reading="power-1"' in line)
         self.assertAlmostEqual(float(watts.split()[-1]), 0.0016218, 7)
 
     def test_what_no_module_can_have_measured_is_marked(self):

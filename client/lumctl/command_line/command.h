@@ -25,7 +25,7 @@ struct session {
 enum class value_kind { text, whole, real };
 
 // Names that only a running driver knows.
-enum class known_names { none, ports, sub_ports, ports_and_sub_ports, controllers };
+enum class known_names { none, ports, sub_ports, ports_and_sub_ports, controllers, slots };
 
 struct limits {
   double lowest = 0;

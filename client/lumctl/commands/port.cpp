@@ -79,7 +79,11 @@ int update_port(const session &now, const given &words) {
   const printer print = [&state](const json &reply) -> std::string {
     if (reply.contains("pending")) return "not answered yet\n";
     if (!reply.at("complete").get<bool>()) return {};
-    return fmt::format("{}: {}\n", text_or_dash(reply.at("name")), state);
+    std::string text = fmt::format("{}: {}\n", text_or_dash(reply.at("name")), state);
+    if (reply.at("module_written") == false) {
+      text += "not all of the settings have reached the module; once it answers, the same again\n";
+    }
+    return text;
   };
   return change_and_wait(now, words, "/v1/ports/" + encoded(words.text("name")) + "/update",
                          {{"state", state}}, print);
@@ -91,7 +95,8 @@ command port_commands() {
   const command create = {
       .name = "create",
       .help = "Create the ports of a slot, or of one of its instances, that do not exist",
-      .arguments = {{"slot", "SLOT or SLOT/INSTANCE", value{.wrong = check_place}}},
+      .arguments = {{"slot", "SLOT or SLOT/INSTANCE",
+                     value{.names = known_names::slots, .wrong = check_place}}},
       .options = {wait_option()},
       .action = create_ports};
   const command remove = {
@@ -99,7 +104,7 @@ command port_commands() {
       .help = "Delete ports, or all ports of a slot",
       .arguments = {{"name", "The ports' names", value{.names = known_names::ports}, false, true}},
       .options = {{"slot", "All ports of SLOT or SLOT/INSTANCE, which is closed",
-                   value{.wrong = check_place}, "name"},
+                   value{.names = known_names::slots, .wrong = check_place}, "name"},
                   {"dry-run", "Only say what would be deleted, and which settings with it"},
                   wait_option()},
       .action = delete_ports};

@@ -7,6 +7,7 @@
 #include "printing/line.h"
 #include "printing/port_cells.h"
 #include "wording/numbers.h"
+#include "words/controller_states.h"
 
 namespace lumctl {
 namespace {
@@ -17,6 +18,12 @@ std::string hexadecimal(const json &handle) {
 
 std::string count_or_dash(const json &number) {
   return number.is_number() ? fmt::format("{}", number.get<std::uint32_t>()) : "-";
+}
+
+// As an update has told it.
+std::string state_or_dash(const json &state) {
+  if (!state.is_number()) return "-";
+  return std::string(state == 0 ? lum_words::controller_down : lum_words::controller_up);
 }
 
 // Whether the library has the controller under the same handle.
@@ -30,12 +37,11 @@ cell library_cell(const json &controller) {
 
 std::string describe_controllers(const json &answer, const style &output) {
   table shown;
-  shown.formats = {
-      {{{"CONTROLLER"}, {"IFHANDLE"}, {"STATE", true}, {"UPDATES", true}, {"LIBRARY"}}, 0}};
+  shown.formats = {{{{"CONTROLLER"}, {"IFHANDLE"}, {"STATE"}, {"UPDATES", true}, {"LIBRARY"}}, 0}};
   for (const json &controller : answer.at("controllers")) {
     shown.records.push_back({{{{{text_or_dash(controller.at("name")), colour::strong},
                                 {hexadecimal(controller.at("ifhandle"))},
-                                {count_or_dash(controller.at("state"))},
+                                {state_or_dash(controller.at("state"))},
                                 {count_or_dash(controller.at("updates"))},
                                 library_cell(controller)}}},
                              {}});

@@ -141,10 +141,10 @@ std::string describe_transfers(const json &module) {
   if (module.contains("backend")) {
     text += line("Backend", text_or_dash(module.at("backend")));
     text += line("Faults", text_or_dash(module.at("faults")));
+    const std::string last = number_or_dash(module.at("last_transfer_us"), 0);
     text += line("Bytes", fmt::format("{} read, {} written, the last transfer took {} us",
                                       module.at("bytes_read").get<std::uint64_t>(),
-                                      module.at("bytes_written").get<std::uint64_t>(),
-                                      module.at("last_transfer_us").get<std::uint64_t>()));
+                                      module.at("bytes_written").get<std::uint64_t>(), last));
   }
   return text;
 }

@@ -36,7 +36,9 @@ std::string controllers_of(const json &node) {
 std::string describe_store(const json &store) {
   std::string text =
       fmt::format("{}: {}, {}, {}", text_or_dash(store.at("file")),
-                  counted(store.at("entries").get<std::uint64_t>(), "entry", "entries"),
+                  store.at("entries").is_null()
+                      ? "entries not known"
+                      : counted(store.at("entries").get<std::uint64_t>(), "entry", "entries"),
                   counted(store.at("writes").get<std::uint64_t>(), "write"),
                   counted(store.at("failures").get<std::uint64_t>(), "failure"));
   if (store.contains("last_failure")) {

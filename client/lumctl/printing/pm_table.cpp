@@ -34,10 +34,13 @@ row value_cells(const json &value, const std::string &name, const unit &shown) {
   const auto number = [&](const char *kind, int digits) {
     return cell{numbers.is_object() ? number_or_dash(numbers.at(kind), digits) : "-"};
   };
+  // What is kept as whole numbers has no tenths to show.
+  const bool is_whole = value.contains("step") && value.at("step").get<double>() >= 1;
+  const int digits = is_whole ? 0 : shown.digits;
   return {{name},
-          number("current", shown.digits),
-          number("minimum", shown.digits),
-          number("maximum", shown.digits),
+          number("current", digits),
+          number("minimum", digits),
+          number("maximum", digits),
           number("average", shown.average_digits),
           {std::string(shown.name) + (plausible ? "" : implausible_mark),
            plausible ? colour::none : colour::bad}};

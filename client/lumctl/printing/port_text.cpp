@@ -25,31 +25,37 @@ std::string describe_bytes(const json &bytes) {
   return text;
 }
 
-std::string describe_alarms(const json &names) {
+// Those that a test forces are marked.
+std::string describe_alarms(const json &names, const json &injected) {
   std::string text;
-  for (const json &name : names) text += (text.empty() ? "" : ", ") + text_or_dash(name);
+  for (const json &name : names) {
+    const bool forced = std::find(injected.begin(), injected.end(), name) != injected.end();
+    text += fmt::format("{}{}{}", text.empty() ? "" : ", ", text_or_dash(name),
+                        forced ? " (injected by a test)" : "");
+  }
   return text.empty() ? "none" : text;
 }
 
-std::string describe_reading(std::size_t number, const json &reading, bool verbose) {
+std::string describe_reading(const json &reading, bool verbose) {
+  const std::string name = text_or_dash(reading.at("name"));
   const std::string raw =
       verbose ? fmt::format("  raw {:5}", reading.at("raw").get<unsigned>()) : "";
   if (!reading.contains("dbm")) {
     const std::string value = number_or_dash(reading.at("value"), 1);
-    return fmt::format("  reading {}     {:>10}{}{}\n", number, value,
-                       verbose ? std::string(19, ' ') : "", raw);
+    return fmt::format("  {:<13} {:>10}{}{}\n", name, value, verbose ? std::string(19, ' ') : "",
+                       raw);
   }
   const std::string microwatt =
       reading.contains("microwatt") ? number_or_dash(reading.at("microwatt"), 1) + " uW" : "";
-  return fmt::format("  power {}       {:>10} dBm {:>15}{}{}\n", number,
-                     number_or_dash(reading.at("dbm"), 2), microwatt, raw,
-                     reading.at("plausible").get<bool>() ? "" : not_plausible);
+  return fmt::format("  {:<13} {:>10} dBm {:>15}{}{}\n", name, number_or_dash(reading.at("dbm"), 2),
+                     microwatt, raw, reading.at("plausible").get<bool>() ? "" : not_plausible);
 }
 
 // The alarms that the alarm service was told of last.
 std::string describe_alarms_told(const json &monitoring) {
   if (!monitoring.contains("raised")) return "  alarms        not known yet\n";
-  return fmt::format("  alarms        {}, {} s ago{}\n", describe_alarms(monitoring.at("raised")),
+  return fmt::format("  alarms        {}, {} s ago{}\n",
+                     describe_alarms(monitoring.at("raised"), monitoring.at("injected")),
                      number_or_dash(monitoring.at("alarms_age_s"), 0),
                      monitoring.at("waiting").get<bool>() ? ", waiting for the next poll" : "");
 }
@@ -60,6 +66,9 @@ std::string describe_sub_port(const json &sub_port, bool verbose) {
       fmt::format("Sub-port {}: {}{}{}\n", sub_port.at("sub_port").get<unsigned>(),
                   text_or_dash(sub_port.at("ifname")), verbose ? " " + handle_text(sub_port) : "",
                   created ? "" : " not created");
+  if (!sub_port.at("told").is_null()) {
+    text.insert(text.size() - 1, ", last told " + text_or_dash(sub_port.at("told")));
+  }
   text += describe_readings(sub_port, verbose);
   const json &configuration = sub_port.at("configuration");
   text += "  settings      " +
@@ -149,21 +158,25 @@ std::string describe_port(const json &port, bool verbose, const style &where) {
 }
 
 std::string describe_settings(const json &configuration) {
-  std::string text;
+  const char *const others =
+      configuration.at("changed_known").get<bool>() ? "never set: " : "not known: ";
+  std::string made;
+  std::string never;
   for (const lum_words::setting &setting : lum_words::settings) {
     const json &value = configuration.at(lum_words::member_of(setting.name));
-    text +=
-        fmt::format("{}{} {}", text.empty() ? "" : ", ", setting.name, value.get<std::int64_t>());
+    if (value.is_null()) {
+      never += fmt::format("{}{}", never.empty() ? others : ", ", setting.name);
+    } else {
+      made +=
+          fmt::format("{}{} {}", made.empty() ? "" : ", ", setting.name, value.get<std::int64_t>());
+    }
   }
-  return text;
+  return made + (made.empty() || never.empty() ? "" : "; ") + never;
 }
 
 std::string describe_readings(const json &sub_port, bool verbose) {
   std::string text;
-  std::size_t number = 0;
-  for (const json &reading : sub_port.at("readings")) {
-    text += describe_reading(number++, reading, verbose);
-  }
+  for (const json &reading : sub_port.at("readings")) text += describe_reading(reading, verbose);
   if (sub_port.at("readings").empty()) text += "  readings      none\n";
   if (verbose && !sub_port.at("status").empty()) {
     text += "  status bytes  " + describe_bytes(sub_port.at("status")) + "\n";

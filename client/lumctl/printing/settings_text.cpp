@@ -86,18 +86,20 @@ std::string reasons_for(const json &settings, const char *place, const char *tit
 std::string describe_sub_port(const json &port, const json &sub_port, const std::string &asked_at,
                               const style &where) {
   const json &settings = sub_port.at("settings");
-  const std::vector<line_format> formats = {{{{"SETTING"},
-                                              {"SAVED", true},
-                                              {"IN FORCE", true},
-                                              {"IN MODULE", true},
-                                              {"UNIT"},
-                                              {"REMARK"}},
-                                             2}};
-  record all = {{{}}, {}};
-  for (const json &setting : settings) all.lines[0].push_back(setting_row(setting));
+  table shown;
+  shown.formats = {{{{"SETTING"},
+                     {"SAVED", true},
+                     {"IN FORCE", true},
+                     {"IN MODULE", true},
+                     {"UNIT"},
+                     {"REMARK"}},
+                    2}};
+  shown.records.resize(1);
+  shown.records[0].lines.resize(1);
+  for (const json &setting : settings) shown.records[0].lines[0].push_back(setting_row(setting));
   return fmt::format("{}:{}\n", text_or_dash(port.at("name")),
                      sub_port.at("sub_port").get<unsigned>()) +
-         render(formats, {all}, where) + reasons_for(settings, "saved", "Saved", asked_at) +
+         render(shown, where) + reasons_for(settings, "saved", "Saved", asked_at) +
          reasons_for(settings, "in_force", "In force", asked_at) +
          reasons_for(settings, "module", "In module", asked_at);
 }

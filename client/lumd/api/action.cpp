@@ -1,6 +1,7 @@
 #include "api/action.h"
 
 #include "lum_linux/lanes.h"
+#include "node/hold_up.h"
 #include "views/action_view.h"
 
 namespace lumd {
@@ -13,6 +14,14 @@ constexpr lum_linux::lane_limits limits = {2048, 8};
 lum_linux::lanes &all_lanes() {
   static auto &the_lanes = *new lum_linux::lanes("lumd-action", limits);
   return the_lanes;
+}
+
+// Whether an action of the lane may want something of the port's module.
+bool may_want(action_lane lane, uint32_t rsip) {
+  if (lane == lane_of_port(rsip) || lane == lane_of_remedy(rsip) || lane == lane_of_look(rsip)) {
+    return true;
+  }
+  return lane == lane_of_slot(rsip >> 16 & 0xFF) || lane == replay_lane || lane == agent_lane;
 }
 
 }  // namespace
@@ -28,7 +37,8 @@ std::string post_work(action_lane lane, std::function<void()> work) {
   }
 }
 
-api_reply act(action_lane lane, std::chrono::milliseconds bound, std::function<api_reply()> work) {
+api_reply act(driver &node, action_lane lane, std::chrono::milliseconds bound,
+              std::function<api_reply()> work) {
   const auto task = std::make_shared<std::packaged_task<api_reply()>>(std::move(work));
   std::future<api_reply> reply = task->get_future();
   if (const auto refused = post_work(lane, [task] { (*task)(); }); !refused.empty()) {
@@ -36,7 +46,8 @@ api_reply act(action_lane lane, std::chrono::milliseconds bound, std::function<a
   }
   if (reply.wait_for(bound) == std::future_status::ready) return reply.get();
   json body = {{"result", nullptr}};
-  conclude(body, false, "a module or the disk holds it up; it goes on");
+  const auto concerns = [lane](uint32_t rsip) { return may_want(lane, rsip); };
+  conclude(body, false, what_holds_up(node, concerns) + "; it goes on");
   return {202, std::move(body)};
 }
 

@@ -14,6 +14,8 @@
 
 namespace lumd {
 
+class driver;
+
 // So much longer may an action take than it is to wait for confirmations.
 inline constexpr std::chrono::milliseconds wait_margin(3000);
 
@@ -33,7 +35,8 @@ constexpr action_lane store_lane = uint64_t{7} << 32;
 // not ended after `bound` goes on alone, and the reply says so (202); when too much waits in the
 // lane already, `work` is not begun (503). What it uses must live until the process ends. An
 // exception of it becomes this call's.
-api_reply act(action_lane lane, std::chrono::milliseconds bound, std::function<api_reply()> work);
+api_reply act(driver &node, action_lane lane, std::chrono::milliseconds bound,
+              std::function<api_reply()> work);
 
 // Posts `work` into its lane. Says why it will not be done; empty when it will.
 std::string post_work(action_lane lane, std::function<void()> work);

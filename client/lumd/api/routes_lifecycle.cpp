@@ -23,7 +23,7 @@ api_reply post_create(driver &node, const api_request &request) {
   const auto instance = body.optional_number("instance", 0, LUM_MAX_INSTANCES - 1);
   const wait_time wait = body.wait();
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
-  return act(lane_of_slot(slot), wait + wait_margin, [&node, slot, instance, wait] {
+  return act(node, lane_of_slot(slot), wait + wait_margin, [&node, slot, instance, wait] {
     return reply_to(create_ports(node, slot, instance, wait), show_lifecycle);
   });
 }
@@ -62,7 +62,7 @@ api_reply post_delete(driver &node, const api_request &request) {
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
   if (slot && is_rehearsal) return rehearse(node, plan_deletion(node, *slot, instance));
   if (slot) {
-    return act(lane_of_slot(*slot), wait + wait_margin, [&node, slot, instance, wait] {
+    return act(node, lane_of_slot(*slot), wait + wait_margin, [&node, slot, instance, wait] {
       return reply_to(delete_slot(node, *slot, instance, wait), show_lifecycle);
     });
   }
@@ -72,7 +72,7 @@ api_reply post_delete(driver &node, const api_request &request) {
   }
   if (is_rehearsal) return rehearse(node, plan_deletion(node, ports));
   return act(
-      lane_of_slot(ports.front()->rsip >> 16 & 0xFF), wait + wait_margin,
+      node, lane_of_slot(ports.front()->rsip >> 16 & 0xFF), wait + wait_margin,
       [&node, ports, wait] { return reply_to(delete_ports(node, ports, wait), show_lifecycle); });
 }
 
@@ -87,8 +87,8 @@ api_reply post_update(driver &node, const api_request &request) {
   }
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
   const uint32_t number = state == controller_up ? 1 : 0;
-  return act(lane_of_port(port->rsip), wait + wait_margin, [&node, port, number, wait] {
-    return reply_to(update_port(node, *port, number, wait), [&](const action_report &report) {
+  return act(node, lane_of_port(port->rsip), wait + wait_margin, [&node, port, number, wait] {
+    return reply_to(update_port(node, *port, number, wait), [&](const update_report &report) {
       return show_update(report, *port, number);
     });
   });

@@ -102,8 +102,10 @@ void add_checkpoints(metrics_page &page) {
     page.gauge("lum_store_records", "Records of settings that something is wrong with",
                {{"trouble", trouble_name(trouble)}}, count);
   }
-  page.gauge("lum_checkpoint_entries", "Records in the checkpoint store", {},
-             static_cast<double>(store.entries));
+  if (store.open) {
+    page.gauge("lum_checkpoint_entries", "Records in the checkpoint store", {},
+               static_cast<double>(store.entries));
+  }
   page.counter("lum_checkpoint_writes_total", "Durable changes of the checkpoint store", {},
                static_cast<double>(store.writes));
   page.counter("lum_checkpoint_failures_total", "Calls that the checkpoint store could not serve",

@@ -6,7 +6,22 @@
 
 namespace lumd {
 
+namespace {
+
 using clock = std::chrono::steady_clock;
+
+// A module that never gives its whole identity is let be after so many attempts.
+constexpr unsigned most_attempts = 5;
+constexpr std::chrono::seconds between_attempts(2);
+
+// What could not be read is read again once the module answers.
+bool is_to_be_read_again(const cage &seen, const lum_linux::module_status &module) {
+  return seen.incomplete && seen.attempts < most_attempts &&
+         module.statistics.last_success > module.statistics.last_failure &&
+         clock::now() - seen.begun > between_attempts;
+}
+
+}  // namespace
 
 cage_watch::cage_watch(const lum_linux::node_description &node, lum_linux::modules &modules)
     : node_(node), modules_(modules), readers_("lumd-identity", {node.ports().size() + 1, 1}) {
@@ -18,12 +33,17 @@ void cage_watch::begin(uint32_t rsip) {
   std::lock_guard lock(mutex_);
   cage &now = cages_[rsip];
   now.begun = clock::now();
-  if (module) now.insertion = module->insertion;
+  if (!module) return;
+  now.insertion = module->insertion;
+  now.failed_transfers = module->statistics.failed;
 }
 
 void cage_watch::renew(uint32_t rsip) {
+  const auto module = modules_.status(rsip);
   std::lock_guard lock(mutex_);
-  cages_[rsip].begun = clock::now();
+  cage &now = cages_[rsip];
+  now.begun = clock::now();
+  now.incomplete = module && module->statistics.failed != now.failed_transfers;
 }
 
 void cage_watch::forget_all() {
@@ -63,19 +83,21 @@ void cage_watch::look_at(const lum_linux::port_description &port) {
   const bool believed = known->data.inserted != 0;
   const bool has_gone = believed && (!module->present || is_another);
   const bool has_come = module->present && (!believed || is_another);
-  if (has_gone || has_come) tell_library(rsip, has_gone, has_come);
+  const bool to_be_read = has_come || (module->present && is_to_be_read_again(before, *module));
+  if (has_gone || to_be_read) tell_library(rsip, has_gone, to_be_read);
 
   std::lock_guard lock(mutex_);
   cage &now = cages_[rsip];
-  if (has_gone || has_come) now.begun = clock::now();
+  if (has_gone || to_be_read) now.begun = clock::now();
+  if (to_be_read) now.attempts = has_come ? 1 : now.attempts + 1;
   now.present = module->present;
 }
 
 // What cannot be told now is told after the next look: the library's belief is compared again.
-void cage_watch::tell_library(uint32_t rsip, bool has_gone, bool has_come) {
-  readers_.post(rsip, [this, rsip, has_gone, has_come] {
+void cage_watch::tell_library(uint32_t rsip, bool has_gone, bool to_be_read) {
+  readers_.post(rsip, [this, rsip, has_gone, to_be_read] {
     if (has_gone) lum_update_vendor_info(rsip, 0);
-    if (!has_come) return;
+    if (!to_be_read) return;
     begin(rsip);
     lum_update_vendor_info(rsip, 1);
     renew(rsip);

@@ -20,6 +20,10 @@ struct cage {
   bool present = true;      // until it has been looked into
   uint64_t insertion = 0;   // of the module whose identity was asked for last
   bool being_read = false;  // the identity of a module that has just come
+  // Not all of that could be read: which memory map the module has is not known either.
+  bool incomplete = false;
+  unsigned attempts = 0;          // to read it since the module came
+  uint64_t failed_transfers = 0;  // of the module, before the latest of them
 };
 
 class cage_watch {
@@ -43,7 +47,7 @@ class cage_watch {
 
  private:
   void look_at(const lum_linux::port_description &port);
-  void tell_library(uint32_t rsip, bool has_gone, bool has_come);
+  void tell_library(uint32_t rsip, bool has_gone, bool to_be_read);
 
   const lum_linux::node_description &node_;
   lum_linux::modules &modules_;

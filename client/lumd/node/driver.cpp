@@ -88,7 +88,7 @@ void driver::bring_up() {
   event_watch_.look();  // what is wrong from the start is told first
   cage_thread_ = std::make_unique<periodic>(cage_thread_name, cage_period, [this] {
     cages_.look();
-    platform_->leds().retry();
+    platform_->leds().look();
   });
   feed_thread_ = std::make_unique<periodic>(feed_thread_name, feed_period, [this] {
     feed_.feed_polled();
@@ -120,6 +120,15 @@ void driver::create_ports() {
   }
   brought_up_ = true;
   if (!good) say("the node is not complete; the API shows what there is");
+}
+
+// Does not follow the clock's small corrections: whoever sees it change takes that for a start.
+std::chrono::system_clock::time_point driver::started() const {
+  using std::chrono::system_clock;
+  const auto by_now =
+      system_clock::now() - std::chrono::duration_cast<system_clock::duration>(uptime());
+  if (std::chrono::abs(by_now - started_.load()) > std::chrono::seconds(2)) started_ = by_now;
+  return started_;
 }
 
 std::map<std::string, std::chrono::steady_clock::duration> driver::rounds() const {

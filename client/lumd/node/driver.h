@@ -48,7 +48,8 @@ class driver {
   record_keeper &records() { return records_; }
   const lum_linux::node_description &node() const { return platform_->node(); }
   bool restarted() const { return restarted_; }
-  std::chrono::system_clock::time_point started() const { return started_; }
+  // By the clock as it is set now: it may have been wrong then.
+  std::chrono::system_clock::time_point started() const;
   std::chrono::steady_clock::duration uptime() const {
     return std::chrono::steady_clock::now() - started_at_;
   }
@@ -79,7 +80,8 @@ class driver {
   std::unique_ptr<lum_linux::platform> platform_;
   bool restarted_ = false;
   std::atomic<bool> brought_up_{false};
-  std::chrono::system_clock::time_point started_ = std::chrono::system_clock::now();
+  mutable std::atomic<std::chrono::system_clock::time_point> started_{
+      std::chrono::system_clock::now()};
   std::chrono::steady_clock::time_point started_at_ = std::chrono::steady_clock::now();
   slot_turns turns_;
   cage_watch cages_;

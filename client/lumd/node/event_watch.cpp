@@ -177,7 +177,7 @@ void event_watch::see_alarms(const port_description &port, const port_snapshot &
       const uint32_t ifhandle = at.copy->data.sub_port[i].ifhandle;
       const auto fed = node_.feed().fed(ifhandle);
       const auto stored = lum_linux::ptah_find(ifhandle);
-      if (!fed || *fed < at.begun || !stored) continue;
+      if (!fed || fed->ended < at.begun || !stored) continue;
       now = stored->all.bitmap;
     }
     for (const lum_words::alarm &kind : lum_words::alarms) {

@@ -98,11 +98,12 @@ void add_state(const port_description &port, const port_snapshot &at, collection
   }
 }
 
-std::string names_of_alarms(uint64_t bitmap) {
+std::string names_of_alarms(uint64_t bitmap, uint64_t forced) {
   std::string text;
   for (const lum_words::alarm &kind : lum_words::alarms) {
     if ((bitmap & bit_of(kind)) == 0) continue;
-    text += fmt::format("{}{}", text.empty() ? "" : ", ", kind.name);
+    text += fmt::format("{}{}{}", text.empty() ? "" : ", ", kind.name,
+                        (forced & bit_of(kind)) == 0 ? "" : " (injected by a test)");
   }
   return text;
 }
@@ -114,11 +115,12 @@ void add_alarms(driver &node, const port_description &port, const port_snapshot 
   for (std::size_t i = 0; i < LUM_SUB_PORTS; ++i) {
     const uint32_t ifhandle = at.copy->data.sub_port[i].ifhandle;
     const auto fed = node.feed().fed(ifhandle);
-    if (!fed || *fed < at.begun) continue;
+    if (!fed || fed->ended < at.begun) continue;
     const auto stored = lum_linux::ptah_find(ifhandle);
     if (!stored || stored->all.bitmap == 0) continue;
     found.add(severity::warning, finding_id::alarm_raised,
-              fmt::format("sub-port {} has alarms: {}", i, names_of_alarms(stored->all.bitmap)),
+              fmt::format("sub-port {} has alarms: {}", i,
+                          names_of_alarms(stored->all.bitmap, fed->forced_alarms)),
               port.name);
   }
 }

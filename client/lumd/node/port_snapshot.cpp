@@ -16,9 +16,9 @@ using clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds stale_after(15);  // three of polling's pauses
 
-// What was polled, as long as nothing has cleared it.
+// What was polled, as long as nothing has cleared it, and of which module.
 struct valid_poll {
-  clock::time_point begun;
+  cage seen;
   std::optional<module_poll> poll;
 };
 
@@ -26,13 +26,13 @@ valid_poll valid_poll_of(driver &node, uint32_t rsip) {
   const cage seen = node.cages().seen(rsip);
   auto poll = node.polling().last_poll(rsip);
   if (poll && poll->started <= seen.begun) poll.reset();
-  return {seen.begun, poll};
+  return {seen, poll};
 }
 
 // Whatever was cleared while the copy was made, was cleared after `before` or makes `after`
 // another.
 std::optional<module_poll> poll_in_copy(const valid_poll &before, const valid_poll &after) {
-  return before.begun == after.begun ? before.poll : std::nullopt;
+  return before.seen.begun == after.seen.begun ? before.poll : std::nullopt;
 }
 
 bool last_transfer_failed(const module_status &module) {
@@ -53,7 +53,7 @@ clock::duration unpolled_for(const port_snapshot &at) {
   return now - std::min(at.polled ? at.polled->ended : at.begun, now);
 }
 
-port_state judge(driver &node, const port_description &port, const cage &seen,
+port_state judge(driver &node, const port_description &port, const cage &seen, bool is_being_read,
                  const port_snapshot &at) {
   if (!at.copy) return port_state::absent;
   if (is_going(*at.copy)) return port_state::going;
@@ -61,7 +61,7 @@ port_state judge(driver &node, const port_description &port, const cage &seen,
   if (at.module.busy_for > hung_after || at.module.place_code != 0) return port_state::failing;
   if (at.module.is_known() && !at.module.present) return port_state::empty;
   const bool is_another = at.module.is_known() && at.module.insertion != seen.insertion;
-  if (seen.being_read || is_another) return port_state::coming_up;
+  if (is_being_read || is_another) return port_state::coming_up;
   if (at.copy->data.inserted == 0) {
     return at.module.is_known() ? port_state::empty : port_state::coming_up;
   }
@@ -131,12 +131,17 @@ port_snapshot snapshot(driver &node, const port_description &port, const valid_p
   at.copy = copy;
   at.module = node.platform().modules().status(port.rsip).value_or(module_status());
   const cage seen = node.cages().seen(port.rsip);
-  const bool is_the_one_read = at.module.present && at.module.insertion == seen.insertion;
+  // The copy is of one module when no other has come, or was being read, while it was made.
+  const bool is_being_read =
+      before.seen.being_read || seen.being_read || before.seen.insertion != seen.insertion;
+  const bool is_the_one_read =
+      !is_being_read && at.module.present && at.module.insertion == seen.insertion;
+  at.is_identified = !seen.incomplete;
   at.begun = seen.begun;
   at.is_filled =
       at.copy && at.copy->data.inserted != 0 && (is_the_one_read || !at.module.is_known());
   if (at.is_filled) at.polled = poll_in_copy(before, valid_poll_of(node, port.rsip));
-  at.state = judge(node, port, seen, at);
+  at.state = judge(node, port, seen, is_being_read, at);
   at.reason = reason_for(node, at);
   at.since = node.states().seen(port.rsip, at.state);
   return at;
@@ -145,6 +150,7 @@ port_snapshot snapshot(driver &node, const port_description &port, const valid_p
 }  // namespace
 
 std::string why_unreachable(const module_status &module) {
+  if (module.place_code == ENOTTY) return fmt::format("{} is no I2C bus", module.place);
   return fmt::format("{} cannot be reached: {}", module.place, cerr_strerror(module.place_code));
 }
 

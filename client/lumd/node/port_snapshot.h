@@ -27,6 +27,8 @@ struct port_snapshot {
   lum_linux::module_status module;
   // There may be a module: what the library holds of it is of the one in the cage.
   bool is_filled = false;
+  // All of its identity was read: which memory map it has, and so where its status is, is known.
+  bool is_identified = false;
   // Polls from then on are of that module, and nothing has cleared what they stored.
   std::chrono::steady_clock::time_point begun;
   // The poll that gave the copy's readings, words and flags; nothing while they mean nothing: from

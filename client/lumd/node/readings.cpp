@@ -8,6 +8,7 @@
 #include <type_traits>
 
 #include "lum.h"
+#include "lum_linux/performance.h"
 
 namespace lumd {
 namespace {
@@ -19,24 +20,38 @@ using lum_words::readings;
 static_assert(readings.size() == std::extent_v<decltype(lum_dom_area::readings)>,
               "words/readings.h has a row for each of the library's readings");
 
-constexpr std::array<monitored_reading, lum_words::raisable_readings.size()> monitored = {{
-    {3, [](const record &r) { return r.reading_3; }, 1},
-    {4, [](const record &r) { return r.reading_4[0]; }, 10},
-    {1, [](const record &r) { return r.power_1; }, 10},
-    {0, [](const record &r) { return r.power_0; }, 10},
+constexpr std::array<kept_value, lum_linux::pm_value_count> kept = {{
+    {"reading-3", 3, [](const record &r) { return r.reading_3; }, 1},
+    {"reading-4-a", 4, [](const record &r) { return r.reading_4[0]; }, 10},
+    {"reading-4-b", 4, [](const record &r) { return r.reading_4[1]; }, 10},
+    {"reading-4-c", 4, [](const record &r) { return r.reading_4[2]; }, 10},
+    {"power-1", 1, [](const record &r) { return r.power_1; }, 10},
+    {"power-0", 0, [](const record &r) { return r.power_0; }, 10},
 }};
-static_assert(monitored.size() == std::extent_v<decltype(lum_test_injection::pm_test_offsets)>);
-static_assert(std::all_of(monitored.begin(), monitored.end(),
-                          [](const monitored_reading &one) {
-                            return one.value != nullptr && is_raisable(one.word());
+static_assert(std::all_of(kept.begin(), kept.end(),
+                          [](const kept_value &one) {
+                            return one.value != nullptr && is_raisable(one.word()) &&
+                                   one.name.starts_with(one.word().name);
                           }),
-              "each reading that can be raised has its place in the record");
+              "each has its place in the record and the name of its reading");
+
+constexpr auto monitored = [] {
+  std::array<kept_value, lum_words::raisable_readings.size()> found;
+  std::unique_copy(kept.begin(), kept.end(), found.begin(),
+                   [](const kept_value &a, const kept_value &b) { return a.place == b.place; });
+  return found;
+}();
+static_assert(monitored.size() == std::extent_v<decltype(lum_test_injection::pm_test_offsets)> &&
+                  monitored.back().value != nullptr,
+              "each reading that can be raised is kept");
 
 double rounded(double value, double per_unit) { return std::round(value * per_unit) / per_unit; }
 
 }  // namespace
 
-std::span<const monitored_reading> monitored_readings() { return monitored; }
+std::span<const kept_value> kept_values() { return kept; }
+
+std::span<const kept_value> monitored_readings() { return monitored; }
 
 std::optional<uint32_t> readings_test_id(std::string_view text) {
   const auto is_meant = [text](std::string_view name, uint32_t id) {

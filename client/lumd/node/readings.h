@@ -25,17 +25,23 @@ using lum_client::temperature_celsius;
 // nothing when it is not known to 1 dB.
 std::optional<double> kept_power_dbm(double tenths_of_a_microwatt);
 
-// A reading that performance monitoring keeps, and that the library's readings tests can raise.
-struct monitored_reading {
-  std::size_t place = 0;  // among the readings
+// A number that performance monitoring keeps of a reading.
+struct kept_value {
+  std::string_view name;  // the reading's, with a letter where the library hands it over again
+  std::size_t place = 0;  // of the reading among the readings
   uint32_t (*value)(const pm_ui_optics_record &) = nullptr;
   double per_unit = 1;  // of that value: in the module's unit, of powers in a microwatt
 
   constexpr const lum_words::reading &word() const { return lum_words::readings.at(place); }
+  constexpr bool is_power() const { return word().unit == lum_words::reading_unit::dbm; }
 };
 
-// In the order of the library's test offsets.
-std::span<const monitored_reading> monitored_readings();
+// In the order of lum_linux::pm_value.
+std::span<const kept_value> kept_values();
+
+// One for each reading, which the library's readings tests can raise, in the order of its test
+// offsets.
+std::span<const kept_value> monitored_readings();
 
 // The number by which the library knows a readings test, from a reading's name, that number in
 // decimal, or "all".

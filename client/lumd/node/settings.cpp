@@ -117,6 +117,15 @@ outcome<settings_report> rehearse_change(const port_description &port, uint32_t 
   return report;
 }
 
+module_writing::module_writing(driver &node, uint32_t rsip)
+    : node_(node), rsip_(rsip), failed_before_(failed_transfers(node, rsip)) {}
+
+bool module_writing::has_reached() const {
+  const auto copy = copy_port(rsip_);
+  return node_.node().rack == 0 && copy && copy->data.transceiver_disabled == 0 &&
+         failed_transfers(node_, rsip_) == failed_before_;
+}
+
 outcome<settings_report> change_settings(driver &node, const port_description &port,
                                          uint32_t sub_port, const wanted_settings &wanted,
                                          std::chrono::milliseconds wait) {

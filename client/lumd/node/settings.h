@@ -91,6 +91,18 @@ struct settings_report : action_report {
 // nothing.
 outcome<settings_report> rehearse_change(const lum_linux::port_description &port, uint32_t sub_port,
                                          const wanted_settings &wanted);
+// What the library writes into a port's module from the making of this on.
+class module_writing {
+ public:
+  module_writing(driver &node, uint32_t rsip);
+  // All of it has reached the module so far, as far as transfers tell.
+  bool has_reached() const;
+
+ private:
+  driver &node_;
+  uint32_t rsip_;
+  uint64_t failed_before_;
+};
 
 // Changes what is wanted of one sub-port, 0 or 1. Waits for the module, and up to `wait` for
 // another change of the port. What is in force but not in the module or the store is not complete.

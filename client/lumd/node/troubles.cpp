@@ -5,6 +5,7 @@
 #include "cerr.h"
 #include "lum.h"
 #include "lum_linux/leds.h"
+#include "lum_linux/traces.h"
 #include "node/driver.h"
 #include "node/port_snapshot.h"
 

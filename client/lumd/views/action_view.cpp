@@ -9,6 +9,7 @@
 #include "node/settings.h"
 #include "node/settings_look.h"
 #include "views/configuration_view.h"
+#include "views/store_view.h"
 
 namespace lumd {
 namespace {
@@ -51,9 +52,10 @@ json show_lifecycle(const lifecycle_report &report) {
   return shown;
 }
 
-json show_update(const action_report &report, const lum_linux::port_description &port,
+json show_update(const update_report &report, const lum_linux::port_description &port,
                  uint32_t state) {
   json shown = {{"result", result_of(report.rc)}, {"name", port.name}, {"state", state}};
+  shown["module_written"] = report.module_written ? json(*report.module_written) : json();
   conclude(shown, report);
   return shown;
 }
@@ -74,6 +76,7 @@ json show_clear(const clear_report &report) {
 
 json show_settings_change(const settings_report &report, const lum_linux::port_description &port,
                           uint32_t sub_port) {
+  const bool saved_are_known = saved_settings_are_known(lum_linux::checkpoints_status(), port.rsip);
   json shown = {{"result", result_of(report.rc)},
                 {"name", port.name},
                 {"sub_port", sub_port},
@@ -81,19 +84,20 @@ json show_settings_change(const settings_report &report, const lum_linux::port_d
                 {"change_bits", report.change_bits},
                 {"module_written", report.module_written},
                 {"changes", show_changes(report)},
-                {"stored", show_configuration(report.stored)}};
+                {"stored", show_configuration(report.stored, saved_are_known)}};
   conclude(shown, report);
   return shown;
 }
 
 json show_rehearsal(const settings_report &report, const lum_linux::port_description &port,
                     uint32_t sub_port) {
+  const bool saved_are_known = saved_settings_are_known(lum_linux::checkpoints_status(), port.rsip);
   json shown = {{"result", result_of(report.rc)},
                 {"name", port.name},
                 {"sub_port", sub_port},
                 {"dry_run", true},
                 {"changes", show_changes(report)},
-                {"stored", show_configuration(report.stored)}};
+                {"stored", show_configuration(report.stored, saved_are_known)}};
   conclude(shown, report);
   return shown;
 }

@@ -21,6 +21,7 @@ struct module_report;
 struct replay_report;
 struct settings_look;
 struct settings_report;
+struct update_report;
 
 json result_of(cerrno rc);
 
@@ -32,7 +33,7 @@ void conclude(json &reply, const action_report &report);
 json show_action(const action_report &report);
 
 json show_lifecycle(const lifecycle_report &report);
-json show_update(const action_report &report, const lum_linux::port_description &port,
+json show_update(const update_report &report, const lum_linux::port_description &port,
                  uint32_t state);
 json show_replay(const replay_report &report);
 json show_clear(const clear_report &report);

@@ -69,16 +69,19 @@ json show_setting(const settings_look &at, const lum_linux::setting_units &units
 
 }  // namespace
 
-json show_configuration(const lum_port_cfg &configuration) {
+json show_configuration(const lum_port_cfg &configuration, bool saved_are_known) {
   json shown = json::object();
   json changed = json::array();
   for (const setting &setting : settings) {
     const std::string name = lum_words::member_of(setting.name());
+    shown[name] = nullptr;
+    if (!setting.is_set(configuration)) continue;
+    changed.push_back(name);
     shown[name] = setting.value(configuration);
-    if (setting.is_set(configuration)) changed.push_back(name);
   }
   shown["changed_bits"] = configuration.changed_bits;
   shown["changed"] = std::move(changed);
+  shown["changed_known"] = saved_are_known;
   return shown;
 }
 

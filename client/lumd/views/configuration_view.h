@@ -12,8 +12,10 @@ namespace lumd {
 struct settings_look;
 struct settings_report;
 
-// Every setting, the change bits, and the names of the settings that have ever been set.
-json show_configuration(const lum_port_cfg &configuration);
+// Every setting, the change bits, and the names of the settings that have ever been set. The others
+// are null: no module was told of them, and the library's 0 for them means nothing. "changed_known"
+// is false where settings were saved before that could not be read.
+json show_configuration(const lum_port_cfg &configuration, bool saved_are_known);
 
 // What was asked for of a sub-port, and what else becomes another value by it; "old" is null for
 // what was never set.

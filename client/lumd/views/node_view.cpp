@@ -25,7 +25,7 @@ std::string version() {
 
 json show_checkpoints(const lum_linux::checkpoint_status &store) {
   json shown = {{"file", store.file.string()},
-                {"entries", store.entries},
+                {"entries", store.open ? json(store.entries) : json()},
                 {"writes", store.writes},
                 {"failures", store.failures}};
   if (!store.last_failure.empty()) shown["last_failure"] = store.last_failure;

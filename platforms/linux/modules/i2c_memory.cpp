@@ -5,6 +5,7 @@
 #include <linux/i2c-dev.h>
 #include <linux/i2c.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -23,12 +24,27 @@ constexpr uint32_t select_pause_us = 2000;
 
 class real_kernel final : public i2c_kernel {
  public:
-  int open(const char *path, int flags) override { return ::open(path, flags); }
+  // What is no bus is not opened: writing to somebody's file would be no transfer.
+  int open(const char *path, int flags) override {
+    struct stat info = {};
+    if (::stat(path, &info) == 0 && !S_ISCHR(info.st_mode)) return no_bus();
+    const int fd = ::open(path, flags);
+    unsigned long functions = 0;
+    if (fd < 0 || ::ioctl(fd, I2C_FUNCS, &functions) == 0) return fd;
+    ::close(fd);
+    return no_bus();
+  }
   int close(int fd) override { return ::close(fd); }
   int ioctl(int fd, unsigned long request, void *argument) override {
     return ::ioctl(fd, request, argument);
   }
   void sleep_us(uint32_t microseconds) override { ::usleep(microseconds); }
+
+ private:
+  static int no_bus() {
+    errno = ENOTTY;
+    return -1;
+  }
 };
 
 // The bus, open for one access.
@@ -36,7 +52,7 @@ class open_bus {
  public:
   open_bus(i2c_kernel &kernel, const char *path, uint16_t address)
       : kernel_(kernel), address_(address) {
-    fd_ = kernel_.open(path, O_RDWR | O_CLOEXEC);
+    fd_ = kernel_.open(path, O_RDWR | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
     if (fd_ < 0) error_ = static_cast<cerrno>(errno);
   }
   ~open_bus() {
