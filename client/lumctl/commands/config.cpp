@@ -76,29 +76,12 @@ class settings_import {
     return status;
   }
 
-  // Applies one after the other, and goes on after one that did not come about.
+  // Applies one after the other, and goes on after one that did not come about; what did not is
+  // told at the end.
   int apply(const std::vector<listed_settings> &listed) {
-    replies_.clear();
-    int status = exit_done;
-    for (const listed_settings &one : listed) {
-      const api_result result = send(now_, one, false);
-      if (result.what == outcome::unreachable) {
-        fail(exit_unreachable, fmt::format("{} of {} settled, then: ", replies_.size(),
-                                           lum_wording::counted(listed.size(), "sub-port")) +
-                                   result.error);
-        return exit_unreachable;
-      }
-      std::string wrong = result.error;
-      if (result.what == outcome::done) {
-        replies_.push_back(*result.body);
-        if (!result.body->at("complete").get<bool>()) {
-          wrong = result.body->at("reason").get<std::string>();
-        }
-      }
-      if (wrong.empty()) continue;
-      status =
-          fail(exit_refused, fmt::format("{}:{}: port {}: {}", file_, one.line, one.port, wrong));
-    }
+    std::vector<std::string> wrong;
+    const int status = apply(listed, wrong);
+    for (const std::string &one : wrong) fail(status, one);
     return status;
   }
 
@@ -115,6 +98,29 @@ class settings_import {
   }
 
  private:
+  int apply(const std::vector<listed_settings> &listed, std::vector<std::string> &wrong) {
+    const progress bar("waiting for the driver");
+    replies_.clear();
+    for (const listed_settings &one : listed) {
+      const api_result result = send(now_, one, false);
+      if (result.what == outcome::unreachable) {
+        wrong.push_back(fmt::format("{} of {} settled, then: {}", replies_.size(),
+                                    lum_wording::counted(listed.size(), "sub-port"), result.error));
+        return exit_unreachable;
+      }
+      std::string reason = result.error;
+      if (result.what == outcome::done) {
+        replies_.push_back(*result.body);
+        if (!result.body->at("complete").get<bool>()) {
+          reason = result.body->at("reason").get<std::string>();
+        }
+      }
+      if (reason.empty()) continue;
+      wrong.push_back(fmt::format("{}:{}: port {}: {}", file_, one.line, one.port, reason));
+    }
+    return wrong.empty() ? exit_done : exit_refused;
+  }
+
   const session &now_;
   std::string file_;
   json replies_ = json::array();
@@ -129,10 +135,7 @@ int import_config(const session &now, const given &words) {
     settings_import all(now, file);
     int status = all.check(read.listed);
     if (status != exit_done) return status;
-    if (!words.has("dry-run")) {
-      const progress bar("waiting for the driver");
-      status = all.apply(read.listed);
-    }
+    if (!words.has("dry-run")) status = all.apply(read.listed);
     if (wants_json(words)) {
       print_as_json(all.as_json(status == exit_done));
     } else {

@@ -154,7 +154,7 @@ command alarms_raised() {
 command show_commands() {
   return {.name = "show",
           .help = "Show the node, its ports and what is in them",
-          .commands = {ports(), port(), config(), controllers(), module(), node(), pm(),
+          .commands = {ports(), port(), controllers(), module(), config(), node(), pm(),
                        alarms_raised()}};
 }
 

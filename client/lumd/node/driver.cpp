@@ -60,18 +60,21 @@ bool start_library(lum_linux::platform &platform, polling_clock &polling, bool a
 
 }  // namespace
 
-driver::driver(std::unique_ptr<lum_linux::platform> platform)
+driver::driver(std::unique_ptr<lum_linux::platform> platform,
+               const lum_linux::node_description &as_read)
     : platform_(std::move(platform)),
+      described_(platform_->node(), as_read),
       cages_(platform_->node(), platform_->modules()),
       feed_(*this),
       records_(events_, platform_->node().state_directory / records_name),
       event_watch_(*this, events_) {}
 
-driver *driver::start(const lum_linux::node_description &node, bool alarm_tests,
+driver *driver::start(const lum_linux::node_description &node,
+                      const lum_linux::node_description &as_read, bool alarm_tests,
                       std::string &error) {
   auto platform = lum_linux::platform::start(node, error);
   if (!platform) return nullptr;
-  auto *const result = new driver(std::move(platform));
+  auto *const result = new driver(std::move(platform), as_read);
   result->records_.wait_until_read(reading_limit);
   const bool good =
       start_library(*result->platform_, result->polling_, alarm_tests, result->restarted_, error);
@@ -87,7 +90,7 @@ void driver::bring_up() {
   events_.add(std::move(starts), "driver");
   event_watch_.look();  // what is wrong from the start is told first
   cage_thread_ = std::make_unique<periodic>(cage_thread_name, cage_period, [this] {
-    cages_.look();
+    cages_.look(node());
     platform_->leds().look();
   });
   feed_thread_ = std::make_unique<periodic>(feed_thread_name, feed_period, [this] {
