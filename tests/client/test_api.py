@@ -49,7 +49,7 @@ class Api(support.ShelfTest):
 
     def test_a_setting_that_there_is_not_is_named(self):
         name = self.cage.name.replace("/", "%2F")
-        for body, wrong in (('{"thresh": 2}', 'there is no "thresh" here, expected one of enable, mode, '
+        for body, wrong in (('{"thresh": 2}', 'there is no "thresh" here, expected one of dry_run, enable, mode, '
                              'p2_setting, setting_a, setting_b, sub1, sub_port, threshold '
                              '(did you mean "threshold"?)'),
                             ('{"sub_port": 7}', '"sub_port" is 7, expected a number from 0 to 1'),

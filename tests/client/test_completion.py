@@ -104,7 +104,7 @@ class Names(Actions):
             self.assertEqual(self.offers(*command), ports, command)
         for command in (("inject", "alarm"), ("inject", "readings"), ("ea", "create")):
             self.assertEqual(self.offers(*command), sub_ports, command)
-        for command in (("set",), ("show", "port"), ("show", "module"), ("show", "pm")):
+        for command in (("set",), ("show", "port"), ("show", "config"), ("show", "module"), ("show", "pm")):
             self.assertEqual(set(self.offers(*command)), {*ports, *sub_ports}, command)
         self.assertEqual(self.offers("im", "fail-name")[:2], ["Ots0_1_0_1_0", "Ots0_1_0_1_1"])
         self.assertEqual(offered("port", "update", "", LUMD_SOCKET=str(self.shelf.socket))[:3], ports)

@@ -190,9 +190,10 @@ class Settings(Actions):
         self.begin()
         self.does("module", "remove", self.first.name)
         self.wait_for_state(self.first, "empty", 5)
-        reply = self.does("set", self.first.name, "threshold=3")
-        self.assertEqual((reply["module_written"], reply["stored"]["threshold"]), (False, 3))
-        self.assertIn("has reached the module", self.says("set", self.first.name, "threshold=3"))
+        self.assertIn("the settings have not reached the module: ",
+                      self.fails(1, "set", self.first.name, "threshold=3"))
+        stored = self.port(self.first)["sub_ports"][0]["configuration"]
+        self.assertEqual((stored["threshold"], stored["changed"]), (3, ["threshold"]))
 
     def test_refusals(self):
         self.begin()

@@ -29,14 +29,6 @@ std::optional<milliseconds> wait_of(const json &body) {
   return milliseconds(body.at("wait_ms").get<unsigned>());
 }
 
-int fail_for(const api_result &result) {
-  return fail(result.what == outcome::refused ? exit_refused : exit_unreachable, result.error);
-}
-
-void print_as_json(const json &answer) {
-  lum_client::print(answer.dump(2, ' ', false, json::error_handler_t::replace) + "\n");
-}
-
 int finish_change(const given &words, const json &reply, const printer &print, enough wanted) {
   if (wants_json(words)) {
     print_as_json(reply);
@@ -50,6 +42,14 @@ int finish_change(const given &words, const json &reply, const printer &print, e
 }
 
 }  // namespace
+
+int fail_for(const api_result &result) {
+  return fail(result.what == outcome::refused ? exit_refused : exit_unreachable, result.error);
+}
+
+void print_as_json(const json &answer) {
+  lum_client::print(answer.dump(2, ' ', false, json::error_handler_t::replace) + "\n");
+}
 
 int fail_for_missing_member() {
   return fail(exit_unreachable, "the driver's answer lacks something; is it another version?");

@@ -4,6 +4,7 @@
 #include <functional>
 #include <string>
 
+#include "api/client.h"
 #include "api/json.h"
 #include "command_line/command.h"
 #include "command_line/status.h"
@@ -13,8 +14,12 @@ namespace lumctl {
 // An answer of the driver as text.
 using printer = std::function<std::string(const json &)>;
 
-// The exit status of an answer that lacks what it should hold.
+// The exit status of an answer that is none.
+int fail_for(const api_result &result);
+// And of one that lacks what it should hold.
 int fail_for_missing_member();
+
+void print_as_json(const json &answer);
 
 // Gets `target` and prints it: as JSON when that was asked for, else through `print`. Returns the
 // exit status.

@@ -4,11 +4,12 @@
 #include <charconv>
 #include <nlohmann/json.hpp>
 
-#include "api/client.h"
+#include "base/output.h"
 #include "commands/commands.h"
 #include "commands/exchange.h"
 #include "names.h"
 #include "printing/port_cells.h"
+#include "printing/settings_text.h"
 #include "words/controller_states.h"
 
 namespace lumctl {
@@ -54,6 +55,33 @@ int create_ports(const session &now, const given &words) {
   return change_and_wait(now, words, "/v1/ports/create", body, describe_changed);
 }
 
+// Says on standard error which settings a deletion drops, or prints that it was only to be looked
+// at. Returns the exit status, nothing when the deletion is to go on.
+std::optional<int> look_at_deletion(const session &now, const given &words, json body) {
+  body["dry_run"] = true;
+  const api_result plan = post(now.socket, "/v1/ports/delete", body, now.patience);
+  if (plan.what != outcome::done) return fail_for(plan);
+  const bool is_all = words.has("dry-run");
+  try {
+    const std::vector<std::string> dropped = describe_dropped(*plan.body);
+    if (is_all && wants_json(words)) {
+      print_as_json(*plan.body);
+    } else if (is_all) {
+      std::string text;
+      for (const json &port : plan.body->at("ports")) {
+        text += "would delete port " + text_or_dash(port) + "\n";
+      }
+      for (const std::string &one : dropped) text += "would drop " + one + "\n";
+      lum_client::print(text);
+    } else {
+      for (const std::string &one : dropped) fail(exit_done, "the deletion drops " + one);
+    }
+  } catch (const json::exception &) {
+    return fail_for_missing_member();
+  }
+  return is_all ? std::optional(exit_done) : std::nullopt;
+}
+
 int delete_ports(const session &now, const given &words) {
   json body = json::object();
   if (words.has("name")) {
@@ -63,6 +91,7 @@ int delete_ports(const session &now, const given &words) {
   } else {
     return fail(exit_usage, "port delete: expected the names of ports, or --slot; try --help");
   }
+  if (const auto ended = look_at_deletion(now, words, body)) return *ended;
   return change_and_wait(now, words, "/v1/ports/delete", body, describe_changed);
 }
 
@@ -92,6 +121,7 @@ command port_commands() {
       .arguments = {{"name", "The ports' names", value{.names = known_names::ports}, false, true}},
       .options = {{"slot", "All ports of SLOT or SLOT/INSTANCE, which is closed",
                    value{.wrong = check_place}, "name"},
+                  {"dry-run", "Only say what would be deleted, and which settings with it"},
                   wait_option()},
       .action = delete_ports};
   const command update = {

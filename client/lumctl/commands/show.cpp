@@ -11,6 +11,7 @@
 #include "printing/pm_table.h"
 #include "printing/port_text.h"
 #include "printing/ports_table.h"
+#include "printing/settings_text.h"
 #include "words/bins.h"
 
 namespace lumctl {
@@ -56,6 +57,18 @@ command module() {
             std::string target = "/v1/modules/" + encoded(words.text("name"));
             if (words.has("page")) target += fmt::format("?page={}", words.whole("page"));
             return show_as(now, words, target, describe_port);
+          }};
+}
+
+command config() {
+  return {.name = "config",
+          .help = "The settings of ports: saved, in force, and in the module now",
+          .arguments = {{"name", "Only this port, or NAME:SUBPORT",
+                         value{.names = known_names::ports_and_sub_ports}, false}},
+          .action = [](const session &now, const given &words) {
+            std::string target = "/v1/settings?module=true";
+            if (words.has("name")) target += "&port=" + encoded(words.text("name"));
+            return show_as(now, words, target, describe_settings);
           }};
 }
 
@@ -106,7 +119,8 @@ command alarms_raised() {
 command show_commands() {
   return {.name = "show",
           .help = "Show the node, its ports and what is in them",
-          .commands = {ports(), port(), controllers(), module(), node(), pm(), alarms_raised()}};
+          .commands = {ports(), port(), controllers(), module(), config(), node(), pm(),
+                       alarms_raised()}};
 }
 
 }  // namespace lumctl

@@ -1,8 +1,5 @@
 #include "api/action.h"
 
-#include <future>
-#include <memory>
-
 #include "lum_linux/lanes.h"
 #include "views/action_view.h"
 
@@ -20,16 +17,22 @@ lum_linux::lanes &all_lanes() {
 
 }  // namespace
 
+std::string post_work(action_lane lane, std::function<void()> work) {
+  switch (all_lanes().post(lane, std::move(work))) {
+    case lum_linux::lane_verdict::taken:
+      return {};
+    case lum_linux::lane_verdict::full:
+      return "too many actions wait for the same thing already";
+    default:
+      return "the system has no thread for one more action";
+  }
+}
+
 api_reply act(action_lane lane, std::chrono::milliseconds bound, std::function<api_reply()> work) {
   const auto task = std::make_shared<std::packaged_task<api_reply()>>(std::move(work));
   std::future<api_reply> reply = task->get_future();
-  switch (all_lanes().post(lane, [task] { (*task)(); })) {
-    case lum_linux::lane_verdict::taken:
-      break;
-    case lum_linux::lane_verdict::full:
-      return refuse(503, "too many actions wait for the same thing already");
-    default:
-      return refuse(503, "the system has no thread for one more action");
+  if (const auto refused = post_work(lane, [task] { (*task)(); }); !refused.empty()) {
+    return refuse(503, refused);
   }
   if (reply.wait_for(bound) == std::future_status::ready) return reply.get();
   json body = {{"result", nullptr}};

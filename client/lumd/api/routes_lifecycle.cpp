@@ -2,6 +2,7 @@
 #include "api/action.h"
 #include "api/request_body.h"
 #include "api/routes.h"
+#include "api/settings_looks.h"
 #include "lum.h"
 #include "node/controller_actions.h"
 #include "node/driver.h"
@@ -41,16 +42,25 @@ api_reply read_ports(driver &node, const json &names, port_list &ports) {
   return {};
 }
 
+// What a deletion would delete, and the settings that go with it.
+api_reply rehearse(driver &node, const outcome<deletion_plan> &plan) {
+  return reply_to(plan, [&node](const deletion_plan &what) {
+    return show_plan(what, look_at_settings(node, what.ports, false));
+  });
+}
+
 api_reply post_delete(driver &node, const api_request &request) {
   request_body body(request.body);
   const json *names = body.member("ports");
   const auto slot = body.optional_number("slot", 0, LUM_MAX_SLOTS - 1);
   const auto instance = body.optional_number("instance", 0, LUM_MAX_INSTANCES - 1);
+  const bool is_rehearsal = body.optional_boolean("dry_run", false);
   const wait_time wait = body.wait();
   if ((names == nullptr) == !slot || (instance && !slot)) {
     body.complain("expected either \"ports\", or \"slot\" and possibly \"instance\"");
   }
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
+  if (slot && is_rehearsal) return rehearse(node, plan_deletion(node, *slot, instance));
   if (slot) {
     return act(lane_of_slot(*slot), wait + wait_margin, [&node, slot, instance, wait] {
       return reply_to(delete_slot(node, *slot, instance, wait), show_lifecycle);
@@ -60,6 +70,7 @@ api_reply post_delete(driver &node, const api_request &request) {
   if (api_reply refused = read_ports(node, *names, ports); refused.status != 200) {
     return refused;
   }
+  if (is_rehearsal) return rehearse(node, plan_deletion(node, ports));
   return act(
       lane_of_slot(ports.front()->rsip >> 16 & 0xFF), wait + wait_margin,
       [&node, ports, wait] { return reply_to(delete_ports(node, ports, wait), show_lifecycle); });
