@@ -146,7 +146,7 @@ class Schema(Actions):
         for words in (("show", "ports"), ("show", "port", name), ("show", "module", name),
                       ("show", "controllers"), ("show", "node"), ("show", "pm"),
                       ("show", "alarms"), ("show", "config"), ("im", "show"),
-                      ("watch", "--count", "1"),
+                      ("config", "export"), ("watch", "--count", "1"),
                       ("clear", "stats"), ("port", "update", name, "up"), ("resync",), ("replay",),
                       ("set", name, "threshold=3"), ("module", "fault", name, "none"),
                       ("im", "behave"), ("inject", "alarm", f"{name}:0", "all", "off"),

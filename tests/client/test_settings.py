@@ -1,6 +1,7 @@
 """Settings made visible: saved, in force and in the module; changed with old and new; moved."""
 
 import resource
+import tomllib
 
 from actions import Actions
 from support import LUMCTL, run
@@ -294,3 +295,111 @@ class Deletion(Settings):
         for wrong in (("nobody",), ("--slot", "9")):
             self.assertEqual(self.fails(1, "port", "delete", *wrong, "--dry-run"),
                              self.fails(1, "port", "delete", *wrong))
+
+
+class Moved(Settings):
+    def write(self, text):
+        file = self.shelf.folder / "settings.toml"
+        file.write_text(text)
+        return str(file)
+
+    def test_settings_come_back_as_they_were_exported(self):
+        self.begin()
+        self.does("set", self.first.name, "threshold=-20", "setting-a=7", "mode=3")
+        self.does("set", self.second.name + ":1", "sub1=1")
+        exported = self.says("config", "export")
+        self.assertEqual(tomllib.loads(exported), {"settings": [
+            {"port": self.first.name, "sub_port": 0, "threshold": -20, "mode": 3, "setting_a": 7,
+             "setting_b": 0, "enable": 0, "sub1": 0},
+            {"port": self.second.name, "sub_port": 1, "setting_a": 0, "setting_b": 0, "enable": 0,
+             "sub1": 1}]})
+        self.ends(0, "port", "delete", "--slot", "1")
+        self.does("port", "create", "1")
+        for cage in (self.first, self.second):
+            self.wait_for_state(cage, "up")
+        self.assertEqual(tomllib.loads(self.says("config", "export")), {})
+        file = self.write(exported)
+        checked = self.says("config", "import", file, "--dry-run")
+        self.assertIn(f"{self.first.name}:0 threshold never set -> -20", checked)
+        self.assertEqual(tomllib.loads(self.says("config", "export")), {})
+        done = self.does("config", "import", file)
+        self.assertEqual((done["complete"], len(done["settings"])), (True, 2))
+        again = self.says("config", "export")
+        self.assertEqual(tomllib.loads(again), tomllib.loads(exported))
+        self.assertEqual(self.values(self.first, "threshold"), [-20] * 3)
+        self.assertEqual(self.values(self.second, "sub1", 1), [1] * 3)
+
+    def test_an_import_is_checked_whole_before_the_first_is_applied(self):
+        self.begin()
+        name = self.first.name
+        file = self.write(f'[[settings]]\nport = "{name}"\nthreshold = 5\n'
+                          f'[[settings]]\nport = "{self.second.name}"\nthreshold = 3267\n'
+                          '[[settings]]\nport = "nobody"\nmode = 3\n'
+                          f'[[settings]]\nport = "{name}:0"\nmode = 3\n')
+        stdout, said = self.ends(1, "config", "import", file)
+        self.assertEqual(stdout, "")
+        for line, (number, why) in zip(said, ((4, "-3276 to 3266"), (7, "nobody"),
+                                              (10, f"{name}:0 stands twice, first in line 1"))):
+            self.assertIn(f"{file}:{number}: ", line)
+            self.assertIn(why, line)
+        self.assertEqual(said[3:], ["lumctl: nothing has been changed"])
+        self.assertTrue(self.shown(self.first)["threshold"]["never_set"])
+
+    def test_a_wrong_file_is_refused_with_its_lines(self):
+        self.begin()
+        for text, why in (("settings = 3\n", "1: 'settings' is no array"),
+                          ("[[settings]\n", "1: "), ("[[setting]]\nmode = 3\n", "1: unknown key"),
+                          ("settings = [3]\n", "1: not a table"),
+                          ("[[settings]]\nmode = 3\n", "1: missing key 'port'"),
+                          ("[[settings]]\nport = 'x'\n", "1: no setting"),
+                          ("[[settings]]\nport = 3\nmode = 3\n", "2: 'port' is no text"),
+                          ("[[settings]]\nport = 'x'\nsub_port = 2\nmode = 3\n", "3: 'sub_port'"),
+                          ("[[settings]]\nport = 'x'\nmood = 3\n", "3: there is no setting 'mood'"),
+                          ("[[settings]]\nport = 'x'\nmode = 1.5\n", "3: 'mode' is not a whole"),
+                          ("[[settings]]\nport = 'x'\nmode = 4294967296\n", "3: 'mode' is not"),
+                          (".".join("a" * 100000) + " = 1\n", "1: a key with more than")):
+            file = self.write(text)
+            said = self.ends(2, "config", "import", file)[1]
+            self.assertIn(f"lumctl: {file}:{why}", said[0])
+        self.assertIn("/nowhere.toml: cannot be read", self.fails(2, "config", "import",
+                                                                  "/nowhere.toml"))
+        self.assertIn("Is a directory", self.fails(2, "config", "import", "/"))
+
+    def test_what_does_not_reach_a_module_is_told_and_the_rest_goes_on(self):
+        self.begin()
+        self.does("module", "remove", self.first.name)
+        self.wait_for_state(self.first, "empty", 5)
+        file = self.write(f'[[settings]]\nport = "{self.first.name}"\nthreshold = 5\n'
+                          f'[[settings]]\nport = "{self.second.name}"\nthreshold = 6\n')
+        stdout, said = self.ends(1, "config", "import", file)
+        self.assertEqual(len(said), 1, said)
+        self.assertIn(f"{file}:1: port {self.first.name}: the settings have not reached", said[0])
+        self.assertIn(f"{self.second.name}:0 threshold never set -> 6", stdout)
+        self.assertEqual(self.values(self.second, "threshold"), [6] * 3)
+
+    def test_an_export_says_what_is_not_saved_so_and_what_it_lacks(self):
+        self.begin()
+        self.does("set", self.first.name, "threshold=7")
+        self.limit_files(1024)
+        self.fails(1, "set", self.first.name, "threshold=8")
+        stdout, said = self.ends(0, "config", "export")
+        self.assertIn("threshold = 8", stdout)
+        self.assertEqual(said, [f"lumctl: {self.first.name}:0: what is saved is not what is in "
+                                "force"])
+        self.limit_files(None)
+        file = self.shelf.folder / "state" / "checkpoints.db"
+        file.rename(file.with_name("taken"))
+        stdout, said = self.ends(1, "config", "export")
+        self.assertIn("threshold = 8", stdout)
+        self.assertIn(f"what is saved of {self.second.name}:0 is not known", "\n".join(said))
+
+    def test_names_that_toml_has_to_quote(self):
+        name = 'a "west" \\ port'
+        quoted = name.replace("\\", "\\\\").replace('"', '\\"')
+        self.start(edit=lambda text: text.replace("number = 1\nhandle",
+                                                  f'name = "{quoted}"\nnumber = 1\nhandle', 1))
+        self.assertIsNotNone(self.driver.wait_for(lambda now: now[name]["state"] == "up", 20))
+        self.does("set", name, "threshold=3")
+        exported = self.says("config", "export")
+        self.assertEqual(tomllib.loads(exported)["settings"][0]["port"], name)
+        self.assertIn("threshold 3 -> 3", self.says("config", "import", self.write(exported)))

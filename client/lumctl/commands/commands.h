@@ -13,6 +13,7 @@ command explain_command();
 command show_commands();
 command port_commands();
 command set_command();
+command config_commands();
 command module_commands();
 command replay_command();
 command resync_command();
