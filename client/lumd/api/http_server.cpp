@@ -97,12 +97,18 @@ struct http_server::core : std::enable_shared_from_this<http_server::core> {
   std::uint16_t port = 0;
   unix_listener listener;
   http_handler handler;
+  std::mutex names_mutex;
+  std::vector<std::string> names = options.names;  // under names_mutex
 
   std::mutex mutex;  // guards running
   std::condition_variable ended;
   unsigned running = 0;
   std::vector<std::thread> threads;
 
+  bool is_called(const std::string &host) {
+    const std::lock_guard lock(names_mutex);
+    return is_own_host(host, names);
+  }
   bool open_local(std::string &error);
   bool open_tcp(std::string &error);
   void run();
@@ -180,8 +186,7 @@ class session : public std::enable_shared_from_this<session<Protocol, Core>>,
       send(refusal(400, "the request has more than one Host"), false);
       return;
     }
-    if (is_stranger() &&
-        !is_own_host(std::string(message[http::field::host]), core_->options.names)) {
+    if (is_stranger() && !core_->is_called(std::string(message[http::field::host]))) {
       send(refusal(421, "this node has another name: see http_names in its description"), false);
       return;
     }
@@ -333,6 +338,11 @@ http_server::~http_server() { stop(); }
 std::uint16_t http_server::tcp_port() const { return core_->port; }
 
 const std::filesystem::path &http_server::socket() const { return core_->options.socket; }
+
+void http_server::set_names(std::vector<std::string> names) {
+  const std::lock_guard lock(core_->names_mutex);
+  core_->names = std::move(names);
+}
 
 void http_server::serve(http_handler handler) {
   core_->handler = std::move(handler);

@@ -65,6 +65,9 @@ class http_server {
   std::uint16_t tcp_port() const;
   const std::filesystem::path &socket() const;
 
+  // What the TCP port may be called by from now on, in small letters. Any thread.
+  void set_names(std::vector<std::string> names);
+
   // Starts to answer. Once.
   void serve(http_handler handler);
 

@@ -23,7 +23,7 @@ void tell_operator(const std::string &name, bool was_present, bool is_present, b
 }  // namespace
 
 cage_watch::cage_watch(const lum_linux::node_description &node, lum_linux::modules &modules)
-    : node_(node), modules_(modules), readers_("lumd-identity", {node.ports().size() + 1, 1}) {
+    : modules_(modules), readers_("lumd-identity", {node.ports().size() + 1, 1}) {
   for (const lum_linux::port_description *port : node.ports()) begin(port->rsip);
 }
 
@@ -50,9 +50,9 @@ void cage_watch::renew_all() {
   for (auto &[rsip, one] : cages_) one.begun = clock::now();
 }
 
-void cage_watch::look() {
+void cage_watch::look(const lum_linux::node_description &node) {
   modules_.look();
-  for (const lum_linux::port_description *port : node_.ports()) look_at(*port);
+  for (const lum_linux::port_description *port : node.ports()) look_at(*port);
 }
 
 cage cage_watch::seen(uint32_t rsip) const {

@@ -37,7 +37,8 @@ class cage_watch {
 
   // Looks at every cage once. Waits a moment for modules that do not answer; what the library reads
   // of a module that has come or gone, it reads on a thread of its own. One thread at a time.
-  void look();
+  // `node` has the ports' names as they are now.
+  void look(const lum_linux::node_description &node);
 
   cage seen(uint32_t rsip) const;
 
@@ -45,7 +46,6 @@ class cage_watch {
   void look_at(const lum_linux::port_description &port);
   void tell_library(uint32_t rsip, bool has_gone, bool has_come);
 
-  const lum_linux::node_description &node_;
   lum_linux::modules &modules_;
   mutable std::mutex mutex_;  // guards the cages, and is never held while waiting
   std::map<uint32_t, cage> cages_;

@@ -52,16 +52,19 @@ bool start_library(lum_linux::platform &platform, polling_clock &polling, bool a
 
 }  // namespace
 
-driver::driver(std::unique_ptr<lum_linux::platform> platform)
+driver::driver(std::unique_ptr<lum_linux::platform> platform,
+               const lum_linux::node_description &as_read)
     : platform_(std::move(platform)),
+      described_(platform_->node(), as_read),
       cages_(platform_->node(), platform_->modules()),
       feed_(*this) {}
 
-driver *driver::start(const lum_linux::node_description &node, bool alarm_tests,
+driver *driver::start(const lum_linux::node_description &node,
+                      const lum_linux::node_description &as_read, bool alarm_tests,
                       std::string &error) {
   auto platform = lum_linux::platform::start(node, error);
   if (!platform) return nullptr;
-  auto *const result = new driver(std::move(platform));
+  auto *const result = new driver(std::move(platform), as_read);
   const bool good =
       start_library(*result->platform_, result->polling_, alarm_tests, result->restarted_, error);
   return good ? result : nullptr;
@@ -70,7 +73,7 @@ driver *driver::start(const lum_linux::node_description &node, bool alarm_tests,
 void driver::bring_up() {
   troubles_.look(*this);
   cage_thread_ = std::make_unique<periodic>(cage_thread_name, cage_period, [this] {
-    cages_.look();
+    cages_.look(node());
     platform_->leds().retry();
     troubles_.look(*this);
     look_at_ports(*this);  // so that their states have the right age

@@ -13,6 +13,7 @@
 #include "node/cages.h"
 #include "node/controller_count.h"
 #include "node/data_feed.h"
+#include "node/described_node.h"
 #include "node/polling_clock.h"
 #include "node/state_log.h"
 #include "node/troubles.h"
@@ -26,7 +27,9 @@ class driver {
   // what failed. SIGTERM and SIGINT are to be blocked before: the threads inherit it. With
   // `alarm_tests` the library's hooks for injected alarms and readings are there. What is returned
   // lives until the process ends, for the library's threads and those that serve requests use it.
-  static driver *start(const lum_linux::node_description &node, bool alarm_tests,
+  // `as_read` is the description as its file has it.
+  static driver *start(const lum_linux::node_description &node,
+                       const lum_linux::node_description &as_read, bool alarm_tests,
                        std::string &error);
 
   driver(const driver &) = delete;
@@ -42,7 +45,9 @@ class driver {
   polling_clock &polling() { return polling_; }
   data_feed &feed() { return feed_; }
   state_log &states() { return states_; }
-  const lum_linux::node_description &node() const { return platform_->node(); }
+  // As it is called and described now; see described_node.
+  const lum_linux::node_description &node() const { return described_.now(); }
+  described_node &described() { return described_; }
   bool restarted() const { return restarted_; }
   std::chrono::system_clock::time_point started() const { return started_; }
   std::chrono::steady_clock::duration uptime() const {
@@ -67,11 +72,12 @@ class driver {
   void stop();
 
  private:
-  explicit driver(std::unique_ptr<lum_linux::platform> platform);
+  driver(std::unique_ptr<lum_linux::platform> platform, const lum_linux::node_description &as_read);
   void create_ports_whatever_happens();
   void create_ports();
 
   std::unique_ptr<lum_linux::platform> platform_;
+  described_node described_;
   bool restarted_ = false;
   std::atomic<bool> brought_up_{false};
   std::chrono::system_clock::time_point started_ = std::chrono::system_clock::now();
