@@ -134,7 +134,7 @@ class Reload(Changed):
                          [restart.replace("needs a restart:", "a restart would change")])
         self.does("module", "remove", "west")
         self.assertIsNotNone(self.driver.wait_for(
-            lambda _: "port west: no module in the cage" in self.driver.log.read_text(), 10))
+            lambda _: "port west: the module has gone" in self.driver.log.read_text(), 10))
 
     def test_what_was_taken_over_can_be_taken_back(self):
         self.begin()

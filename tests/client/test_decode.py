@@ -94,7 +94,7 @@ class Dumps(support.ShelfTest):
         said = run(LUMCTL, "decode", self.dump).stdout
         for part in ("II-VI", "0x18 QSFP-DD, CMIS", "temperature high alarm", "older memory map",
                      "page 0, byte 222 over 128 to 221: good", "Doubts:        none",
-                     "Sub-port 1:", "power 0", "status bytes"):
+                     "Sub-port 1:", "power-0", "status bytes"):
             self.assertIn(part, said)
 
     def test_a_firmware_in_digits_is_told_both_ways(self):

@@ -1,8 +1,8 @@
 """What has happened: kept, shown, streamed, and told once on standard error."""
 
 import json
-import re
-import shutil
+import os
+import pwd
 import socket
 import subprocess
 import time
@@ -96,6 +96,24 @@ class Events(Watched):
         self.driver.pause.unlink()
         over = self.wait_for_event("over")
         self.assertEqual(over["details"], {"finding": "not-polled"})
+
+    def test_a_setting_is_changed(self):
+        self.begin()
+        self.wait_for_event("ports-settled")
+        user = pwd.getpwuid(os.getuid()).pw_name
+        place = f"{self.first.name}:1"
+        self.does("set", place, "threshold=20")
+        told = self.wait_for_event("setting-changed", self.first.name)
+        self.assertEqual((told["sub_port"], told["text"]),
+                         (1, f"threshold 20, was never set, by {user}"))
+        self.does("set", place, "threshold=-30")
+        self.assertIsNotNone(self.driver.wait_for(
+            lambda _: self.kinds().count("setting-changed") == 2, 20))
+        told = self.events()[-1]
+        self.assertEqual(told["text"], f"threshold -30, was 20, by {user}")
+        self.assertEqual(told["details"], {
+            "setting": "threshold", "new": -30, "by": user, "saved": True,
+            "module_written": True, "old": 20})
 
     def test_a_batch_is_refused(self):
         self.begin()
@@ -284,4 +302,4 @@ class EventsCommand(Watched):
     def test_show_node_says_whether_they_are_kept(self):
         self.begin()
         self.wait_for_event("ports-settled")
-        self.assertRegex(self.says("show", "node"), r"(?m)^Events: +the last is number \d+$")
+        self.assertRegex(self.says("show", "node"), r"(?m)^Events: +number \d+ is the latest$")

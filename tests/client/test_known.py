@@ -31,8 +31,10 @@ class NeverSet(Actions):
     def test_what_goes_along_with_a_setting_is_in_force(self):
         self.begin()
         said = self.says("set", self.first.name, "setting-a=7", "threshold=-3")
+        self.assertIn("setting-b never set -> 0 (comes along)", said)
         self.assertIn("threshold -3, setting-a 7, setting-b 0, enable 0, sub1 0; "
-                      "never set: p2-setting, mode", said)
+                      "never set: p2-setting, mode",
+                      " ".join(self.says("show", "port", f"{self.first.name}:0").split()))
         shown = self.configuration(self.first)
         self.assertEqual((shown["setting_b"], shown["mode"]), (0, None))
         self.assertIsNone(self.configuration(self.first, 1)["setting_b"], "the other's own")
@@ -248,7 +250,7 @@ class Leds(Actions):
         self.driver.hold_polling()
         led = self.shelf.folder / "leds" / f"{self.first.led}:red:fault" / "brightness"
         led.unlink()
-        said = f"port {self.first.name}: the LED {led.parent} cannot be"
+        said = f"port {self.first.name}: led-broken: the LED {led.parent} cannot be"
         for _ in range(100):  # nobody asks the driver meanwhile
             if said in self.driver.log.read_text():
                 break
@@ -262,7 +264,7 @@ class Traces(Actions):
         blocked.mkdir(parents=True)
         self.begin()
         self.assertRegex(self.driver.log.read_text(),
-                         f"lumd: trace lum_info: its lines are lost: .*{blocked}.*Is a directory\n")
+                         f"<4>lumd: trace-lost: {blocked}: .*Is a directory\n")
 
 
 class Clocks(Actions):

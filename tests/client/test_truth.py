@@ -232,7 +232,8 @@ class Surroundings(Actions):
         self.assertIn("rack 0 only", ports[first]["reason"])
         for words in (("show", "ports"), ("show", "pm"), ("show", "alarms")):
             self.assertIn("rack 0 only", self.says(*words))
-        self.assertFalse(self.does("set", first, "threshold=3")["module_written"])
+        self.assertIn("the library reaches no module in this rack",
+                      self.fails(1, "set", first, "threshold=3"))
 
     def test_128_ports_are_told_what_ends_it(self):
         for _ in range(125):
@@ -289,7 +290,7 @@ class Surroundings(Actions):
         self.assertIsNone(port["module"]["present"])
         self.assertIn(port["reason"], self.says("show", "port", missing.name))
         self.assertIn(port["reason"], self.says("show", "node"))
-        self.log_with(f"port {missing.name}: failing, was empty: {port['reason']}")
+        self.log_with(f": {port['reason']}\n")
         gone.mkdir()
         self.wait_for_state(missing, "empty")
         self.log_with(f"port {missing.name}: empty, was failing")

@@ -53,7 +53,7 @@ std::string describe_store(const json &store) {
 }
 
 std::string describe_record(const json &events) {
-  std::string text = fmt::format("the last is number {}", events.at("last").get<std::uint64_t>());
+  std::string text = fmt::format("number {} is the latest", events.at("last").get<std::uint64_t>());
   if (const auto lost = events.at("lost").get<std::uint64_t>(); lost > 0) {
     text += fmt::format(", {} lost", lost);
   }

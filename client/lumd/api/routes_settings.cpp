@@ -56,12 +56,13 @@ api_reply post_settings(driver &node, const api_request &request) {
       return show_rehearsal(report, *port, sub_port);
     });
   }
-  return act(node, lane_of_port(port->rsip), bound, [&node, port, sub_port, wanted] {
-    return reply_to(change_settings(node, *port, sub_port, wanted, bound / 2),
-                    [&](const settings_report &report) {
-                      return show_settings_change(report, *port, sub_port);
-                    });
-  });
+  return act(node, lane_of_port(port->rsip), bound,
+             [&node, port, sub_port, wanted, by = request.user] {
+               return reply_to(change_settings(node, *port, sub_port, wanted, by, bound / 2),
+                               [&](const settings_report &report) {
+                                 return show_settings_change(report, *port, sub_port);
+                               });
+             });
 }
 
 // With ?module=true each module is asked too, else the library and the store alone.

@@ -148,11 +148,12 @@ void event_watch::see_module(const port_description &port, const port_snapshot &
 void event_watch::see_state(const port_description &port, const port_snapshot &at,
                             known_port &known) {
   if (is_passing(at.state) || known.state == at.state) return;
-  const auto before = known.state;
+  auto before = known.state;
   known.state = at.state;
   // What a node starts with is told together, but for what is wrong with it.
   const bool is_first = !before || (*before == port_state::absent && !settled_);
   if (is_first && severity_of(at.state) == severity::ok) return;
+  if (is_first) before.reset();
   const auto name = name_of(lum_words::port_states, at.state);
   std::string text(name);
   if (before) text += fmt::format(", was {}", name_of(lum_words::port_states, *before));

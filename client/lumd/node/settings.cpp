@@ -10,6 +10,7 @@
 #include "node/driver.h"
 #include "node/held_settings.h"
 #include "node/port_data.h"
+#include "words/events.h"
 
 namespace lumd {
 namespace {
@@ -102,6 +103,32 @@ std::string reason_against(const port_description &port, const std::optional<por
   return {};
 }
 
+void tell(driver &node, const port_description &port, uint32_t sub_port,
+          const settings_report &report, const std::string &by) {
+  const bool saved = CERR_IS_OK(report.rc);
+  for (const auto &[setting, value] : report.asked) {
+    const int64_t now = setting->value(report.stored);
+    const bool was_set = setting->is_set(report.before);
+    event told;
+    told.kind = name_of(lum_words::events, lum_words::event_id::setting_changed);
+    told.how_bad = saved && report.module_written ? severity::ok : severity::warning;
+    told.port = port.name;
+    told.sub_port = sub_port;
+    told.text =
+        fmt::format("{} {}, was {}, by {}{}{}", setting->name(), now,
+                    was_set ? fmt::format("{}", setting->value(report.before)) : "never set", by,
+                    saved ? "" : "; not saved", report.module_written ? "" : "; not in the module");
+    told.details = {{"setting", std::string(setting->name())},
+                    {"new", now},
+                    {"by", by},
+                    {"saved", saved},
+                    {"module_written", report.module_written}};
+    if (was_set) told.details.emplace_back("old", int64_t{setting->value(report.before)});
+    node.events().add(std::move(told),
+                      fmt::format("setting {}:{} {}", port.name, sub_port, setting->name()));
+  }
+}
+
 }  // namespace
 
 outcome<settings_report> rehearse_change(const port_description &port, uint32_t sub_port,
@@ -128,7 +155,7 @@ bool module_writing::has_reached() const {
 
 outcome<settings_report> change_settings(driver &node, const port_description &port,
                                          uint32_t sub_port, const wanted_settings &wanted,
-                                         std::chrono::milliseconds wait) {
+                                         const std::string &by, std::chrono::milliseconds wait) {
   const std::unique_lock turn(turn_of(port.rsip), wait);
   if (!turn) return not_now(fmt::format("another change of port {} is under way", port.name));
   const auto planned = rehearse_change(port, sub_port, wanted);
@@ -155,6 +182,7 @@ outcome<settings_report> change_settings(driver &node, const port_description &p
                     "writes them again",
                     unwritten, port.name));
   }
+  tell(node, port, sub_port, report, by);
   return report;
 }
 

@@ -91,6 +91,7 @@ struct settings_report : action_report {
 // nothing.
 outcome<settings_report> rehearse_change(const lum_linux::port_description &port, uint32_t sub_port,
                                          const wanted_settings &wanted);
+
 // What the library writes into a port's module from the making of this on.
 class module_writing {
  public:
@@ -106,8 +107,9 @@ class module_writing {
 
 // Changes what is wanted of one sub-port, 0 or 1. Waits for the module, and up to `wait` for
 // another change of the port. What is in force but not in the module or the store is not complete.
+// Each setting that was asked for becomes an event; `by` is who asked, for people.
 outcome<settings_report> change_settings(driver &node, const lum_linux::port_description &port,
                                          uint32_t sub_port, const wanted_settings &wanted,
-                                         std::chrono::milliseconds wait);
+                                         const std::string &by, std::chrono::milliseconds wait);
 
 }  // namespace lumd
