@@ -44,11 +44,6 @@ int change(const session &now, const given &words, const std::string &target, co
 int change_and_wait(const session &now, const given &words, const std::string &target, json body,
                     const printer &print);
 
-// What no answer, or a refusal, ends a command with.
-int fail_for(const api_result &result);
-
-void print_as_json(const json &answer);
-
 // The options that make a difference to these.
 bool wants_json(const given &words);
 option wait_option();

@@ -155,6 +155,7 @@ class file_reader {
 
   static std::vector<std::string> all_members() {
     std::vector<std::string> all;
+    all.reserve(names.size());
     for (const std::string_view name : names) all.push_back(lum_words::member_of(name));
     return all;
   }

@@ -125,7 +125,8 @@ std::string describe_internals(const json &port) {
 bool is_known(const json &port) {
   const json &vendor = port.at("vendor");
   return !port.at("raised").is_null() ||
-         std::any_of(vendor.begin(), vendor.end(), [](const json &field) { return field != ""; });
+         std::any_of(vendor.begin(), vendor.end(),
+                     [](const json &field) { return !field.get<std::string>().empty(); });
 }
 
 const char *describe_absence(const json &port) {

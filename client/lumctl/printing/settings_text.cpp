@@ -26,10 +26,9 @@ cell place_cell(const json &setting, const char *place, bool differs) {
 // What the module holds, as it would be set; its register where no value says it.
 std::string held_text(const json &held) {
   if (held.at("register").is_null()) return "-";
-  const std::string shown = held.at("value").is_null()
-                                ? fmt::format("register {}", held.at("register").get<unsigned>())
-                                : fmt::format("{:g}", held.at("value").get<double>());
-  return shown;
+  return held.at("value").is_null()
+             ? fmt::format("register {}", held.at("register").get<unsigned>())
+             : fmt::format("{:g}", held.at("value").get<double>());
 }
 
 bool has(const json &list, const char *word) {

@@ -29,7 +29,7 @@ constexpr std::chrono::seconds settling_limit(30);
 constexpr std::size_t most_lines = 10;
 constexpr std::size_t most_names = 20;
 
-event make_event(std::string_view kind, severity how_bad, std::string text) {
+event make_event(std::string_view kind, severity how_bad, const std::string &text) {
   event made;
   made.kind = kind;
   made.how_bad = how_bad;
@@ -37,8 +37,8 @@ event make_event(std::string_view kind, severity how_bad, std::string text) {
   return made;
 }
 
-event make_event(event_id kind, severity how_bad, std::string text) {
-  return make_event(name_of(lum_words::events, kind), how_bad, std::move(text));
+event make_event(event_id kind, severity how_bad, const std::string &text) {
+  return make_event(name_of(lum_words::events, kind), how_bad, text);
 }
 
 std::string identity_of(const port_snapshot &at) {
@@ -125,8 +125,8 @@ void event_watch::see_module(const port_description &port, const port_snapshot &
   if (!at.module.is_known() || at.module.place_code != 0) return;
   const bool filled = at.module.present;
   const bool is_another = filled && at.module.insertion != known.insertion;
-  const auto add = [&](event_id kind, std::string text) {
-    event one = make_event(kind, severity::ok, std::move(text));
+  const auto add = [&](event_id kind, const std::string &text) {
+    event one = make_event(kind, severity::ok, text);
     one.port = port.name;
     events_.add(std::move(one), "module " + port.name);
   };
@@ -136,8 +136,8 @@ void event_watch::see_module(const port_description &port, const port_snapshot &
   } else if (known.filled == false && filled) {
     add(event_id::module_in, "a module has come");
   } else if (known.filled == true && is_another) {
-    add(event_id::module_swapped,
-        "another module is in the cage" + (was.empty() ? "" : "; before" + was));
+    add(event_id::module_swapped, "the module was taken out, and it or another is in" +
+                                      (was.empty() ? "" : "; it was" + was.substr(1)));
   }
   if (known.filled != filled || is_another) known.module.clear();
   known.filled = filled;
@@ -158,7 +158,7 @@ void event_watch::see_state(const port_description &port, const port_snapshot &a
   std::string text(name);
   if (before) text += fmt::format(", was {}", name_of(lum_words::port_states, *before));
   if (!at.reason.empty()) text += ": " + at.reason;
-  event one = make_event(event_id::port_state, severity_of(at.state), std::move(text));
+  event one = make_event(event_id::port_state, severity_of(at.state), text);
   one.port = port.name;
   one.details = {{"state", std::string(name)}};
   if (before)
@@ -283,7 +283,7 @@ void event_watch::see_settled(const std::map<uint32_t, port_snapshot> &snapshots
     text += fmt::format("{}{} {}", before, count, name_of(lum_words::port_states, state));
     before = ", ";
   }
-  events_.add(make_event(event_id::ports_settled, severity::ok, std::move(text)), "ports");
+  events_.add(make_event(event_id::ports_settled, severity::ok, text), "ports");
 }
 
 // Of many that say the same of many ports, the ports alone.
