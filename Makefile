@@ -22,7 +22,7 @@ test:
 	tools/setup test
 	cmake --preset release
 	cmake --build build -j $(JOBS)
-	ctest --test-dir build -j $$(($(JOBS) + 1)) --output-on-failure
+	ctest --test-dir build -j $$(($(JOBS) * 2)) --output-on-failure
 
 bench:
 	tools/setup bench

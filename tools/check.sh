@@ -134,7 +134,7 @@ check_sanitizer() {
   cmake --preset "$1" >/dev/null
   find "build/$1" -name '*.gcda' -delete
   cmake --build --preset "$1" -j "$jobs"
-  ctest --preset "$1" -j $((jobs + 1))  # tests of the client wait most of the time
+  ctest --preset "$1" -j $((jobs * 2))  # tests of the client wait most of the time
 }
 check_asan() { check_sanitizer asan; }
 check_tsan() { check_sanitizer tsan; }

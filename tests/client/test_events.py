@@ -123,22 +123,6 @@ class Events(Watched):
         refused = self.wait_for_event("batch-refused")
         self.assertEqual(refused["text"], "the interface manager has refused 1 batch")
 
-    def test_a_flapping_module_is_summed_up(self):
-        self.begin()
-        self.wait_for_event("ports-settled")
-        name = self.first.name
-        for _ in range(6):
-            self.does("module", "remove", name)
-            time.sleep(1.2)
-            self.does("module", "insert", name)
-            time.sleep(1.2)
-        self.assertIsNotNone(self.driver.wait_for(
-            lambda _: any("left_out" in one for one in self.events(f"?port={name}")), 70))
-        told = [one for one in self.events(f"?port={name}")
-                if one["kind"] in ("module-in", "module-out")]
-        self.assertEqual(len(told), 6)
-        self.assertEqual([one.get("left_out", 0) > 0 for one in told], [False] * 5 + [True])
-
     def test_they_are_kept_over_a_restart_and_a_kill(self):
         self.begin()
         self.wait_for_event("ports-settled")

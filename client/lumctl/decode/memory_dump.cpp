@@ -31,8 +31,8 @@ bool is_text(std::string_view content) {
   });
 }
 
-dump_reading refused(std::string why) {
-  return {std::nullopt, dump_layout::eeprom, std::move(why)};
+dump_reading refused(std::string_view why) {
+  return {std::nullopt, dump_layout::eeprom, std::string(why)};
 }
 
 dump_reading read_eeprom(std::string_view content) {

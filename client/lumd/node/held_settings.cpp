@@ -21,7 +21,7 @@ constexpr uint32_t other_mode_register = 1;
 
 // One page of a module, as far as it could be read.
 struct memory_page {
-  std::array<uint8_t, 2 *lum_linux::module_page_size> bytes = {};
+  std::array<uint8_t, std::size_t{2} *lum_linux::module_page_size> bytes = {};
   uint32_t shift = 0;  // of its offsets
   bool is_busy = false;
   std::string reason;  // why it could not be read

@@ -159,7 +159,7 @@ outcome<settings_report> change_settings(driver &node, const port_description &p
   const std::unique_lock turn(turn_of(port.rsip), wait);
   if (!turn) return not_now(fmt::format("another change of port {} is under way", port.name));
   const auto planned = rehearse_change(port, sub_port, wanted);
-  if (!planned) return planned;
+  if (!planned) return planned.refused();
   settings_report report = *planned;
   const lum_hw_info_in record = make_record(report.wanted, report.change_bits);
   const uint64_t failed_before = failed_transfers(node, port.rsip);
