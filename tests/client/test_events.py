@@ -159,11 +159,13 @@ class Events(Watched):
     def test_a_record_that_is_removed_is_begun_anew(self):
         self.begin()
         self.wait_for_event("ports-settled")
+        before = self.events()
         (self.shelf.folder / "state" / "records.db").unlink()
         self.does("module", "remove", self.first.name)
         self.wait_for_event("module-out")
         self.assertIsNotNone(self.driver.wait_for(
             lambda _: self.driver.get("/v1/events")["kept"], 20))
+        self.assertEqual(self.events()[:len(before)], before)
         time.sleep(2.5)
         kinds = self.kinds()
         self.restart(kill=True)

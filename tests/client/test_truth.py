@@ -247,12 +247,17 @@ class Surroundings(Actions):
         self.assertIsNotNone(self.driver.wait_for(
             lambda _: self.driver.get("/v1/polling")["halt"] is None, 20))
 
+    def start_with_empty_cage_in(self, name):
+        """An empty cage whose file would be in a folder of its own, and the folder."""
+        cage = self.add_empty(slot=3)
+        folder = self.shelf.folder / name
+        folder.mkdir()
+        self.start(edit=lambda text: text.replace("modules/nothing", f"{name}/nothing"))
+        self.wait_for_state(cage, "empty")
+        return cage, folder
+
     def test_a_folder_that_may_not_be_entered_is_no_module(self):
-        missing = self.add_empty(slot=3)
-        shut = self.shelf.folder / "shut"
-        shut.mkdir()
-        self.start(edit=lambda text: text.replace("modules/nothing", "shut/nothing"))
-        self.wait_for_state(missing, "empty")
+        missing, shut = self.start_with_empty_cage_in("shut")
         shut.rmdir()
         shut.write_text("no folder")
         port = self.wait_for_state(missing, "failing")
@@ -279,11 +284,7 @@ class Surroundings(Actions):
         self.assertEqual(self.states(empty, 2.5), {"empty"})
 
     def test_a_folder_that_is_not_there_is_no_empty_cage(self):
-        missing = self.add_empty(slot=3)
-        gone = self.shelf.folder / "gone"
-        gone.mkdir()
-        self.start(edit=lambda text: text.replace("modules/nothing", "gone/nothing"))
-        self.wait_for_state(missing, "empty")
+        missing, gone = self.start_with_empty_cage_in("gone")
         gone.rmdir()
         port = self.wait_for_state(missing, "failing")
         self.assertEqual(port["reason"], f"{gone} cannot be reached: No such file or directory")

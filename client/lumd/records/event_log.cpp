@@ -15,18 +15,18 @@ void event_log::begin(std::vector<event> earlier, uint64_t next) {
   if (earlier.empty()) {
     earlier.assign(std::make_move_iterator(events_.begin()), std::make_move_iterator(own));
   }
+  // Others have had the numbers below `next`.
+  const uint64_t further = std::max(next, first_own_) - first_own_;
   std::deque<event> all(std::make_move_iterator(earlier.begin()),
                         std::make_move_iterator(earlier.end()));
-  uint64_t number = std::max(next, first_own_);
-  const uint64_t first = number;
   for (auto one = own; one != events_.end(); ++one) {
     all.push_back(std::move(*one));
-    all.back().number = number++;
+    all.back().number += further;
   }
   events_ = std::move(all);
-  first_own_ = first;
-  next_ = number;
-  kept_ = first - 1;
+  first_own_ += further;
+  next_ += further;
+  kept_ = first_own_ - 1;
 }
 
 void event_log::add(event happened, const std::string &subject) noexcept {

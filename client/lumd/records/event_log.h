@@ -28,7 +28,8 @@ class event_log {
   static constexpr std::chrono::seconds window{60};
 
   // What earlier processes have kept, in the order of its numbers, and the first number for events
-  // of this one. What this one has taken in already gets other numbers. May throw std::bad_alloc.
+  // of this one. What this one has taken in already gets other numbers where they were another's.
+  // May throw std::bad_alloc.
   void begin(std::vector<event> earlier, uint64_t next);
 
   // Takes one in and gives it a number. `subject` is what it is about: events of one subject that

@@ -78,7 +78,7 @@ void record_keeper::write(bool is_last) {
   }
   const auto fresh = events_.unkept(most_in_one_go);
   if (fresh.empty() && !is_last) return;
-  const uint64_t next = fresh.empty() ? events_.last() + 1 : fresh.back().number + 1;
+  const uint64_t next = events_.last() + 1;
   const std::string why = is_last ? file_->close(fresh, next) : file_->add(fresh, next);
   if (why.empty() && !fresh.empty()) events_.kept(fresh.back().number);
   set_problem(why);

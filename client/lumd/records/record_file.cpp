@@ -5,6 +5,8 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <stdexcept>
 #include <system_error>
 
 #include "records/event_codec.h"
@@ -46,11 +48,13 @@ bool tells_of_damage(const SQLite::Exception &failure) {
   return code == SQLITE_CORRUPT || code == SQLITE_NOTADB;
 }
 
-// What nobody can read is of use only to whoever wants to know why.
-void put_aside(const fs::path &file) {
+// What nobody can read is of use only to whoever wants to know why. Returns whether it is out of
+// the way.
+bool put_aside(const fs::path &file) {
   std::error_code ignored;
   fs::rename(file, file.native() + ".damaged", ignored);
   for (const char *ending : {"", "-wal", "-shm"}) fs::remove(file.native() + ending, ignored);
+  return !fs::exists(file, ignored);
 }
 
 std::string why_no_room(const fs::path &file) {
@@ -100,7 +104,7 @@ std::vector<event> read_events(SQLite::Database &database, std::size_t most) {
   return events;
 }
 
-// As the text of the columns and the number of the process before say; nothing is below 1.
+// Above every number that may have been given out.
 uint64_t next_number(SQLite::Database &database) {
   const int64_t noted = database.execAndGet("SELECT next FROM numbers").getInt64();
   const int64_t used = database.execAndGet("SELECT ifnull(max(number), 0) FROM events").getInt64();
@@ -171,10 +175,13 @@ record_file::opened record_file::open(const fs::path &file, std::size_t most_eve
       made->begin(result, flags);
       if (flags == to_change) result.file = std::move(made);
       return result;
-    } catch (const not_ours &) {
+    } catch (const not_ours &wrong) {
       if (flags == to_read) return result;
       made.reset();
-      put_aside(file);
+      if (!put_aside(file)) {
+        result.problem = fmt::format("{}: {}", file.native(), wrong.what());
+        return result;
+      }
     } catch (const SQLite::Exception &failure) {
       if (result.problem.empty()) {
         result.problem = fmt::format("{}: {}", file.native(), failure.what());
@@ -182,7 +189,7 @@ record_file::opened record_file::open(const fs::path &file, std::size_t most_eve
       if (flags == to_read) return result;
       made.reset();
       if (tells_of_damage(failure)) {
-        put_aside(file);
+        if (!put_aside(file)) return result;
         result.problem.clear();
       } else {
         flags = to_read;

@@ -50,7 +50,7 @@ json show_events(driver &node, uint64_t since, const std::string &port, std::siz
                  {"earlier", left_out},
                  {"first", found.first == 0 ? json() : json(found.first)}};
   answer.update(show_event_record(node));
-  answer["last"] = found.last;
+  answer["last"] = found.last;  // at that moment: whoever asks from there on misses none
   return answer;
 }
 
