@@ -48,7 +48,7 @@ void make_and_look_into(const fs::path &folder) {
   // The standard library's iterator ends the process when it runs out of memory.
   DIR *const entries = ::opendir(folder.c_str());
   if (entries == nullptr) return;
-  ::readdir(entries);
+  static_cast<void>(::readdir(entries));
   ::closedir(entries);
 }
 
