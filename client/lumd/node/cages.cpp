@@ -67,6 +67,7 @@ void cage_watch::look_at(const lum_linux::port_description &port) {
   const uint32_t rsip = port.rsip;
   const auto module = modules_.status(rsip);
   const auto known = copy_port(rsip);
+  if (module) tell_way(port, module->way);
   if (!module || !module->is_known() || !known || !is_created(*known) || is_going(*known)) return;
   if (readers_.in_lane(rsip) > 0) return;
 
@@ -87,6 +88,12 @@ void cage_watch::look_at(const lum_linux::port_description &port) {
   cage &now = cages_[rsip];
   if (has_gone || has_come) now.begun = clock::now();
   now.present = module->present;
+}
+
+void cage_watch::tell_way(const lum_linux::port_description &port, const std::string &way) {
+  if (way.empty() || ways_[port.rsip] == way) return;
+  ways_[port.rsip] = way;
+  say("port {}: {} is read by {}", port.name, port.module.i2c_bus.native(), way);
 }
 
 // What cannot be told now is told after the next look: the library's belief is compared again.

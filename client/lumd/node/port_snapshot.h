@@ -39,6 +39,8 @@ struct port_snapshot {
 
 // Of a bus or folder that cannot be opened, for people.
 std::string why_unreachable(const lum_linux::module_status &module);
+// Why the last transfer that failed did: what is known beyond its code, and the code's text.
+std::string why_last_failure(const lum_linux::module_status &module);
 
 // The latest poll of what is in a port's cage now; nothing once what it stored has been cleared.
 std::optional<module_poll> poll_of(driver &node, uint32_t rsip);
