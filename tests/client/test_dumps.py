@@ -17,7 +17,7 @@ from steps import StepFailed, Steps  # noqa: E402
 class Dumps(support.ShelfTest):
     def setUp(self):
         super().setUp()
-        self.memory = self.add_module("iivi-new-map").module.read_bytes()
+        self.memory = self.add_file().module.read_bytes()
         self.dumps = self.shelf.folder / "dumps"
         self.dumps.mkdir()
         (self.dumps / "good.eeprom").write_bytes(self.memory)

@@ -1,5 +1,6 @@
 """Modules and settings: each command as it should go, and what it refuses."""
 
+import os
 import threading
 import time
 
@@ -145,8 +146,8 @@ class RealBus(support.ShelfTest):
 
 class FlatModule(Actions):
     def test_the_page_that_is_not_there_is_named(self):
-        flat = self.shelf.add_cage(2, "flat.eeprom")
-        flat.module.write_bytes(self.first.module.read_bytes()[:256])
+        flat = self.add_file(2)
+        os.truncate(flat.module, 256)
         self.begin()
         self.wait_for_state(flat, "failing")
         shown = self.does("show", "module", flat.name)
@@ -160,44 +161,38 @@ class FlatModule(Actions):
 
 class Lines(Actions):
     def describe_lines(self):
-        """The first port's cage has a reset line."""
+        """One port's cage has a reset line."""
+        self.lined = self.add_file(2)
         self.reset = self.shelf.folder / "reset"
         self.reset.write_text("1\n")
-        write = self.shelf.write_description
-
-        def with_lines():
-            write()
-            text = self.shelf.description.read_text()
-            self.shelf.description.write_text(text.replace(
-                f'module = "modules/{self.first.module.name}"',
-                f'module = "modules/{self.first.module.name}"\nreset = "reset"\nreset_value = "0"'))
-        self.shelf.write_description = with_lines
+        module = f'module = "modules/{self.lined.module.name}"'
+        self.start(edit=lambda text: text.replace(
+            module, module + '\nreset = "reset"\nreset_value = "0"'))
+        self.wait_for_state(self.lined, "up")
 
     def test_a_reset_line_is_left_alone_and_steered(self):
         self.describe_lines()
-        self.begin()
         self.assertEqual(self.reset.read_text(), "1\n")
-        self.does("module", "reset", self.first.name, "on")
+        self.does("module", "reset", self.lined.name, "on")
         self.assertEqual(self.reset.read_text(), "0")
-        line = self.does("show", "module", self.first.name)["module"]["reset"]
+        line = self.does("show", "module", self.lined.name)["module"]["reset"]
         self.assertEqual(line, {"file": str(self.reset), "on": True})
-        self.assertIn(f"on ({self.reset})", self.says("show", "module", self.first.name))
-        self.does("module", "reset", self.first.name, "off")
+        self.assertIn(f"on ({self.reset})", self.says("show", "module", self.lined.name))
+        self.does("module", "reset", self.lined.name, "off")
         self.assertEqual(self.reset.read_text(), "1")
-        self.wait_for_state(self.first, "up")
+        self.wait_for_state(self.lined, "up")
 
     def test_what_is_wrong_with_a_line_is_told(self):
         self.describe_lines()
-        self.begin()
         self.assertIn("its description has no 'low_power'",
-                      self.fails(1, "module", "low-power", self.first.name, "on"))
+                      self.fails(1, "module", "low-power", self.lined.name, "on"))
         self.assertIn("its description has no 'reset'",
                       self.fails(1, "module", "reset", self.second.name, "off"))
-        self.fails(2, "module", "reset", self.first.name, "maybe")
-        self.fails(2, "module", "reset", self.first.name)
+        self.fails(2, "module", "reset", self.lined.name, "maybe")
+        self.fails(2, "module", "reset", self.lined.name)
         self.reset.unlink()
         self.assertIn(f"{self.reset} cannot be set: No such file or directory",
-                      self.fails(1, "module", "reset", self.first.name, "on"))
+                      self.fails(1, "module", "reset", self.lined.name, "on"))
 
 
 class Settings(Actions):

@@ -104,9 +104,8 @@ cerrno i2c_bus::control(unsigned long request, void *argument) {
   return kernel_.ioctl(fd_, request, argument) < 0 ? static_cast<cerrno>(errno) : module_ok;
 }
 
-// The kernel takes the address itself for the argument.
 cerrno i2c_bus::take_address(uint16_t address) {
-  return control(I2C_SLAVE, reinterpret_cast<void *>(static_cast<uintptr_t>(address)));
+  return kernel_.take_address(fd_, address) < 0 ? static_cast<cerrno>(errno) : module_ok;
 }
 
 cerrno i2c_bus::transfer(std::span<i2c_msg> messages) {

@@ -1,6 +1,7 @@
 // A module's memory on a Linux I2C bus.
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <linux/i2c-dev.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -41,6 +42,9 @@ class real_kernel final : public i2c_kernel {
   int close(int fd) override { return ::close(fd); }
   int ioctl(int fd, unsigned long request, void *argument) override {
     return ::ioctl(fd, request, argument);
+  }
+  int take_address(int fd, uint16_t address) override {
+    return ::ioctl(fd, I2C_SLAVE, static_cast<unsigned long>(address));
   }
   void sleep_us(uint32_t microseconds) override { ::usleep(microseconds); }
   std::string driver_at(const char *path, uint16_t address) const override;

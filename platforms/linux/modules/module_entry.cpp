@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <system_error>
 #include <utility>
 
 namespace lum_linux {
@@ -26,6 +27,15 @@ std::optional<line_status> status_of(const std::optional<control_line> &line) {
 }
 
 constexpr const char *in_reset = "the module is held in reset";
+
+// Of a module that does not answer, although its presence line says that it is there.
+std::string why_silent(module_memory &memory) {
+  if (const cerrno code = memory.place_code()) {
+    return memory.place() +
+           " cannot be reached: " + std::generic_category().message(static_cast<int>(code));
+  }
+  return "nobody answers, although the presence line says that there is a module";
+}
 
 }  // namespace
 
@@ -107,8 +117,9 @@ cerrno module_entry::access(lock &held, const std::function<cerrno()> &use) {
   held.unlock();
   cerrno rc = use();
   const bool is_held = rc == module_absent && is_in_reset();
-  if (is_held || (line_ && rc == module_absent)) rc = module_failing;
-  std::string why = rc == module_ok ? "" : is_held ? in_reset : memory_->trouble();
+  const bool is_silent = rc == module_absent && line_ && !is_held;
+  std::string why = is_held ? in_reset : is_silent ? why_silent(*memory_) : memory_->trouble();
+  if (is_held || is_silent) rc = module_failing;
   const std::string_view way = memory_->way();
   if (line_ || is_held) {
     held.lock();

@@ -67,6 +67,12 @@ class played_kernel final : public lum_linux::i2c_kernel {
   void sleep_us(uint32_t) override { ++sleeps; }
   std::string driver_at(const char *, uint16_t) const override { return is_bound ? "at24" : ""; }
 
+  int take_address(int fd, uint16_t to) override {
+    EXPECT_EQ(fd, 7);
+    slave_ = to;
+    return is_bound && slave_ == address ? fail(EBUSY) : 0;
+  }
+
   int ioctl(int fd, unsigned long request, void *argument) override {
     EXPECT_EQ(fd, 7);
     if (!is_bus) return fail(ENOTTY);
@@ -74,9 +80,6 @@ class played_kernel final : public lum_linux::i2c_kernel {
       case I2C_FUNCS:
         *static_cast<unsigned long *>(argument) = functions;
         return 0;
-      case I2C_SLAVE:
-        slave_ = static_cast<uint16_t>(reinterpret_cast<uintptr_t>(argument));
-        return is_bound && slave_ == address ? fail(EBUSY) : 0;
       case I2C_RDWR:
         return messages(*static_cast<i2c_rdwr_ioctl_data *>(argument));
       case I2C_SMBUS:

@@ -76,6 +76,8 @@ class i2c_kernel {
   virtual int open(const char *path, int flags) = 0;
   virtual int close(int fd) = 0;
   virtual int ioctl(int fd, unsigned long request, void *argument) = 0;
+  // ioctl() with I2C_SLAVE, whose argument is the address itself.
+  virtual int take_address(int fd, uint16_t address) = 0;
   virtual void sleep_us(uint32_t microseconds) = 0;
   // The driver that the kernel has bound to an address of the bus; empty: none, or not known.
   virtual std::string driver_at(const char *path, uint16_t address) const = 0;
