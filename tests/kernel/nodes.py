@@ -13,8 +13,8 @@ STUB_BUS = "/dev/i2c-0"
 
 # The modules on the kernel's stub: address, and the example that its memory is made of. One address
 # more belongs to a driver of the kernel's, and one has a flat memory behind that driver.
-STUB_MODULES = {0x50: "iivi-old-map", 0x51: "iivi-new-map", 0x52: "accelink-new-map"}
-MODULES = sorted({*STUB_MODULES.values(), "accelink-old-map"})
+STUB_MODULES = {0x50: "iivi-old-map", 0x51: "iivi-alarm", 0x52: "accelink-new-map"}
+MODULES = sorted({*STUB_MODULES.values(), "accelink-old-map", "iivi-new-map"})
 TAKEN = 0x54
 FLAT = 0x55
 EMPTY = 0x57

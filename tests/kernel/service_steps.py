@@ -72,28 +72,37 @@ def state(guest, name, wanted):
     return guest.wait_for(seen, SETTLED)
 
 
-def described(guest, name, kind):
+def described(kind):
     return tomllib.loads((tour.EXAMPLES / f"{kind}.toml").read_text())
 
 
 def read_modules(steps, guest):
-    for name, kind in (("west", STUB_MODULES[0x50]), ("east", STUB_MODULES[0x51])):
-        wanted = described(guest, name, kind)
-        view = state(guest, name, "up")
-        steps.check(f"{name} is up", view is not None, str(port(guest, name)))
-        steps.check(f"{name}: identity as on the chip, {wanted['part']} {wanted['serial']}",
-                    tour.is_as_described(view, wanted), str(view["vendor"]))
-        view = guest.wait_for(
-            lambda one=name: (now := port(guest, one)).get("sub_ports", [{}])[0].get("readings")
-            and now, SETTLED)
-        steps.check(f"{name}: readings as on the chip",
-                    view and tour.readings_are_as_described(view, wanted), str(view))
-    way = view["module"]["way"]
+    for name, address in (("west", 0x50), ("east", 0x51)):
+        view = read_module(steps, guest, name, described(STUB_MODULES[address]))
+    way = view["module"].get("way")
     steps.check(f"the stub's block reads, which do not heed the page, are found out: {way}",
                 way == "byte transfers, as the adapter's block reads cannot be relied on")
     log = guest.does("journalctl --no-pager -o cat -u lumd")
     steps.check("the journal says once by which way each module is read",
                 log.count(f"port east: {STUB_BUS} is read by {way}") == 1, log)
+
+
+def read_module(steps, guest, name, wanted):
+    """Everything of a module as its chip has it; its view."""
+    steps.check(f"{name} is up", state(guest, name, "up"), str(port(guest, name)))
+
+    def polled():
+        view = port(guest, name)
+        return view if view.get("sub_ports", [{}])[0].get("readings") else None
+    view = guest.wait_for(polled, SETTLED)
+    steps.check(f"{name}: identity as on the chip, {wanted['part']} {wanted['serial']}",
+                view and tour.is_as_described(view, wanted), str(view))
+    steps.check(f"{name}: readings as on the chip", tour.readings_are_as_described(view, wanted),
+                str(view))
+    flags = [wanted.get("flags", {}).get(str(byte), 0) for byte in view["flag_bytes"]]
+    steps.check(f"{name}: flags as on the chip, {sum(map(bool, flags))} raised",
+                view["flags"] == flags, str(view))
+    return view
 
 
 def name_what_is_wrong(steps, guest):
@@ -108,7 +117,7 @@ def name_what_is_wrong(steps, guest):
                 flat and "is not there: the file ends after 256 bytes" in flat["reason"],
                 str(port(guest, "flat")))
     steps.check("its identity is shown", tour.is_as_described(
-        flat, described(guest, "flat", "iivi-old-map")), str(flat["vendor"]))
+        flat, described("iivi-old-map")), str(flat["vendor"]))
 
 
 def follow_lines(steps, guest):
@@ -116,7 +125,7 @@ def follow_lines(steps, guest):
     steps.check("a presence line that says no: an empty cage, which nothing is read of",
                 empty is not None and empty["module"]["bytes_read"] == 0)
     guest.does(f"echo 1 >{PRESENCE}")
-    steps.check("the line says yes: its module comes up", state(guest, "north", "up") is not None)
+    read_module(steps, guest, "north", described(STUB_MODULES[0x52]))
     steps.check("its reset line was left alone", guest.does(f"cat {RESET}").strip() == "Y")
     guest.does("lumctl module reset north on")
     held = port(guest, "north")["module"]["reset"]["on"]
