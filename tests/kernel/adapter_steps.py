@@ -1,6 +1,8 @@
 """A driver on buses that are played outside the kernel, behind its CUSE driver: plain messages, banks,
 block reads, modules that come and go, and whatever goes wrong on a bus."""
 
+import json
+
 import tour
 from nodes import PLAYED, PLAYED_SOCKET
 from service_steps import SETTLED, described, lights
@@ -74,10 +76,9 @@ def state(guest, name, wanted, reason=""):
 
 def page(guest, name, number):
     """The page's upper half, or what is said instead."""
-    view = guest.ask(f"show module {name} --page {number}", PLAYED_SOCKET)
-    if view:
-        return bytes(view["page"]["bytes"][128:])
-    return guest.run(f"lumctl --socket {PLAYED_SOCKET} show module {name} --page {number}")[1]
+    status, printed = guest.run(
+        f"lumctl --socket {PLAYED_SOCKET} show module {name} --page {number} --json")
+    return printed if status else bytes(json.loads(printed)["page"]["bytes"][128:])
 
 
 def page_of_file(guest, file, position):

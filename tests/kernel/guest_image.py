@@ -77,6 +77,8 @@ class Image:
                     self.add(pathlib.Path(library).resolve(), library)
 
     def add_busybox(self):
+        """What no package brings. Its own shell would take its own tools before any other."""
+        self.add("/bin/dash", "/bin/sh")
         self.add("/bin/busybox")
         for name in subprocess.run(["/bin/busybox", "--list"], capture_output=True, text=True,
                                    check=True).stdout.split():
