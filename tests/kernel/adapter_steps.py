@@ -133,8 +133,10 @@ def go_wrong(steps, guest):
         turn_page(guest, 9)
         said = page(guest, "plain", 3)
         steps.check(f"{behaviour}: {str(said).strip()}", isinstance(said, str) and reason in said)
-    behave(guest, "plain", "slow")
-    steps.check("slow: the page comes", page(guest, "plain", 3) == own)
+    for behaviour in ("slow", "offers-blocks blind-blocks"):
+        behave(guest, "plain", behaviour)
+        turn_page(guest, 9)
+        steps.check(f"{behaviour}: the page comes as it is", page(guest, "plain", 3) == own)
     behave(guest, "plain", "arbitration")
     steps.check("a module whose polls fail is failing, with that reason",
                 state(guest, "plain", "failing", "lost arbitration"), str(port(guest, "plain")))

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <chrono>
 #include <fstream>
+#include <iterator>
 #include <thread>
 
 namespace kernel_test {
@@ -12,12 +13,14 @@ namespace {
 
 constexpr uint32_t half = 128;
 
-// A byte of a file; what is behind its end reads as 0xFF, as a line that nobody drives.
-uint8_t byte_at(const std::filesystem::path &file, uint32_t position) {
+std::vector<uint8_t> content_of(const std::filesystem::path &file) {
   std::ifstream stream(file, std::ios::binary);
-  stream.seekg(position);
-  const int byte = stream.get();
-  return byte == std::ifstream::traits_type::eof() ? 0xFF : static_cast<uint8_t>(byte);
+  return std::vector<uint8_t>(std::istreambuf_iterator<char>(stream), {});
+}
+
+// What is behind the end of a memory reads as 0xFF, as a line that nobody drives.
+uint8_t at(const std::vector<uint8_t> &memory, uint32_t position) {
+  return position < memory.size() ? memory[position] : 0xFF;
 }
 
 }  // namespace
@@ -36,9 +39,18 @@ void played_bus::wait_while_hanging() const {
 int played_bus::read(uint16_t address, uint8_t offset, std::vector<uint8_t> &bytes, bool is_block) {
   const std::lock_guard held(mutex_);
   note(fmt::format("read {:02x} {} {}", address, offset, bytes.size()));
-  if (!is_answered(address)) return ENXIO;
-  const bool is_blind = is_block && behaviour().contains("blind-blocks");
-  for (uint8_t &byte : bytes) byte = fetch(address, offset++, is_blind);
+  const auto words = behaviour();
+  const auto memory = content_of(memory_of(address));
+  if (memory.empty()) return words.contains("everywhere") ? 0 : ENXIO;
+  const bool is_in_bank = at(memory, 126) == 1;
+  const auto bank =
+      is_in_bank ? content_of(folder_ / fmt::format("{:02x}.bank1", address)) : memory;
+  const uint32_t lower = is_in_bank ? half : 0;  // which the file of a bank does not have
+  const uint8_t page = is_block && words.contains("blind-blocks") ? 0 : at(memory, 127);
+  for (uint8_t &byte : bytes) {
+    byte = offset < half ? at(memory, offset) : at(bank, page * half + offset - lower);
+    ++offset;
+  }
   return 0;
 }
 
@@ -48,7 +60,7 @@ int played_bus::write(uint16_t address, uint8_t offset, uint8_t value) {
   if (!is_answered(address)) return ENXIO;
   if (offset == 127 && behaviour().contains("keeps-page")) return 0;
   const auto file = memory_of(address);
-  const uint32_t position = offset < half ? offset : byte_at(file, 127) * half + offset;
+  const uint32_t position = offset < half ? offset : at(content_of(file), 127) * half + offset;
   std::fstream stream(file, std::ios::binary | std::ios::in | std::ios::out);
   stream.seekp(position);
   stream.put(static_cast<char>(value));
@@ -71,15 +83,6 @@ std::filesystem::path played_bus::memory_of(uint16_t address) const {
 
 bool played_bus::is_answered(uint16_t address) const {
   return behaviour().contains("everywhere") || std::filesystem::exists(memory_of(address));
-}
-
-uint8_t played_bus::fetch(uint16_t address, uint8_t offset, bool is_blind) const {
-  const auto file = memory_of(address);
-  if (!std::filesystem::exists(file)) return 0;
-  if (offset < half) return byte_at(file, offset);
-  const uint8_t page = is_blind ? 0 : byte_at(file, 127);
-  if (byte_at(file, 126) != 1) return byte_at(file, page * half + offset);
-  return byte_at(folder_ / fmt::format("{:02x}.bank1", address), page * half + offset - half);
 }
 
 }  // namespace kernel_test

@@ -45,7 +45,6 @@ class played_bus {
  private:
   std::filesystem::path memory_of(uint16_t address) const;
   bool is_answered(uint16_t address) const;
-  uint8_t fetch(uint16_t address, uint8_t offset, bool is_blind) const;
 
   std::filesystem::path folder_;
   std::mutex mutex_;  // one transfer at a time, but for one that hangs
