@@ -130,10 +130,8 @@ class Guest:
                 return None
             time.sleep(0.2)
 
-    def ask(self, words, socket_path="/run/lumd/lumd.sock"):
-        """What a command of lumctl answers as JSON; None while the driver does not answer."""
-        status, printed = self.run(f"lumctl --socket {socket_path} {words} --json")
-        try:
-            return json.loads(printed) if status == 0 else None
-        except ValueError:
-            return None
+    def module(self, name, port):
+        """The driver's view of a module, asked over its read-only port; {} while it does not
+        answer. A program of the driver's own would take the emulator a second to load."""
+        status, printed = self.run(f"wget -q -O - http://127.0.0.1:{port}/v1/modules/{name}")
+        return json.loads(printed) if status == 0 else {}

@@ -3,6 +3,8 @@
 # The lights of the keyboard, which are in the kernel's LED class: each node has a folder of links to
 # them under the name of one of its ports' LEDs.
 LIGHTS = {"green:status": "input0::numlock", "red:fault": "input0::capslock"}
+SERVICE_PORT = 9464
+PLAYED_PORT = 9465
 SERVICE_LEDS = "/etc/lumd/leds"
 PLAYED_LEDS = "/etc/lumd/played-leds"
 LED_OF = {SERVICE_LEDS: "west", PLAYED_LEDS: "plain"}
@@ -36,7 +38,7 @@ def service_node():
     """The node of the service, on the kernel's stub."""
     return "\n".join([
         *head("guest", 'state_directory = "/var/lib/lumd"', 'trace_directory = "/var/log/lumd"',
-              f'led_directory = "{SERVICE_LEDS}"', 'api_socket = "/run/lumd/lumd.sock"'),
+              f'led_directory = "{SERVICE_LEDS}"', f"http_port = {SERVICE_PORT}", 'api_socket = "/run/lumd/lumd.sock"'),
         *stub_port(1, "west", 0x50, 'led = "west"'),
         *stub_port(2, "east", 0x51),
         *stub_port(3, "north", 0x52, f'presence = "{PRESENCE}"', f'reset = "{RESET}"',
@@ -61,7 +63,7 @@ PLAYED_SOCKET = "/run/played/lumd.sock"
 
 def played_node():
     lines = head("played", 'state_directory = "/run/played/state"',
-                 'trace_directory = "/run/played/traces"', f'led_directory = "{PLAYED_LEDS}"',
+                 'trace_directory = "/run/played/traces"', f'led_directory = "{PLAYED_LEDS}"', f"http_port = {PLAYED_PORT}",
                  f'api_socket = "{PLAYED_SOCKET}"')
     for number, (name, (bus, more)) in enumerate(PLAYED.items(), 1):
         lines += ["[[slot.instance.port]]", f"number = {number}", f"handle = {number}",

@@ -61,7 +61,7 @@ def start_service(steps, guest):
 
 
 def port(guest, name):
-    return guest.ask(f"show module {name}") or {}
+    return guest.module(name, nodes.SERVICE_PORT)
 
 
 def state(guest, name, wanted):
@@ -167,13 +167,13 @@ def write_threshold(steps, guest):
 
 def share_the_bus(steps, guest):
     steps.say("A second user of the bus, who turns the page of the same chip all the time")
-    wanted = guest.ask("show module east --page 3")["page"]["bytes"]
+    wanted = guest.module("east?page=3", nodes.SERVICE_PORT)["page"]["bytes"]
     guest.does("setsid sh -c 'while [ ! -e /run/enough ]; do i2cset -y 0 0x51 0x7f 0x01; done'"
                " >/dev/null 2>&1 &")
     right = refused = 0
     for _ in range(5):
-        shown = guest.ask("show module east --page 3")
-        if shown is None:
+        shown = guest.module("east?page=3", nodes.SERVICE_PORT)
+        if not shown:
             refused += 1
             continue
         # The second user's page stands in byte 127 of the lower page.

@@ -180,7 +180,7 @@ int carry_out(played_bus &bus, uint16_t address, const i2c_smbus_ioctl_data &ask
     return EOPNOTSUPP;
   }
   std::vector<uint8_t> bytes(data.block[0]);
-  const int rc = bus.read(address, asked.command, bytes, true);
+  const int rc = bus.read(address, asked.command, bytes);
   std::memcpy(data.block + 1, bytes.data(), bytes.size());
   if (bus.behaviour().contains("short")) data.block[0] = 7;
   return rc;

@@ -36,17 +36,16 @@ void played_bus::wait_while_hanging() const {
   while (behaviour().contains("hang")) std::this_thread::sleep_for(std::chrono::milliseconds(20));
 }
 
-int played_bus::read(uint16_t address, uint8_t offset, std::vector<uint8_t> &bytes, bool is_block) {
+int played_bus::read(uint16_t address, uint8_t offset, std::vector<uint8_t> &bytes) {
   const std::lock_guard held(mutex_);
   note(fmt::format("read {:02x} {} {}", address, offset, bytes.size()));
-  const auto words = behaviour();
   const auto memory = content_of(memory_of(address));
-  if (memory.empty()) return words.contains("everywhere") ? 0 : ENXIO;
+  if (memory.empty()) return behaviour().contains("everywhere") ? 0 : ENXIO;
   const bool is_in_bank = at(memory, 126) == 1;
   const auto bank =
       is_in_bank ? content_of(folder_ / fmt::format("{:02x}.bank1", address)) : memory;
   const uint32_t lower = is_in_bank ? half : 0;  // which the file of a bank does not have
-  const uint8_t page = is_block && words.contains("blind-blocks") ? 0 : at(memory, 127);
+  const uint8_t page = at(memory, 127);
   for (uint8_t &byte : bytes) {
     byte = offset < half ? at(memory, offset) : at(bank, page * half + offset - lower);
     ++offset;

@@ -27,7 +27,6 @@ namespace kernel_test {
 //   hang          a transfer does not end before the word is gone
 //   everywhere    every address is acknowledged, and reads zeros
 //   keeps-page    byte 127 takes no page
-//   blind-blocks  block reads bring page 0, whatever page is selected
 class played_bus {
  public:
   explicit played_bus(std::filesystem::path folder) : folder_(std::move(folder)) {}
@@ -36,7 +35,7 @@ class played_bus {
   void wait_while_hanging() const;
 
   // Return 0 or an errno.
-  int read(uint16_t address, uint8_t offset, std::vector<uint8_t> &bytes, bool is_block = false);
+  int read(uint16_t address, uint8_t offset, std::vector<uint8_t> &bytes);
   int write(uint16_t address, uint8_t offset, uint8_t value);
   // A read without an offset before it.
   int probe(uint16_t address);
