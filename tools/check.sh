@@ -5,6 +5,7 @@
 # usage: tools/check.sh [STEP ...]   (no argument: all)
 #        tools/check.sh fast         what takes no second build, over what has changed
 #        tools/check.sh accept-abi
+#        tools/check.sh accept-screens
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -18,21 +19,28 @@ check_format() {
   sources | xargs clang-format-14 --dry-run -Werror
 }
 
-# The analyser, half of the time, looks at the library here, and at whatever has changed in
-# lint-changed. One file a process: over several it loses sight of va_start.
+# The analyser, most of the time, looks at the library here, and at whatever has changed in lint-changed.
 check_lint() {
-  cmake --preset release >/dev/null
-  cmake --build --preset release --target trace_catalogue >/dev/null
+  prepare_lint
   git ls-files "$library/src/*.cpp" | lint
-  git ls-files 'platforms/linux/*.cpp' | lint '--checks=-clang-analyzer-*'
+  git ls-files 'platforms/linux/*.cpp' 'client/*.cpp' | lint '--checks=-clang-analyzer-*'
 }
 
-# Without the compiler's precompiled headers, which clang cannot read.
+# The commands of a build by clang, which cannot read what another compiler has precompiled.
+prepare_lint() {
+  local precompiled
+  cmake --preset lint >/dev/null
+  precompiled=$(ninja -C build/lint -t targets all | sed -n 's/^\(.*\.pch\): .*/\1/p')
+  ninja -C build/lint -j "$jobs" --quiet project_scope trace_catalogue $precompiled
+  [[ $(echo tools/lint/finding.cpp | lint) == *modernize-use-nullptr* ]] || {
+    echo "the lint does not find what is wrong in tools/lint/finding.cpp" >&2
+    return 1
+  }
+}
+
+# One file a process: over several the analyser loses sight of va_start.
 lint() {
-  mkdir -p build/lint
-  sed -E 's/ -(Winvalid-pch|fpch-preprocess|include [^ ]*cmake_pch\.hxx)//g' build/compile_commands.json \
-    >build/lint/compile_commands.json
-  xargs -r -P "$jobs" -n 1 clang-tidy-14 --quiet -p build/lint "$@" 2>/dev/null
+  xargs -r -P "$jobs" -n 1 clang-tidy-14 --quiet -p build/lint --load=build/lint/project_scope.so "$@" 2>/dev/null
 }
 
 check_catalogue() {
@@ -105,6 +113,23 @@ check_accept-abi() {
   sed -i "s|='$PWD/|='|" $library/liblum.abi
 }
 
+# The screens on the pages are what lumctl prints. It is one of the tests of the client too, which
+# the steps of the sanitizers run.
+check_screens() {
+  build_client
+  python3 tools/refresh_screens.py --build build --check
+}
+
+check_accept-screens() {
+  build_client
+  python3 tools/refresh_screens.py --build build
+}
+
+build_client() {
+  cmake --preset release >/dev/null
+  cmake --build --preset release -j "$jobs" --target lumd lumctl lum-module-image >/dev/null
+}
+
 check_sanitizer() {
   cmake --preset "$1" >/dev/null
   find "build/$1" -name '*.gcda' -delete
@@ -174,16 +199,9 @@ changed_sources() {
 }
 
 check_lint-changed() {
-  cmake --preset release >/dev/null
-  cmake --build --preset release --target trace_catalogue >/dev/null
+  prepare_lint
   changed_sources "^($library/src|platforms/linux)/.*\.cpp$" | lint
   changed_sources "^client/.*\.cpp$" | lint '--checks=-clang-analyzer-*'
-}
-
-# All of lumd and lumctl: ten minutes on two processors, for it sees the libraries they use too.
-check_lint-client() {
-  cmake --preset release >/dev/null
-  git ls-files 'client/*.cpp' | lint '--checks=-clang-analyzer-*'
 }
 
 fast_steps=(format includes catalogue headers reference exports abi lint-changed)

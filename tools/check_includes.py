@@ -16,11 +16,12 @@ PLATFORM = "platforms/linux"
 
 # What lumd and lumctl share, and the folders of both.
 SHARED = (WORDS, "client/base", "client/json")
-PROGRAMS = (LUMD, f"{LUMD}/node", f"{LUMD}/views", f"{LUMD}/api", f"{LUMD}/metrics", "client/lumctl")
+PROGRAMS = (LUMD, f"{LUMD}/records", f"{LUMD}/node", f"{LUMD}/views", f"{LUMD}/api", f"{LUMD}/metrics", "client/lumctl")
 
 # Who must not include from where. A folder stands for everything below it; LUMD itself for the files
 # right in it, which put the rest together.
 FORBIDDEN = {
+    f"{LUMD}/records": (f"{LUMD}/node", f"{LUMD}/views", f"{LUMD}/api", f"{LUMD}/metrics", LUMD),
     f"{LUMD}/node": (f"{LUMD}/views", f"{LUMD}/api", f"{LUMD}/metrics", LUMD),
     f"{LUMD}/views": (f"{LUMD}/api", f"{LUMD}/metrics", LUMD),
     f"{LUMD}/api": (f"{LUMD}/metrics", LUMD),

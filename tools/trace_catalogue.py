@@ -7,7 +7,8 @@ file's trace_area is the area its path names. Writes the catalogue, one line a p
 
     point <TAB> area <TAB> channel <TAB> format as written
 
-and a header with the catalogue's digest. Exits 1 with file and line when a check fails, and says
+and a header with the catalogue's digest; with --points one with a table of the points that there
+are, for programs that read traces. Exits 1 with file and line when a check fails, and says
 which numbers are free at that place: of that module, and between the calls before and behind it.
 
 --table prints which numbers belong to which module, and which are free, as docs/architecture.md has
@@ -186,6 +187,16 @@ def table(points):
     return "\n".join(lines) + "\n"
 
 
+def points_header(used):
+    rows = "".join(f'    {{{number}, "{used[number].area}"}},\n' for number in sorted(used))
+    return ("// Made by tools/trace_catalogue.py.\n#pragma once\n\n#include <array>\n"
+            "#include <cstdint>\n#include <string_view>\n\nnamespace lum_trace {\n\n"
+            f"inline constexpr std::uint32_t last_point = {POINTS};\n\n"
+            "struct point {\n  std::uint32_t number;\n  std::string_view area;\n};\n\n"
+            f"inline constexpr auto points = std::to_array<point>({{\n{rows}}});\n\n"
+            "}  // namespace lum_trace\n")
+
+
 MARKERS = ("<!-- made by tools/trace_catalogue.py --rewrite -->\n", "<!-- end -->\n")
 
 
@@ -202,6 +213,7 @@ def main():
     parser.add_argument("--source", type=pathlib.Path, required=True)
     parser.add_argument("--catalogue", type=pathlib.Path)
     parser.add_argument("--header", type=pathlib.Path)
+    parser.add_argument("--points", type=pathlib.Path)
     parser.add_argument("--table", action="store_true")
     parser.add_argument("--page", type=pathlib.Path)
     parser.add_argument("--rewrite", type=pathlib.Path)
@@ -240,6 +252,9 @@ def main():
         arguments.header.write_text(
             "// Made by tools/trace_catalogue.py.\n#pragma once\n\n"
             f'#define LUM_TRACE_DIGEST "{digest}"\n')
+    if arguments.points:
+        arguments.points.parent.mkdir(parents=True, exist_ok=True)
+        arguments.points.write_text(points_header(used))
     return 0
 
 

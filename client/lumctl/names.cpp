@@ -1,5 +1,7 @@
 #include "names.h"
 
+#include <algorithm>
+
 #include "words/leds.h"
 #include "words/port_states.h"
 
@@ -26,6 +28,29 @@ colour colour_of(port_state state) {
   return colour::warning;
 }
 
+// Which states are looked at first where something is wrong.
+double badness_of(port_state state) {
+  switch (state) {
+    case port_state::failing:
+      return 6;
+    case port_state::stale:
+      return 5;
+    case port_state::going:
+    case port_state::coming_up:
+      return 3;
+    case port_state::upgrading:
+      return 2;
+    case port_state::empty:
+    case port_state::absent:
+      return 1;
+    case port_state::up:
+      return 0;
+  }
+  return 0;
+}
+
+constexpr double badness_of_alarms = 4;
+
 }  // namespace
 
 colour colour_of_port(name state) {
@@ -33,6 +58,14 @@ colour colour_of_port(name state) {
     if (known.name == state) return colour_of(known.id);
   }
   return colour::warning;
+}
+
+double badness_of_port(name state, bool has_alarms) {
+  double badness = badness_of(port_state::failing);  // what is not known may be as bad
+  for (const lum_words::named_port_state &known : lum_words::port_states) {
+    if (known.name == state) badness = badness_of(known.id);
+  }
+  return has_alarms ? std::max(badness, badness_of_alarms) : badness;
 }
 
 colour colour_of_led(name state) {

@@ -40,7 +40,8 @@ std::optional<command_line> read_command_line(int argc, char **argv, int &status
       ->check([](const std::string &path) { return std::string(path.empty() ? "is empty" : ""); });
   app.add_flag("--alarm-tests", chosen.alarm_tests,
                "Let lumctl inject alarms and readings for tests");
-  app.add_flag("--check", chosen.check, "Only say whether the description is right");
+  app.add_flag("--check", chosen.check,
+               "Only say whether the description is right, and what a restart would change");
   app.set_version_flag("--version", fmt::format("lumd {}.{}.{}", LUM_VERSION_MAJOR,
                                                 LUM_VERSION_MINOR, LUM_VERSION_PATCH));
   app.footer(

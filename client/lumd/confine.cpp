@@ -13,6 +13,7 @@
 #include <map>
 
 #include "base/descriptor.h"
+#include "lum_linux/disks.h"
 
 namespace lumd {
 namespace {
@@ -94,6 +95,11 @@ std::map<fs::path, rights> writable(const lum_linux::node_description &node) {
 }  // namespace
 
 std::string confine_writes(const lum_linux::node_description &node) {
+  for (const fs::path &folder : {node.state_directory, node.trace_directory, node.led_directory}) {
+    if (lum_linux::folder_is_waited_for(folder)) {
+      return folder.native() + ": its disk does not answer";
+    }
+  }
   const long version =
       ::syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION);
   if (version < 1) return "the kernel has no Landlock";

@@ -11,10 +11,12 @@
 #include "base/output.h"
 #include "command_line.h"
 #include "confine.h"
-#include "lum_linux/image.h"
+#include "description_file.h"
+#include "lum_linux/disks.h"
 #include "node/driver.h"
 #include "node/log.h"
 #include "open_api.h"
+#include "reload_signal.h"
 #include "stop_signal.h"
 #include "watchdog.h"
 #include "wording/numbers.h"
@@ -23,39 +25,9 @@ namespace {
 
 using namespace lumd;
 
-bool is_good(const lum_linux::description_result &result) {
-  for (const auto &problem : result.problems) {
-    lum_client::complain(to_string(problem) + "\n");
-  }
-  return result.node.has_value();
-}
-
-// The descriptions of simulated modules belong to the node's.
-bool modules_are_good(const lum_linux::node_description &node) {
-  bool good = true;
-  for (const auto *port : node.ports()) {
-    std::error_code error;
-    if (port->module.backend != lum_linux::module_backend::simulated ||
-        !std::filesystem::exists(port->module.file, error)) {
-      continue;
-    }
-    for (const auto &problem : lum_linux::read_module_image(port->module.file).problems) {
-      lum_client::complain(to_string(problem) + "\n");
-      good = false;
-    }
-  }
-  return good;
-}
-
-// What is right as a description and yet most likely not what was meant.
-void warn(const lum_linux::node_description &node) {
-  for (const std::string &reason : never_polled(node)) {
-    lum_linux::say_line(fmt::format("{}: warning: {}\n", node.source.native(), reason));
-  }
-}
-
-// What a signal would end the process for without need: a terminal that goes, a pipe that nobody
-// reads, a file that has become too large, which the write itself tells of.
+// What a signal would end the process for without need: a terminal that goes, until it means that
+// the description is to be read again; a pipe that nobody reads; a file that has become too large,
+// which the write itself tells of.
 void ignore_needless_signals() {
   for (const int number : {SIGHUP, SIGPIPE, SIGXFSZ}) signal(number, SIG_IGN);
 }
@@ -82,22 +54,22 @@ void use_all_descriptors() {
 
 // What cannot be made is told by whoever needs it.
 void make_own_folders(const lum_linux::node_description &node) {
-  std::error_code ignored;
   for (const auto &folder : {node.state_directory, node.trace_directory, node.led_directory}) {
-    std::filesystem::create_directories(folder, ignored);
+    if (!lum_linux::folder_answers(folder)) say("{}: its disk does not answer", folder.native());
   }
 }
 
-void report_ready(const driver &node, const http_server &server, std::size_t ports) {
-  say("node \"{}\": {}, {} start", node.node().name, lum_wording::counted(ports, "port"),
-      node.restarted() ? "warm" : "cold");
+void report_ready(const http_server &server) {
   if (server.tcp_port() != 0) say("read-only API on http://127.0.0.1:{}/", server.tcp_port());
 }
 
-int run(lum_linux::node_description description, const command_line &chosen) {
+int run(const lum_linux::node_description &as_read, const command_line &chosen) {
+  const reload_signal reload;  // before any thread is started
+  lum_linux::node_description description = as_read;
   if (!chosen.socket.empty()) {
     description.api_socket = std::filesystem::absolute(chosen.socket);
   }
+  auto &stop = *new stop_signal;  // its thread goes on to the end
   make_own_folders(description);
   std::string error;
   // It goes on serving until the process ends, whatever is thrown here.
@@ -110,9 +82,8 @@ int run(lum_linux::node_description description, const command_line &chosen) {
   if (const auto why = confine_writes(description); !why.empty()) {
     say("the driver is not confined to its files: {}", why);
   }
-  auto &stop = *new stop_signal;  // its thread goes on to the end
 
-  driver *const node = driver::start(description, chosen.alarm_tests, error);
+  driver *const node = driver::start(description, as_read, chosen.alarm_tests, error);
   if (!node) {
     say("{}", error);
     server->stop();
@@ -123,8 +94,12 @@ int run(lum_linux::node_description description, const command_line &chosen) {
     leave(0);
   }
   server->serve([&driver = *node](const http_request &request) { return answer(driver, request); });
-  report_ready(*node, *server, description.ports().size());
+  node->events().on_more([server] { server->wake_streams(); });
+  report_ready(*server);
   node->bring_up();
+  reload_signal::listen([node, server, file = std::filesystem::absolute(chosen.config)] {
+    reload_description(*node, *server, file);
+  });
 
   watchdog guard(*node, *server);
   stop.wait();
@@ -145,17 +120,17 @@ int main(int argc, char **argv) {
   try {
     const auto chosen = read_command_line(argc, argv, status);
     if (!chosen) return status;
-    const auto result = lum_linux::read_node_description(chosen->config);
-    if (!is_good(result) || !modules_are_good(*result.node)) return exit_wrong_description;
-    warn(*result.node);
+    const auto description = read_description(chosen->config);
+    if (!description) return exit_wrong_description;
     if (chosen->check) {
       lum_client::print(fmt::format("{}: right, {}\n", chosen->config,
-                                    lum_wording::counted(result.node->ports().size(), "port")));
+                                    lum_wording::counted(description->ports().size(), "port")));
+      compare_with_running(*description, chosen->socket);
       return 0;
     }
     umask(S_IRWXG | S_IRWXO);
     use_all_descriptors();
-    return run(*result.node, *chosen);
+    return run(*description, *chosen);
   } catch (const std::system_error &error) {
     const bool no_thread = error.code() == std::errc::resource_unavailable_try_again;
     say("{}{}", error.what(), no_thread ? ": the system gives no more threads, see ulimit -u" : "");

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <string_view>
 
+#include "lum_linux/disks.h"
 #include "node/log.h"
 
 namespace lumd {
@@ -25,6 +26,10 @@ std::unique_ptr<http_server> open_at(const fs::path &socket, http_options option
                                      http_refusal &refusal) {
   options.socket = socket;
   std::error_code refused;
+  if (!socket.empty() && !lum_linux::folder_answers(socket.parent_path())) {
+    refusal = {socket.parent_path().native() + ": its disk does not answer", true};
+    return nullptr;
+  }
   if (!socket.empty()) fs::create_directories(socket.parent_path(), refused);
   if (refused) {
     refusal = {socket.parent_path().native() + ": " + refused.message(), true};

@@ -13,7 +13,7 @@ struct explanation {
   std::string_view remedy;
 };
 
-inline constexpr std::array<explanation, 24> explanations = {{
+inline constexpr std::array<explanation, 40> explanations = {{
     // The states of a port.
     {"absent", "The port is in the description and has not been created, or has been deleted.",
      "the driver's log: was its slot brought up? lumctl show ports --all",
@@ -84,6 +84,10 @@ inline constexpr std::array<explanation, 24> explanations = {{
      "the driver's log, lumctl show node",
      "under systemd the watchdog starts it again; else systemctl restart lumd, and keep its "
      "traces"},
+    {"events-not-kept",
+     "What happens is told, and shown until the driver ends, but not kept over a restart.",
+     "the reason: the disk is full, cannot be written or hangs; df of the state directory",
+     "make room or mend the disk; what can still be kept is kept as soon as it can"},
     {"led-broken", "A port's LED cannot be set or read: what it shows is not what is so.",
      "the file and the reason in lumctl show port NAME",
      "mend the LED's folder, its names or its permissions; it is tried again every second"},
@@ -107,6 +111,43 @@ inline constexpr std::array<explanation, 24> explanations = {{
     {"trace-lost", "Lines of a trace channel cannot be written.",
      "lumctl show node for the reason; the disk and folder of the traces",
      "make room or mend the folder; it is tried again every few seconds"},
+    // What happens.
+    {"alarm-cleared", "An alarm that was raised is not any more, or its module has gone.",
+     "lumctl events PORT for when it was raised", "nothing"},
+    {"batch-failed",
+     "The interface manager has answered that it could not do what was asked of some controllers.",
+     "lumctl im show; lumctl show controllers", "lumctl replay, once the manager is well"},
+    {"batch-refused", "The interface manager has not taken a batch of requests.", "lumctl im show",
+     "lumctl replay, once the manager is well"},
+    {"batch-unanswered",
+     "The interface manager has taken a batch of requests and does not answer it.",
+     "lumctl im show: is it held, slow, or dropping batches?",
+     "take the reason away, then lumctl replay"},
+    {"driver-started", "lumd has started and brings its ports up.",
+     "the lines before it: was it stopped, or did it end without a word?", "nothing"},
+    {"driver-stopped", "lumd was told to stop, by a signal or the service manager.",
+     "the journal of the service", "nothing"},
+    {"events-lost",
+     "More has happened than could be kept while the disk took nothing, or memory was short.",
+     "lumctl show node for the disk that the state is on", "as for events-not-kept"},
+    {"module-in", "A module has come into an empty cage.", "lumctl show port NAME", "nothing"},
+    {"module-out", "A module has gone from its cage.",
+     "whether somebody has pulled it: lumctl events NAME",
+     "put it back, or another; until then the cage is empty"},
+    {"module-swapped",
+     "The module was taken out within a second, and it or another is in the cage.",
+     "lumctl show port NAME", "nothing, if it was meant"},
+    {"over", "What was wrong is so no more; the event names it.", "lumctl events for when it began",
+     "nothing"},
+    {"polling-late", "A polling cycle began more than two seconds later than it should have.",
+     "lumctl show polling; the machine's load; modules that are slow",
+     "as for not-polled, when it happens again and again"},
+    {"port-state", "A port is in another state than before.",
+     "lumctl explain STATE for the state that it names", "what that says"},
+    {"ports-settled", "After a start, every port is what it will be: up, empty, or in trouble.",
+     "lumctl show ports", "nothing"},
+    {"setting-changed", "Somebody has changed a setting of a sub-port.",
+     "the event: who it was, the old value and the new one", "nothing, if it was meant"},
 }};
 
 }  // namespace lum_words

@@ -9,6 +9,7 @@ namespace lum_words {
 enum class finding_id {
   alarm_raised,
   driver_stands,
+  events_not_kept,
   led_broken,
   not_polled,
   never_polled,
@@ -23,9 +24,10 @@ struct named_finding {
   std::string_view name;
 };
 
-inline constexpr std::array<named_finding, 9> findings = {{
+inline constexpr std::array<named_finding, 10> findings = {{
     {finding_id::alarm_raised, "alarm-raised"},
     {finding_id::driver_stands, "driver-stands"},
+    {finding_id::events_not_kept, "events-not-kept"},
     {finding_id::led_broken, "led-broken"},
     {finding_id::not_polled, "not-polled"},
     {finding_id::never_polled, "never-polled"},

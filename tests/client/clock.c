@@ -2,8 +2,12 @@
  * as long as LUM_TEST_SECOND_MS says, and it sleeps on for as long as the file of LUM_TEST_HOLD is
  * there. Everything else keeps the real time. The switch that pauses all polling is not the
  * machine's but the file of LUM_TEST_PAUSE. With LUM_TEST_HANG set, whoever opens a file hangs
- * for as long as there is another of its name and ".hangs", as on a bus that does not answer. */
+ * for as long as there is another of its name and ".hangs", as on a bus that does not answer, and
+ * whoever takes away something from a folder in the same way. Whoever looks for anything in the
+ * folder of LUM_TEST_DEAD_DISK hangs while there is a file of its name and ".hangs", as on a disk
+ * that does not answer. */
 #define _GNU_SOURCE
+#include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <limits.h>
@@ -45,29 +49,78 @@ static const char *own(const char *path) {
   return pause != NULL && strcmp(path, "/tmp/skip_dom_fetch") == 0 ? pause : path;
 }
 
-int access(const char *path, int mode) {
+static int real_access(const char *path, int mode) {
   static int (*real)(const char *, int) = NULL;
   if (real == NULL) *(void **)&real = dlsym(RTLD_NEXT, "access");
-  return real(own(path), mode);
+  return real(path, mode);
 }
 
-int stat(const char *restrict path, struct stat *restrict found) {
-  static int (*real)(const char *, struct stat *) = NULL;
-  if (real == NULL) *(void **)&real = dlsym(RTLD_NEXT, "stat");
-  return real(own(path), found);
-}
-
-int open(const char *path, int flags, ...) {
-  static int (*real)(const char *, int, ...) = NULL;
-  if (real == NULL) *(void **)&real = dlsym(RTLD_NEXT, "open");
-  va_list arguments;
-  va_start(arguments, flags);
-  const mode_t mode = va_arg(arguments, mode_t);
-  va_end(arguments);
+/* While there is a file of this name and ".hangs". */
+static void hang_for(const char *path) {
   char marker[PATH_MAX];
-  if (getenv("LUM_TEST_HANG") != NULL &&
-      snprintf(marker, sizeof marker, "%s.hangs", path) < (int)sizeof marker) {
-    while (access(marker, F_OK) == 0) nap(10);
+  if (snprintf(marker, sizeof marker, "%s.hangs", path) >= (int)sizeof marker) return;
+  while (real_access(marker, F_OK) == 0) nap(10);
+}
+
+static void hang_on_dead_disk(const char *path) {
+  const char *disk = getenv("LUM_TEST_DEAD_DISK");
+  if (disk == NULL || path == NULL) return;
+  const size_t length = strlen(disk);
+  if (strncmp(path, disk, length) != 0) return;
+  if (path[length] == 0 || path[length] == '/') hang_for(disk);
+}
+
+int access(const char *path, int mode) {
+  hang_on_dead_disk(path);
+  return real_access(own(path), mode);
+}
+
+/* `name` stands for the call itself, with the path as its first argument. */
+#define LOOKS(result, name, parameters, ...)                     \
+  result name parameters {                                       \
+    static result(*real) parameters = NULL;                      \
+    if (real == NULL) *(void **)&real = dlsym(RTLD_NEXT, #name); \
+    hang_on_dead_disk(path);                                     \
+    return real(__VA_ARGS__);                                    \
   }
-  return real(path, flags, mode);
+
+LOOKS(int, stat, (const char *restrict path, struct stat *restrict found), own(path), found)
+LOOKS(int, lstat, (const char *restrict path, struct stat *restrict found), path, found)
+LOOKS(int, stat64, (const char *restrict path, struct stat64 *restrict found), path, found)
+LOOKS(int, lstat64, (const char *restrict path, struct stat64 *restrict found), path, found)
+LOOKS(int, mkdir, (const char *path, mode_t mode), path, mode)
+LOOKS(int, unlink, (const char *path), path)
+LOOKS(int, rename, (const char *path, const char *to), path, to)
+LOOKS(DIR *, opendir, (const char *path), path)
+LOOKS(FILE *, fopen, (const char *restrict path, const char *restrict how), path, how)
+LOOKS(FILE *, fopen64, (const char *restrict path, const char *restrict how), path, how)
+
+static mode_t mode_in(va_list *arguments) { return va_arg(*arguments, mode_t); }
+
+#define OPENS(name)                                              \
+  int name(const char *path, int flags, ...) {                   \
+    static int (*real)(const char *, int, ...) = NULL;           \
+    if (real == NULL) *(void **)&real = dlsym(RTLD_NEXT, #name); \
+    va_list arguments;                                           \
+    va_start(arguments, flags);                                  \
+    const mode_t mode = mode_in(&arguments);                     \
+    va_end(arguments);                                           \
+    hang_on_dead_disk(path);                                     \
+    if (getenv("LUM_TEST_HANG") != NULL) hang_for(path);         \
+    return real(path, flags, mode);                              \
+  }
+
+OPENS(open)
+OPENS(open64)
+
+/* In a folder that is a descriptor's. */
+int unlinkat(int folder, const char *path, int flags) {
+  static int (*real)(int, const char *, int) = NULL;
+  if (real == NULL) *(void **)&real = dlsym(RTLD_NEXT, "unlinkat");
+  char name[PATH_MAX];
+  if (getenv("LUM_TEST_HANG") != NULL &&
+      snprintf(name, sizeof name, "/proc/self/fd/%d/%s", folder, path) < (int)sizeof name) {
+    hang_for(name);
+  }
+  return real(folder, path, flags);
 }

@@ -18,7 +18,7 @@ def help_of(*path):
         if title := re.fullmatch(r"(\w+)[\w ]*:", line):
             section = title.group(1)
         elif entry := re.match(r"  (\S+)(.*)", line):
-            name = entry.group(1).removeprefix("-h,")
+            name = re.sub(r"^-\w,", "", entry.group(1))
             if section == "Subcommands":
                 found.commands.append(name)
             elif section == "Options":

@@ -128,6 +128,13 @@ class ShelfTest(unittest.TestCase):
             lambda ports: all(port["state"] != "absent" for port in ports.values()), 30))
         return self.driver
 
+    def log_with(self, text, seconds=20):
+        """What the driver has said, once that is among it."""
+        self.assertIsNotNone(
+            self.driver.wait_for(lambda _: text in self.driver.log.read_text(), seconds),
+            f"{text!r} is not in {self.driver.log.read_text()!r}")
+        return self.driver.log.read_text()
+
     def wait_for_state(self, cage, state, seconds=20):
         ports = self.driver.wait_for(lambda now: now[cage.name]["state"] == state, seconds)
         self.assertIsNotNone(

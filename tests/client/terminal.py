@@ -1,8 +1,11 @@
 """Commands on terminals of their own."""
 
+import fcntl
 import os
 import pty
 import select
+import struct
+import termios
 import time
 import unittest
 
@@ -28,6 +31,14 @@ class Terminal:
         if self.pid == 0:
             os.environ.update({"TERM": "xterm", "COLUMNS": "100", **environment})
             os.execvp(arguments[0], [str(argument) for argument in arguments])
+
+    def resize(self, columns, rows):
+        fcntl.ioctl(self.master, termios.TIOCSWINSZ, struct.pack("HHHH", rows, columns, 0, 0))
+
+    def echoes(self):
+        """Whether the terminal shows what is typed, and hands it on line by line."""
+        flags = termios.tcgetattr(self.master)[3]
+        return bool(flags & termios.ECHO) and bool(flags & termios.ICANON)
 
     def type(self, text):
         os.write(self.master, text.encode())

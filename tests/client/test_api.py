@@ -49,10 +49,10 @@ class Api(support.ShelfTest):
 
     def test_a_setting_that_there_is_not_is_named(self):
         name = self.cage.name.replace("/", "%2F")
-        for body, wrong in (('{"thresh": 2}', 'there is no "thresh" here, expected one of enable, mode, '
+        for body, wrong in (('{"thresh": 2}', 'there is no "thresh" here, expected one of dry_run, enable, mode, '
                              'p2_setting, setting_a, setting_b, sub1, sub_port, threshold '
                              '(did you mean "threshold"?)'),
-                            ('{"sub_port": 7}', '"sub_port" is 7, expected a number from 0 to 1'),
+                            ('{"sub_port": 7}', '"sub_port" is 7, expected a whole number from 0 to 1'),
                             ('{"sub_port": 1}', "there is no setting in the body")):
             status, _, answer = self.ask("POST", f"/v1/ports/{name}/settings", body)
             self.assertEqual((status, answer["error"]), (400, wrong))
@@ -86,6 +86,35 @@ class Api(support.ShelfTest):
                             b"Connection: close\r\n\r\n", tcp=tcp)
             self.assertIn(b" 400 ", said.split(b"\r\n")[0])
             self.assertIn(b"more than one Host", said)
+
+    def test_a_body_that_is_coded_is_refused_once(self):
+        for header, status in (("Content-Encoding: gzip", 415),
+                               ("Content-Encoding: identity\r\nContent-Encoding: br", 415),
+                               ("Transfer-Encoding: gzip", 501),
+                               ("Transfer-Encoding: gzip, chunked", 501),
+                               ("Transfer-Encoding: chunked, gzip", 501)):
+            body = '{"slot": 1}' if status == 415 else "b\r\n{\"slot\": 1}\r\n0\r\n\r\n"
+            length = f"Content-Length: {len(body)}\r\n" if status == 415 else ""
+            answer = self.say(f"POST /v1/ports/create HTTP/1.1\r\nHost: localhost\r\n{length}"
+                              f"{header}\r\n\r\n{body}".encode()).decode()
+            self.assertTrue(answer.startswith(f"HTTP/1.1 {status} "), (header, answer))
+            self.assertEqual(answer.count("HTTP/1.1 "), 1, answer)
+            self.assertIn(header.split(":")[0], answer.partition("\r\n\r\n")[2])
+        for header in ("Content-Encoding: identity", "content-encoding: Identity"):
+            answer = self.say(f"GET /v1/ports HTTP/1.1\r\nHost: localhost\r\n{header}\r\n"
+                              "Connection: close\r\n\r\n".encode())
+            self.assertTrue(answer.startswith(b"HTTP/1.1 200"), answer)
+
+    def test_a_whole_number_may_be_written_in_any_way(self):
+        for wait in ("10", "10.0", "1e1"):
+            status, _, answer = self.ask("POST", "/v1/controllers/replay", f'{{"wait_ms": {wait}}}')
+            self.assertEqual(status, 200, answer)
+        for wait, shown in (("10.5", "10.5"), ("-1", "-1"), ("1e9", "1000000000.0"), ('"1"', '"1"'),
+                            ("true", "true"), ("-1e1", "-10.0")):
+            status, _, answer = self.ask("POST", "/v1/controllers/replay", f'{{"wait_ms": {wait}}}')
+            self.assertEqual(status, 400)
+            self.assertIn(f'"wait_ms" is {shown}, expected a whole number from 0 to 20000',
+                          answer["error"])
 
     def test_head_is_a_get_without_a_body(self):
         for tcp in (False, True):

@@ -73,8 +73,8 @@ class Offers(unittest.TestCase):
         self.assertNotIn("__complete", run(LUMCTL, "--help").stdout)
 
     def test_no_driver_is_no_error(self):
-        self.assertEqual(offered("show", "port", ""), EVERYWHERE)
-        self.assertEqual(offered("show", "port", "", LUMD_SOCKET="x" * 200), EVERYWHERE)
+        self.assertEqual(offered("show", "port", ""), ["--verbose", *EVERYWHERE])
+        self.assertEqual(offered("show", "port", "", LUMD_SOCKET="x" * 200), ["--verbose", *EVERYWHERE])
 
     def test_a_driver_that_never_answers_is_not_waited_for(self):
         with tempfile.TemporaryDirectory() as folder:
@@ -83,7 +83,8 @@ class Offers(unittest.TestCase):
                 silent.bind(path)
                 silent.listen()
                 # Other commands wait for 30 seconds, which is as long as run() waits for this one.
-                self.assertEqual(offered("show", "port", "", LUMD_SOCKET=path), EVERYWHERE)
+                self.assertEqual(offered("show", "port", "", LUMD_SOCKET=path),
+                                 ["--verbose", *EVERYWHERE])
 
 
 class Names(Actions):
@@ -104,7 +105,7 @@ class Names(Actions):
             self.assertEqual(self.offers(*command), ports, command)
         for command in (("inject", "alarm"), ("inject", "readings"), ("ea", "create")):
             self.assertEqual(self.offers(*command), sub_ports, command)
-        for command in (("set",), ("show", "port"), ("show", "module"), ("show", "pm")):
+        for command in (("set",), ("show", "port"), ("show", "config"), ("show", "module"), ("show", "pm")):
             self.assertEqual(set(self.offers(*command)), {*ports, *sub_ports}, command)
         self.assertEqual(self.offers("im", "fail-name")[:2], ["Ots0_1_0_1_0", "Ots0_1_0_1_1"])
         self.assertEqual(offered("port", "update", "", LUMD_SOCKET=str(self.shelf.socket))[:3], ports)
@@ -242,8 +243,9 @@ class Shells(support.ShelfTest):
                                ("lumctl port update fa", ["far west"]),
                                ("lumctl show port fa", ["far west", "far west:0", "far west:1"]),
                                ("lumctl --json show port far\\ west:", ["far west:0", "far west:1"]),
-                               ("lumctl show ports --", ["--all", "--help", "--json", "--socket",
-                                                         "--timeout", "--wide"]),
+                               ("lumctl show alarms --", ["--all", "--help", "--json", "--socket",
+                                                          "--timeout"]),
+                               ("lumctl show ports --sort w", ["worst"]),
                                ("lumctl inject alarm 0/1/0/1:", ["0/1/0/1:0", "0/1/0/1:1"]),
                                ("lumctl set 0/1/0/1 mode=3 setting-", ["setting-a=", "setting-b="])):
             script = f"source {FILES / 'lumctl.fish'}; complete --do-complete '{line}'"

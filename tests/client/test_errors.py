@@ -253,5 +253,7 @@ class FullDisk(Actions):
         limit = (1024, resource.RLIM_INFINITY)
         resource.prlimit(self.driver.process.pid, resource.RLIMIT_FSIZE, limit)
         file = str(self.shelf.folder / "state" / "checkpoints.db")
-        for words in (("set", self.second.name, "threshold=8"), ("port", "delete", self.first.name)):
-            self.assertIn(file, self.fails(1, *words))
+        self.assertIn(file, self.fails(1, "set", self.second.name, "threshold=8"))
+        deletion = run(LUMCTL, "--socket", self.shelf.socket, "port", "delete", self.first.name)
+        self.assertEqual(deletion.returncode, 1)
+        self.assertIn(file, deletion.stderr.splitlines()[-1])

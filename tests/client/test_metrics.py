@@ -85,10 +85,10 @@ class Metrics(MetricsShelf):
         self.assertLess(now["lum_module_last_success_age_seconds", name], 12)
         self.assertEqual(now["lum_module_failed_transfers_total", name], 0)
         self.assertGreater(now["lum_module_transfers_total", name], 1)
-        powers = [now["lum_power_dbm", name, ("reading", str(i)), ("sub_port", "0")]
+        powers = [now["lum_power_dbm", name, ("reading", f"power-{i}"), ("sub_port", "0")]
                   for i in range(3)]
         self.assertEqual(powers, [-2.85, 2.1, -19.4])
-        self.assertEqual(now["lum_reading", name, ("reading", "4"), ("sub_port", "1")], 190)
+        self.assertEqual(now["lum_reading", name, ("reading", "reading-4"), ("sub_port", "1")], 190)
         info = next(key for key in now if key[0] == "lum_port_info" and name in key)
         self.assertIn(("vendor", "II-VI"), info)
         self.assertEqual(now["lum_controllers",], 6)

@@ -81,13 +81,13 @@ class Modules(Actions):
             and now[alarmed.name]["sub_ports"][1]["pm"].get("raised"), 15))
         port = self.port(alarmed)
         self.assertEqual(port["flag_bytes"], [9, 10, 11, 12, 13, 64, 70, 49])
-        shown = self.says("show", "port", alarmed.name)
+        shown = self.says("show", "port", alarmed.name, "--verbose")
         lines = [line.strip() for line in shown.splitlines()]
         self.assertNotIn("alarm 0x", shown)
         self.assertIn("sub-port 0 alarm flag-13 (first)", lines)
         self.assertIn("sub-port 1 alarm flag-13 (second)", lines)
         self.assertIn("sub-port 1 alarms flag-49-a and flag-49-b", lines)
-        self.assertIn("Flags:         byte 9: {:02x}, 10: {:02x}, 11: {:02x}, 12: {:02x}, "
+        self.assertIn("Flag bytes:    byte 9: {:02x}, 10: {:02x}, 11: {:02x}, 12: {:02x}, "
                       "13: 21, 64: {:02x}, 70: {:02x}, 49: 40".format(
                           *port["flags"][:4], *port["flags"][5:7]), lines)
         for sub_port, known in enumerate(i for i in self.does("show", "alarms", "--all")
@@ -242,9 +242,10 @@ class Settings(Actions):
         self.begin()
         self.does("module", "remove", self.first.name)
         self.wait_for_state(self.first, "empty", 5)
-        reply = self.does("set", self.first.name, "threshold=3")
-        self.assertEqual((reply["module_written"], reply["stored"]["threshold"]), (False, 3))
-        self.assertIn("has reached the module", self.says("set", self.first.name, "threshold=3"))
+        self.assertIn("the settings have not reached the module: ",
+                      self.fails(1, "set", self.first.name, "threshold=3"))
+        stored = self.port(self.first)["sub_ports"][0]["configuration"]
+        self.assertEqual((stored["threshold"], stored["changed"]), (3, ["threshold"]))
 
     def test_refusals(self):
         self.begin()

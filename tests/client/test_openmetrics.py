@@ -70,7 +70,7 @@ class OpenMetrics(test_metrics.MetricsShelf):
 
         self.assertEqual(labelled(self.page()), labelled(self.fetch()[1].decode()))
         self.assertRegex(self.page(), rf'lum_power_dbm{{port="{self.first.name}",'
-                                      r'reading="2",sub_port="0"} -19.4\n')
+                                      r'reading="power-2",sub_port="0"} -19.4\n')
 
     def test_prometheus_reads_it(self):
         odd = self.shelf.folder / "modules" / "2.toml"

@@ -124,7 +124,7 @@ class Numbers(Actions):
         self.wait_for_state(self.first, "up")
         self.assertIn('node "test": 1 port, cold start', self.driver.log.read_text())
         done = run(LUMD, "--config", self.shelf.description, "--check")
-        self.assertEqual(done.stdout, f"{self.shelf.description}: right, 1 port\n")
+        self.assertEqual(done.stdout.splitlines()[0], f"{self.shelf.description}: right, 1 port")
         self.driver.poll_once_more()
         self.assertRegex(self.says("watch", "--count", "1"), r": 1 port in [\d.]+ s")
         self.does("set", self.first.name, "threshold=3")
@@ -145,11 +145,13 @@ class Schema(Actions):
         name = self.first.name
         for words in (("show", "ports"), ("show", "port", name), ("show", "module", name),
                       ("show", "controllers"), ("show", "node"), ("show", "pm"),
-                      ("show", "alarms"), ("im", "show"), ("watch", "--count", "1"),
+                      ("show", "alarms"), ("show", "config"), ("im", "show"),
+                      ("config", "export"), ("watch", "--count", "1"),
                       ("clear", "stats"), ("port", "update", name, "up"), ("resync",), ("replay",),
                       ("set", name, "threshold=3"), ("module", "fault", name, "none"),
                       ("im", "behave"), ("inject", "alarm", f"{name}:0", "all", "off"),
-                      ("ea", "connect"), ("port", "delete", name), ("port", "create", "1")):
+                      ("ea", "connect"), ("port", "delete", name, "--dry-run"),
+                      ("port", "delete", self.second.name), ("port", "create", "1")):
             answer = self.does(*words)
             self.assertEqual(list(answer)[0], "schema", words)
             self.assertEqual(answer["schema"], 1, words)

@@ -45,6 +45,28 @@ class Stopping(support.ShelfTest):
         self.start()
         self.assertEqual(self.stop(), 0)
 
+    def test_of_two_drivers_that_take_over_a_socket_one_is_refused(self):
+        """One stands still as it is about to take the dead driver's socket away."""
+        self.add_module("iivi-old-map")
+        self.start()
+        self.driver.kill()
+        marker = self.shelf.socket.with_name(self.shelf.socket.name + ".hangs")
+        marker.touch()
+        slow = support.Driver(support.BUILD, self.shelf, (), support.QUICK)
+        slow.__enter__()
+        self.addCleanup(slow.kill)
+        time.sleep(1)
+        text = self.shelf.description.read_text()
+        other = self.shelf.description.with_name("other.toml")
+        other.write_text(text.replace('"state"', '"other-state"'))
+        self.assertNotEqual(other.read_text(), text)
+        second = run("timeout", "5", LUMD, "--config", other, "--socket", self.shelf.socket)
+        marker.unlink()
+        self.assertEqual(second.returncode, 1, second.stderr)
+        self.assertIn("another driver is just taking this socket", second.stderr)
+        self.assertTrue(slow.wait_for(lambda _: True, 20))
+        self.assertEqual(list(self.shelf.socket.parent.glob("*.lock")), [])
+
     def test_a_second_driver_is_refused(self):
         self.add_module("iivi-old-map")
         self.start()

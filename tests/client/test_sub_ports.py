@@ -36,9 +36,9 @@ class SubPorts(Actions):
                 self.assertEqual(self.numbers("show", command, name), [0, 1])
                 for number in (0, 1):
                     self.assertEqual(self.numbers("show", command, f"{name}:{number}"), [number])
-            shown = self.says("show", command, "west:1")
-            self.assertIn("Sub-port 1: Ots0_1_0_1_1", shown)
-            self.assertNotIn("Sub-port 0", shown)
+        shown = self.says("show", "port", "west:1")
+        self.assertIn("Sub-port 1: Ots0_1_0_1_1", shown)
+        self.assertNotIn("Sub-port 0", shown)
         self.assertIn("page", self.does("show", "module", "west:0", "--page", "0"))
 
     def test_a_name_that_ends_so_is_a_name(self):

@@ -187,7 +187,7 @@ class Readings(Monitored):
         self.assertEqual(sub_port["pm"]["power_1"], {"microwatt": 1621.8, "dbm": 2.1})
         metrics = self.driver_metrics()
         watts = next(line for line in metrics.splitlines() if line.startswith("lum_power_watts")
-                     and f'port="{self.first.name}"' in line and 'reading="1"' in line)
+                     and f'port="{self.first.name}"' in line and 'reading="power-1"' in line)
         self.assertAlmostEqual(float(watts.split()[-1]), 0.0016218, 7)
 
     def test_what_no_module_can_have_measured_is_marked(self):
@@ -211,6 +211,18 @@ class Readings(Monitored):
         self.assertRegex(self.driver_metrics(),
                          rf'lum_implausible_readings{{port="{self.first.name}"}} 3')
 
+    def test_a_power_beyond_all_others_is_marked_and_its_watts_have_an_end(self):
+        """Bit 12 is the sign: raw 35000 is 350 dBm, more than 32 bits of tenths of a microwatt."""
+        self.begin()
+        for high, low, dbm, microwatt, plausible in ((0x88, 0xB8, 350.0, 429496729.5, False),
+                                                     (0xFF, 0xFF, -0.02, 995.4, True)):
+            self.does("module", "poke", self.first.name, "0", "18", str(high))
+            self.does("module", "poke", self.first.name, "0", "19", str(low))
+            self.driver.poll_once_more()
+            self.assertEqual(self.port(self.first)["sub_ports"][0]["readings"][0],
+                             {"name": "power-0", "raw": high << 8 | low, "dbm": dbm,
+                              "microwatt": microwatt, "plausible": plausible})
+
 
 class Surroundings(Actions):
     def test_a_node_in_another_rack_is_never_polled_and_says_so(self):
@@ -220,7 +232,8 @@ class Surroundings(Actions):
         self.assertIn("rack 0 only", ports[first]["reason"])
         for words in (("show", "ports"), ("show", "pm"), ("show", "alarms")):
             self.assertIn("rack 0 only", self.says(*words))
-        self.assertFalse(self.does("set", first, "threshold=3")["module_written"])
+        self.assertIn("the library reaches no module in this rack",
+                      self.fails(1, "set", first, "threshold=3"))
 
     def test_128_ports_are_told_what_ends_it(self):
         for _ in range(125):
@@ -244,8 +257,8 @@ class Surroundings(Actions):
         shut.write_text("no folder")
         port = self.wait_for_state(missing, "failing")
         self.assertEqual(port["reason"], f"{shut} cannot be reached: Not a directory")
-        self.assertNotIn(f"port {missing.name}: no module in the cage",
-                         self.driver.log.read_text().split("cannot be reached")[1])
+        self.assertNotIn(f"port {missing.name}: the module has gone",
+                         self.log_with("cannot be reached").split("cannot be reached")[1])
 
     def states(self, cage, seconds):
         """Every state that the port shows within a time."""
@@ -277,10 +290,10 @@ class Surroundings(Actions):
         self.assertIsNone(port["module"]["present"])
         self.assertIn(port["reason"], self.says("show", "port", missing.name))
         self.assertIn(port["reason"], self.says("show", "node"))
-        self.assertIn(f"port {missing.name}: {port['reason']}", self.driver.log.read_text())
+        self.log_with(f": {port['reason']}\n")
         gone.mkdir()
         self.wait_for_state(missing, "empty")
-        self.assertIn("place trouble is over", self.driver.log.read_text())
+        self.log_with(f"port {missing.name}: empty, was failing")
 
     def test_a_bus_that_is_not_there_is_no_empty_cage(self):
         missing = self.add_empty(slot=3)
@@ -289,6 +302,21 @@ class Surroundings(Actions):
             'backend = "i2c-dev"\nbus = "/dev/i2c-99"\naddress = 0x50'))
         port = self.wait_for_state(missing, "failing")
         self.assertEqual(port["reason"], "/dev/i2c-99 cannot be reached: No such file or directory")
+        self.assertIsNone(port["inserted"])
+        self.assertIsNone(port["dom"]["transceiver_disabled"])
+        self.assertNotIn("no module", self.says("show", "port", missing.name))
+
+    def test_alarms_of_a_cage_that_cannot_be_looked_into(self):
+        cage = self.add_file(slot=3)
+        self.begin()
+        self.wait_for_state(cage, "up")
+        self.driver.poll_once_more()
+        modules = cage.module.parent
+        modules.rename(modules.with_name("elsewhere"))
+        self.wait_for_state(cage, "failing")
+        self.assertEqual([one["inserted"] for one in self.does("show", "alarms", "--all")["interfaces"]
+                          if one["port"] == cage.name], [None, None])
+        self.assertNotIn("no module", self.says("show", "alarms", "--all"))
 
     def test_an_led_that_cannot_be_set(self):
         self.begin()

@@ -33,8 +33,8 @@ class WatchOver(Actions):
             lambda now: now[self.first.name]["temperature_c"] is not None, 20))
         self.does("inject", "alarm", f"{self.first.name}:0", "flag-12", "on")
         self.assertEqual(self.check(), (1, (
-            f"LUM WARNING - port {self.first.name} alarm-raised: sub-port 0 has alarms: flag-12 "
-            "| ports=3 'up'=3\n")))
+            f"LUM WARNING - port {self.first.name} alarm-raised: sub-port 0 has alarms: "
+            "flag-12 (injected by a test) | ports=3 'up'=3\n")))
         self.does("module", "fault", self.other.name, "refuse-every=1", "code=121")
         line = self.wait_for_check(2)
         self.assertRegex(line, f"^LUM CRITICAL - port {self.other.name} failing: .*, and 1 more "

@@ -26,6 +26,11 @@ def listed(words):
     return f"{', '.join(words[:-1])} and {words[-1]}"
 
 
+def listed_in_bold(words):
+    """As a manual page has it."""
+    return '.BR ' + ' ", " '.join(words[:-1]) + ' " and " ' + words[-1]
+
+
 class Readings(unittest.TestCase):
     """POWERS and OTHERS are places among the readings: those in dBm, and those in the module's unit."""
 
@@ -52,13 +57,15 @@ class Readings(unittest.TestCase):
         self.says("README.md", " ".join(title for _, title, _, _ in readings()))
 
     def test_the_page_of_metrics(self):
-        self.says("docs/metrics.md", f"readings {span(self.powers)} |",
-                  f"readings {span(self.others)}, in the module's units")
+        names = [f"`{name}`" for name, *_ in readings()]
+        self.says("docs/metrics.md", f"{listed(names[:len(self.powers)])}, as ",
+                  f"{listed(names[len(self.powers):])}, in the module's units")
 
     def test_the_manual_page(self):
         powers = listed(self.titles[:len(self.powers)])
         others = listed(self.titles[len(self.powers):])
         self.says("docs/man/lumctl.1", f"{powers} are powers in dBm, {others} further readings",
+                  listed_in_bold([name for name, *_ in readings()]),
                   *(name for name, *_, test in readings() if test))
 
     def test_the_page_of_alarm_tests(self):
@@ -76,8 +83,11 @@ class Readings(unittest.TestCase):
                              "docs/module-images.md does not say where each reading is")
 
     def test_the_dashboard(self):
-        self.says("docs/grafana/lum-dashboard.json", f'"Readings {span(self.others)}"',
-                  *(f'"Power, reading {place}"' for place in self.powers))
+        names = [name for name, *_ in readings()]
+        self.says("docs/grafana/lum-dashboard.json",
+                  f'"{listed(names[len(self.powers):])}"',
+                  *(f'"{name}"' for name in names[:len(self.powers)]),
+                  *('reading=\\"' + name for name in names[:len(self.powers)]))
 
     def test_the_examples_of_modules(self):
         keys = {f"reading_{place}" for place in self.others}

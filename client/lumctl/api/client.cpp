@@ -85,30 +85,41 @@ std::string why_refused(const json &shown, unsigned status) {
                     : fmt::format("the driver refused ({})", status);
 }
 
-api_result call(const std::string &socket, request_type request,
-                std::chrono::milliseconds patience) {
+raw_answer unanswered(std::string why) { return {outcome::unreachable, 0, {}, std::move(why)}; }
+
+raw_answer ask(const std::string &socket, request_type request,
+               std::chrono::milliseconds patience) {
   const lum_client::unix_address address(socket);
-  if (address.problem()) return unreachable(why_no_driver(socket, address.problem(), patience));
+  if (address.problem()) return unanswered(why_no_driver(socket, address.problem(), patience));
   request.prepare_payload();
   answer_parser answer;
   answer.body_limit(answer_limit);
   const error_code failed = exchange(address.path(), request, patience, answer);
   if (is_of_the_answer(failed)) {
-    return unreachable(why_no_answer(socket, "is none: " + failed.message()));
+    return unanswered(why_no_answer(socket, "is none: " + failed.message()));
   }
   if (has_ended(failed) && request.method() == http::verb::post) {
-    return {outcome::refused, nullptr,
+    return {outcome::refused,
+            0,
+            {},
             fmt::format("the driver at {} ended before it answered; its log says why, and what was "
                         "asked for may be done in part",
                         socket)};
   }
-  if (failed) return unreachable(why_no_driver(socket, as_standard(failed), patience));
+  if (failed) return unanswered(why_no_driver(socket, as_standard(failed), patience));
+  return {outcome::done, answer.get().result_int(), std::move(answer.get().body()), {}};
+}
 
+api_result call(const std::string &socket, request_type request,
+                std::chrono::milliseconds patience) {
+  const raw_answer answer = ask(socket, std::move(request), patience);
+  if (answer.what != outcome::done) return {answer.what, nullptr, answer.error};
   std::string why;
-  const auto shown = std::make_shared<const json>(lum_json::read(answer.get().body(), why));
+  const auto shown = std::make_shared<const json>(lum_json::read(answer.body, why));
   if (!why.empty()) return unreachable(why_no_answer(socket, why));
-  const unsigned status = answer.get().result_int();
-  if (status / 100 != 2) return {outcome::refused, nullptr, why_refused(*shown, status)};
+  if (answer.status / 100 != 2) {
+    return {outcome::refused, nullptr, why_refused(*shown, answer.status)};
+  }
   return {outcome::done, shown, {}};
 }
 
@@ -117,6 +128,11 @@ api_result call(const std::string &socket, request_type request,
 api_result get(const std::string &socket, const std::string &target,
                std::chrono::milliseconds patience) {
   return call(socket, make_request(http::verb::get, target), patience);
+}
+
+raw_answer get_as_it_is(const std::string &socket, const std::string &target,
+                        std::chrono::milliseconds patience) {
+  return ask(socket, make_request(http::verb::get, target), patience);
 }
 
 api_result post(const std::string &socket, const std::string &target, const json &body,

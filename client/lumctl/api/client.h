@@ -27,6 +27,17 @@ api_result get(const std::string &socket, const std::string &target,
 api_result post(const std::string &socket, const std::string &target, const json &body,
                 std::chrono::milliseconds patience);
 
+struct raw_answer {
+  outcome what = outcome::unreachable;  // done whatever the status
+  unsigned status = 0;
+  std::string body;   // as it came
+  std::string error;  // unless done: why, in one line
+};
+
+// The same for an answer of any status and any kind of text.
+raw_answer get_as_it_is(const std::string &socket, const std::string &target,
+                        std::chrono::milliseconds patience);
+
 // A text as one segment of a path or one value of a query.
 std::string encoded(const std::string &text);
 

@@ -13,6 +13,11 @@ namespace {
 constexpr std::chrono::milliseconds patience(1000);
 
 void add_names(const json &port, known_names which, std::vector<std::string> &words) {
+  if (which == known_names::slots) {
+    std::string slot = std::to_string(port.at("slot").get<unsigned>());
+    if (words.empty() || words.back() != slot) words.push_back(std::move(slot));
+    return;
+  }
   const std::string name = port.at("name").get<std::string>();
   if (which == known_names::ports || which == known_names::ports_and_sub_ports) {
     words.push_back(name);
@@ -25,11 +30,13 @@ void add_names(const json &port, known_names which, std::vector<std::string> &wo
   }
 }
 
-// Names of the ports that exist, when the driver tells them in time.
+// Names of the ports that exist, or numbers of the slots that are described, in the driver's order,
+// when it tells them in time.
 std::vector<std::string> names_from_driver(const std::string &socket, known_names which) {
   std::vector<std::string> words;
   if (which == known_names::none) return words;
-  const api_result answer = get(socket, "/v1/ports?existing", patience);
+  const char *const target = which == known_names::slots ? "/v1/ports" : "/v1/ports?existing";
+  const api_result answer = get(socket, target, patience);
   if (answer.what != outcome::done) return words;
   try {
     for (const json &port : answer.body->at("ports")) add_names(port, which, words);
@@ -54,8 +61,22 @@ std::vector<std::string> assignments(const position &now, std::string_view word)
   return words;
 }
 
+// What may go on a list: every word of it behind the parts that stand already.
+void go_on_list(std::string_view last, std::vector<std::string> &words) {
+  const std::size_t comma = last.rfind(',');
+  if (comma == std::string_view::npos) return;
+  for (std::string &word : words) word.insert(0, last.substr(0, comma + 1));
+}
+
+std::vector<std::string> values_waited_for(const position &now, std::string_view last) {
+  const value &takes = *now.waiting->takes;
+  std::vector<std::string> words = values_of(takes, now.socket);
+  if (takes.list) go_on_list(last, words);
+  return words;
+}
+
 std::vector<std::string> words_at(const position &now, std::string_view last) {
-  if (now.waiting != nullptr) return values_of(*now.waiting->takes, now.socket);
+  if (now.waiting != nullptr) return values_waited_for(now, last);
   if (is_option(last) && last.find('=') != std::string_view::npos) return assignments(now, last);
   if (!now.at->commands.empty() && now.arguments > 0) return {};  // no such command
   std::vector<std::string> words = names_below(*now.at);

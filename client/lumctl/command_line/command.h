@@ -25,7 +25,7 @@ struct session {
 enum class value_kind { text, whole, real };
 
 // Names that only a running driver knows.
-enum class known_names { none, ports, sub_ports, ports_and_sub_ports, controllers };
+enum class known_names { none, ports, sub_ports, ports_and_sub_ports, controllers, slots };
 
 struct limits {
   double lowest = 0;
@@ -38,6 +38,7 @@ struct value {
   std::optional<limits> within = {};    // of a number
   std::vector<std::string> words = {};  // offered by the completion
   bool only_words = false;              // and nothing else is taken
+  bool list = false;                    // several may stand, with commas between them
   known_names names = known_names::none;
   // Empty, or what is wrong with a text.
   std::function<std::string(const std::string &)> wrong = {};
@@ -56,6 +57,7 @@ struct option {
   std::string help;
   std::optional<value> takes = {};  // a flag has none
   std::string excludes = {};        // an argument that it cannot stand beside
+  char letter = 0;                  // by which a flag may be given too, behind one dash
 };
 
 // Either has commands below it, or does something.

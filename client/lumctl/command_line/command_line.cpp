@@ -47,9 +47,21 @@ CLI::Validator word_check(const std::vector<std::string> &words) {
           fmt::format("{{{}}}", fmt::join(words, ","))};
 }
 
+// Each part of a list is a word.
+CLI::Validator list_check(const std::vector<std::string> &words) {
+  return {[words](std::string &text) -> std::string {
+            const CLI::Validator one = word_check(words);
+            for (std::string part : parts_of(text)) {
+              if (std::string wrong = one(part); !wrong.empty()) return wrong;
+            }
+            return {};
+          },
+          fmt::format("{{{}}},...", fmt::join(words, ","))};
+}
+
 void limit(CLI::Option &added, const value &takes) {
   if (takes.within) added.check(range_check(*takes.within));
-  if (takes.only_words) added.check(word_check(takes.words));
+  if (takes.only_words) added.check(takes.list ? list_check(takes.words) : word_check(takes.words));
   if (takes.wrong) added.check(takes.wrong);
 }
 
@@ -92,7 +104,8 @@ void add_argument(CLI::App &app, const argument &wanted, given &words) {
 }
 
 CLI::Option &add_option(CLI::App &app, const option &wanted, given &words) {
-  const std::string shown = "--" + wanted.name;
+  const std::string letter = wanted.letter == 0 ? "" : std::string("-") + wanted.letter + ",";
+  const std::string shown = letter + "--" + wanted.name;
   if (!wanted.takes) {
     return *app.add_flag_callback(
         shown, [&words, name = wanted.name] { words.put_flag(name); }, wanted.help);
@@ -131,11 +144,16 @@ void add_commands(CLI::App &app, const command &described, const std::string &pa
 
 int fail_for_usage(const std::string &why) { return fail(exit_usage, why + "; try --help"); }
 
+bool has_option(const command &described, std::string_view name) {
+  return std::any_of(described.options.begin(), described.options.end(),
+                     [name](const option &one) { return one.name == name; });
+}
+
 // What a command that asks no driver was told about asking it; empty when nothing was.
 std::string useless_option(const reading &typed) {
   if (typed.chosen->asks) return {};
   for (const option &one : typed.lumctl.options) {
-    if (!typed.words.has(one.name)) continue;
+    if (!typed.words.has(one.name) || has_option(*typed.chosen, one.name)) continue;
     return fmt::format("\"{}\" asks no driver, --{} has no meaning there", typed.path, one.name);
   }
   return {};

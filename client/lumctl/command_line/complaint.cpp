@@ -28,7 +28,7 @@ std::string unknown_option(const position &now, const std::string &word) {
 }
 
 bool is_known_option(const position &now, const std::string &word) {
-  if (word == "-h") return true;
+  if (word == "-h" || is_letter(now, word)) return true;
   const std::string_view name = name_of_option(word);
   return is_option(word) && (name == help_option || option_at(now, name) != nullptr ||
                              (now.at == now.lumctl && name == version_option));

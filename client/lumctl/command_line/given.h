@@ -10,6 +10,19 @@
 
 namespace lumctl {
 
+// What stands between the commas of a list; one part at least.
+inline std::vector<std::string> parts_of(const std::string &list) {
+  std::vector<std::string> parts;
+  std::size_t start = 0;
+  for (std::size_t comma = list.find(','); comma != std::string::npos;
+       comma = list.find(',', start)) {
+    parts.push_back(list.substr(start, comma - start));
+    start = comma + 1;
+  }
+  parts.push_back(list.substr(start));
+  return parts;
+}
+
 class given {
  public:
   using texts_type = std::vector<std::string>;

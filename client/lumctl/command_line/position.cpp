@@ -38,6 +38,8 @@ void pass(position &now, const std::string &word) {
     now.waiting = nullptr;
   } else if (is_option(word)) {
     pass_option(now, word);
+  } else if (is_letter(now, word)) {
+    // A flag: nothing stands behind it.
   } else if (const command *below = command_below(*now.at, word); below != nullptr) {
     now.at = below;
     now.path += (now.path.empty() ? "" : " ") + word;
@@ -66,6 +68,13 @@ const option *option_at(const position &now, std::string_view name) {
     if (one->name == name) return one;
   }
   return nullptr;
+}
+
+bool is_letter(const position &now, std::string_view word) {
+  if (word.size() != 2 || word[0] != '-') return false;
+  const auto options = options_at(now);
+  return std::any_of(options.begin(), options.end(),
+                     [&](const option *one) { return one->letter == word[1]; });
 }
 
 bool is_option(std::string_view word) { return word.starts_with("--"); }

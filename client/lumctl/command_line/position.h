@@ -34,6 +34,9 @@ const option *option_at(const position &now, std::string_view name);
 bool is_option(std::string_view word);
 std::string_view name_of_option(std::string_view word);
 
+// "-n", where that is the letter of an option that may stand here
+bool is_letter(const position &now, std::string_view word);
+
 // The names of the commands below one, but the hidden ones.
 std::vector<std::string> names_below(const command &at);
 

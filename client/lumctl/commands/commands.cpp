@@ -14,10 +14,11 @@ command all_commands() {
                    fmt::format("Seconds to wait for an answer, on top of --wait; {} unless given",
                                usual_patience.count()),
                    value{.kind = value_kind::real, .within = limits{0.1, 3600}}}},
-      .commands = {show_commands(), port_commands(), set_command(), module_commands(),
-                   replay_command(), resync_command(), im_commands(), watch_command(),
-                   check_command(), explain_command(), clear_commands(), inject_commands(),
-                   ea_commands(), completion_commands(), complete_command()}};
+      .commands = {show_commands(),   port_commands(),  set_command(),         config_commands(),
+                   module_commands(), replay_command(), resync_command(),      im_commands(),
+                   watch_command(),   events_command(), trace_command(),       check_command(),
+                   explain_command(), decode_command(), support_command(),     clear_commands(),
+                   inject_commands(), ea_commands(),    completion_commands(), complete_command()}};
 }
 
 argument port_name() {

@@ -9,10 +9,15 @@ namespace lumctl {
 command all_commands();
 
 command check_command();
+command events_command();
 command explain_command();
+command decode_command();
+command trace_command();
+command support_command();
 command show_commands();
 command port_commands();
 command set_command();
+command config_commands();
 command module_commands();
 command replay_command();
 command resync_command();

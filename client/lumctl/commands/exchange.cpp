@@ -5,7 +5,6 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
-#include "api/client.h"
 #include "base/output.h"
 #include "terminal/progress.h"
 
@@ -29,14 +28,6 @@ std::optional<milliseconds> wait_of(const json &body) {
   return milliseconds(body.at("wait_ms").get<unsigned>());
 }
 
-int fail_for(const api_result &result) {
-  return fail(result.what == outcome::refused ? exit_refused : exit_unreachable, result.error);
-}
-
-void print_as_json(const json &answer) {
-  lum_client::print(answer.dump(2, ' ', false, json::error_handler_t::replace) + "\n");
-}
-
 int finish_change(const given &words, const json &reply, const printer &print, enough wanted) {
   if (wants_json(words)) {
     print_as_json(reply);
@@ -51,6 +42,14 @@ int finish_change(const given &words, const json &reply, const printer &print, e
 
 }  // namespace
 
+int fail_for(const api_result &result) {
+  return fail(result.what == outcome::refused ? exit_refused : exit_unreachable, result.error);
+}
+
+void print_as_json(const json &answer) {
+  lum_client::print(answer.dump(2, ' ', false, json::error_handler_t::replace) + "\n");
+}
+
 int fail_for_missing_member() {
   return fail(exit_unreachable, "the driver's answer lacks something; is it another version?");
 }
@@ -60,6 +59,10 @@ int show(const session &now, const given &words, const std::string &target, cons
     const progress bar("waiting for the driver");
     return get(now.socket, target, now.patience);
   }();
+  return present(words, result, print);
+}
+
+int present(const given &words, const api_result &result, const printer &print) {
   if (result.what != outcome::done) return fail_for(result);
   if (wants_json(words)) {
     print_as_json(*result.body);
@@ -96,6 +99,8 @@ int change_and_wait(const session &now, const given &words, const std::string &t
 }
 
 bool wants_json(const given &words) { return words.has(json_option); }
+
+option own_json_option() { return {json_option, "Print it as JSON"}; }
 
 option wait_option() {
   return {wait_name,

@@ -11,6 +11,7 @@
 #include "printing/line.h"
 #include "wording/nearest.h"
 #include "words/alarms.h"
+#include "words/events.h"
 #include "words/findings.h"
 #include "words/names.h"
 #include "words/port_states.h"
@@ -32,8 +33,9 @@ constexpr bool explains_all(const Table &table) {
 static_assert(explains_all(lum_words::port_states), "a state has no explanation");
 static_assert(explains_all(lum_words::alarms), "an alarm has no explanation");
 static_assert(explains_all(lum_words::findings), "a finding has no explanation");
+static_assert(explains_all(lum_words::events), "an event has no explanation");
 
-int explain(const session &, const given &words) {
+int explain(const session &now, const given &words) {
   // "coming up" is two words on a command line.
   const std::string name = fmt::format("{}", fmt::join(words.texts("name"), " "));
   const auto found = std::find_if(explanations.begin(), explanations.end(),
@@ -42,21 +44,23 @@ int explain(const session &, const given &words) {
     return fail(exit_usage, fmt::format("there is nothing to explain of \"{}\"{}", name,
                                         lum_wording::did_you_mean(name, names)));
   }
-  lum_client::print(
+  const std::string text =
       line("Name", std::string(found->name)) + line("Means", std::string(found->meaning)) +
-      line("Look at", std::string(found->look_at)) + line("Do", std::string(found->remedy)));
+      line("Look at", std::string(found->look_at)) + line("Do", std::string(found->remedy));
+  lum_client::print(folded_lines(text, now.output));
   return exit_done;
 }
 
 }  // namespace
 
 command explain_command() {
-  return {.name = "explain",
-          .help = "What a state, an alarm or a finding means, what to look at, what to do",
-          .arguments = {{"name", "As the screens have it: failing, flag-10, led-broken",
-                         value{.words = {names.begin(), names.end()}}, true, true}},
-          .action = explain,
-          .asks = false};
+  return {
+      .name = "explain",
+      .help = "What a state, an alarm, a finding or an event means, what to look at, what to do",
+      .arguments = {{"name", "As the screens have it: failing, flag-10, led-broken",
+                     value{.words = {names.begin(), names.end()}}, true, true}},
+      .action = explain,
+      .asks = false};
 }
 
 }  // namespace lumctl

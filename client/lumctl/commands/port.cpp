@@ -1,39 +1,19 @@
 // Ports come and go, and are told a state.
 #include <fmt/format.h>
 
-#include <charconv>
 #include <nlohmann/json.hpp>
 
-#include "api/client.h"
+#include "base/output.h"
 #include "commands/commands.h"
 #include "commands/exchange.h"
+#include "commands/place.h"
 #include "names.h"
 #include "printing/port_cells.h"
+#include "printing/settings_text.h"
 #include "words/controller_states.h"
 
 namespace lumctl {
 namespace {
-
-// Reads SLOT or SLOT/INSTANCE into a request's body; says what is wrong with it, or nothing.
-std::string read_place(const std::string &text, json &body) {
-  const char *at = text.data();
-  const char *const end = at + text.size();
-  for (const char *member : {"slot", "instance"}) {
-    unsigned number = 0;
-    const auto [stop, error] = std::from_chars(at, end, number);
-    if (error != std::errc()) break;
-    body[member] = number;
-    if (stop == end) return {};
-    if (*stop != '/') break;
-    at = stop + 1;
-  }
-  return fmt::format("\"{}\" is not SLOT or SLOT/INSTANCE", text);
-}
-
-std::string check_place(const std::string &text) {
-  json ignored;
-  return read_place(text, ignored);
-}
 
 std::string describe_changed(const json &reply) {
   std::string text;
@@ -54,6 +34,33 @@ int create_ports(const session &now, const given &words) {
   return change_and_wait(now, words, "/v1/ports/create", body, describe_changed);
 }
 
+// Says on standard error which settings a deletion drops, or prints that it was only to be looked
+// at. Returns the exit status, nothing when the deletion is to go on.
+std::optional<int> look_at_deletion(const session &now, const given &words, json body) {
+  body["dry_run"] = true;
+  const api_result plan = post(now.socket, "/v1/ports/delete", body, now.patience);
+  if (plan.what != outcome::done) return fail_for(plan);
+  const bool is_all = words.has("dry-run");
+  try {
+    const std::vector<std::string> dropped = describe_dropped(*plan.body);
+    if (is_all && wants_json(words)) {
+      print_as_json(*plan.body);
+    } else if (is_all) {
+      std::string text;
+      for (const json &port : plan.body->at("ports")) {
+        text += "would delete port " + text_or_dash(port) + "\n";
+      }
+      for (const std::string &one : dropped) text += "would drop " + one + "\n";
+      lum_client::print(text);
+    } else {
+      for (const std::string &one : dropped) fail(exit_done, "the deletion drops " + one);
+    }
+  } catch (const json::exception &) {
+    return fail_for_missing_member();
+  }
+  return is_all ? std::optional(exit_done) : std::nullopt;
+}
+
 int delete_ports(const session &now, const given &words) {
   json body = json::object();
   if (words.has("name")) {
@@ -63,6 +70,7 @@ int delete_ports(const session &now, const given &words) {
   } else {
     return fail(exit_usage, "port delete: expected the names of ports, or --slot; try --help");
   }
+  if (const auto ended = look_at_deletion(now, words, body)) return *ended;
   return change_and_wait(now, words, "/v1/ports/delete", body, describe_changed);
 }
 
@@ -71,7 +79,11 @@ int update_port(const session &now, const given &words) {
   const printer print = [&state](const json &reply) -> std::string {
     if (reply.contains("pending")) return "not answered yet\n";
     if (!reply.at("complete").get<bool>()) return {};
-    return fmt::format("{}: {}\n", text_or_dash(reply.at("name")), state);
+    std::string text = fmt::format("{}: {}\n", text_or_dash(reply.at("name")), state);
+    if (reply.at("module_written") == false) {
+      text += "not all of the settings have reached the module; once it answers, the same again\n";
+    }
+    return text;
   };
   return change_and_wait(now, words, "/v1/ports/" + encoded(words.text("name")) + "/update",
                          {{"state", state}}, print);
@@ -83,7 +95,8 @@ command port_commands() {
   const command create = {
       .name = "create",
       .help = "Create the ports of a slot, or of one of its instances, that do not exist",
-      .arguments = {{"slot", "SLOT or SLOT/INSTANCE", value{.wrong = check_place}}},
+      .arguments = {{"slot", "SLOT or SLOT/INSTANCE",
+                     value{.names = known_names::slots, .wrong = check_place}}},
       .options = {wait_option()},
       .action = create_ports};
   const command remove = {
@@ -91,7 +104,8 @@ command port_commands() {
       .help = "Delete ports, or all ports of a slot",
       .arguments = {{"name", "The ports' names", value{.names = known_names::ports}, false, true}},
       .options = {{"slot", "All ports of SLOT or SLOT/INSTANCE, which is closed",
-                   value{.wrong = check_place}, "name"},
+                   value{.names = known_names::slots, .wrong = check_place}, "name"},
+                  {"dry-run", "Only say what would be deleted, and which settings with it"},
                   wait_option()},
       .action = delete_ports};
   const command update = {

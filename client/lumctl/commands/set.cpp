@@ -6,12 +6,10 @@
 #include <cstdint>
 #include <nlohmann/json.hpp>
 
-#include "api/client.h"
 #include "commands/commands.h"
 #include "commands/exchange.h"
 #include "names.h"
-#include "printing/port_cells.h"
-#include "printing/port_text.h"
+#include "printing/settings_text.h"
 #include "wording/nearest.h"
 #include "words/settings.h"
 
@@ -59,18 +57,6 @@ std::string check_setting(const std::string &text) {
   return read_setting(text, ignored);
 }
 
-std::string describe_stored(const json &reply) {
-  const std::string name = text_or_dash(reply.at("name"));
-  std::string text = fmt::format("{}:{} {}\n", name, reply.at("sub_port").get<unsigned>(),
-                                 describe_configuration(reply.at("stored")));
-  if (!reply.at("module_written").get<bool>()) {
-    text += fmt::format(
-        "not all of it has reached the module; \"lumctl port update {} up\" writes it again\n",
-        name);
-  }
-  return text;
-}
-
 int change_settings(const session &now, const given &words) {
   json body = json::object();
   for (const std::string &setting : words.texts("setting")) {
@@ -78,8 +64,8 @@ int change_settings(const session &now, const given &words) {
       return fail(exit_usage, wrong);
     }
   }
-  return change(now, words, "/v1/ports/" + encoded(words.text("name")) + "/settings", body,
-                describe_stored);
+  if (words.has("dry-run")) body["dry_run"] = true;
+  return change(now, words, settings_path(words.text("name")), body, describe_change);
 }
 
 std::vector<std::string> setting_words() {
@@ -98,6 +84,7 @@ command set_command() {
                          value{.names = known_names::ports_and_sub_ports}},
                         {"setting", "FIELD=VALUE, FIELD being one of " + listed(fields, ", "),
                          value{.words = setting_words(), .wrong = check_setting}, true, true}},
+          .options = {{"dry-run", "Only say what would change, as far as the driver takes it"}},
           .action = change_settings};
 }
 

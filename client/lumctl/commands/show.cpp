@@ -1,16 +1,24 @@
 // The commands that only look.
 #include <fmt/format.h>
 
+#include <memory>
+#include <nlohmann/json.hpp>
+
 #include "api/client.h"
 #include "commands/commands.h"
 #include "commands/exchange.h"
+#include "commands/port_selection.h"
 #include "names.h"
 #include "printing/alarms_table.h"
 #include "printing/controllers_table.h"
+#include "printing/line.h"
+#include "printing/module_text.h"
 #include "printing/node_text.h"
 #include "printing/pm_table.h"
 #include "printing/port_text.h"
 #include "printing/ports_table.h"
+#include "printing/settings_text.h"
+#include "terminal/progress.h"
 #include "words/bins.h"
 
 namespace lumctl {
@@ -24,25 +32,50 @@ int show_as(const session &now, const given &words, const std::string &target,
   return show(now, words, target, [&](const json &answer) { return describe(answer, now.output); });
 }
 
+int show_ports(const session &now, const given &words) {
+  if (const std::string twice = form_given_twice(words); !twice.empty()) {
+    return fail(exit_usage, "show ports: " + twice);
+  }
+  const port_selection wanted = selection_of(words);
+  api_result result;
+  std::size_t of = 0;
+  try {
+    const progress bar("waiting for the driver");
+    result = ask_for_ports(now, wanted);
+    if (result.what == outcome::done) {
+      json selected = *result.body;
+      of = select_ports(selected, wanted);
+      result.body = std::make_shared<const json>(std::move(selected));
+    }
+  } catch (const json::exception &) {
+    return fail_for_missing_member();
+  }
+  return present(words, result, [&](const json &answer) {
+    const std::string none = describe_selection(answer, wanted, of);
+    return none.empty() ? describe_ports(answer, wish_of(words), now.output) : none;
+  });
+}
+
 command ports() {
+  std::vector<option> options = form_options();
+  for (option &one : selection_options()) options.push_back(std::move(one));
   return {.name = "ports",
           .help = "Every port, with its module and readings",
-          .options = {{"all", "Also ports that are described but do not exist"},
-                      {"wide", "One line for each sub-port, whatever the terminal's width"}},
-          .action = [](const session &now, const given &words) {
-            const printer print = [&](const json &answer) {
-              return describe_ports(answer, words.has("wide"), now.output);
-            };
-            return show(now, words, words.has("all") ? "/v1/ports" : "/v1/ports?existing", print);
-          }};
+          .arguments = {selected_names()},
+          .options = options,
+          .action = show_ports};
 }
 
 command port() {
   return {.name = "port",
-          .help = "One port in full",
+          .help = "One port: its state, its module and its sub-ports",
           .arguments = {port_or_sub_port_name()},
+          .options = {{"verbose", "Also handles, raw values, bytes, records and transfers"}},
           .action = [](const session &now, const given &words) {
-            return show_as(now, words, "/v1/ports/" + encoded(words.text("name")), describe_port);
+            const printer print = [&](const json &answer) {
+              return describe_port(answer, words.has("verbose"), now.output);
+            };
+            return show(now, words, "/v1/ports/" + encoded(words.text("name")), print);
           }};
 }
 
@@ -55,7 +88,19 @@ command module() {
           .action = [](const session &now, const given &words) {
             std::string target = "/v1/modules/" + encoded(words.text("name"));
             if (words.has("page")) target += fmt::format("?page={}", words.whole("page"));
-            return show_as(now, words, target, describe_port);
+            return show_as(now, words, target, describe_module);
+          }};
+}
+
+command config() {
+  return {.name = "config",
+          .help = "The settings of ports: saved, in force, and in the module now",
+          .arguments = {{"name", "Only this port, or NAME:SUBPORT",
+                         value{.names = known_names::ports_and_sub_ports}, false}},
+          .action = [](const session &now, const given &words) {
+            std::string target = "/v1/settings?module=true";
+            if (words.has("name")) target += "&port=" + encoded(words.text("name"));
+            return show_as(now, words, target, describe_settings);
           }};
 }
 
@@ -71,7 +116,10 @@ command node() {
   return {.name = "node",
           .help = "The node and its driver",
           .action = [](const session &now, const given &words) {
-            return show(now, words, "/v1/node", describe_node);
+            const printer print = [&](const json &answer) {
+              return folded_lines(describe_node(answer), now.output);
+            };
+            return show(now, words, "/v1/node", print);
           }};
 }
 
@@ -106,7 +154,8 @@ command alarms_raised() {
 command show_commands() {
   return {.name = "show",
           .help = "Show the node, its ports and what is in them",
-          .commands = {ports(), port(), controllers(), module(), node(), pm(), alarms_raised()}};
+          .commands = {ports(), port(), controllers(), module(), config(), node(), pm(),
+                       alarms_raised()}};
 }
 
 }  // namespace lumctl

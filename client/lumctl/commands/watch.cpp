@@ -1,138 +1,117 @@
 // The ports again and again, as polling cycles end.
+#include <fmt/chrono.h>
 #include <fmt/format.h>
 
 #include <chrono>
 #include <ctime>
+#include <memory>
 #include <nlohmann/json.hpp>
-#include <optional>
+#include <thread>
 
-#include "api/client.h"
 #include "base/output.h"
 #include "commands/commands.h"
 #include "commands/exchange.h"
+#include "commands/watch_screen.h"
+#include "printing/line.h"
 #include "printing/polling_text.h"
-#include "printing/ports_table.h"
 #include "terminal/printable.h"
+#include "terminal/progress.h"
 #include "terminal/screen.h"
 
 namespace lumctl {
 namespace {
 
-using clock = std::chrono::steady_clock;
-
-// How often the driver is asked whether a polling cycle has ended, and how long a picture stays
-// when none does: what has gone wrong is then shown.
-constexpr std::chrono::milliseconds between_questions(500);
-constexpr std::chrono::seconds longest_still(10);
-
-struct watching {
-  double interval = 0;  // seconds; 0: as polling cycles end
-  unsigned count = 0;   // pictures; 0: until interrupted
-  bool all = false;
-  bool as_json = false;
-};
-
-// What the driver said, or why it did not.
-struct view {
-  api_result polling;
-  api_result ports;
-  const api_result &failure() const { return polling.what == outcome::done ? ports : polling; }
-  bool good() const { return failure().what == outcome::done; }
-};
-
-std::string describe(const view &seen, const style &output) {
-  return painted(output, describe_polling(*seen.polling.body), colour::strong) + "\n\n" +
-         describe_ports(*seen.ports.body, false, output);
-}
-
 // Both answers as one document, under the schema that they have in common.
-json joined(const view &seen) {
-  json polling = *seen.polling.body;
+json joined(const port_news &news, const port_selection &wanted) {
+  json ports = *news.ports.body;
+  select_ports(ports, wanted);
+  json polling = *news.polling.body;
   json both = {{"schema", polling.at("schema")}};
   polling.erase("schema");
   both["polling"] = std::move(polling);
-  both["ports"] = seen.ports.body->at("ports");
+  both["ports"] = ports.at("ports");
   return both;
 }
 
-std::uint64_t cycles_of(const api_result &polling) {
-  return polling.what == outcome::done ? polling.body->at("cycles").get<std::uint64_t>() : 0;
-}
-
-class watcher {
+// One picture below the other.
+class printed_pictures {
  public:
-  watcher(const session &now, const watching &wanted) : now_(now), wanted_(wanted) {
-    if (!wanted.as_json && can_draw()) screen_.emplace();
-  }
+  printed_pictures(const session &now, const watching &wanted) : now_(now), wanted_(wanted) {}
 
-  int run() {
-    for (unsigned shown = 0;;) {
-      const view seen = look();
-      if (!seen.good() && (shown == 0 || !screen_)) return give_up(seen.failure());
-      put(seen);
-      ++shown;
-      if (wanted_.count != 0 && shown >= wanted_.count) return exit_done;
-      wait(cycles_of(seen.polling));
-    }
+  void put(const port_news &news) {
+    json ports = *news.ports.body;
+    const std::size_t of = select_ports(ports, wanted_.ports);
+    // Marks are for people: whoever reads a pipe gets the values as they are.
+    const json *const before = now_.output.columns > 0 && before_ ? before_.get() : nullptr;
+    const ports_picture picture = picture_of_ports(ports, before, wanted_.wish, now_.output);
+    lum_client::print(
+        painted(now_.output,
+                wrapped(describe_polling(*news.polling.body), now_.output.columns, hang_of_notes),
+                colour::strong) +
+        "\n\n" + render(picture.shown, now_.output) + picture.notes +
+        describe_selection(ports, wanted_.ports, of) + "\n");
+    before_ = news.ports.body;
   }
 
  private:
-  view look() const {
-    view seen;
-    seen.polling = get(now_.socket, "/v1/polling", now_.patience);
-    if (seen.polling.what == outcome::done) {
-      seen.ports =
-          get(now_.socket, wanted_.all ? "/v1/ports" : "/v1/ports?existing", now_.patience);
-    }
-    return seen;
-  }
-
-  void put(const view &seen) {
-    if (wanted_.as_json) {
-      lum_client::print(joined(seen).dump(-1, ' ', false, json::error_handler_t::replace) + "\n");
-    } else if (screen_) {
-      const style output = style_of_output();
-      screen_->draw(seen.good()
-                        ? describe(seen, output)
-                        : painted(output, printable(seen.failure().error), colour::bad) + "\n");
-    } else {
-      lum_client::print(describe(seen, now_.output) + "\n");
-    }
-  }
-
-  void wait(std::uint64_t cycles_shown) {
-    const auto begun = clock::now();
-    const auto longest = wanted_.interval > 0 ? std::chrono::duration<double>(wanted_.interval)
-                                              : std::chrono::duration<double>(longest_still);
-    for (;;) {
-      const auto left = longest - (clock::now() - begun);
-      if (left.count() <= 0 || (screen_ && screen_->resized())) return;
-      // Is cut short by a change of the terminal's size.
-      const auto pause = std::chrono::duration_cast<std::chrono::nanoseconds>(
-          std::min<std::chrono::duration<double>>(left, between_questions));
-      const timespec time = {pause.count() / 1'000'000'000, pause.count() % 1'000'000'000};
-      ::nanosleep(&time, nullptr);
-      if (wanted_.interval > 0) continue;
-      const api_result now = get(now_.socket, "/v1/polling", now_.patience);
-      if (now.what != outcome::done || cycles_of(now) != cycles_shown) return;
-    }
-  }
-
-  int give_up(const api_result &failure) {
-    screen_.reset();
-    return fail(failure.what == outcome::refused ? exit_refused : exit_unreachable, failure.error);
-  }
-
   const session &now_;
   const watching &wanted_;
-  std::optional<screen> screen_;
+  std::shared_ptr<const json> before_;
 };
 
+void put(printed_pictures &pictures, const port_news &news, const watching &wanted, bool as_json) {
+  if (!as_json) return pictures.put(news);
+  const json both = joined(news, wanted.ports);
+  lum_client::print(both.dump(-1, ' ', false, json::error_handler_t::replace) + "\n");
+}
+
+std::string describe_absence(const api_result &failure, const style &output) {
+  return folded_notes(fmt::format("no driver since {:%H:%M:%S}, trying again: {}\n",
+                                  fmt::localtime(std::time(nullptr)), printable(failure.error)),
+                      output);
+}
+
+int give_up(const api_result &failure) {
+  return fail(failure.what == outcome::refused ? exit_refused : exit_unreachable, failure.error);
+}
+
+// One picture below the other. On a terminal that is no reason to end when the driver goes: who
+// looks on is told, and the pictures go on with it.
+int watch_in_print(const session &now, const watching &wanted, bool as_json, port_news news) {
+  printed_pictures pictures(now, wanted);
+  bool gone = false;
+  for (unsigned shown = 0;; news = ask_for_news(now, wanted.ports)) {
+    if (!news.good() && (as_json || !is_output_seen())) return give_up(news.failure());
+    if (!news.good()) {
+      if (!gone) lum_client::print(describe_absence(news.failure(), now.output));
+    } else {
+      put(pictures, news, wanted, as_json);
+      if (++shown == wanted.count) return exit_done;
+    }
+    gone = !news.good();
+    wait_for_next(now, news, wanted.interval, [](std::chrono::milliseconds pause) {
+      std::this_thread::sleep_for(pause);
+      return false;
+    });
+  }
+}
+
 int watch(const session &now, const given &words) {
-  const watching wanted = {words.real("interval"), words.whole("count"), words.has("all"),
-                           wants_json(words)};
+  if (const std::string twice = form_given_twice(words); !twice.empty()) {
+    return fail(exit_usage, "watch: " + twice);
+  }
+  const watching wanted = {selection_of(words), wish_of(words), words.real("interval"),
+                           words.whole("count")};
   try {
-    return watcher(now, wanted).run();
+    const port_news first = [&] {
+      const progress bar("waiting for the driver");
+      return ask_for_news(now, wanted.ports);
+    }();
+    if (!first.good()) return give_up(first.failure());
+    if (wants_json(words) || !can_draw()) {
+      return watch_in_print(now, wanted, wants_json(words), first);
+    }
+    return watch_on_screen(now, wanted, first);
   } catch (const json::exception &) {
     return fail_for_missing_member();
   }
@@ -141,13 +120,17 @@ int watch(const session &now, const given &words) {
 }  // namespace
 
 command watch_command() {
+  std::vector<option> options = {
+      {"interval", "Seconds between two pictures, instead of a polling cycle",
+       value{.kind = value_kind::real, .within = limits{0.1, 86400}}},
+      {"count", "End after so many pictures",
+       value{.kind = value_kind::whole, .within = limits{1, 1'000'000}}}};
+  for (option &one : form_options()) options.push_back(std::move(one));
+  for (option &one : selection_options()) options.push_back(std::move(one));
   return {.name = "watch",
-          .help = "Show every port again as each polling cycle ends",
-          .options = {{"interval", "Seconds between two pictures, instead of a polling cycle",
-                       value{.kind = value_kind::real, .within = limits{0.1, 86400}}},
-                      {"count", "End after so many pictures",
-                       value{.kind = value_kind::whole, .within = limits{1, 1'000'000}}},
-                      {"all", "Also ports that are described but do not exist"}},
+          .help = "Show the ports again as each polling cycle ends",
+          .arguments = {selected_names()},
+          .options = options,
           .action = watch};
 }
 

@@ -6,6 +6,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "printing/line.h"
 #include "printing/polling_text.h"
 #include "printing/port_cells.h"
 #include "wording/numbers.h"
@@ -32,28 +33,61 @@ std::string counted_text(const json &counts) {
   return text.empty() ? "-" : text;
 }
 
+std::string age_or_dash(const json &interface, const char *name) {
+  return interface.contains(name) ? number_or_dash(interface.at(name), 0) : "-";
+}
+
+// The alarms stand last, for they may be many.
 record alarm_record(const json &interface) {
   const json &counters = interface.at("counters");
   const std::string raised = raised_text(interface);
   record result;
-  result.lines = {
-      {{{text_or_dash(interface.at("port")), colour::strong},
-        {fmt::format("{}", interface.at("sub_port").get<unsigned>())},
-        {text_or_dash(interface.at("ifname"))},
-        {interface.contains("changed_age_s") ? number_or_dash(interface.at("changed_age_s"), 0)
-                                             : "-"},
-        {fmt::format("{}", counters.at("bitmap_changes").get<std::uint64_t>())},
-        {fmt::format("{}", counters.at("publishes").get<std::uint64_t>())},
-        {counted_text(counters.at("raised"))},
-        {interface.contains("alarms_age_s") ? number_or_dash(interface.at("alarms_age_s"), 0)
-                                            : "-"},
-        {raised, interface.at("raised").empty() ? colour::none : colour::bad}}}};
+  result.lines = {{{{text_or_dash(interface.at("port")), colour::strong},
+                    {fmt::format("{}", interface.at("sub_port").get<unsigned>())},
+                    {text_or_dash(interface.at("ifname"))},
+                    {age_or_dash(interface, "changed_age_s")},
+                    {fmt::format("{}", counters.at("bitmap_changes").get<std::uint64_t>())},
+                    {fmt::format("{}", counters.at("publishes").get<std::uint64_t>())},
+                    {counted_text(counters.at("raised"))},
+                    {age_or_dash(interface, "alarms_age_s")},
+                    {raised, interface.at("raised").empty() ? colour::none : colour::bad}}}};
   if (raised.find('*') != std::string::npos) result.note = "* is injected by a test";
   if (interface.contains("waiting") && interface.at("waiting").get<bool>()) {
     result.note = "this was known before the last poll was cleared; the next one renews it";
   }
-  if (!interface.at("inserted").get<bool>() && !interface.at("raised").is_null())
+  if (interface.at("inserted") == false && !interface.at("raised").is_null())
     result.note = "no module; this is what was known last";
+  return result;
+}
+
+table lay_out_wide(const std::vector<record> &records) {
+  return {{{{{"PORT"},
+             {"SUB", true},
+             {"CONTROLLER"},
+             {"SINCE S", true},
+             {"CHANGES", true},
+             {"PUBLISHED", true},
+             {"RAISED SO OFTEN"},
+             {"AGE S", true},
+             {"RAISED NOW"}},
+            0}},
+          records};
+}
+
+// A line for the sub-port, one for its counters, and the lists of alarms below them.
+table lay_out_narrow(const std::vector<record> &records) {
+  table result = {
+      {{{{"PORT"}, {"SUB", true}, {"CONTROLLER"}}, 0},
+       {{{"SINCE S", true}, {"CHANGES", true}, {"PUBLISHED", true}, {"AGE S", true}}, 4}},
+      {}};
+  for (const record &whole : records) {
+    const row &cells = whole.lines.front().front();
+    record folded = {{{{cells[0], cells[1], cells[2]}}, {{cells[3], cells[4], cells[5], cells[7]}}},
+                     whole.note};
+    folded.texts = {{"raised now: " + cells[8].text, cells[8].paint},
+                    {"raised so often: " + cells[6].text}};
+    result.records.push_back(folded);
+  }
   return result;
 }
 
@@ -87,11 +121,11 @@ std::string describe_alarms(const json &answer, const style &output) {
                                      lum_wording::counted(known, "sub-port"))) +
            rest;
   }
-  const std::vector<column> columns = {
-      {"PORT"},          {"SUB", true},       {"CONTROLLER"},      {"SINCE S", true},
-      {"CHANGES", true}, {"PUBLISHED", true}, {"RAISED SO OFTEN"}, {"AGE S", true},
-      {"RAISED NOW"}};
-  return render({{columns, 0}}, records, output) + rest;
+  table shown = lay_out_wide(records);
+  if (output.columns > 0 && table_width(shown, output) > output.columns) {
+    shown = lay_out_narrow(records);
+  }
+  return render(shown, output) + folded_notes(rest, output);
 }
 
 }  // namespace lumctl

@@ -36,7 +36,9 @@ std::string controllers_of(const json &node) {
 std::string describe_store(const json &store) {
   std::string text =
       fmt::format("{}: {}, {}, {}", text_or_dash(store.at("file")),
-                  counted(store.at("entries").get<std::uint64_t>(), "entry", "entries"),
+                  store.at("entries").is_null()
+                      ? "entries not known"
+                      : counted(store.at("entries").get<std::uint64_t>(), "entry", "entries"),
                   counted(store.at("writes").get<std::uint64_t>(), "write"),
                   counted(store.at("failures").get<std::uint64_t>(), "failure"));
   if (store.contains("last_failure")) {
@@ -48,6 +50,17 @@ std::string describe_store(const json &store) {
   return text +
          line("Set aside", fmt::format("{}: was not usable: {}", text_or_dash(aside.at("file")),
                                        text_or_dash(aside.at("reason"))));
+}
+
+std::string describe_record(const json &events) {
+  std::string text = fmt::format("number {} is the latest", events.at("last").get<std::uint64_t>());
+  if (const auto lost = events.at("lost").get<std::uint64_t>(); lost > 0) {
+    text += fmt::format(", {} lost", lost);
+  }
+  if (const json &problem = events.at("problem"); !problem.is_null()) {
+    text += ", they are not kept: " + text_or_dash(problem);
+  }
+  return line("Events", text);
 }
 
 std::string describe_trace(const json &channel) {
@@ -94,6 +107,7 @@ std::string describe_node(const json &node) {
   }
   text += describe_store(node.at("checkpoints"));
   text += describe_node_store(node.at("store"));
+  text += describe_record(node.at("events"));
   for (const json &channel : node.at("traces")) text += describe_trace(channel);
   return text;
 }

@@ -4,16 +4,19 @@
 
 #include <nlohmann/json.hpp>
 
+#include "printing/line.h"
 #include "printing/polling_text.h"
 #include "printing/port_cells.h"
 
 namespace lumctl {
 namespace {
 
-std::vector<column> pm_columns() {
-  return {{"PORT"},          {"SUB", true},     {"BIN"},           {"START"},
-          {"SAMPLES", true}, {"AGE S", true},   {"VALUE"},         {"LAST", true},
-          {"MINIMUM", true}, {"MAXIMUM", true}, {"AVERAGE", true}, {"UNIT"}};
+std::vector<column> bin_columns() {
+  return {{"PORT"}, {"SUB", true}, {"BIN"}, {"START"}, {"SAMPLES", true}, {"AGE S", true}};
+}
+std::vector<column> value_columns() {
+  return {{"VALUE"},         {"LAST", true},    {"MINIMUM", true},
+          {"MAXIMUM", true}, {"AVERAGE", true}, {"UNIT"}};
 }
 
 struct unit {
@@ -31,10 +34,13 @@ row value_cells(const json &value, const std::string &name, const unit &shown) {
   const auto number = [&](const char *kind, int digits) {
     return cell{numbers.is_object() ? number_or_dash(numbers.at(kind), digits) : "-"};
   };
+  // What is kept as whole numbers has no tenths to show.
+  const bool is_whole = value.contains("step") && value.at("step").get<double>() >= 1;
+  const int digits = is_whole ? 0 : shown.digits;
   return {{name},
-          number("current", shown.digits),
-          number("minimum", shown.digits),
-          number("maximum", shown.digits),
+          number("current", digits),
+          number("minimum", digits),
+          number("maximum", digits),
           number("average", shown.average_digits),
           {std::string(shown.name) + (plausible ? "" : implausible_mark),
            plausible ? colour::none : colour::bad}};
@@ -68,24 +74,24 @@ std::vector<std::pair<std::string, json>> values_of(const json &bin) {
   return values;
 }
 
-void add_bin(const json &interface, const json &bin, std::vector<row> &rows) {
-  row first = {{text_or_dash(interface.at("port")), colour::strong},
-               {fmt::format("{}", interface.at("sub_port").get<unsigned>())},
-               {text_or_dash(bin.at("length")) + (bin.at("partial").get<bool>() ? " part" : "") +
-                (bin.at("tested").get<bool>() ? " test" : "")},
-               {text_or_dash(bin.at("start"))},
-               {fmt::format("{}", bin.at("samples").get<std::uint64_t>())},
-               {interface.contains("age_s") ? number_or_dash(interface.at("age_s"), 0) : "-"}};
+row bin_cells(const json &interface, const json &bin) {
+  return {{text_or_dash(interface.at("port")), colour::strong},
+          {fmt::format("{}", interface.at("sub_port").get<unsigned>())},
+          {text_or_dash(bin.at("length")) + (bin.at("partial").get<bool>() ? " part" : "") +
+           (bin.at("tested").get<bool>() ? " test" : "")},
+          {text_or_dash(bin.at("start"))},
+          {fmt::format("{}", bin.at("samples").get<std::uint64_t>())},
+          {interface.contains("age_s") ? number_or_dash(interface.at("age_s"), 0) : "-"}};
+}
+
+std::vector<row> value_rows(const json &bin) {
+  std::vector<row> rows;
   for (const auto &[name, value] : values_of(bin)) {
     for (const unit &shown : units) {
-      if (!value.contains(shown.member)) continue;
-      row cells = first;
-      const row values = value_cells(value, name, shown);
-      cells.insert(cells.end(), values.begin(), values.end());
-      rows.push_back(cells);
-      first = row(first.size());
+      if (value.contains(shown.member)) rows.push_back(value_cells(value, name, shown));
     }
   }
+  return rows;
 }
 
 std::string note_of(const json &interface) {
@@ -104,21 +110,61 @@ bool has_mark(const json &answer) {
   return false;
 }
 
+std::vector<json> sampled_bins(const json &interface) {
+  std::vector<json> bins;
+  for (const json &bin : interface.at("bins")) {
+    if (bin.at("samples") != 0) bins.push_back(bin);
+  }
+  return bins;
+}
+
+// The values beside their bin, one below the other.
+table lay_out_wide(const json &answer) {
+  table result;
+  std::vector<column> columns = bin_columns();
+  const std::size_t own = columns.size();
+  for (const column &one : value_columns()) columns.push_back(one);
+  result.formats = {{columns, 0}};
+  for (const json &interface : answer.at("interfaces")) {
+    std::vector<row> rows;
+    for (const json &bin : sampled_bins(interface)) {
+      row first = bin_cells(interface, bin);
+      for (const row &values : value_rows(bin)) {
+        rows.push_back(first);
+        rows.back().insert(rows.back().end(), values.begin(), values.end());
+        first = row(own);
+      }
+    }
+    if (!rows.empty()) result.records.push_back({{rows}, note_of(interface)});
+  }
+  return result;
+}
+
+// The values below their bin.
+table lay_out_narrow(const json &answer) {
+  table result;
+  result.formats = {{bin_columns(), 0}, {value_columns(), 2}};
+  for (const json &interface : answer.at("interfaces")) {
+    const auto bins = sampled_bins(interface);
+    for (const json &bin : bins) {
+      result.records.push_back({{{bin_cells(interface, bin)}, value_rows(bin)}});
+    }
+    if (!bins.empty()) result.records.back().note = note_of(interface);
+  }
+  return result;
+}
+
 }  // namespace
 
 std::string describe_pm(const json &answer, const style &output) {
-  std::vector<record> records;
-  for (const json &interface : answer.at("interfaces")) {
-    std::vector<row> rows;
-    for (const json &bin : interface.at("bins")) {
-      if (bin.at("samples") != 0) add_bin(interface, bin, rows);
-    }
-    if (!rows.empty()) records.push_back({{rows}, note_of(interface)});
-  }
   const std::string halt = describe_halt(answer.at("halt"));
-  if (records.empty()) return "nothing is monitored yet\n" + halt;
-  return render({{pm_columns(), 0}}, records, output) + (has_mark(answer) ? describe_mark() : "") +
-         halt;
+  table shown = lay_out_wide(answer);
+  if (shown.records.empty()) return "nothing is monitored yet\n" + halt;
+  if (output.columns > 0 && table_width(shown, output) > output.columns) {
+    shown = lay_out_narrow(answer);
+  }
+  const std::string notes = (has_mark(answer) ? describe_mark() : "") + halt;
+  return render(shown, output) + folded_notes(notes, output);
 }
 
 }  // namespace lumctl

@@ -80,6 +80,7 @@ cell dom_cell(const json &port) {
   const json dom = member(port, "dom");
   if (!dom.is_object()) return {"-"};
   if (!dom.at("enabled").get<bool>()) return {"off", colour::faint};
+  if (dom.at("transceiver_disabled").is_null()) return {"-"};
   if (dom.at("transceiver_disabled").get<bool>()) return {"no module", colour::warning};
   return {"on"};
 }

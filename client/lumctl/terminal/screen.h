@@ -2,12 +2,14 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace lumctl {
 
-// Takes the terminal's alternate screen for as long as it lives, and gives the terminal back as it
-// was, also when the process is interrupted or ended: an interrupt then ends the process with
-// status 0. There is one at a time.
+// Takes the terminal's alternate screen, and its keys as they are pressed, for as long as it lives,
+// and gives the terminal back as it was, also when the process is interrupted, stopped, ended or
+// crashes: an interrupt then ends the process with status 0, and a process that goes on takes the
+// terminal again. There is one at a time, and the thread that has it is the one to get signals.
 class screen {
  public:
   screen();
@@ -15,14 +17,22 @@ class screen {
   screen(const screen &) = delete;
   screen &operator=(const screen &) = delete;
 
-  // Draws the text from the top, cut to the terminal's height.
-  void draw(const std::string &text);
+  // Draws lines from the top, none of which is wider than the terminal, nor are they more than it
+  // has.
+  void draw(const std::vector<std::string> &lines);
 
-  // Whether the terminal's size has changed since it was asked last.
-  bool resized();
+  // Whether what was drawn last is not what the terminal shows any more: its size has changed, or
+  // the process was stopped.
+  bool is_stale();
 };
 
 // Whether standard output is a terminal that can be drawn on.
 bool can_draw();
+
+// Whether standard output is a terminal at all.
+bool is_output_seen();
+
+// Whether standard input is one, which keys are pressed on.
+bool has_keys();
 
 }  // namespace lumctl

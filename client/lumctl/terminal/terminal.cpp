@@ -21,15 +21,14 @@ winsize size_of_output() {
 
 }  // namespace
 
-std::size_t terminal_columns() {
+std::size_t columns_to_fold_to() {
   if (const char *asked = std::getenv("COLUMNS")) {
     const std::string_view text = asked;
     std::size_t columns = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), columns);
     if (error == std::errc() && end == text.data() + text.size() && columns > 0) return columns;
   }
-  const winsize size = size_of_output();
-  return size.ws_col > 0 ? size.ws_col : columns_unless_known;
+  return ::isatty(STDOUT_FILENO) == 1 ? screen_size().columns : 0;
 }
 
 bool is_steerable(int descriptor) {
@@ -38,9 +37,10 @@ bool is_steerable(int descriptor) {
          std::string_view(kind) != "dumb";
 }
 
-std::size_t terminal_rows() {
+room screen_size() {
   const winsize size = size_of_output();
-  return size.ws_row > 0 ? size.ws_row : rows_unless_known;
+  return {size.ws_col > 0 ? size.ws_col : columns_unless_known,
+          size.ws_row > 0 ? size.ws_row : rows_unless_known};
 }
 
 }  // namespace lumctl

@@ -1,9 +1,7 @@
 #include "api/action.h"
 
-#include <future>
-#include <memory>
-
 #include "lum_linux/lanes.h"
+#include "node/hold_up.h"
 #include "views/action_view.h"
 
 namespace lumd {
@@ -18,22 +16,38 @@ lum_linux::lanes &all_lanes() {
   return the_lanes;
 }
 
+// Whether an action of the lane may want something of the port's module.
+bool may_want(action_lane lane, uint32_t rsip) {
+  if (lane == lane_of_port(rsip) || lane == lane_of_remedy(rsip) || lane == lane_of_look(rsip)) {
+    return true;
+  }
+  return lane == lane_of_slot(rsip >> 16 & 0xFF) || lane == replay_lane || lane == agent_lane;
+}
+
 }  // namespace
 
-api_reply act(action_lane lane, std::chrono::milliseconds bound, std::function<api_reply()> work) {
+std::string post_work(action_lane lane, std::function<void()> work) {
+  switch (all_lanes().post(lane, std::move(work))) {
+    case lum_linux::lane_verdict::taken:
+      return {};
+    case lum_linux::lane_verdict::full:
+      return "too many actions wait for the same thing already";
+    default:
+      return "the system has no thread for one more action";
+  }
+}
+
+api_reply act(driver &node, action_lane lane, std::chrono::milliseconds bound,
+              std::function<api_reply()> work) {
   const auto task = std::make_shared<std::packaged_task<api_reply()>>(std::move(work));
   std::future<api_reply> reply = task->get_future();
-  switch (all_lanes().post(lane, [task] { (*task)(); })) {
-    case lum_linux::lane_verdict::taken:
-      break;
-    case lum_linux::lane_verdict::full:
-      return refuse(503, "too many actions wait for the same thing already");
-    default:
-      return refuse(503, "the system has no thread for one more action");
+  if (const auto refused = post_work(lane, [task] { (*task)(); }); !refused.empty()) {
+    return refuse(503, refused);
   }
   if (reply.wait_for(bound) == std::future_status::ready) return reply.get();
   json body = {{"result", nullptr}};
-  conclude(body, false, "a module or the disk holds it up; it goes on");
+  const auto concerns = [lane](uint32_t rsip) { return may_want(lane, rsip); };
+  conclude(body, false, what_holds_up(node, concerns) + "; it goes on");
   return {202, std::move(body)};
 }
 

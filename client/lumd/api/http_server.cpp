@@ -4,18 +4,23 @@
 
 #include "api/http_server.h"
 
+#include <sys/socket.h>
+
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <boost/asio.hpp>
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
 #include <condition_variable>
+#include <list>
 #include <mutex>
 #include <thread>
 #include <vector>
 
 #include "api/connections.h"
 #include "api/own_host.h"
+#include "api/peer_user.h"
 #include "api/unix_listener.h"
 #include "lum_linux/lanes.h"
 #include "words/schema.h"
@@ -30,10 +35,20 @@ using boost::system::error_code;
 
 constexpr unsigned http_version = 11;
 constexpr std::chrono::milliseconds out_of_memory_pause(100);
+// So often something goes out on a stream that has nothing to tell: whoever reads it sees that it
+// is there, and the server whether anybody does.
+constexpr std::chrono::seconds sign_of_life(15);
 
 // As the router answers, for what never gets there.
 std::string error_body(const char *text) {
   return "{\"schema\":" + std::to_string(lum_words::api_schema) + ",\"error\":\"" + text + "\"}\n";
+}
+
+http_reply refusal(unsigned status, const char *text) {
+  http_reply reply;
+  reply.status = status;
+  reply.body = error_body(text);
+  return reply;
 }
 
 http::response<http::string_body> to_message(const http_reply &reply, bool keep_alive) {
@@ -50,14 +65,14 @@ http::response<http::string_body> to_message(const http_reply &reply, bool keep_
 // What goes back for a request that could not be read; nothing does when the peer just went away.
 std::optional<http_reply> answer_to_unreadable(const error_code &error) {
   if (error == http::error::header_limit || error == http::error::buffer_overflow) {
-    return http_reply{431, "application/json", error_body("the request's header is too long"), {}};
+    return refusal(431, "the request's header is too long");
   }
   if (error == http::error::body_limit) {
-    return http_reply{413, "application/json", error_body("the request's body is too long"), {}};
+    return refusal(413, "the request's body is too long");
   }
   if (error.category() == http::make_error_code(http::error::bad_method).category() &&
       error != http::error::end_of_stream && error != http::error::partial_message) {
-    return http_reply{400, "application/json", error_body("not a valid HTTP request"), {}};
+    return refusal(400, "not a valid HTTP request");
   }
   return std::nullopt;
 }
@@ -71,9 +86,30 @@ std::string why_not_listening(std::uint16_t port, const error_code &failure) {
          "'\" names it";
 }
 
-// What a connection is about to be told.
-http_reply refusal(unsigned status, const char *text) {
-  return {status, "application/json", error_body(text), {}};
+// A connection that waits for what there is to tell.
+struct waiting_stream {
+  virtual ~waiting_stream() = default;
+  virtual void wake() = 0;  // any thread
+};
+
+// Whether a header is given with anything but `known`.
+bool has_other(const http::fields &fields, http::field header, const char *known) {
+  const auto [first, last] = fields.equal_range(header);
+  return std::any_of(first, last,
+                     [&](const auto &one) { return !beast::iequals(one.value(), known); });
+}
+
+// Of a request whose body is not what it seems. Where it ends is not known either, so nothing that
+// comes behind it is a request.
+std::optional<http_reply> refusal_of_coding(const http::fields &fields) {
+  if (has_other(fields, http::field::transfer_encoding, "chunked")) {
+    return refusal(501,
+                   "the request's Transfer-Encoding is unknown here, expected chunked or none");
+  }
+  if (has_other(fields, http::field::content_encoding, "identity")) {
+    return refusal(415, "the request's Content-Encoding is unknown here: send the body as it is");
+  }
+  return std::nullopt;
 }
 
 }  // namespace
@@ -97,14 +133,24 @@ struct http_server::core : std::enable_shared_from_this<http_server::core> {
   std::uint16_t port = 0;
   unix_listener listener;
   http_handler handler;
+  std::mutex names_mutex;
+  std::vector<std::string> names = options.names;  // under names_mutex
+
+  std::mutex streams_mutex;  // guards streams
+  std::list<std::weak_ptr<waiting_stream>> streams;
 
   std::mutex mutex;  // guards running
   std::condition_variable ended;
   unsigned running = 0;
   std::vector<std::thread> threads;
 
+  bool is_called(const std::string &host) {
+    const std::lock_guard lock(names_mutex);
+    return is_own_host(host, names);
+  }
   bool open_local(std::string &error);
   bool open_tcp(std::string &error);
+  bool add_stream(const std::shared_ptr<waiting_stream> &added);
   void run();
   template <typename Protocol>
   void accept(net::basic_socket_acceptor<Protocol> &acceptor, connections &from);
@@ -117,15 +163,23 @@ namespace {
 // One connection: reads a request, answers it, and so on until either side has had enough.
 template <typename Protocol, typename Core>
 class session : public std::enable_shared_from_this<session<Protocol, Core>>,
+                public waiting_stream,
                 private connections::one {
  public:
   session(typename Protocol::socket socket, std::shared_ptr<Core> core, connections &from)
       : stream_(std::move(socket)), core_(std::move(core)), from_(from) {
     has_room_ = from_.add(*this);
   }
-  ~session() override { from_.remove(*this); }
+  ~session() override { leave_connections(); }
   session(const session &) = delete;
   session &operator=(const session &) = delete;
+
+  void wake() override {
+    net::post(stream_.get_executor(), [weak = this->weak_from_this()] {
+      const auto self = weak.lock();
+      if (self && !self->is_sending_) self->send_more();
+    });
+  }
 
   void start() {
     if (has_room_) {
@@ -171,17 +225,22 @@ class session : public std::enable_shared_from_this<session<Protocol, Core>>,
     request.target = std::string(message.target());
     request.body = message.body();
     request.accept = std::string(message[http::field::accept]);
+    request.last_event_id = std::string(message["Last-Event-ID"]);
+    if (request.method != "GET") request.user = peer();
     request.read_only = is_stranger();
     head_ = request.method == "HEAD";
     if (head_) request.method = "GET";
     stream_.expires_never();
+    if (const auto refused = refusal_of_coding(message)) {
+      send(*refused, false);
+      return;
+    }
     if (std::distance(message.equal_range(http::field::host).first,
                       message.equal_range(http::field::host).second) > 1) {
       send(refusal(400, "the request has more than one Host"), false);
       return;
     }
-    if (is_stranger() &&
-        !is_own_host(std::string(message[http::field::host]), core_->options.names)) {
+    if (is_stranger() && !core_->is_called(std::string(message[http::field::host]))) {
       send(refusal(421, "this node has another name: see http_names in its description"), false);
       return;
     }
@@ -210,10 +269,82 @@ class session : public std::enable_shared_from_this<session<Protocol, Core>>,
       return core_->handler(request);
     } catch (const std::exception &) {
     }
-    return {500, "application/json", error_body("the driver could not answer"), {}};
+    return refusal(500, "the driver could not answer");
+  }
+
+  // The peer's user; nothing on a socket that does not tell.
+  std::string peer() {
+    ucred credentials = {};
+    socklen_t size = sizeof credentials;
+    if (is_stranger() || ::getsockopt(stream_.socket().native_handle(), SOL_SOCKET, SO_PEERCRED,
+                                      &credentials, &size) != 0) {
+      return {};
+    }
+    return name_of_user(credentials.uid);
+  }
+
+  void leave_connections() {
+    if (!std::exchange(is_counted_, false)) return;
+    from_.remove(*this);
+  }
+
+  // From here on it is one of the streams.
+  void begin_stream(const http_reply &reply) {
+    if (!core_->add_stream(this->shared_from_this())) {
+      return send(refusal(503, "too many streams"), false);
+    }
+    leave_connections();
+    told_ = reply.stream;
+    text_ = "HTTP/1.1 200 OK\r\nContent-Type: " + reply.content_type +
+            "\r\nCache-Control: no-store\r\nConnection: close\r\n\r\n";
+    timer_.emplace(stream_.get_executor());
+    stream_.expires_never();
+    watch_peer();
+    send_text();
+  }
+
+  // Reads what nobody asked for: the end is among it.
+  void watch_peer() {
+    stream_.async_read_some(net::buffer(unasked_),
+                            [self = this->shared_from_this()](error_code error, std::size_t) {
+                              if (error) return self->end_stream();
+                              self->watch_peer();
+                            });
+  }
+
+  void send_text() {
+    is_sending_ = true;
+    stream_.expires_after(core_->options.idle);
+    net::async_write(stream_, net::buffer(text_),
+                     [self = this->shared_from_this()](error_code error, std::size_t) {
+                       self->is_sending_ = false;
+                       if (error) return self->end_stream();
+                       self->send_more();
+                     });
+  }
+
+  void send_more() {
+    if (!told_) return;
+    text_ = told_->next();
+    if (!text_.empty()) return send_text();
+    timer_->expires_after(sign_of_life);
+    timer_->async_wait([weak = this->weak_from_this()](error_code error) {
+      const auto self = weak.lock();
+      if (error || !self || !self->told_ || self->is_sending_) return;
+      self->text_ = ":\n\n";  // a comment
+      self->send_text();
+    });
+  }
+
+  void end_stream() {
+    if (!std::exchange(told_, nullptr)) return;
+    timer_->cancel();
+    error_code ignored;
+    stream_.socket().shutdown(Protocol::socket::shutdown_both, ignored);
   }
 
   void send(const http_reply &reply, bool keep_alive) {
+    if (reply.stream && !head_) return begin_stream(reply);
     message_ = to_message(reply, keep_alive);
     if (head_) message_.body().clear();  // its length stays
     stream_.expires_after(core_->options.idle);
@@ -238,11 +369,19 @@ class session : public std::enable_shared_from_this<session<Protocol, Core>>,
   beast::basic_stream<Protocol> stream_;
   std::shared_ptr<Core> core_;
   connections &from_;
+  bool is_counted_ = true;  // among the connections
   bool has_room_ = false;
   bool head_ = false;
   beast::flat_buffer buffer_{std::size_t{64} * 1024};
   std::optional<http::request_parser<http::string_body>> parser_;
   http::response<http::string_body> message_;
+
+  // Of a stream.
+  std::shared_ptr<http_stream> told_;
+  std::string text_;
+  bool is_sending_ = false;
+  std::array<char, 256> unasked_{};
+  std::optional<net::steady_timer> timer_;
 };
 
 }  // namespace
@@ -254,6 +393,14 @@ bool http_server::core::open_local(std::string &error) {
   local.assign(net::local::stream_protocol(), fd, failure);
   if (failure) error = options.socket.native() + ": " + failure.message();
   return !failure;
+}
+
+bool http_server::core::add_stream(const std::shared_ptr<waiting_stream> &added) {
+  const std::lock_guard lock(streams_mutex);
+  streams.remove_if([](const auto &one) { return one.expired(); });
+  if (streams.size() >= options.streams) return false;
+  streams.push_back(added);
+  return true;
 }
 
 bool http_server::core::open_tcp(std::string &error) {
@@ -334,6 +481,11 @@ std::uint16_t http_server::tcp_port() const { return core_->port; }
 
 const std::filesystem::path &http_server::socket() const { return core_->options.socket; }
 
+void http_server::set_names(std::vector<std::string> names) {
+  const std::lock_guard lock(core_->names_mutex);
+  core_->names = std::move(names);
+}
+
 void http_server::serve(http_handler handler) {
   core_->handler = std::move(handler);
   if (core_->local.is_open()) core_->accept(core_->local, core_->owners);
@@ -341,6 +493,17 @@ void http_server::serve(http_handler handler) {
   core_->running = core_->options.threads;
   for (unsigned i = 0; i < core_->options.threads; ++i) {
     core_->threads.emplace_back([state = core_] { state->run(); });
+  }
+}
+
+void http_server::wake_streams() noexcept {
+  try {
+    const std::lock_guard lock(core_->streams_mutex);
+    for (const auto &one : core_->streams) {
+      if (const auto stream = one.lock()) stream->wake();
+    }
+  } catch (const std::bad_alloc &) {
+    // What there is goes out with what comes next, or with the next sign of life.
   }
 }
 

@@ -18,15 +18,26 @@ struct http_request {
   std::string method;  // "GET", "POST", ...
   std::string target;  // path and query as sent
   std::string body;
-  std::string accept;      // what the peer would like to get; empty: anything
+  std::string accept;         // what the peer would like to get; empty: anything
+  std::string last_event_id;  // the header of that name: what the peer has of a stream already
+  std::string user;        // whose process it comes from, for people; empty where that is not known
   bool read_only = false;  // came in where nothing may be changed
+};
+
+// A reply without an end.
+struct http_stream {
+  virtual ~http_stream() = default;
+  // What is to go out now; empty: nothing yet. On a thread of the server, one at a time; must wait
+  // for nothing.
+  virtual std::string next() = 0;
 };
 
 struct http_reply {
   unsigned status = 200;
   std::string content_type = "application/json";
   std::string body;
-  std::string allow;  // methods that the path knows; goes out with a 405
+  std::string allow;                    // methods that the path knows; goes out with a 405
+  std::shared_ptr<http_stream> stream;  // instead of the body
 };
 
 // Runs on a thread of the server, several at a time. An exception becomes a 500.
@@ -38,9 +49,10 @@ struct http_options {
   std::optional<std::uint16_t> tcp_port;  // 0: any free port
   std::vector<std::string> names = {};    // that the TCP port may be called by, in small letters
   unsigned threads = 2;                   // for connections; each request has one of its own
-  std::size_t header_limit = 8 * 1024;
-  std::size_t body_limit = 256 * 1024;
+  std::size_t header_limit = std::size_t{8} * 1024;
+  std::size_t body_limit = std::size_t{256} * 1024;
   std::size_t connections = 64;   // on each of the two
+  std::size_t streams = 64;       // beside those
   std::chrono::seconds idle{15};  // for a request to come in, and for a reply to go out
 };
 
@@ -65,8 +77,14 @@ class http_server {
   std::uint16_t tcp_port() const;
   const std::filesystem::path &socket() const;
 
+  // What the TCP port may be called by from now on, in small letters. Any thread.
+  void set_names(std::vector<std::string> names);
+
   // Starts to answer. Once.
   void serve(http_handler handler);
+
+  // There may be more to go out on the streams. Any thread; waits for nothing.
+  void wake_streams() noexcept;
 
   // Removes the socket and ends the server's threads; a handler that still runs goes on, and its
   // reply is dropped. Returns false when a thread had not ended after `bound`; it is left behind.

@@ -19,6 +19,11 @@ unsigned status_of(refusal_kind kind) {
 
 }  // namespace
 
+std::optional<std::string> queried(const api_request &request, const std::string &key) {
+  const auto found = request.query.find(key);
+  return found == request.query.end() ? std::nullopt : std::optional(found->second);
+}
+
 api_reply refuse(unsigned status, const std::string &message) {
   return {status, {{"error", message}}};
 }

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "api/http_server.h"
 #include "lum_linux/node_description.h"
 #include "node/outcome.h"
 #include "views/json.h"
@@ -19,7 +20,12 @@ struct api_request {
   std::map<std::string, std::string> query;  // decoded
   json body;                                 // null when the request has none
   std::string accept;                        // the header of that name
+  std::string last_event_id;                 // likewise
+  std::string user;                          // who asks, for people
 };
+
+// The value behind a key of the query.
+std::optional<std::string> queried(const api_request &request, const std::string &key);
 
 struct api_reply {
   unsigned status = 200;
@@ -27,6 +33,7 @@ struct api_reply {
   // What goes out instead of the body when it has a type.
   std::string text = {};
   std::string text_type = {};
+  std::shared_ptr<http_stream> stream = {};  // goes out instead of both
 };
 
 // {"error": message}

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <cmath>
+
 #include "wording/nearest.h"
 
 namespace lumd {
@@ -29,7 +31,7 @@ request_body::request_body(const json &body) : body_(body.is_null() ? json::obje
 }
 
 uint32_t request_body::number(std::string_view name, uint32_t least, uint32_t most) {
-  const json *value = required(name, fmt::format("a number from {} to {}", least, most));
+  const json *value = required(name, fmt::format("a whole number from {} to {}", least, most));
   return value == nullptr ? 0 : checked_number(*value, name, least, most);
 }
 
@@ -106,15 +108,17 @@ const json *request_body::required(std::string_view name, std::string_view expec
   return value;
 }
 
+// 10, 10.0 and 1e1 are one number in JSON.
 uint32_t request_body::checked_number(const json &value, std::string_view name, uint32_t least,
                                       uint32_t most) {
-  const bool is_whole =
-      value.is_number_unsigned() || (value.is_number_integer() && value.get<int64_t>() >= 0);
-  if (is_whole && value.get<uint64_t>() >= least && value.get<uint64_t>() <= most) {
-    return value.get<uint32_t>();
+  if (value.is_number()) {
+    const auto number = value.get<double>();  // exact for every uint32_t
+    if (number >= least && number <= most && number == std::floor(number)) {
+      return static_cast<uint32_t>(number);
+    }
   }
-  complain(fmt::format("\"{}\" is {}, expected a number from {} to {}", name, shown(value), least,
-                       most));
+  complain(fmt::format("\"{}\" is {}, expected a whole number from {} to {}", name, shown(value),
+                       least, most));
   return least;
 }
 

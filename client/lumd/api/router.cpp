@@ -20,6 +20,11 @@ json versioned(json body) {
 http_reply to_http(api_reply reply) {
   http_reply result;
   result.status = reply.status;
+  if (reply.stream) {
+    result.content_type = "text/event-stream";
+    result.stream = std::move(reply.stream);
+    return result;
+  }
   if (!reply.text_type.empty()) {
     result.content_type = reply.text_type;
     result.body = reply.text;
@@ -115,6 +120,8 @@ http_reply answer(driver &node, std::span<const std::span<const route>> groups,
       }
       api_request parsed;
       parsed.accept = request.accept;
+      parsed.last_event_id = request.last_event_id;
+      parsed.user = request.user;
       for (const std::string_view parameter : *found) {
         const auto decoded = percent_decode(parameter);
         if (!decoded) return to_http(refuse(400, "the path is not properly encoded"));

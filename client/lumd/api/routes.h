@@ -12,6 +12,7 @@ std::span<const route> port_routes();
 std::span<const route> controller_routes();
 std::span<const route> module_routes();
 std::span<const route> node_routes();
+std::span<const route> event_routes();
 std::span<const route> health_routes();
 std::span<const route> lifecycle_routes();
 std::span<const route> settings_routes();

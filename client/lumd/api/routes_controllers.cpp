@@ -17,14 +17,16 @@ api_reply post_replay(driver &node, const api_request &request) {
   request_body body(request.body);
   const wait_time wait = body.wait();
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
-  return act(replay_lane, wait + wait_margin,
+  return act(node, replay_lane, wait + wait_margin,
              [&node, wait] { return reply_to(replay_controllers(node, wait), show_replay); });
 }
 
-api_reply post_resync(driver &, const api_request &request) {
+api_reply post_resync(driver &node, const api_request &request) {
   const request_body body(request.body);
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
-  return act(agent_lane, wait_margin, [] { return api_reply{200, show_action(ask_for_resync())}; });
+  return act(node, agent_lane, wait_margin, [] {
+    return api_reply{200, show_action(ask_for_resync())};
+  });
 }
 
 constexpr route routes[] = {

@@ -83,21 +83,21 @@ api_reply post_interface(driver &node, const api_request &request) {
                                    entry.ifname));
   }
   entry.ifhandle = ifhandle ? *ifhandle : *known;
-  return act(agent_lane, bound,
+  return act(node, agent_lane, bound,
              [operation = found->operation, entry] { return run(operation, entry); });
 }
 
 // The end of a resync is told of each entry of its batch; one is enough.
-api_reply post_resync_end(driver &, const api_request &request) {
+api_reply post_resync_end(driver &node, const api_request &request) {
   const request_body body(request.body);
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
-  return act(agent_lane, bound, [] { return run(lum_linux::ea_operation::resync_end, {}); });
+  return act(node, agent_lane, bound, [] { return run(lum_linux::ea_operation::resync_end, {}); });
 }
 
-api_reply post_connect(driver &, const api_request &request) {
+api_reply post_connect(driver &node, const api_request &request) {
   const request_body body(request.body);
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
-  return act(agent_lane, bound, [] { return api_reply{200, show_agent(connect_agent())}; });
+  return act(node, agent_lane, bound, [] { return api_reply{200, show_agent(connect_agent())}; });
 }
 
 constexpr route routes[] = {

@@ -143,7 +143,7 @@ api_reply post_im(driver &node, const api_request &request) {
   request_body body(request.body);
   im_action action = read_action(body);
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
-  return act(interface_manager_lane, bound, [&node, action = std::move(action)] {
+  return act(node, interface_manager_lane, bound, [&node, action = std::move(action)] {
     interface_manager &im = node.platform().im();
     const bool complete = action(im);
     json reply = {{"result", result_of(0)}, {"behaviour", show_behaviour(im.behaviour())}};

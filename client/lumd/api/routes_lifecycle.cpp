@@ -2,6 +2,7 @@
 #include "api/action.h"
 #include "api/request_body.h"
 #include "api/routes.h"
+#include "api/settings_looks.h"
 #include "lum.h"
 #include "node/controller_actions.h"
 #include "node/driver.h"
@@ -22,7 +23,7 @@ api_reply post_create(driver &node, const api_request &request) {
   const auto instance = body.optional_number("instance", 0, LUM_MAX_INSTANCES - 1);
   const wait_time wait = body.wait();
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
-  return act(lane_of_slot(slot), wait + wait_margin, [&node, slot, instance, wait] {
+  return act(node, lane_of_slot(slot), wait + wait_margin, [&node, slot, instance, wait] {
     return reply_to(create_ports(node, slot, instance, wait), show_lifecycle);
   });
 }
@@ -41,18 +42,27 @@ api_reply read_ports(driver &node, const json &names, port_list &ports) {
   return {};
 }
 
+// What a deletion would delete, and the settings that go with it.
+api_reply rehearse(driver &node, const outcome<deletion_plan> &plan) {
+  return reply_to(plan, [&node](const deletion_plan &what) {
+    return show_plan(what, look_at_settings(node, what.ports, false));
+  });
+}
+
 api_reply post_delete(driver &node, const api_request &request) {
   request_body body(request.body);
   const json *names = body.member("ports");
   const auto slot = body.optional_number("slot", 0, LUM_MAX_SLOTS - 1);
   const auto instance = body.optional_number("instance", 0, LUM_MAX_INSTANCES - 1);
+  const bool is_rehearsal = body.optional_boolean("dry_run", false);
   const wait_time wait = body.wait();
   if ((names == nullptr) == !slot || (instance && !slot)) {
     body.complain("expected either \"ports\", or \"slot\" and possibly \"instance\"");
   }
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
+  if (slot && is_rehearsal) return rehearse(node, plan_deletion(node, *slot, instance));
   if (slot) {
-    return act(lane_of_slot(*slot), wait + wait_margin, [&node, slot, instance, wait] {
+    return act(node, lane_of_slot(*slot), wait + wait_margin, [&node, slot, instance, wait] {
       return reply_to(delete_slot(node, *slot, instance, wait), show_lifecycle);
     });
   }
@@ -60,8 +70,9 @@ api_reply post_delete(driver &node, const api_request &request) {
   if (api_reply refused = read_ports(node, *names, ports); refused.status != 200) {
     return refused;
   }
+  if (is_rehearsal) return rehearse(node, plan_deletion(node, ports));
   return act(
-      lane_of_slot(ports.front()->rsip >> 16 & 0xFF), wait + wait_margin,
+      node, lane_of_slot(ports.front()->rsip >> 16 & 0xFF), wait + wait_margin,
       [&node, ports, wait] { return reply_to(delete_ports(node, ports, wait), show_lifecycle); });
 }
 
@@ -76,8 +87,8 @@ api_reply post_update(driver &node, const api_request &request) {
   }
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
   const uint32_t number = state == controller_up ? 1 : 0;
-  return act(lane_of_port(port->rsip), wait + wait_margin, [&node, port, number, wait] {
-    return reply_to(update_port(node, *port, number, wait), [&](const action_report &report) {
+  return act(node, lane_of_port(port->rsip), wait + wait_margin, [&node, port, number, wait] {
+    return reply_to(update_port(node, *port, number, wait), [&](const update_report &report) {
       return show_update(report, *port, number);
     });
   });

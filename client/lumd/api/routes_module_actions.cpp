@@ -27,7 +27,7 @@ api_reply post(driver &node, const api_request &request, action_lane (*lane_of)(
   request_body body(request.body);
   module_action action = read(body);
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
-  return act(lane_of(port->rsip), bound, [&node, port, action = std::move(action)] {
+  return act(node, lane_of(port->rsip), bound, [&node, port, action = std::move(action)] {
     return reply_to(action(node, *port), [port](const module_report &report) {
       return show_module_action(report, *port);
     });

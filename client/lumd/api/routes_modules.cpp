@@ -26,7 +26,7 @@ bool read_page_number(const std::string &text, uint32_t &page) {
 
 // The module may take as long as it likes over it, but not the one who asks.
 api_reply add_page(driver &node, uint32_t rsip, uint32_t page, const json &shown) {
-  api_reply reply = act(lane_of_look(rsip), page_bound, [&node, rsip, page, shown] {
+  api_reply reply = act(node, lane_of_look(rsip), page_bound, [&node, rsip, page, shown] {
     std::array<uint8_t, page_bytes> bytes = {};
     std::string why;
     const cerrno rc = node.platform().modules().peek(rsip, page, 0, bytes, &why);
@@ -36,6 +36,10 @@ api_reply add_page(driver &node, uint32_t rsip, uint32_t page, const json &shown
     if (!CERR_IS_OK(rc)) {
       return refuse(409, fmt::format("page {} cannot be read: {}", page,
                                      why.empty() ? cerr_strerror(rc) : why));
+    }
+    const auto now = node.platform().modules().status(rsip);
+    if (now && shown.at("module").at("insertion") != now->insertion) {
+      return refuse(409, "another module has come into the cage meanwhile; ask again");
     }
     json with_page = shown;
     with_page["page"] = show_page(page, bytes);

@@ -16,11 +16,6 @@
 namespace lumd {
 namespace {
 
-std::optional<std::string> queried(const api_request &request, const std::string &key) {
-  const auto found = request.query.find(key);
-  return found == request.query.end() ? std::nullopt : std::optional(found->second);
-}
-
 api_reply get_pm(driver &node, const api_request &request) {
   std::optional<pm_bins> bins;
   if (const auto asked = queried(request, "bins")) {

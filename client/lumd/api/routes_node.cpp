@@ -1,5 +1,6 @@
 // The node and its driver.
 #include "api/routes.h"
+#include "views/description_view.h"
 #include "views/node_view.h"
 #include "views/polling_view.h"
 
@@ -8,10 +9,15 @@ namespace {
 
 api_reply get_node(driver &node, const api_request &) { return {200, show_node(node)}; }
 
+api_reply get_description(driver &node, const api_request &) {
+  return {200, show_description(node)};
+}
+
 api_reply get_polling(driver &node, const api_request &) { return {200, show_polling(node)}; }
 
 constexpr route routes[] = {
     {"GET", "/v1/node", get_node},
+    {"GET", "/v1/description", get_description},
     {"GET", "/v1/polling", get_polling},
 };
 

@@ -1,12 +1,15 @@
 #include "api/unix_listener.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
+#include <thread>
 
 namespace lumd {
 namespace {
@@ -44,44 +47,113 @@ bool somebody_is_at(const sockaddr_un &address) {
          (errno != ECONNREFUSED && errno != ENOENT);
 }
 
+// Of drivers that find a place left behind one takes it and the others look again: the right to do
+// so is a file beside the socket that one process has locked. It goes with the right, and a process
+// that is killed meanwhile loses both its lock and its claim.
+class right_to_take {
+ public:
+  right_to_take(int folder, const std::string &socket) : folder_(folder), name_(socket + ".lock") {}
+  ~right_to_take() {
+    if (file_) ::unlinkat(folder_, name_.c_str(), 0);
+  }
+  right_to_take(const right_to_take &) = delete;
+  right_to_take &operator=(const right_to_take &) = delete;
+
+  // Returns 0, 11 when another driver has it for long, or what keeps the file from being made.
+  int have() {
+    constexpr std::chrono::milliseconds patience(1000), pause(10);
+    for (std::chrono::milliseconds waited(0); waited < patience; waited += pause) {
+      const int code = try_to_have();
+      if (code != EWOULDBLOCK) return code;
+      std::this_thread::sleep_for(pause);
+    }
+    return EWOULDBLOCK;
+  }
+
+ private:
+  // A file that its owner has taken away meanwhile locks nobody out. Where files cannot be locked
+  // the right is everybody's.
+  int try_to_have() {
+    file_.emplace(::openat(folder_, name_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW,
+                           S_IRUSR | S_IWUSR));
+    struct stat mine = {}, there = {};
+    if (file_->get() < 0 || ::fstat(file_->get(), &mine) != 0) return give_up(errno);
+    if (::flock(file_->get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+      return give_up(EWOULDBLOCK);
+    }
+    const bool is_there = ::fstatat(folder_, name_.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0 &&
+                          there.st_ino == mine.st_ino;
+    return is_there ? 0 : give_up(EWOULDBLOCK);
+  }
+  int give_up(int code) {
+    file_.reset();
+    return code;
+  }
+
+  const int folder_;
+  const std::string name_;
+  std::optional<lum_client::descriptor> file_;
+};
+
 }  // namespace
 
 int unix_listener::open(const std::filesystem::path &path, std::string &error) {
-  const auto fail = [&](const std::string &why) {
-    error = path.native() + ": " + why;
-    return -1;
-  };
-  const auto fail_with = [&](int code) {
-    folder_is_unusable_ = is_of_folder(code);
-    return fail(std::strerror(code));
-  };
+  path_ = path;
   address_.emplace(path);
   if (const std::error_code problem = address_->problem()) {
-    folder_is_unusable_ = is_of_folder(problem.value());
-    return fail(problem == std::errc::is_a_directory ? "this names a folder, not a socket"
-                                                     : problem.message());
+    const bool is_folder = problem == std::errc::is_a_directory;
+    return fail(problem.value(),
+                is_folder ? "this names a folder, not a socket" : problem.message(), error);
   }
-  const sockaddr_un address = address_->socket_address();
-  const int folder = address_->folder();
-  const char *const name = address_->name().c_str();
+  right_to_take right(address_->folder(), address_->name());
+  if (const int code = right.have(); code == EWOULDBLOCK) {
+    return fail(0, "another driver is just taking this socket; " + remedy, error);
+  } else if (code != 0) {
+    return fail(code, std::strerror(code), error);
+  }
+  return clear_place(error) ? listen(error) : -1;
+}
 
+// Takes away what an ended driver has left, and nothing else.
+bool unix_listener::clear_place(std::string &error) {
+  const char *const name = address_->name().c_str();
   struct stat found = {};
-  if (::fstatat(folder, name, &found, AT_SYMLINK_NOFOLLOW) == 0) {
-    if (!S_ISSOCK(found.st_mode)) return fail("there is something else than a socket; " + remedy);
-    if (somebody_is_at(address)) return fail("another driver answers on this socket; " + remedy);
-    if (::unlinkat(folder, name, 0) != 0) return fail_with(errno);
+  if (::fstatat(address_->folder(), name, &found, AT_SYMLINK_NOFOLLOW) != 0) return true;
+  if (!S_ISSOCK(found.st_mode)) {
+    fail(0, "there is something else than a socket; " + remedy, error);
+  } else if (somebody_is_at(address_->socket_address())) {
+    fail(0, "another driver answers on this socket; " + remedy, error);
+  } else if (::unlinkat(address_->folder(), name, 0) != 0) {
+    fail(errno, std::strerror(errno), error);
+  } else {
+    return true;
   }
+  return false;
+}
+
+int unix_listener::listen(std::string &error) {
+  const char *const name = address_->name().c_str();
+  const sockaddr_un address = address_->socket_address();
   const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (fd < 0) return fail_with(errno);
+  if (fd < 0) return fail(errno, std::strerror(errno), error);
   // Nobody can connect between bind and listen, so the mode is right from the first connection on.
   if (::bind(fd, as_sockaddr(address), sizeof address) != 0 ||
-      ::fchmodat(folder, name, S_IRUSR | S_IWUSR, 0) != 0 || ::listen(fd, SOMAXCONN) != 0) {
+      ::fchmodat(address_->folder(), name, S_IRUSR | S_IWUSR, 0) != 0 ||
+      ::listen(fd, SOMAXCONN) != 0) {
     const int code = errno;
     ::close(fd);
-    return fail_with(code);
+    return fail(code, std::strerror(code), error);
   }
-  if (::fstatat(folder, name, &found, AT_SYMLINK_NOFOLLOW) == 0) inode_ = found.st_ino;
+  struct stat made = {};
+  if (::fstatat(address_->folder(), name, &made, AT_SYMLINK_NOFOLLOW) == 0) inode_ = made.st_ino;
   return fd;
+}
+
+// `code` is the system's, or 0 for what is said of another driver.
+int unix_listener::fail(int code, const std::string &why, std::string &error) {
+  folder_is_unusable_ = is_of_folder(code);
+  error = path_.native() + ": " + why;
+  return -1;
 }
 
 void unix_listener::remove() {

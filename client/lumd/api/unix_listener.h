@@ -19,7 +19,8 @@ class unix_listener {
 
   // Listens at `path` with mode 0600; what an ended driver has left there is replaced. Returns the
   // socket, which the caller closes, or -1 with `error` saying what failed, for example that
-  // another driver is there. Waits for nobody, a driver that has been stopped included.
+  // another driver is there. Of drivers that open at the same time one gets it. Waits a second at
+  // most, also for a driver that has been stopped.
   int open(const std::filesystem::path &path, std::string &error);
 
   // After a failure: whether the folder takes no socket, so that another folder may.
@@ -29,6 +30,11 @@ class unix_listener {
   void remove();
 
  private:
+  bool clear_place(std::string &error);
+  int listen(std::string &error);
+  int fail(int code, const std::string &why, std::string &error);
+
+  std::filesystem::path path_;
   std::optional<lum_client::unix_address> address_;
   ino_t inode_ = 0;  // of the socket made
   bool folder_is_unusable_ = false;

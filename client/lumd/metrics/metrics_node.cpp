@@ -56,6 +56,15 @@ void add_polling(driver &node, metrics_page &page) {
   }
 }
 
+void add_events(driver &node, metrics_page &page) {
+  page.counter("lum_events_total", "Events since the driver started", {},
+               static_cast<double>(node.events().count()));
+  page.counter("lum_events_lost_total", "Those of them that will not be kept", {},
+               static_cast<double>(node.events().lost()));
+  page.gauge("lum_events_kept", "1 while events are kept over a restart", {},
+             node.records().problem().empty() ? 1 : 0);
+}
+
 void add_interface_manager(driver &node, metrics_page &page) {
   const auto statistics = node.platform().im().statistics();
   const auto count = [&page](const char *name, const char *help, uint64_t value) {
@@ -93,8 +102,10 @@ void add_checkpoints(metrics_page &page) {
     page.gauge("lum_store_records", "Records of settings that something is wrong with",
                {{"trouble", trouble_name(trouble)}}, count);
   }
-  page.gauge("lum_checkpoint_entries", "Records in the checkpoint store", {},
-             static_cast<double>(store.entries));
+  if (store.open) {
+    page.gauge("lum_checkpoint_entries", "Records in the checkpoint store", {},
+               static_cast<double>(store.entries));
+  }
   page.counter("lum_checkpoint_writes_total", "Durable changes of the checkpoint store", {},
                static_cast<double>(store.writes));
   page.counter("lum_checkpoint_failures_total", "Calls that the checkpoint store could not serve",
@@ -118,6 +129,7 @@ void add_traces(metrics_page &page) {
 void add_node_metrics(driver &node, metrics_page &page) {
   add_driver(node, page);
   add_polling(node, page);
+  add_events(node, page);
   add_interface_manager(node, page);
   add_checkpoints(page);
   add_traces(page);

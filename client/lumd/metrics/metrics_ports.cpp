@@ -47,8 +47,10 @@ void add_transfers(const metric_labels &port, const module_status &module, metri
                static_cast<double>(transfers.attempted));
   page.counter("lum_module_failed_transfers_total", "Transfers with the module that failed", port,
                static_cast<double>(transfers.failed));
-  page.gauge("lum_module_last_transfer_duration_seconds", "How long the latest transfer took", port,
-             std::chrono::duration<double>(transfers.last_duration).count());
+  if (transfers.attempted > 0) {
+    page.gauge("lum_module_last_transfer_duration_seconds", "How long the latest transfer took",
+               port, std::chrono::duration<double>(transfers.last_duration).count());
+  }
   page.gauge("lum_module_busy_seconds", "How long the transfer under way has taken, 0 for none",
              port, std::chrono::duration<double>(module.busy_for).count());
   if (transfers.last_success != std::chrono::steady_clock::time_point()) {
@@ -70,23 +72,12 @@ void add_identity(const metric_labels &port, uint32_t rsip, const lum_vendor_inf
   page.fact("lum_port_info", "Where the port is and which module is in it; always 1", labels);
 }
 
-// The readings in a unit, which stand side by side: "0 to 2" or "3 and 4".
-std::string places_in(reading_unit unit) {
-  const auto is_in = [unit](const lum_words::reading &one) { return one.unit == unit; };
-  const auto first = std::find_if(readings.begin(), readings.end(), is_in);
-  const auto last = std::find_if_not(first, readings.end(), is_in) - 1;
-  return fmt::format("{} {} {}", first - readings.begin(), last - first > 1 ? "to" : "and",
-                     last - readings.begin());
-}
-
 void add_readings(const metric_labels &sub_port, const lum_dom_area &area, metrics_page &page) {
-  static const std::string power_help =
-      fmt::format("Optical power, readings {}", places_in(reading_unit::dbm));
-  static const std::string reading_help =
-      fmt::format("Readings {}, in the module's units", places_in(reading_unit::module));
+  constexpr const char *power_help = "Optical power";
+  constexpr const char *reading_help = "The other readings, in the module's units";
   for (std::size_t i = 0; i < readings.size(); ++i) {
     const uint16_t raw = area.readings[i];
-    const metric_labels labels = with(sub_port, "reading", std::to_string(i));
+    const metric_labels labels = with(sub_port, "reading", std::string(readings[i].name));
     if (readings[i].unit == reading_unit::dbm) {
       page.gauge("lum_power_dbm", power_help, labels, power_dbm(raw));
       page.gauge("lum_power_watts", power_help, labels, power_watts(raw));
@@ -108,6 +99,19 @@ void add_alarms(const metric_labels &labels, std::size_t sub_port,
                stored.all.values[lum_linux::ptah_bitmap_changes]);
 }
 
+void add_injections(const metric_labels &labels, const lum_test_injection &test,
+                    metrics_page &page) {
+  const auto &offsets = test.pm_test_offsets;
+  const bool raised = std::any_of(std::begin(offsets), std::end(offsets),
+                                  [](uint16_t offset) { return offset != 0; });
+  const auto add = [&](const char *kind, bool injected) {
+    page.gauge("lum_injected", "1 while a test forces alarms or raises what is monitored",
+               with(labels, "kind", kind), injected ? 1 : 0);
+  };
+  add("alarms", test.test_alarm_bits != 0);
+  add("readings", raised);
+}
+
 // An empty cage has no readings and no alarms of its own, and alarms wait for readings.
 void add_sub_port(driver &node, const metric_labels &port, const port_snapshot &at,
                   std::size_t number, metrics_page &page) {
@@ -116,10 +120,11 @@ void add_sub_port(driver &node, const metric_labels &port, const port_snapshot &
   const metric_labels labels = with(port, "sub_port", std::to_string(number));
   page.gauge("lum_controller_created", "1 when the controller of the sub-port exists", labels,
              controller.created != 0 ? 1 : 0);
+  add_injections(labels, copy.data.test[number], page);
   if (!at.polled) return;
   add_readings(labels, copy.data.dom[number], page);
   const auto fed = node.feed().fed(controller.ifhandle);
-  if (!fed || *fed < at.begun) return;
+  if (!fed || fed->ended < at.begun) return;
   if (const auto stored = lum_linux::ptah_find(controller.ifhandle)) {
     add_alarms(labels, number, *stored, page);
   }
@@ -151,9 +156,9 @@ void add_module(const metric_labels &port, const port_snapshot &at, metrics_page
 }
 
 void add_led(driver &node, const metric_labels &port, uint32_t rsip, metrics_page &page) {
-  uint32_t led = LUM_LED_OFF;
-  if (CERR_IS_OK(node.platform().leds().get_state(rsip, &led))) {
-    page.gauge("lum_port_led_state", "The port's LED: 0 off, 1 normal, 3 fault", port, led);
+  const auto led = node.platform().leds().status(rsip);
+  if (led && led->state) {
+    page.gauge("lum_port_led_state", "The port's LED: 0 off, 1 normal, 3 fault", port, *led->state);
   }
 }
 

@@ -9,7 +9,7 @@
 #include "lum_linux/services.h"
 #include "node/alarms.h"
 #include "node/driver.h"
-#include "node/port_data.h"
+#include "node/polling_halt.h"
 #include "node/port_snapshot.h"
 #include "node/readings.h"
 #include "node/split.h"
@@ -46,14 +46,19 @@ std::string reason_against(const alarm_test_request &request) {
   return fmt::format("there is no alarm {} (0x{:x})", request.id, request.id);
 }
 
-// Without readings there is nothing to hand on yet. Returns what is missing.
-std::string hand_on(driver &node, const port_copy &port, const controller_place &place) {
-  const lum_sub_port_intf &controller = port.data.sub_port[place.sub_port];
-  const auto poll = poll_of(node, place.rsip);
-  if (controller.created == 0 || port.data.inserted == 0 || !poll) {
-    return "it shows once the port's module has been polled";
+// Without readings there is nothing to hand on yet, and what was polled long ago is no sample of
+// now. Returns what is missing.
+std::string hand_on(driver &node, const lum_linux::port_description &port,
+                    const controller_place &place) {
+  const port_snapshot at = look_at(node, port);
+  if (const auto halt = halt_of(node)) {
+    return "it shows once the port's module is polled again: " + halt->reason;
   }
-  const cerrno rc = node.feed().hand_on(port, place.sub_port, *poll, true);
+  if (at.state != port_state::up || !at.polled) {
+    return "it shows once the port's module has been polled" +
+           (at.reason.empty() ? "" : ": " + at.reason);
+  }
+  const cerrno rc = node.feed().hand_on(*at.copy, place.sub_port, *at.polled, true);
   return CERR_IS_OK(rc) ? "" : "it shows with the next polling cycle";
 }
 
@@ -121,7 +126,7 @@ outcome<alarm_test_report> run_alarm_test(driver &node, const alarm_test_request
   report.rc = rc;
   report.port = port;
   report.injected = copy->data.test[request.place.sub_port];
-  report.missing = hand_on(node, *copy, request.place);
+  report.missing = hand_on(node, *port, request.place);
   return report;
 }
 

@@ -6,24 +6,26 @@
 #include "node/log.h"
 
 namespace lumd {
+
 namespace {
 
 using clock = std::chrono::steady_clock;
 
-void tell_operator(const std::string &name, bool was_present, bool is_present, bool is_another) {
-  if (was_present && !is_present) {
-    say("port {}: no module in the cage", name);
-  } else if (!was_present && is_present) {
-    say("port {}: a module is in the cage", name);
-  } else if (is_another) {
-    say("port {}: another module is in the cage", name);
-  }
+// A module that never gives its whole identity is let be after so many attempts.
+constexpr unsigned most_attempts = 5;
+constexpr std::chrono::seconds between_attempts(2);
+
+// What could not be read is read again once the module answers.
+bool is_to_be_read_again(const cage &seen, const lum_linux::module_status &module) {
+  return seen.incomplete && seen.attempts < most_attempts &&
+         module.statistics.last_success > module.statistics.last_failure &&
+         clock::now() - seen.begun > between_attempts;
 }
 
 }  // namespace
 
 cage_watch::cage_watch(const lum_linux::node_description &node, lum_linux::modules &modules)
-    : node_(node), modules_(modules), readers_("lumd-identity", {node.ports().size() + 1, 1}) {
+    : modules_(modules), readers_("lumd-identity", {node.ports().size() + 1, 1}) {
   for (const lum_linux::port_description *port : node.ports()) begin(port->rsip);
 }
 
@@ -32,12 +34,17 @@ void cage_watch::begin(uint32_t rsip) {
   std::lock_guard lock(mutex_);
   cage &now = cages_[rsip];
   now.begun = clock::now();
-  if (module) now.insertion = module->insertion;
+  if (!module) return;
+  now.insertion = module->insertion;
+  now.failed_transfers = module->statistics.failed;
 }
 
 void cage_watch::renew(uint32_t rsip) {
+  const auto module = modules_.status(rsip);
   std::lock_guard lock(mutex_);
-  cages_[rsip].begun = clock::now();
+  cage &now = cages_[rsip];
+  now.begun = clock::now();
+  now.incomplete = module && module->statistics.failed != now.failed_transfers;
 }
 
 void cage_watch::forget_all() {
@@ -50,9 +57,9 @@ void cage_watch::renew_all() {
   for (auto &[rsip, one] : cages_) one.begun = clock::now();
 }
 
-void cage_watch::look() {
+void cage_watch::look(const lum_linux::node_description &node) {
   modules_.look();
-  for (const lum_linux::port_description *port : node_.ports()) look_at(*port);
+  for (const lum_linux::port_description *port : node.ports()) look_at(*port);
 }
 
 cage cage_watch::seen(uint32_t rsip) const {
@@ -73,20 +80,18 @@ void cage_watch::look_at(const lum_linux::port_description &port) {
 
   const cage before = seen(rsip);
   const bool is_another = module->present && module->insertion != before.insertion;
-  if (module->place_code == 0) {
-    tell_operator(port.name, before.present, module->present, is_another);
-  }
-
   // The library takes a cage for filled each time its controllers are confirmed, so what it
   // believes is compared, not only what has changed in the cage.
   const bool believed = known->data.inserted != 0;
   const bool has_gone = believed && (!module->present || is_another);
   const bool has_come = module->present && (!believed || is_another);
-  if (has_gone || has_come) tell_library(rsip, has_gone, has_come);
+  const bool to_be_read = has_come || (module->present && is_to_be_read_again(before, *module));
+  if (has_gone || to_be_read) tell_library(rsip, has_gone, to_be_read);
 
   std::lock_guard lock(mutex_);
   cage &now = cages_[rsip];
-  if (has_gone || has_come) now.begun = clock::now();
+  if (has_gone || to_be_read) now.begun = clock::now();
+  if (to_be_read) now.attempts = has_come ? 1 : now.attempts + 1;
   now.present = module->present;
 }
 
@@ -97,10 +102,10 @@ void cage_watch::tell_way(const lum_linux::port_description &port, const std::st
 }
 
 // What cannot be told now is told after the next look: the library's belief is compared again.
-void cage_watch::tell_library(uint32_t rsip, bool has_gone, bool has_come) {
-  readers_.post(rsip, [this, rsip, has_gone, has_come] {
+void cage_watch::tell_library(uint32_t rsip, bool has_gone, bool to_be_read) {
+  readers_.post(rsip, [this, rsip, has_gone, to_be_read] {
     if (has_gone) lum_update_vendor_info(rsip, 0);
-    if (!has_come) return;
+    if (!to_be_read) return;
     begin(rsip);
     lum_update_vendor_info(rsip, 1);
     renew(rsip);

@@ -21,6 +21,10 @@ struct cage {
   bool present = true;      // until it has been looked into
   uint64_t insertion = 0;   // of the module whose identity was asked for last
   bool being_read = false;  // the identity of a module that has just come
+  // Not all of that could be read: which memory map the module has is not known either.
+  bool incomplete = false;
+  unsigned attempts = 0;          // to read it since the module came
+  uint64_t failed_transfers = 0;  // of the module, before the latest of them
 };
 
 class cage_watch {
@@ -38,16 +42,16 @@ class cage_watch {
 
   // Looks at every cage once. Waits a moment for modules that do not answer; what the library reads
   // of a module that has come or gone, it reads on a thread of its own. One thread at a time.
-  void look();
+  // `node` has the ports' names as they are now.
+  void look(const lum_linux::node_description &node);
 
   cage seen(uint32_t rsip) const;
 
  private:
   void look_at(const lum_linux::port_description &port);
   void tell_way(const lum_linux::port_description &port, const std::string &way);
-  void tell_library(uint32_t rsip, bool has_gone, bool has_come);
+  void tell_library(uint32_t rsip, bool has_gone, bool to_be_read);
 
-  const lum_linux::node_description &node_;
   lum_linux::modules &modules_;
   mutable std::mutex mutex_;  // guards the cages, and is never held while waiting
   std::map<uint32_t, cage> cages_;

@@ -2,12 +2,15 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
+#include <iterator>
 
 #include "lum.h"
 #include "node/driver.h"
 #include "node/im_request.h"
 #include "node/port_data.h"
+#include "node/settings.h"
 
 namespace lumd {
 namespace {
@@ -52,11 +55,16 @@ void count_confirmed(driver &node, replay_report &report) {
   }
 }
 
+bool has_settings(const port_copy &port) {
+  return std::any_of(std::begin(port.data.port_cfg), std::end(port.data.port_cfg),
+                     [](const lum_port_cfg &one) { return one.changed_bits != 0; });
+}
+
 refusal not_now(const std::string &reason) { return {refusal_kind::conflict, reason}; }
 
 }  // namespace
 
-outcome<action_report> update_port(driver &node, const lum_linux::port_description &port,
+outcome<update_report> update_port(driver &node, const lum_linux::port_description &port,
                                    uint32_t state, wait_time wait) {
   const auto copy = copy_port(port.rsip);
   if (!copy) return not_now(fmt::format("port {} does not exist", port.name));
@@ -64,10 +72,12 @@ outcome<action_report> update_port(driver &node, const lum_linux::port_descripti
 
   const auto deadline = clock::now() + wait;
   const controller_pair before = controllers_of(node, port.rsip);
-  action_report report;
+  update_report report;
   im_request request(node, "update");
+  const module_writing writing(node, port.rsip);
   report.rc = lum_update_port(port.rsip >> 24, port.rsip >> 16 & 0xFF, port.rsip >> 8 & 0xFF,
                               port.rsip & 0xFF, state);
+  if (state != 0 && has_settings(*copy)) report.module_written = writing.has_reached();
   request.sent(report.rc);
   wait_for_answers(node, deadline, [&] { return request.is_settled(); });
   report.missing = request.problem(wait);

@@ -3,14 +3,20 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 #include "node/lifecycle.h"
 #include "node/outcome.h"
 
 namespace lumd {
 
+struct update_report : action_report {
+  // Whether the settings have reached the module; nothing where none were to be written.
+  std::optional<bool> module_written;
+};
+
 // Sends a controller state to both controllers of a port. Waits as lifecycle.h says.
-outcome<action_report> update_port(driver &node, const lum_linux::port_description &port,
+outcome<update_report> update_port(driver &node, const lum_linux::port_description &port,
                                    uint32_t state, wait_time wait);
 
 struct replay_report : action_report {

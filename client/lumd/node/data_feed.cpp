@@ -22,9 +22,9 @@ void data_feed::feed_polled() {
     if (!poll) continue;
     for (std::size_t i = 0; i < LUM_SUB_PORTS; ++i) {
       const lum_sub_port_intf &controller = port.data.sub_port[i];
-      if (controller.created != 0 && fed(controller.ifhandle) != poll->ended) {
-        hand_on(port, i, *poll);
-      }
+      if (controller.created == 0) continue;
+      const auto last = fed(controller.ifhandle);
+      if (!last || last->ended != poll->ended) hand_on(port, i, *poll);
     }
   }
 }
@@ -41,7 +41,7 @@ void data_feed::forget_all_but(const std::map<uint32_t, port_copy> &ports) {
   std::erase_if(fed_, [&](const auto &one) { return !handles.contains(one.first); });
 }
 
-std::optional<std::chrono::steady_clock::time_point> data_feed::fed(uint32_t ifhandle) const {
+std::optional<fed_poll> data_feed::fed(uint32_t ifhandle) const {
   const std::lock_guard lock(mutex_);
   const auto found = fed_.find(ifhandle);
   return found == fed_.end() ? std::nullopt : std::optional(found->second);
@@ -57,7 +57,7 @@ cerrno data_feed::hand_on(const port_copy &port, std::size_t sub_port, const mod
   const cerrno rc = lum_update_pm_ptah_data(ifhandle);
   if (!CERR_IS_OK(rc)) return rc;
   const std::lock_guard lock(mutex_);
-  fed_[ifhandle] = poll.ended;
+  fed_[ifhandle] = {poll.ended, port.data.test[sub_port].test_alarm_bits};
   return rc;
 }
 

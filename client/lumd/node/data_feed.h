@@ -16,6 +16,12 @@ namespace lumd {
 
 class driver;
 
+// What a controller was fed with last.
+struct fed_poll {
+  std::chrono::steady_clock::time_point ended;  // of the poll
+  uint64_t forced_alarms = 0;                   // bits that a test raised
+};
+
 class data_feed {
  public:
   explicit data_feed(driver &node) : node_(node) {}
@@ -34,16 +40,16 @@ class data_feed {
   cerrno hand_on(const port_copy &port, std::size_t sub_port, const module_poll &poll,
                  bool for_test = false);
 
-  // When the poll that a controller was fed with last ended; nothing before the first.
-  std::optional<std::chrono::steady_clock::time_point> fed(uint32_t ifhandle) const;
+  // Nothing before the first.
+  std::optional<fed_poll> fed(uint32_t ifhandle) const;
 
  private:
   void forget_all_but(const std::map<uint32_t, port_copy> &ports);
 
   driver &node_;
   std::mutex feeding_;
-  mutable std::mutex mutex_;                                       // guards fed_
-  std::map<uint32_t, std::chrono::steady_clock::time_point> fed_;  // by interface handle
+  mutable std::mutex mutex_;          // guards fed_
+  std::map<uint32_t, fed_poll> fed_;  // by interface handle
 };
 
 }  // namespace lumd

@@ -11,6 +11,8 @@
 #include "node/lifecycle.h"
 #include "node/log.h"
 #include "node/port_snapshot.h"
+#include "wording/numbers.h"
+#include "words/events.h"
 
 namespace lumd {
 namespace {
@@ -20,7 +22,13 @@ using lum_linux::periodic;
 constexpr const char *cage_thread_name = "lumd-cages";
 constexpr const char *feed_thread_name = "lumd-feed";
 constexpr std::chrono::seconds cage_period(1);
+constexpr const char *event_thread_name = "lumd-events";
+constexpr const char *records_name = "records.db";
 constexpr std::chrono::seconds feed_period(1);
+constexpr std::chrono::seconds event_period(1);
+// So long may the disk keep the driver from what earlier events were, and at its end from the last.
+constexpr std::chrono::milliseconds reading_limit(2000);
+constexpr std::chrono::milliseconds keeping_limit(300);
 
 bool start_library(lum_linux::platform &platform, polling_clock &polling, bool alarm_tests,
                    bool &restarted, std::string &error) {
@@ -52,33 +60,45 @@ bool start_library(lum_linux::platform &platform, polling_clock &polling, bool a
 
 }  // namespace
 
-driver::driver(std::unique_ptr<lum_linux::platform> platform)
+driver::driver(std::unique_ptr<lum_linux::platform> platform,
+               const lum_linux::node_description &as_read)
     : platform_(std::move(platform)),
+      described_(platform_->node(), as_read),
       cages_(platform_->node(), platform_->modules()),
-      feed_(*this) {}
+      feed_(*this),
+      records_(events_, platform_->node().state_directory / records_name),
+      event_watch_(*this, events_) {}
 
-driver *driver::start(const lum_linux::node_description &node, bool alarm_tests,
+driver *driver::start(const lum_linux::node_description &node,
+                      const lum_linux::node_description &as_read, bool alarm_tests,
                       std::string &error) {
   auto platform = lum_linux::platform::start(node, error);
   if (!platform) return nullptr;
-  auto *const result = new driver(std::move(platform));
+  auto *const result = new driver(std::move(platform), as_read);
+  result->records_.wait_until_read(reading_limit);
   const bool good =
       start_library(*result->platform_, result->polling_, alarm_tests, result->restarted_, error);
   return good ? result : nullptr;
 }
 
 void driver::bring_up() {
-  troubles_.look(*this);
+  event starts;
+  starts.kind = name_of(lum_words::events, lum_words::event_id::driver_started);
+  starts.text = fmt::format("node \"{}\": {}, {} start", node().name,
+                            lum_wording::counted(node().ports().size(), "port"),
+                            restarted_ ? "warm" : "cold");
+  events_.add(std::move(starts), "driver");
+  event_watch_.look();  // what is wrong from the start is told first
   cage_thread_ = std::make_unique<periodic>(cage_thread_name, cage_period, [this] {
-    cages_.look();
-    platform_->leds().retry();
-    troubles_.look(*this);
-    look_at_ports(*this);  // so that their states have the right age
+    cages_.look(node());
+    platform_->leds().look();
   });
   feed_thread_ = std::make_unique<periodic>(feed_thread_name, feed_period, [this] {
     feed_.feed_polled();
     count_.look();
   });
+  event_thread_ = std::make_unique<periodic>(
+      event_thread_name, event_period, [this] { event_watch_.look(); }, event_period);
   std::thread([this] { create_ports_whatever_happens(); }).detach();
 }
 
@@ -105,11 +125,32 @@ void driver::create_ports() {
   if (!good) say("the node is not complete; the API shows what there is");
 }
 
+// Does not follow the clock's small corrections: whoever sees it change takes that for a start.
+std::chrono::system_clock::time_point driver::started() const {
+  using std::chrono::system_clock;
+  const auto by_now =
+      system_clock::now() - std::chrono::duration_cast<system_clock::duration>(uptime());
+  if (std::chrono::abs(by_now - started_.load()) > std::chrono::seconds(2)) started_ = by_now;
+  return started_;
+}
+
 std::map<std::string, std::chrono::steady_clock::duration> driver::rounds() const {
   std::map<std::string, std::chrono::steady_clock::duration> ages;
   if (cage_thread_) ages[cage_thread_name] = cage_thread_->since_round();
   if (feed_thread_) ages[feed_thread_name] = feed_thread_->since_round();
+  if (event_thread_) ages[event_thread_name] = event_thread_->since_round();
   return ages;
+}
+
+// Once nothing adds to them any more but what is left behind.
+void driver::end_events() {
+  if (event_thread_ && !event_thread_->stop()) return;
+  event stops;
+  stops.kind = name_of(lum_words::events, lum_words::event_id::driver_stopped);
+  stops.text = "the driver has been told to stop";
+  events_.add(std::move(stops), "driver");
+  event_watch_.tell_the_rest();
+  records_.stop(keeping_limit);
 }
 
 void driver::stop() {
@@ -122,6 +163,7 @@ void driver::stop() {
   }
   if (cage_thread_) cage_thread_->stop();
   if (feed_thread_) feed_thread_->stop();
+  end_events();
   platform_->stop(std::chrono::seconds(2));
   for (const ctrace_handle channel : {ct_err, ct_info, ct_debug, ct_periodic}) {
     if (channel != 0) ctrace_dump(channel);

@@ -13,10 +13,13 @@
 #include "node/cages.h"
 #include "node/controller_count.h"
 #include "node/data_feed.h"
+#include "node/described_node.h"
+#include "node/event_watch.h"
 #include "node/polling_clock.h"
 #include "node/state_log.h"
-#include "node/troubles.h"
 #include "node/turns.h"
+#include "records/event_log.h"
+#include "records/keeper.h"
 
 namespace lumd {
 
@@ -26,7 +29,9 @@ class driver {
   // what failed. SIGTERM and SIGINT are to be blocked before: the threads inherit it. With
   // `alarm_tests` the library's hooks for injected alarms and readings are there. What is returned
   // lives until the process ends, for the library's threads and those that serve requests use it.
-  static driver *start(const lum_linux::node_description &node, bool alarm_tests,
+  // `as_read` is the description as its file has it.
+  static driver *start(const lum_linux::node_description &node,
+                       const lum_linux::node_description &as_read, bool alarm_tests,
                        std::string &error);
 
   driver(const driver &) = delete;
@@ -42,9 +47,14 @@ class driver {
   polling_clock &polling() { return polling_; }
   data_feed &feed() { return feed_; }
   state_log &states() { return states_; }
-  const lum_linux::node_description &node() const { return platform_->node(); }
+  event_log &events() { return events_; }
+  record_keeper &records() { return records_; }
+  // As it is called and described now; see described_node.
+  const lum_linux::node_description &node() const { return described_.now(); }
+  described_node &described() { return described_; }
   bool restarted() const { return restarted_; }
-  std::chrono::system_clock::time_point started() const { return started_; }
+  // By the clock as it is set now: it may have been wrong then.
+  std::chrono::system_clock::time_point started() const;
   std::chrono::steady_clock::duration uptime() const {
     return std::chrono::steady_clock::now() - started_at_;
   }
@@ -67,24 +77,30 @@ class driver {
   void stop();
 
  private:
-  explicit driver(std::unique_ptr<lum_linux::platform> platform);
+  driver(std::unique_ptr<lum_linux::platform> platform, const lum_linux::node_description &as_read);
   void create_ports_whatever_happens();
   void create_ports();
+  void end_events();
 
   std::unique_ptr<lum_linux::platform> platform_;
+  described_node described_;
   bool restarted_ = false;
   std::atomic<bool> brought_up_{false};
-  std::chrono::system_clock::time_point started_ = std::chrono::system_clock::now();
+  mutable std::atomic<std::chrono::system_clock::time_point> started_{
+      std::chrono::system_clock::now()};
   std::chrono::steady_clock::time_point started_at_ = std::chrono::steady_clock::now();
   slot_turns turns_;
   cage_watch cages_;
   state_log states_;
-  trouble_watch troubles_;
   data_feed feed_;
   controller_count_watch count_;
   polling_clock polling_;
+  event_log events_;
+  record_keeper records_;
+  event_watch event_watch_;
   std::unique_ptr<lum_linux::periodic> cage_thread_;
   std::unique_ptr<lum_linux::periodic> feed_thread_;
+  std::unique_ptr<lum_linux::periodic> event_thread_;
 };
 
 }  // namespace lumd

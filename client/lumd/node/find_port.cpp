@@ -38,14 +38,14 @@ std::vector<std::string> names_by_likeness(const node_description &node, const s
   std::stable_sort(names.begin(), names.end(),
                    [](const auto &one, const auto &other) { return one.first < other.first; });
   std::vector<std::string> sorted;
+  sorted.reserve(names.size());
   for (auto &[differs, one] : names) sorted.push_back(std::move(one));
   return sorted;
 }
 
 std::string unknown_port(const node_description &node, const std::string &name) {
-  const std::string shown =
-      name.size() <= longest_shown ? name : name.substr(0, longest_shown) + "...";
-  std::string text = fmt::format("the node has no port \"{}\"", shown);
+  std::string text = fmt::format("the node has no port \"{}{}\"", name.substr(0, longest_shown),
+                                 name.size() > longest_shown ? "..." : "");
   std::vector<std::string> names = names_by_likeness(node, name);
   if (names.empty()) return text + "; it has none at all";
   text += lum_wording::did_you_mean(name, names);

@@ -11,7 +11,6 @@
 #include "node/driver.h"
 #include "node/health.h"
 #include "node/polling_halt.h"
-#include "node/port_snapshot.h"
 #include "node/troubles.h"
 
 namespace lumd {
@@ -63,6 +62,12 @@ void add_store(driver &node, collection &found) {
   }
 }
 
+void add_records(driver &node, collection &found) {
+  if (const auto problem = node.records().problem(); !problem.empty()) {
+    found.add(severity::warning, finding_id::events_not_kept, problem);
+  }
+}
+
 void add_traces(collection &found) {
   for (const auto &channel : lum_linux::traces_status()) {
     if (channel.reason.empty()) continue;
@@ -93,11 +98,12 @@ void add_state(const port_description &port, const port_snapshot &at, collection
   }
 }
 
-std::string names_of_alarms(uint64_t bitmap) {
+std::string names_of_alarms(uint64_t bitmap, uint64_t forced) {
   std::string text;
   for (const lum_words::alarm &kind : lum_words::alarms) {
     if ((bitmap & bit_of(kind)) == 0) continue;
-    text += fmt::format("{}{}", text.empty() ? "" : ", ", kind.name);
+    text += fmt::format("{}{}{}", text.empty() ? "" : ", ", kind.name,
+                        (forced & bit_of(kind)) == 0 ? "" : " (injected by a test)");
   }
   return text;
 }
@@ -109,11 +115,12 @@ void add_alarms(driver &node, const port_description &port, const port_snapshot 
   for (std::size_t i = 0; i < LUM_SUB_PORTS; ++i) {
     const uint32_t ifhandle = at.copy->data.sub_port[i].ifhandle;
     const auto fed = node.feed().fed(ifhandle);
-    if (!fed || *fed < at.begun) continue;
+    if (!fed || fed->ended < at.begun) continue;
     const auto stored = lum_linux::ptah_find(ifhandle);
     if (!stored || stored->all.bitmap == 0) continue;
     found.add(severity::warning, finding_id::alarm_raised,
-              fmt::format("sub-port {} has alarms: {}", i, names_of_alarms(stored->all.bitmap)),
+              fmt::format("sub-port {} has alarms: {}", i,
+                          names_of_alarms(stored->all.bitmap, fed->forced_alarms)),
               port.name);
   }
 }
@@ -129,11 +136,13 @@ void add_troubles(driver &node, collection &found) {
 
 }  // namespace
 
-std::vector<finding> findings_of(driver &node) {
+std::vector<finding> findings_of(driver &node) { return findings_of(node, look_at_ports(node)); }
+
+std::vector<finding> findings_of(driver &node, const std::map<uint32_t, port_snapshot> &snapshots) {
   collection found;
   add_driver(node, found);
   add_store(node, found);
-  const auto snapshots = look_at_ports(node);
+  add_records(node, found);
   for (const port_description *port : node.node().ports()) {
     const port_snapshot &at = snapshots.at(port->rsip);
     // A place that cannot be reached is told as what it is.

@@ -1,10 +1,13 @@
 // What is wrong with the node, as far as the driver can tell.
 #pragma once
 
+#include <cstdint>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "node/port_snapshot.h"
 #include "words/findings.h"
 #include "words/severities.h"
 
@@ -24,5 +27,7 @@ struct finding {
 // The worst first, then in the order of the ports. What is as it should be is not among them: an
 // empty cage is no finding, nor is a port that nobody has created.
 std::vector<finding> findings_of(driver &node);
+// The same, of ports that have been looked at just now.
+std::vector<finding> findings_of(driver &node, const std::map<uint32_t, port_snapshot> &snapshots);
 
 }  // namespace lumd

@@ -235,6 +235,35 @@ outcome<lifecycle_report> delete_existing(driver &node, const port_list &ports, 
   return report;
 }
 
+// The ports, each once, when all of them exist.
+outcome<port_list> existing(const port_list &ports) {
+  port_list wanted;
+  for (const port_description *port : ports) {
+    if (!copy_port(port->rsip)) {
+      return not_now(fmt::format("port {} does not exist", port->name));
+    }
+    if (std::find(wanted.begin(), wanted.end(), port) == wanted.end()) wanted.push_back(port);
+  }
+  return wanted;
+}
+
+// What exists at the places, all in one slot, when anything does.
+outcome<port_list> existing_at(const std::vector<place> &places, uint32_t slot) {
+  port_list found = those_not(ports_of(places), [](uint32_t rsip) { return !copy_port(rsip); });
+  if (found.empty()) return not_now(fmt::format("slot {} has no ports", slot));
+  return found;
+}
+
+outcome<deletion_plan> plan_of(driver &node, const outcome<port_list> &ports) {
+  if (!ports) return ports.refused();
+  if (const auto reason = reason_against_deletion(node, *ports); !reason.empty()) {
+    return not_now(reason);
+  }
+  deletion_plan plan;
+  plan.ports = *ports;
+  return plan;
+}
+
 void close_empty(driver &node, const std::vector<place> &places) {
   for (const place &place : places) {
     const auto mine = turn_at(node, {place.slot}, shortest_turn);
@@ -309,14 +338,9 @@ outcome<lifecycle_report> create_ports(driver &node, uint32_t slot,
 }
 
 outcome<lifecycle_report> delete_ports(driver &node, const port_list &ports, wait_time wait) {
-  port_list wanted;
-  for (const port_description *port : ports) {
-    if (!copy_port(port->rsip)) {
-      return not_now(fmt::format("port {} does not exist", port->name));
-    }
-    if (std::find(wanted.begin(), wanted.end(), port) == wanted.end()) wanted.push_back(port);
-  }
-  return delete_existing(node, wanted, wait);
+  const auto wanted = existing(ports);
+  if (!wanted) return wanted.refused();
+  return delete_existing(node, *wanted, wait);
 }
 
 outcome<lifecycle_report> delete_slot(driver &node, uint32_t slot, std::optional<uint32_t> instance,
@@ -324,12 +348,23 @@ outcome<lifecycle_report> delete_slot(driver &node, uint32_t slot, std::optional
   refusal refused;
   const auto places = find_instances(node, slot, instance, refused);
   if (places.empty()) return refused;
-  const port_list existing =
-      those_not(ports_of(places), [](uint32_t rsip) { return !copy_port(rsip); });
-  if (existing.empty()) return not_now(fmt::format("slot {} has no ports", slot));
-  auto deleted = delete_existing(node, existing, wait);
+  const auto wanted = existing_at(places, slot);
+  if (!wanted) return wanted.refused();
+  auto deleted = delete_existing(node, *wanted, wait);
   if (deleted) close_empty(node, places);
   return deleted;
+}
+
+outcome<deletion_plan> plan_deletion(driver &node, const port_list &ports) {
+  return plan_of(node, existing(ports));
+}
+
+outcome<deletion_plan> plan_deletion(driver &node, uint32_t slot,
+                                     std::optional<uint32_t> instance) {
+  refusal refused;
+  const auto places = find_instances(node, slot, instance, refused);
+  if (places.empty()) return refused;
+  return plan_of(node, existing_at(places, slot));
 }
 
 bool wait_for_answers(driver &node, std::chrono::steady_clock::time_point deadline,

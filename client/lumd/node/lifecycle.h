@@ -46,6 +46,15 @@ outcome<lifecycle_report> delete_ports(driver &node, const port_list &ports, wai
 outcome<lifecycle_report> delete_slot(driver &node, uint32_t slot, std::optional<uint32_t> instance,
                                       wait_time wait);
 
+// What a deletion would delete.
+struct deletion_plan : action_report {
+  port_list ports;
+};
+
+// Refuse what the deletions refuse, and delete nothing. Wait for nothing.
+outcome<deletion_plan> plan_deletion(driver &node, const port_list &ports);
+outcome<deletion_plan> plan_deletion(driver &node, uint32_t slot, std::optional<uint32_t> instance);
+
 // Until `holds`: true; until the interface manager has answered all it was asked, or `deadline`:
 // what it says then.
 bool wait_for_answers(driver &node, std::chrono::steady_clock::time_point deadline,

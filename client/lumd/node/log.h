@@ -2,6 +2,9 @@
 #pragma once
 
 #include <fmt/format.h>
+#include <unistd.h>
+
+#include <string_view>
 
 #include "lum_linux/system.h"
 
@@ -12,6 +15,14 @@ template <typename... Arguments>
 void say(fmt::format_string<Arguments...> format, Arguments &&...arguments) {
   lum_linux::say_line(
       fmt::format("lumd: {}\n", fmt::format(format, std::forward<Arguments>(arguments)...)));
+}
+
+// The same, behind the priority (of syslog(3), 0 to 7) that a journal sorts lines by; a terminal's
+// reader is spared it.
+inline void say_at(int priority, std::string_view text) {
+  static const bool is_terminal = ::isatty(STDERR_FILENO) == 1;
+  lum_linux::say_line(is_terminal ? fmt::format("lumd: {}\n", text)
+                                  : fmt::format("<{}>lumd: {}\n", priority, text));
 }
 
 }  // namespace lumd

@@ -18,6 +18,7 @@ outcome<module_report> report(driver &node, const port_description &port, cerrno
                               const std::string &why = {}) {
   if (!CERR_IS_OK(rc)) {
     std::string reason = why.empty() ? cerr_strerror(rc) : why;
+    if (rc == lum_linux::module_busy) reason = "a transfer with its module does not end";
     std::replace(reason.begin(), reason.end(), '\n', ';');
     return refusal{refusal_kind::conflict, fmt::format("port {}: {}", port.name, reason)};
   }

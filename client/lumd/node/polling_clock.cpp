@@ -14,6 +14,8 @@ constexpr const char *polling_thread = "lum_dom_thread";
 constexpr std::chrono::seconds period(5);
 // The library pauses 30 ms between the attempts of a transfer and makes none between two cycles for
 // `period`.
+// Should the machine not run the thread for so long between its last transfer and the store of what
+// it read, then for that moment the poll before is shown with the age of this one.
 constexpr std::chrono::milliseconds quiet(300);
 constexpr std::chrono::milliseconds long_quiet(4500);
 // A visit ends with its first failed transfer; after two good ones it stores what it has read.
@@ -124,9 +126,11 @@ void polling_clock::visit(uint32_t rsip) {
   last_activity_ = now;
 }
 
+// A visit that had to wait for its port's mutex may have been taken for ended.
 void polling_clock::enter() {
   std::lock_guard lock(mutex_);
   inside_ = true;
+  running_ = true;
 }
 
 void polling_clock::leave() {

@@ -54,7 +54,10 @@ std::optional<polling_halt> halt_of(driver &node) {
                         polling.quiet_for};
   }
   if (polling.quiet_for <= at_rest) return std::nullopt;
-  return polling_halt{"polling stands still", polling.quiet_for};
+  const port_description *at = polling.inside ? node.node().find(polling.visited) : nullptr;
+  return polling_halt{at == nullptr ? "polling stands still"
+                                    : fmt::format("polling stands still at port {}", at->name),
+                      polling.quiet_for};
 }
 
 }  // namespace lumd

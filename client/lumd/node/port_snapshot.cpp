@@ -16,9 +16,9 @@ using clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds stale_after(15);  // three of polling's pauses
 
-// What was polled, as long as nothing has cleared it.
+// What was polled, as long as nothing has cleared it, and of which module.
 struct valid_poll {
-  clock::time_point begun;
+  cage seen;
   std::optional<module_poll> poll;
 };
 
@@ -26,13 +26,13 @@ valid_poll valid_poll_of(driver &node, uint32_t rsip) {
   const cage seen = node.cages().seen(rsip);
   auto poll = node.polling().last_poll(rsip);
   if (poll && poll->started <= seen.begun) poll.reset();
-  return {seen.begun, poll};
+  return {seen, poll};
 }
 
 // Whatever was cleared while the copy was made, was cleared after `before` or makes `after`
 // another.
 std::optional<module_poll> poll_in_copy(const valid_poll &before, const valid_poll &after) {
-  return before.begun == after.begun ? before.poll : std::nullopt;
+  return before.seen.begun == after.seen.begun ? before.poll : std::nullopt;
 }
 
 bool last_transfer_failed(const module_status &module) {
@@ -53,7 +53,7 @@ clock::duration unpolled_for(const port_snapshot &at) {
   return now - std::min(at.polled ? at.polled->ended : at.begun, now);
 }
 
-port_state judge(driver &node, const port_description &port, const cage &seen,
+port_state judge(driver &node, const port_description &port, const cage &seen, bool is_being_read,
                  const port_snapshot &at) {
   if (!at.copy) return port_state::absent;
   if (is_going(*at.copy)) return port_state::going;
@@ -61,8 +61,10 @@ port_state judge(driver &node, const port_description &port, const cage &seen,
   if (at.module.busy_for > hung_after || at.module.place_code != 0) return port_state::failing;
   if (at.module.is_known() && !at.module.present) return port_state::empty;
   const bool is_another = at.module.is_known() && at.module.insertion != seen.insertion;
-  if (seen.being_read || is_another) return port_state::coming_up;
-  if (at.copy->data.inserted == 0) return port_state::empty;
+  if (is_being_read || is_another) return port_state::coming_up;
+  if (at.copy->data.inserted == 0) {
+    return at.module.is_known() ? port_state::empty : port_state::coming_up;
+  }
   if (node.platform().fw_upgrade(port.rsip) != 0) return port_state::upgrading;
   if (last_transfer_failed(at.module)) return port_state::failing;
   if (node.node().rack != 0) return port_state::stale;
@@ -106,8 +108,9 @@ std::string reason_for(driver &node, const port_snapshot &at) {
     case port_state::going:
       return why_going(at.module);
     case port_state::coming_up:
-      return is_created(*at.copy) ? "the identity of its module is being read"
-                                  : why_unconfirmed(node);
+      if (!is_created(*at.copy)) return why_unconfirmed(node);
+      return at.module.is_known() ? "the identity of its module is being read"
+                                  : "its cage has not been looked into yet";
     case port_state::empty:
       return "there is no module in the cage";
     case port_state::upgrading:
@@ -123,17 +126,22 @@ std::string reason_for(driver &node, const port_snapshot &at) {
 }
 
 port_snapshot snapshot(driver &node, const port_description &port, const valid_poll &before,
-                       std::optional<port_copy> copy) {
+                       const std::optional<port_copy> &copy) {
   port_snapshot at;
-  at.copy = std::move(copy);
+  at.copy = copy;
   at.module = node.platform().modules().status(port.rsip).value_or(module_status());
   const cage seen = node.cages().seen(port.rsip);
-  const bool is_the_one_read = at.module.present && at.module.insertion == seen.insertion;
+  // The copy is of one module when no other has come, or was being read, while it was made.
+  const bool is_being_read =
+      before.seen.being_read || seen.being_read || before.seen.insertion != seen.insertion;
+  const bool is_the_one_read =
+      !is_being_read && at.module.present && at.module.insertion == seen.insertion;
+  at.is_identified = !seen.incomplete;
   at.begun = seen.begun;
   at.is_filled =
       at.copy && at.copy->data.inserted != 0 && (is_the_one_read || !at.module.is_known());
   if (at.is_filled) at.polled = poll_in_copy(before, valid_poll_of(node, port.rsip));
-  at.state = judge(node, port, seen, at);
+  at.state = judge(node, port, seen, is_being_read, at);
   at.reason = reason_for(node, at);
   at.since = node.states().seen(port.rsip, at.state);
   return at;
@@ -142,6 +150,7 @@ port_snapshot snapshot(driver &node, const port_description &port, const valid_p
 }  // namespace
 
 std::string why_unreachable(const module_status &module) {
+  if (module.place_code == ENOTTY) return fmt::format("{} is no I2C bus", module.place);
   return fmt::format("{} cannot be reached: {}", module.place, cerr_strerror(module.place_code));
 }
 
@@ -149,6 +158,10 @@ std::string why_last_failure(const module_status &module) {
   const std::string code = cerr_strerror(module.statistics.last_error);
   const std::string &reason = module.statistics.last_reason;
   return reason.empty() ? code : fmt::format("{} ({})", reason, code);
+}
+
+bool knows_presence(const module_status &module) {
+  return module.is_known() && module.place_code == 0;
 }
 
 std::optional<module_poll> poll_of(driver &node, uint32_t rsip) {

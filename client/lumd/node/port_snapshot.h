@@ -27,6 +27,8 @@ struct port_snapshot {
   lum_linux::module_status module;
   // There may be a module: what the library holds of it is of the one in the cage.
   bool is_filled = false;
+  // All of its identity was read: which memory map it has, and so where its status is, is known.
+  bool is_identified = false;
   // Polls from then on are of that module, and nothing has cleared what they stored.
   std::chrono::steady_clock::time_point begun;
   // The poll that gave the copy's readings, words and flags; nothing while they mean nothing: from
@@ -41,6 +43,10 @@ struct port_snapshot {
 std::string why_unreachable(const lum_linux::module_status &module);
 // Why the last transfer that failed did: what is known beyond its code, and the code's text.
 std::string why_last_failure(const lum_linux::module_status &module);
+
+// Whether it is known what the cage holds. What the library believes of one that is not is no more
+// than its first assumption.
+bool knows_presence(const lum_linux::module_status &module);
 
 // The latest poll of what is in a port's cage now; nothing once what it stored has been cleared.
 std::optional<module_poll> poll_of(driver &node, uint32_t rsip);

@@ -5,8 +5,8 @@
 #include "cerr.h"
 #include "lum.h"
 #include "lum_linux/leds.h"
+#include "lum_linux/traces.h"
 #include "node/driver.h"
-#include "node/log.h"
 #include "node/port_snapshot.h"
 
 namespace lumd {
@@ -58,22 +58,6 @@ std::vector<std::string> never_polled(const lum_linux::node_description &node) {
                     ports));
   }
   return reasons;
-}
-
-void trouble_watch::look(driver &node) {
-  std::map<std::string, std::string> now;
-  for (const trouble &one : troubles_of(node)) {
-    const std::string key = fmt::format("port {}: {}", one.port->name, one.kind);
-    now[key] = one.reason;
-    const auto before = known_.find(key);
-    if (before == known_.end() || before->second != one.reason) {
-      say("port {}: {}", one.port->name, one.reason);
-    }
-  }
-  for (const auto &[key, reason] : known_) {
-    if (!now.contains(key)) say("{} trouble is over", key);
-  }
-  known_ = std::move(now);
 }
 
 }  // namespace lumd

@@ -2,7 +2,6 @@
 // not there, modules that the library will never poll.
 #pragma once
 
-#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -28,14 +27,5 @@ std::vector<trouble> troubles_of(driver &node);
 
 // Why modules of such a node will never be polled; nothing where they will.
 std::vector<std::string> never_polled(const lum_linux::node_description &node);
-
-// Says what has come and what is over. One thread at a time.
-class trouble_watch {
- public:
-  void look(driver &node);
-
- private:
-  std::map<std::string, std::string> known_;  // reasons, by port and kind
-};
 
 }  // namespace lumd

@@ -7,7 +7,9 @@
 #include "node/lifecycle.h"
 #include "node/module_actions.h"
 #include "node/settings.h"
+#include "node/settings_look.h"
 #include "views/configuration_view.h"
+#include "views/store_view.h"
 
 namespace lumd {
 namespace {
@@ -50,9 +52,10 @@ json show_lifecycle(const lifecycle_report &report) {
   return shown;
 }
 
-json show_update(const action_report &report, const lum_linux::port_description &port,
+json show_update(const update_report &report, const lum_linux::port_description &port,
                  uint32_t state) {
   json shown = {{"result", result_of(report.rc)}, {"name", port.name}, {"state", state}};
+  shown["module_written"] = report.module_written ? json(*report.module_written) : json();
   conclude(shown, report);
   return shown;
 }
@@ -73,14 +76,48 @@ json show_clear(const clear_report &report) {
 
 json show_settings_change(const settings_report &report, const lum_linux::port_description &port,
                           uint32_t sub_port) {
+  const bool saved_are_known = saved_settings_are_known(lum_linux::checkpoints_status(), port.rsip);
   json shown = {{"result", result_of(report.rc)},
                 {"name", port.name},
                 {"sub_port", sub_port},
                 {"ifhandle", report.ifhandle},
                 {"change_bits", report.change_bits},
                 {"module_written", report.module_written},
-                {"stored", show_configuration(report.stored)}};
+                {"changes", show_changes(report)},
+                {"stored", show_configuration(report.stored, saved_are_known)}};
   conclude(shown, report);
+  return shown;
+}
+
+json show_rehearsal(const settings_report &report, const lum_linux::port_description &port,
+                    uint32_t sub_port) {
+  const bool saved_are_known = saved_settings_are_known(lum_linux::checkpoints_status(), port.rsip);
+  json shown = {{"result", result_of(report.rc)},
+                {"name", port.name},
+                {"sub_port", sub_port},
+                {"dry_run", true},
+                {"changes", show_changes(report)},
+                {"stored", show_configuration(report.stored, saved_are_known)}};
+  conclude(shown, report);
+  return shown;
+}
+
+json show_plan(const deletion_plan &plan, const std::vector<settings_look> &looks) {
+  json ports = json::array();
+  json drops = json::array();
+  json unknown = json::array();
+  for (const auto *port : plan.ports) ports.push_back(port->name);
+  for (const settings_look &at : looks) {
+    for (json &one : show_dropped(at)) drops.push_back(std::move(one));
+    if (at.saved.known) continue;
+    unknown.push_back({{"port", at.port->name}, {"reason", at.saved.reason}});
+  }
+  json shown = {{"result", result_of(plan.rc)},
+                {"dry_run", true},
+                {"ports", std::move(ports)},
+                {"drops", std::move(drops)},
+                {"not_known", std::move(unknown)}};
+  conclude(shown, plan);
   return shown;
 }
 

@@ -37,6 +37,13 @@ json show_raise_counts(const ptah_al_all &all) {
   return counts;
 }
 
+// Null as long as it is not known whether there is a module.
+json show_inserted(driver &node, const lum_linux::port_description &port, const port_copy &copy) {
+  const auto module = node.platform().modules().status(port.rsip);
+  if (!module || !knows_presence(*module)) return nullptr;
+  return copy.data.inserted != 0;
+}
+
 // A controller's alarms and counters, or null when the store does not know it. The port is one that
 // `copy` is of.
 json show_sub_port(driver &node, const lum_linux::port_description &port, const port_copy &copy,
@@ -50,10 +57,10 @@ json show_sub_port(driver &node, const lum_linux::port_description &port, const 
                 {"sub_port", sub_port},
                 {"ifname", stored->name},
                 {"ifhandle", ifhandle},
-                {"inserted", copy.data.inserted != 0},
+                {"inserted", show_inserted(node, port, copy)},
                 {"bitmap", stored->all.bitmap},
                 {"raised", alarm_names(stored->all.bitmap)},
-                {"injected", alarm_names(copy.data.test[sub_port].test_alarm_bits)}};
+                {"injected", injected_alarms(node, ifhandle)}};
   if (told.is_null()) {
     shown["bitmap"] = nullptr;
     shown["raised"] = nullptr;
@@ -93,10 +100,16 @@ json show_offsets(const lum_test_injection &injection) {
 
 }  // namespace
 
+json injected_alarms(driver &node, uint32_t ifhandle) {
+  const auto fed = node.feed().fed(ifhandle);
+  return alarm_names(fed ? fed->forced_alarms : 0);
+}
+
 json show_alarms_age(driver &node, uint32_t rsip, uint32_t ifhandle) {
   const auto fed = node.feed().fed(ifhandle);
   if (!fed) return nullptr;
-  return {{"alarms_age_s", seconds_since(*fed)}, {"waiting", *fed < node.cages().seen(rsip).begun}};
+  return {{"alarms_age_s", seconds_since(fed->ended)},
+          {"waiting", fed->ended < node.cages().seen(rsip).begun}};
 }
 
 json alarm_names(uint64_t bitmap) {

@@ -17,6 +17,9 @@ class driver;
 // The names of the alarms in a bitmap, in the order of their bits; "bit-7" for one without a name.
 json alarm_names(uint64_t bitmap);
 
+// Those that a test had forced when the alarm service was told last.
+json injected_alarms(driver &node, uint32_t ifhandle);
+
 // Of a controller's alarms: "alarms_age_s", since the poll that the alarm service was told of last,
 // and "waiting", while what it was told then has been cleared or overtaken. Null before the first.
 json show_alarms_age(driver &node, uint32_t rsip, uint32_t ifhandle);

@@ -32,13 +32,20 @@ std::map<std::string, uint32_t> known_to_the_library() {
   return known;
 }
 
+json state_or_null(const lum_linux::im_controller &controller) {
+  return controller.state ? json(*controller.state) : json();
+}
+
 json list_controllers(driver &node) {
   auto known = known_to_the_library();
   json controllers = json::array();
   for (const auto &controller : node.platform().im().controllers()) {
-    json shown = {{"name", controller.name},     {"ifhandle", controller.handle},
-                  {"state", controller.state},   {"updates", controller.updates},
-                  {"library_ifhandle", nullptr}, {"agrees", false}};
+    json shown = {{"name", controller.name},
+                  {"ifhandle", controller.handle},
+                  {"state", state_or_null(controller)},
+                  {"updates", controller.updates},
+                  {"library_ifhandle", nullptr},
+                  {"agrees", false}};
     if (const auto own = known.extract(controller.name)) {
       shown["library_ifhandle"] = own.mapped();
       shown["agrees"] = own.mapped() == controller.handle;

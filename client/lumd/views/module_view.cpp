@@ -41,7 +41,10 @@ json show_module(driver &node, const lum_linux::port_description &port,
   shown["module"]["busy_ms"] = module.busy_for.count();
   shown["module"]["bytes_read"] = module.statistics.bytes_read;
   shown["module"]["bytes_written"] = module.statistics.bytes_written;
-  shown["module"]["last_transfer_us"] = module.statistics.last_duration.count();
+  shown["module"]["last_transfer_us"] = nullptr;
+  if (module.statistics.attempted > 0) {
+    shown["module"]["last_transfer_us"] = module.statistics.last_duration.count();
+  }
   return shown;
 }
 

@@ -10,6 +10,8 @@
 #include "node/driver.h"
 #include "node/port_data.h"
 #include "node/port_snapshot.h"
+#include "node/troubles.h"
+#include "views/event_view.h"
 #include "views/polling_view.h"
 #include "views/store_view.h"
 #include "views/times.h"
@@ -23,7 +25,7 @@ std::string version() {
 
 json show_checkpoints(const lum_linux::checkpoint_status &store) {
   json shown = {{"file", store.file.string()},
-                {"entries", store.entries},
+                {"entries", store.open ? json(store.entries) : json()},
                 {"writes", store.writes},
                 {"failures", store.failures}};
   if (!store.last_failure.empty()) shown["last_failure"] = store.last_failure;
@@ -89,6 +91,7 @@ json show_node(driver &node) {
           {"resync", __atomic_load_n(&context.resync, __ATOMIC_RELAXED) != 0},
           {"checkpoints", show_checkpoints(store)},
           {"store", show_store(store, description)},
+          {"events", show_event_record(node)},
           {"traces", show_traces()}};
 }
 

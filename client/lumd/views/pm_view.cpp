@@ -1,10 +1,10 @@
 #include "views/pm_view.h"
 
-#include <array>
 #include <cmath>
 #include <nlohmann/json.hpp>
 
 #include "lum_linux/stores.h"
+#include "node/driver.h"
 #include "node/port_data.h"
 #include "node/port_snapshot.h"
 #include "node/readings.h"
@@ -18,24 +18,9 @@ namespace {
 
 using lum_linux::pm_bin;
 
-// How the values are shown: as the readings that they come from.
-struct shown_value {
-  std::string_view name;
-  bool is_power = false;
-  double per_unit = 1;  // of the stored number: in the module's unit, of powers in a microwatt
-};
-constexpr std::array<shown_value, lum_linux::pm_value_count> shown_values = {{
-    {"reading-3", false, 1},
-    {"reading-4-a", false, 10},
-    {"reading-4-b", false, 10},
-    {"reading-4-c", false, 10},
-    {"power-1", true, 10},
-    {"power-0", true, 10},
-}};
-
 double to_hundredths(double value) { return std::round(value * 100) / 100; }
 
-json in_unit(const lum_linux::pm_statistics &kept, const shown_value &as) {
+json in_unit(const lum_linux::pm_statistics &kept, const kept_value &as) {
   const auto shown = [&](double number) { return to_hundredths(number / as.per_unit); };
   return {{"current", shown(kept.current)},
           {"minimum", shown(kept.minimum)},
@@ -63,15 +48,16 @@ bool is_plausible(const lum_linux::pm_statistics &kept) {
 
 // Without samples there are no numbers.
 json show_value(std::size_t number, const pm_bin &bin) {
-  const shown_value &as = shown_values[number];
+  const kept_value &as = kept_values()[number];
   json shown = {{"name", as.name}};
   const bool known = bin.samples != 0;
   const lum_linux::pm_statistics &kept = bin.values[number];
-  if (as.is_power) {
+  if (as.is_power()) {
     shown["microwatt"] = known ? in_unit(kept, as) : json();
     shown["dbm"] = known ? in_dbm(kept) : json();
     shown["plausible"] = !known || is_plausible(kept);
   } else {
+    shown["step"] = 1 / as.per_unit;
     shown["value"] = known ? in_unit(kept, as) : json();
   }
   return shown;
@@ -105,6 +91,12 @@ json show_bins(const lum_linux::pm_interface &interface, std::optional<pm_bins> 
 
 }  // namespace
 
+std::optional<std::chrono::steady_clock::duration> age_of_kept(driver &node, uint32_t ifhandle) {
+  const auto fed = node.feed().fed(ifhandle);
+  if (!fed) return std::nullopt;
+  return std::chrono::steady_clock::now() - fed->ended;
+}
+
 std::optional<pm_bins> pm_bins_of(std::string_view name) {
   if (name == lum_words::quarter_bin) return pm_bins::quarter;
   if (name == lum_words::day_bin) return pm_bins::day;
@@ -114,13 +106,15 @@ std::optional<pm_bins> pm_bins_of(std::string_view name) {
 json show_pm(driver &node, const port_list &ports, std::optional<pm_bins> bins) {
   json interfaces = json::array();
   each_sub_port(ports, [&](const auto &port, const port_copy &copy, std::size_t sub_port) {
-    const auto pm = lum_linux::pm_find(copy.data.sub_port[sub_port].ifhandle);
+    const uint32_t ifhandle = copy.data.sub_port[sub_port].ifhandle;
+    const auto age = age_of_kept(node, ifhandle);
+    const auto pm = lum_linux::pm_find(ifhandle);
     if (!pm) return;
     json shown = {{"port", port.name},
                   {"sub_port", sub_port},
                   {"ifname", pm->name},
                   {"ifhandle", pm->ifhandle}};
-    if (pm->latest) shown["age_s"] = seconds_since(pm->updated.moment);
+    if (pm->latest && age) shown["age_s"] = seconds_of(*age);
     shown["polled"] = poll_of(node, port.rsip).has_value() && copy.data.inserted != 0;
     shown["bins"] = show_bins(*pm, bins);
     interfaces.push_back(std::move(shown));

@@ -1,6 +1,8 @@
 // What performance monitoring keeps of a controller, as the API shows it.
 #pragma once
 
+#include <chrono>
+#include <cstdint>
 #include <optional>
 #include <string_view>
 
@@ -12,6 +14,10 @@ namespace lumd {
 class driver;
 
 enum class pm_bins { quarter, day };
+
+// How old the readings are that performance monitoring was handed last: that of their poll,
+// whenever it was handed on. Nothing before the first.
+std::optional<std::chrono::steady_clock::duration> age_of_kept(driver &node, uint32_t ifhandle);
 
 // From its name.
 std::optional<pm_bins> pm_bins_of(std::string_view name);

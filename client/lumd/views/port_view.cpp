@@ -4,24 +4,28 @@
 
 #include <nlohmann/json.hpp>
 
+#include "base/module_flags.h"
 #include "lum_linux/checkpoints.h"
 #include "lum_linux/leds.h"
 #include "lum_linux/modules.h"
 #include "lum_linux/stores.h"
 #include "node/driver.h"
-#include "node/module_flags.h"
 #include "node/port_snapshot.h"
 #include "node/readings.h"
 #include "views/alarm_view.h"
 #include "views/configuration_view.h"
+#include "views/pm_view.h"
 #include "views/polling_view.h"
 #include "views/store_view.h"
 #include "views/times.h"
+#include "words/controller_states.h"
 #include "words/leds.h"
 
 namespace lumd {
 namespace {
 
+using lum_client::flag_places;
+using lum_client::raised_flags;
 using lum_linux::module_status;
 
 // Nobody has read it when all of it is empty.
@@ -50,18 +54,20 @@ std::string_view led_name(uint32_t state) {
                                    : lum_words::led_other;
 }
 
-// What is lit, as far as it can be read; with trouble also what ought to be. Null without an LED.
+// What is lit, as far as it could be read; with trouble also what ought to be. Null without an LED.
 json show_led(driver &node, uint32_t rsip) {
-  uint32_t state = LUM_LED_OFF;
-  const bool is_read = CERR_IS_OK(node.platform().leds().get_state(rsip, &state));
-  const auto trouble = node.platform().leds().trouble(rsip);
-  if (!is_read && !trouble) return nullptr;
+  const auto known = node.platform().leds().status(rsip);
+  if (!known) return nullptr;
   json shown = {{"state", nullptr}, {"name", nullptr}};
-  if (is_read) shown = {{"state", state}, {"name", led_name(state)}};
-  if (!trouble) return shown;
+  if (known->state) {
+    shown = {{"state", *known->state}, {"name", led_name(*known->state)}};
+    shown["known_age_s"] = seconds_since(known->known_at);
+  }
+  if (!known->trouble) return shown;
   shown["wanted"] = nullptr;
-  if (trouble->wanted) shown["wanted"] = led_name(*trouble->wanted);
-  shown["problem"] = fmt::format("{}: {}", trouble->led.native(), cerr_strerror(trouble->code));
+  if (known->trouble->wanted) shown["wanted"] = led_name(*known->trouble->wanted);
+  shown["problem"] =
+      fmt::format("{}: {}", known->trouble->led.native(), cerr_strerror(known->trouble->code));
   return shown;
 }
 
@@ -83,11 +89,9 @@ json show_readings(const lum_dom_area &area) {
   return shown;
 }
 
-json show_kept(const monitored_reading &reading, const pm_ui_optics_record &record) {
+json show_kept(const kept_value &reading, const pm_ui_optics_record &record) {
   const uint32_t kept = reading.value(record);
-  if (reading.word().unit != lum_words::reading_unit::dbm) {
-    return {{"value", kept / reading.per_unit}};
-  }
+  if (!reading.is_power()) return {{"value", kept / reading.per_unit}};
   json shown = {{"microwatt", kept / reading.per_unit}, {"dbm", nullptr}};
   if (const auto dbm = kept_power_dbm(kept)) shown["dbm"] = *dbm;
   return shown;
@@ -96,9 +100,12 @@ json show_kept(const monitored_reading &reading, const pm_ui_optics_record &reco
 // What the services were told last, with its age.
 json show_monitoring(driver &node, uint32_t rsip, uint32_t ifhandle) {
   json shown = json::object();
-  if (const auto pm = lum_linux::pm_find(ifhandle); pm && pm->latest) {
-    shown["age_s"] = seconds_since(pm->updated.moment);
-    for (const monitored_reading &reading : monitored_readings()) {
+  // Before what is stored: an old number must not have a new age.
+  const auto age = age_of_kept(node, ifhandle);
+  if (const auto pm = lum_linux::pm_find(ifhandle); pm && pm->latest && age) {
+    shown["age_s"] = seconds_of(*age);
+    shown["tested"] = pm->latest_tested;
+    for (const kept_value &reading : monitored_readings()) {
       shown[lum_words::member_of(reading.word().name)] = show_kept(reading, *pm->latest);
     }
   }
@@ -106,12 +113,21 @@ json show_monitoring(driver &node, uint32_t rsip, uint32_t ifhandle) {
   if (const auto ptah = lum_linux::ptah_find(ifhandle); ptah && !told.is_null()) {
     shown["alarms"] = ptah->all.bitmap;
     shown["raised"] = alarm_names(ptah->all.bitmap);
+    shown["injected"] = injected_alarms(node, ifhandle);
     shown.update(told);
   }
   return shown;
 }
 
-json show_sub_port(driver &node, uint32_t rsip, const port_snapshot &at, std::size_t number) {
+// The state that the interface manager was told with an update; null before the first.
+json show_told(driver &node, uint32_t ifhandle) {
+  const auto known = node.platform().im().find(ifhandle);
+  if (!known || !known->state) return nullptr;
+  return *known->state == 0 ? lum_words::controller_down : lum_words::controller_up;
+}
+
+json show_sub_port(driver &node, uint32_t rsip, const port_snapshot &at, std::size_t number,
+                   bool saved_are_known) {
   const port_copy &port = *at.copy;
   const lum_sub_port_intf &controller = port.data.sub_port[number];
   const bool exists = controller.created != 0;
@@ -119,13 +135,14 @@ json show_sub_port(driver &node, uint32_t rsip, const port_snapshot &at, std::si
                 {"ifname", text_of(controller.ifname)},
                 {"ifhandle", controller.ifhandle},
                 {"created", exists}};
-  shown["configuration"] = show_configuration(port.data.port_cfg[number]);
+  shown["told"] = show_told(node, controller.ifhandle);
+  shown["configuration"] = show_configuration(port.data.port_cfg[number], saved_are_known);
   json readings = json::array();
   json status = json::array();
   if (at.polled) {
     shown["readings_age_s"] = seconds_since(at.polled->ended);
     readings = show_readings(port.data.dom[number]);
-    status = port.data.dom[number].status;
+    if (at.is_identified) status = port.data.dom[number].status;
   }
   shown["readings"] = std::move(readings);
   shown["status"] = std::move(status);
@@ -139,14 +156,9 @@ json show_module(const module_status &module) {
                 {"present", nullptr},
                 {"transfers", statistics.attempted},
                 {"failed_transfers", statistics.failed}};
-  if (module.is_known()) {
-    shown["present"] = module.present;
-    shown["known_age_s"] = seconds_since(module.known_at);
-  }
-  if (module.place_code != 0) {
-    shown["present"] = nullptr;
-    shown["problem"] = why_unreachable(module);
-  }
+  if (knows_presence(module)) shown["present"] = module.present;
+  if (module.is_known()) shown["known_age_s"] = seconds_since(module.known_at);
+  if (module.place_code != 0) shown["problem"] = why_unreachable(module);
   if (statistics.last_success != std::chrono::steady_clock::time_point()) {
     shown["last_success_age_s"] = seconds_since(statistics.last_success);
   }
@@ -160,8 +172,10 @@ json show_module(const module_status &module) {
 }
 
 json show_dom(const port_snapshot &at) {
-  json shown = {{"enabled", at.copy->data.is_dom_enabled != 0},
-                {"transceiver_disabled", at.copy->data.transceiver_disabled != 0}};
+  json shown = {{"enabled", at.copy->data.is_dom_enabled != 0}, {"transceiver_disabled", nullptr}};
+  if (knows_presence(at.module)) {
+    shown["transceiver_disabled"] = at.copy->data.transceiver_disabled != 0;
+  }
   if (at.polled) shown["last_poll_age_s"] = seconds_since(at.polled->ended);
   return shown;
 }
@@ -222,16 +236,17 @@ json show_port(driver &node, const lum_linux::port_description &port, const port
   shown["led"] = show_led(node, port.rsip);
   shown["sub_ports"] = json::array();
   if (!at.copy) return shown;
-  shown["inserted"] = at.is_filled;
+  shown["inserted"] = knows_presence(at.module) ? json(at.is_filled) : json(nullptr);
   shown["new_memmap"] = nullptr;
-  if (at.is_filled && at.copy->data.vendor.fw_version != 0) {
+  if (at.is_filled && at.is_identified && at.copy->data.vendor.fw_version != 0) {
     shown["new_memmap"] = at.copy->data.new_memmap != 0;
   }
   add_module_data(at, shown);
   shown["dom"] = show_dom(at);
   add_upkeep(*at.copy, shown);
+  const bool saved_are_known = saved_settings_are_known(store, port.rsip);
   for (std::size_t i = 0; i < LUM_SUB_PORTS; ++i) {
-    shown["sub_ports"].push_back(show_sub_port(node, port.rsip, at, i));
+    shown["sub_ports"].push_back(show_sub_port(node, port.rsip, at, i, saved_are_known));
   }
   return shown;
 }

@@ -1,5 +1,6 @@
 #include "views/store_view.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 namespace lumd {
@@ -15,6 +16,14 @@ json show_usability(const lum_linux::checkpoint_status &store) {
 }
 
 }  // namespace
+
+bool saved_settings_are_known(const lum_linux::checkpoint_status &store, uint32_t rsip) {
+  return store.open &&
+         std::none_of(store.troubled.begin(), store.troubled.end(), [rsip](const auto &one) {
+           return one.key == rsip &&
+                  (one.trouble == record_trouble::lost || one.trouble == record_trouble::unread);
+         });
+}
 
 std::string trouble_name(record_trouble trouble) {
   switch (trouble) {

@@ -10,6 +10,9 @@
 
 namespace lumd {
 
+// Whether it is known which settings of the port were saved before.
+bool saved_settings_are_known(const lum_linux::checkpoint_status &store, uint32_t rsip);
+
 // Of a trouble as requests and metrics call it.
 std::string trouble_name(lum_linux::record_trouble trouble);
 

@@ -26,4 +26,11 @@ std::string utc_text(std::chrono::system_clock::time_point time) {
                      fmt::gmtime(std::chrono::system_clock::to_time_t(time)));
 }
 
+std::string utc_text_ms(std::chrono::system_clock::time_point time) {
+  const auto second = std::chrono::floor<std::chrono::seconds>(time);
+  const auto rest = std::chrono::floor<std::chrono::milliseconds>(time - second);
+  return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03d}Z",
+                     fmt::gmtime(std::chrono::system_clock::to_time_t(second)), rest.count());
+}
+
 }  // namespace lumd

@@ -13,5 +13,7 @@ double seconds_of(std::chrono::steady_clock::duration duration);
 
 // "2026-01-31T12:00:00Z"
 std::string utc_text(std::chrono::system_clock::time_point time);
+// "2026-01-31T12:00:00.123Z"
+std::string utc_text_ms(std::chrono::system_clock::time_point time);
 
 }  // namespace lumd

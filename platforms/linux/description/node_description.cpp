@@ -14,6 +14,7 @@
 #include "description/control_characters.h"
 #include "description/port_names.h"
 #include "description/toml_table.h"
+#include "lum_linux/disks.h"
 #include "wording/nearest.h"
 
 namespace lum_linux {
@@ -23,6 +24,7 @@ namespace fs = std::filesystem;
 
 constexpr std::streamsize max_description_bytes = 4 << 20;
 constexpr size_t max_name_bytes = 63;
+constexpr size_t max_unit_bytes = 15;
 constexpr size_t max_path_bytes = 1024;
 // What a socket's address holds behind its folder's place below /proc.
 constexpr size_t max_socket_name_bytes = 80;
@@ -79,6 +81,7 @@ class node_reader {
   void read_directories(toml_table &table);
   void read_api_socket(toml_table &table, const std::optional<located<std::string>> &state);
   void read_interface_manager(toml_table &table);
+  void read_units(toml_table &table);
   void read_slot(toml_table &table);
   void read_instance(toml_table &table, place where, slot_description &into);
   void read_port(toml_table &table, place where, instance_description &into);
@@ -122,6 +125,7 @@ node_description node_reader::read(toml_table &table) {
   if (auto im = table.table("interface_manager", "the interface manager")) {
     read_interface_manager(*im);
   }
+  if (auto units = table.table("units", "the units")) read_units(*units);
   for (toml_table &slot : table.tables("slot", "[[slot]]", true, "the slot")) read_slot(slot);
   names_.refuse_ambiguous(problems_);
   table.refuse_unknown_keys();
@@ -172,6 +176,17 @@ void node_reader::read_interface_manager(toml_table &table) {
   }
   im.handle_base =
       value_or(table.integer("handle_base", 1, 0xFFF00000, im.handle_base), im.handle_base);
+  table.refuse_unknown_keys();
+}
+
+void node_reader::read_units(toml_table &table) {
+  const auto read = [&table](const char *key, std::string &unit) {
+    if (auto found = table.text(key, max_unit_bytes, "")) unit = std::move(found->value);
+  };
+  read("threshold", node_.units.threshold);
+  read("p2_setting", node_.units.p2_setting);
+  read("setting_a", node_.units.setting_a);
+  read("setting_b", node_.units.setting_b);
   table.refuse_unknown_keys();
 }
 
@@ -368,6 +383,7 @@ void node_reader::read_led(toml_table &table, port_description &port) {
 }
 
 void node_reader::want_folder_or_nothing(const char *key, const fs::path &path, uint32_t line) {
+  if (!place_answers(path)) return;  // whoever needs it tells of it
   std::error_code error;
   const fs::file_status status = fs::status(path, error);
   if (status.type() == fs::file_type::not_found || fs::is_directory(status)) return;

@@ -16,7 +16,7 @@ im_controllers::created im_controllers::create(const std::string &name) {
     ++handle;
   } while (handle == 0 || by_handle_.contains(handle));
   try {
-    by_handle_.emplace(handle, im_controller{name, handle, 0, 0});
+    by_handle_.emplace(handle, im_controller{name, handle, {}, 0});
   } catch (...) {
     by_name_.erase(position);
     throw;

@@ -81,6 +81,12 @@ std::vector<im_controller> interface_manager::controllers() const {
   return core_->controllers.list();
 }
 
+std::optional<im_controller> interface_manager::find(uint32_t handle) const {
+  const std::lock_guard lock(core_->mutex);
+  const im_controller *known = core_->controllers.find(handle);
+  return known ? std::optional(*known) : std::nullopt;
+}
+
 std::optional<std::string> interface_manager::name_of(uint32_t handle) const {
   const std::lock_guard lock(core_->mutex);
   const im_controller *known = core_->controllers.find(handle);

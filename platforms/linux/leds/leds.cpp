@@ -7,12 +7,16 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <charconv>
+#include <mutex>
+#include <new>
 #include <string_view>
 #include <system_error>
 #include <utility>
 
+#include "modules/look_round.h"
 #include "modules/unique_fd.h"
 
 namespace lum_linux {
@@ -25,24 +29,17 @@ constexpr cerrno bad_argument = EINVAL;
 constexpr uint32_t default_brightness = 1;  // of an LED that does not tell its greatest
 
 // Which of the two LEDs a state lights.
-struct look {
+struct look_of_pair {
   uint32_t state;
   bool green;
   bool red;
 };
-constexpr std::array<look, 4> looks = {{
+constexpr std::array<look_of_pair, 4> looks = {{
     {0, false, false},
     {1, true, false},
     {2, true, true},
     {3, false, true},
 }};
-
-fs::path green_of(const fs::path &root, const std::string &name) {
-  return root / (name + ":green:status");
-}
-fs::path red_of(const fs::path &root, const std::string &name) {
-  return root / (name + ":red:fault");
-}
 
 unique_fd open_file(const fs::path &file, int flags, cerrno &rc) {
   unique_fd fd(::open(file.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0644));
@@ -139,6 +136,9 @@ void make_led(const fs::path &led) {
   write_text(led / "brightness", "0\n", O_CREAT | O_EXCL);
 }
 
+constexpr std::chrono::milliseconds patience(250);  // with whoever has a pair
+constexpr std::chrono::seconds hung_after(2);
+
 std::map<uint32_t, std::string> names_of(const node_description &node) {
   std::map<uint32_t, std::string> names;
   for (const port_description *port : node.ports()) names[port->rsip] = port->led;
@@ -147,82 +147,203 @@ std::map<uint32_t, std::string> names_of(const node_description &node) {
 
 }  // namespace
 
-leds::leds(const node_description &node) : leds(node.led_directory, names_of(node)) {}
+// Two locks: the files belong to one caller at a time, and what is known can be asked meanwhile.
+struct leds::pair_of_leds {
+  using clock = std::chrono::steady_clock;
 
-leds::leds(fs::path root, const std::map<uint32_t, std::string> &names) : root_(std::move(root)) {
-  const bool is_kernels = is_led_class(root_);
-  for (const auto &[rsip, name] : names) {
-    pair_of_leds &pair = pairs_[rsip];
-    pair.name = name;
-    if (pair.name.empty()) continue;
-    if (!is_kernels) make_led(green_of(root_, pair.name));
-    if (!is_kernels) make_led(red_of(root_, pair.name));
-    uint32_t state = 0;
-    get(pair, state);
+  pair_of_leds(const fs::path &root, const std::string &name, bool make)
+      : green(root / (name + ":green:status")), red(root / (name + ":red:fault")), to_make(make) {}
+
+  cerrno set_state(uint32_t state);
+  cerrno get_state(uint32_t &state);
+  void look();
+  led_status status() const;
+
+  const fs::path green;
+  const fs::path red;
+  bool to_make;  // below an ordinary folder, until they have been made
+  std::atomic<bool> looked_at{false};
+
+ private:
+  class use;  // has the files while it lives
+
+  cerrno set(uint32_t state);
+  cerrno get(uint32_t &state);
+  void note_set(cerrno rc, const fs::path &led, uint32_t state);
+  void note_seen(cerrno rc, const fs::path &led, uint32_t state);
+
+  std::timed_mutex files_;
+  mutable std::mutex facts_;  // guards the rest; never held while a file is used
+  std::optional<clock::time_point> busy_since_;
+  std::optional<uint32_t> wanted_;
+  led_status known_;
+};
+
+class leds::pair_of_leds::use {
+ public:
+  explicit use(pair_of_leds &pair) : pair_(pair), held_(pair.files_, patience) {
+    const std::lock_guard lock(pair_.facts_);
+    if (held_) pair_.busy_since_ = clock::now();
   }
-}
-
-cerrno leds::get_state(uint32_t rsip, uint32_t *state) {
-  const auto found = pairs_.find(rsip);
-  if (found == pairs_.end() || !state) return bad_argument;
-  if (found->second.name.empty()) return no_led;
-  const std::lock_guard held(mutex_);
-  return get(found->second, *state);
-}
-
-cerrno leds::set_state(uint32_t rsip, uint32_t state) {
-  const auto found = pairs_.find(rsip);
-  if (found == pairs_.end() || state >= looks.size()) return bad_argument;
-  if (found->second.name.empty()) return 0;
-  const std::lock_guard held(mutex_);
-  return set(found->second, state);
-}
-
-std::optional<led_trouble> leds::trouble(uint32_t rsip) const {
-  const auto found = pairs_.find(rsip);
-  if (found == pairs_.end()) return std::nullopt;
-  const std::lock_guard held(mutex_);
-  return found->second.trouble;
-}
-
-void leds::retry() {
-  for (auto &[rsip, pair] : pairs_) {
-    const std::lock_guard held(mutex_);
-    if (!pair.trouble) continue;
-    uint32_t state = 0;
-    pair.wanted ? set(pair, *pair.wanted) : get(pair, state);
+  ~use() {
+    const std::lock_guard lock(pair_.facts_);
+    if (held_) pair_.busy_since_.reset();
   }
-}
+  use(const use &) = delete;
+  use &operator=(const use &) = delete;
+  explicit operator bool() const { return held_.owns_lock(); }
 
-cerrno leds::get(pair_of_leds &pair, uint32_t &state) {
-  bool green = false;
-  bool red = false;
-  fs::path led = green_of(root_, pair.name);
-  cerrno rc = is_lit(led, green);
-  if (rc == 0) rc = is_lit(led = red_of(root_, pair.name), red);
-  // An LED that can be read is not one that can be set.
-  const bool was_set_in_vain = pair.trouble && pair.trouble->wanted;
-  if (!was_set_in_vain && (rc != 0 || !pair.wanted)) note(pair, rc, led);
-  if (rc != 0) return rc;
-  for (const look &known : looks) {
-    if (known.green == green && known.red == red) state = known.state;
+ private:
+  pair_of_leds &pair_;
+  std::unique_lock<std::timed_mutex> held_;
+};
+
+cerrno leds::pair_of_leds::set_state(uint32_t state) {
+  {
+    const std::lock_guard lock(facts_);
+    wanted_ = state;
   }
-  return 0;
+  const use files(*this);
+  if (files) return set(state);
+  note_set(EBUSY, green, state);  // so that the next look sets it
+  return EBUSY;
 }
 
-// Both are tried: one broken LED does not leave the other one stale.
-cerrno leds::set(pair_of_leds &pair, uint32_t state) {
-  pair.wanted = state;
-  const cerrno green = light(green_of(root_, pair.name), looks[state].green);
-  const cerrno red = light(red_of(root_, pair.name), looks[state].red);
-  const cerrno rc = green != 0 ? green : red;
-  note(pair, rc, green != 0 ? green_of(root_, pair.name) : red_of(root_, pair.name));
+cerrno leds::pair_of_leds::get_state(uint32_t &state) {
+  const use files(*this);
+  return files ? get(state) : EBUSY;
+}
+
+void leds::pair_of_leds::look() {
+  const use files(*this);
+  if (!files) return;
+  if (std::exchange(to_make, false)) {
+    make_led(green);
+    make_led(red);
+  }
+  std::optional<uint32_t> to_set;
+  {
+    const std::lock_guard lock(facts_);
+    if (known_.trouble) to_set = wanted_;
+  }
+  uint32_t state = 0;
+  to_set ? set(*to_set) : get(state);
+}
+
+led_status leds::pair_of_leds::status() const {
+  const std::lock_guard lock(facts_);
+  led_status now = known_;
+  if (busy_since_ && clock::now() - *busy_since_ > hung_after) {
+    now.state.reset();
+    now.trouble = {green, ETIMEDOUT, wanted_};
+  }
+  return now;
+}
+
+cerrno leds::pair_of_leds::get(uint32_t &state) {
+  bool is_green = false;
+  bool is_red = false;
+  const fs::path *led = &green;
+  cerrno rc = is_lit(green, is_green);
+  if (rc == 0) rc = is_lit(*(led = &red), is_red);
+  for (const look_of_pair &known : looks) {
+    if (rc == 0 && known.green == is_green && known.red == is_red) state = known.state;
+  }
+  note_seen(rc, *led, state);
   return rc;
 }
 
-void leds::note(pair_of_leds &pair, cerrno rc, const fs::path &led) {
-  pair.trouble.reset();
-  if (rc != 0) pair.trouble = {led, rc, pair.wanted};
+// Both are tried: one broken LED does not leave the other one stale.
+cerrno leds::pair_of_leds::set(uint32_t state) {
+  const cerrno of_green = light(green, looks[state].green);
+  const cerrno of_red = light(red, looks[state].red);
+  const cerrno rc = of_green != 0 ? of_green : of_red;
+  note_set(rc, of_green != 0 ? green : red, state);
+  return rc;
+}
+
+void leds::pair_of_leds::note_set(cerrno rc, const fs::path &led, uint32_t state) {
+  const std::lock_guard lock(facts_);
+  known_.state.reset();
+  known_.trouble.reset();
+  if (rc != 0) {
+    known_.trouble = {led, rc, state};
+    return;
+  }
+  known_.state = state;
+  known_.known_at = clock::now();
+}
+
+// An LED that can be read is not one that can be set.
+void leds::pair_of_leds::note_seen(cerrno rc, const fs::path &led, uint32_t state) {
+  const std::lock_guard lock(facts_);
+  const bool was_set_in_vain = known_.trouble && known_.trouble->wanted;
+  if (!was_set_in_vain) known_.trouble.reset();
+  known_.state.reset();
+  if (rc == 0) {
+    known_.state = state;
+    known_.known_at = clock::now();
+  } else if (!was_set_in_vain) {
+    known_.trouble = {led, rc, wanted_};
+  }
+}
+
+leds::leds(const node_description &node) : leds(node.led_directory, names_of(node)) {}
+
+leds::leds(const fs::path &root, const std::map<uint32_t, std::string> &names) {
+  const bool is_kernels = is_led_class(root);
+  for (const auto &[rsip, name] : names) {
+    auto &pair = pairs_[rsip];
+    if (!name.empty()) pair = std::make_shared<pair_of_leds>(root, name, !is_kernels);
+  }
+  // One that gets round, and one for each pair that may hang.
+  lookers_ = std::make_unique<lanes>("lum_leds", lane_limits{pairs_.size() + 1, 1});
+  look();
+}
+
+leds::~leds() = default;
+
+cerrno leds::get_state(uint32_t rsip, uint32_t *state) {
+  if (!pairs_.contains(rsip) || !state) return bad_argument;
+  pair_of_leds *pair = find(rsip);
+  return pair ? pair->get_state(*state) : no_led;
+}
+
+cerrno leds::set_state(uint32_t rsip, uint32_t state) {
+  if (!pairs_.contains(rsip) || state >= looks.size()) return bad_argument;
+  pair_of_leds *pair = find(rsip);
+  return pair ? pair->set_state(state) : 0;
+}
+
+std::optional<led_status> leds::status(uint32_t rsip) const {
+  const pair_of_leds *pair = find(rsip);
+  return pair ? std::optional(pair->status()) : std::nullopt;
+}
+
+std::optional<led_trouble> leds::trouble(uint32_t rsip) const {
+  const auto known = status(rsip);
+  return known ? known->trouble : std::nullopt;
+}
+
+void leds::look() {
+  const auto round = std::make_shared<look_round>();
+  for (const auto &[rsip, pair] : pairs_) {
+    if (!pair || pair->looked_at.exchange(true)) continue;
+    round->looks.push_back([pair = pair] {
+      try {
+        pair->look();
+      } catch (const std::bad_alloc &) {
+        // The next look may have the memory.
+      }
+      pair->looked_at = false;
+    });
+  }
+  round->run(*lookers_);
+}
+
+leds::pair_of_leds *leds::find(uint32_t rsip) const {
+  const auto found = pairs_.find(rsip);
+  return found == pairs_.end() ? nullptr : found->second.get();
 }
 
 }  // namespace lum_linux

@@ -38,7 +38,16 @@ constexpr uint16_t nobodys_address = 0x7F;
 
 class real_kernel final : public i2c_kernel {
  public:
-  int open(const char *path, int flags) override { return ::open(path, flags); }
+  // What is no bus is not opened: writing to somebody's file would be no transfer.
+  int open(const char *path, int flags) override {
+    struct stat info = {};
+    if (::stat(path, &info) == 0 && !S_ISCHR(info.st_mode)) return no_bus();
+    const int fd = ::open(path, flags);
+    unsigned long functions = 0;
+    if (fd < 0 || ::ioctl(fd, I2C_FUNCS, &functions) == 0) return fd;
+    ::close(fd);
+    return no_bus();
+  }
   int close(int fd) override { return ::close(fd); }
   int ioctl(int fd, unsigned long request, void *argument) override {
     return ::ioctl(fd, request, argument);
@@ -48,6 +57,12 @@ class real_kernel final : public i2c_kernel {
   }
   void sleep_us(uint32_t microseconds) override { ::usleep(microseconds); }
   std::string driver_at(const char *path, uint16_t address) const override;
+
+ private:
+  static int no_bus() {
+    errno = ENOTTY;
+    return -1;
+  }
 };
 
 // The link is i2c-N/N-00AA/driver, where i2c-N is the folder of the bus's adapter.

@@ -112,10 +112,10 @@ cerrno module_entry::carry_out(lock &held, transfer_kind kind, uint32_t page, ui
 
 // Also keeps what the access tells about the module's presence.
 cerrno module_entry::access(lock &held, const std::function<cerrno()> &use) {
-  const bool was_there = there_;
-  uint64_t insertion = memory_insertion_;
   held.unlock();
   cerrno rc = use();
+  // Asked behind the access: what was read is of this module or of one before it.
+  const uint64_t insertion = rc == module_absent ? 0 : memory_->insertion();
   const bool is_held = rc == module_absent && is_in_reset();
   const bool is_silent = rc == module_absent && line_ && !is_held;
   std::string why = is_held ? in_reset : is_silent ? why_silent(*memory_) : memory_->trouble();
@@ -123,11 +123,11 @@ cerrno module_entry::access(lock &held, const std::function<cerrno()> &use) {
   const std::string_view way = memory_->way();
   if (line_ || is_held) {
     held.lock();
+    if (!is_held && !is_silent) note_insertion(insertion);
     why_ = std::move(why);
     way_ = way;
     return rc;
   }
-  if (!was_there && rc != module_absent) insertion = memory_->insertion();
   const cerrno place_code = rc == module_absent ? memory_->place_code() : module_ok;
   held.lock();
   why_ = std::move(why);
@@ -229,16 +229,25 @@ void module_entry::ask_line(lock &held) {
   note(now.there, insertion, now.code);
 }
 
-// A module that has come, or another one in the place of the one known, is a new insertion.
+// A module that has come is a new insertion.
 void module_entry::note(bool there, uint64_t insertion, cerrno place_code) {
-  if (there && (!there_ || insertion != memory_insertion_)) {
-    ++insertion_;
-    faults_.forget();
-  }
+  if (there && !there_) count_insertion();
+  if (there && there_) note_insertion(insertion);
   there_ = there;
   place_code_ = place_code;
   known_at_ = clock::now();
   memory_insertion_ = insertion;
+}
+
+// Another one in the place of the one known is one too.
+void module_entry::note_insertion(uint64_t insertion) {
+  if (insertion != memory_insertion_) count_insertion();
+  memory_insertion_ = insertion;
+}
+
+void module_entry::count_insertion() {
+  ++insertion_;
+  faults_.forget();
 }
 
 void module_entry::set_faults(const fault_script &faults) {
@@ -303,8 +312,7 @@ cerrno module_entry::insert(const std::filesystem::path &description, std::strin
 
 void module_entry::put_back() {
   pulled_ = false;
-  ++insertion_;
-  faults_.forget();
+  count_insertion();
 }
 
 cerrno module_entry::peek(uint32_t page, uint32_t offset, std::span<uint8_t> out,

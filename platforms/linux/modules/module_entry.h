@@ -67,6 +67,8 @@ class module_entry {
   void ask_control_lines(lock &held);
   bool is_in_reset() const;
   void note(bool there, uint64_t insertion, cerrno place_code = module_ok);
+  void note_insertion(uint64_t insertion);
+  void count_insertion();
   void put_back();
   void count(transfer_kind kind, std::size_t bytes, cerrno rc, clock::time_point started);
 

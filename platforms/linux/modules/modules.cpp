@@ -3,8 +3,8 @@
 #include <new>
 #include <utility>
 
+#include "modules/look_round.h"
 #include "modules/module_entry.h"
-#include "modules/presence_round.h"
 
 namespace lum_linux {
 namespace {
@@ -120,9 +120,10 @@ cerrno modules::write_byte(uint32_t slot, uint32_t instance, uint32_t port, uint
 }
 
 void modules::look() const {
-  const auto round = std::make_shared<presence_round>();
+  const auto round = std::make_shared<look_round>();
   for (const auto &[key, found] : entries_) {
-    if (!found.entry->is_being_looked_at()) round->cages.push_back(found.entry);
+    if (found.entry->is_being_looked_at()) continue;
+    round->looks.push_back([entry = found.entry] { entry->look(); });
   }
   round->run(*lookers_);
 }

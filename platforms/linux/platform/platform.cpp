@@ -8,6 +8,7 @@
 #include <new>
 #include <system_error>
 
+#include "lum_linux/disks.h"
 #include "lum_linux/services.h"
 #include "lum_linux/stores.h"
 #include "platform/platform_core.h"
@@ -37,21 +38,25 @@ bool make_folder(const fs::path &folder, std::string &error) {
   return is_of_the_disk(code);
 }
 
-// Takes the state directory for this process and points the services to their folders.
+// For this process alone. A directory that cannot be locked, for its disk is full or does not
+// answer, is told of by the checkpoint store.
+bool take_state_directory(platform::core &core, std::string &error) {
+  const fs::path &folder = core.node.state_directory;
+  if (!folder_answers(folder) || core.state_lock.acquire(folder) != EWOULDBLOCK) return true;
+  error =
+      fmt::format("cannot use the state directory '{}': another process uses it", folder.native());
+  return false;
+}
+
+// Takes the state directory and points the services to their folders. The checkpoint store makes
+// its folder later, whoever serves an API makes that of its socket.
 bool start_storage(platform::core &core, std::string &error) {
   const node_description &node = core.node;
-  // The checkpoint store tells of its folder and makes it later; whoever serves an API tells of
-  // that.
-  std::error_code ignored;
-  for (const fs::path &folder : {node.state_directory, node.api_socket.parent_path()}) {
-    fs::create_directories(folder, ignored);
-  }
-  if (!make_folder(node.trace_directory, error)) return false;
-  error.clear();
-  if (core.state_lock.acquire(node.state_directory) == EWOULDBLOCK) {
-    error = fmt::format("cannot use the state directory '{}': another process uses it",
-                        node.state_directory.native());
-    return false;
+  if (!take_state_directory(core, error)) return false;
+  folder_answers(node.api_socket.parent_path());
+  if (folder_answers(node.trace_directory)) {
+    if (!make_folder(node.trace_directory, error)) return false;
+    error.clear();
   }
   if (const cerrno code = checkpoints_set_path(node.state_directory / checkpoint_file)) {
     error = fmt::format("cannot name the checkpoint store: {}", cerr_strerror(code));
@@ -86,8 +91,13 @@ bool start_threads(platform::core &core, std::string &error) {
   core.im = std::make_unique<interface_manager>(
       im_options{im.handle_base, milliseconds(im.delay_min_ms), milliseconds(im.delay_max_ms),
                  im.seed, im.out_of_order});
-  core.keeper =
-      std::make_unique<periodic>("lum-store", store_period, checkpoints_tend, store_period);
+  core.keeper = std::make_unique<periodic>(
+      "lum-store", store_period,
+      [] {
+        checkpoints_tend();
+        traces_tend();
+      },
+      store_period);
   return true;
 }
 

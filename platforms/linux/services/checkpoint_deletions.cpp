@@ -22,6 +22,7 @@ std::string unnoted_reason(const std::string &failure) {
 }  // namespace
 
 cerrno checkpoint_service::remove(const table &t, uint64_t id) {
+  renew_log();
   record_key record;
   uint64_t real = 0;
   cerrno rc = find(t, id, record, real);

@@ -2,7 +2,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <new>
+#include <system_error>
 
+#include "lum_linux/disks.h"
 #include "lum_linux/system.h"
 #include "services/checkpoint_service.h"
 
@@ -13,6 +15,9 @@ namespace {
 constexpr std::chrono::milliseconds patience_at_start(2000);
 constexpr std::chrono::milliseconds no_patience(0);
 
+// How long the store may take to open before the node goes on without it.
+constexpr std::chrono::milliseconds bound_of_opening(5000);
+
 constexpr const char *not_started = "the store has not been opened yet";
 
 // One line to the system log and to whoever watches the process.
@@ -20,6 +25,17 @@ void report(std::string line) {
   std::replace(line.begin(), line.end(), '\n', ' ');
   system_log(line);
   say_line(line + '\n');
+}
+
+checkpoint_store::opened open_in_folder(const std::filesystem::path &file, const store_owner &owner,
+                                        std::chrono::milliseconds patience) {
+  std::error_code error;
+  std::filesystem::create_directories(file.parent_path(), error);
+  if (!error) return checkpoint_store::open(file, owner, patience);
+  checkpoint_store::opened none;
+  none.code = static_cast<cerrno>(error.value());
+  none.failure = "there is no folder " + file.parent_path().string();
+  return none;
 }
 
 std::string join(const std::string &text, cerrno code) {
@@ -60,6 +76,7 @@ void checkpoint_service::close() {
   }
   troubles_.clear();
   store_.reset();
+  coming_.reset();
   owner_.reset();
   tables_.clear();
   iterators_.clear();
@@ -78,24 +95,53 @@ void checkpoint_service::settle_deletions() {
 cerrno checkpoint_service::tend() {
   if (!owner_) return 0;
   if (store_ == nullptr || store_->is_read_only()) return open_store(no_patience);
+  renew_log();
+  if (store_ == nullptr) return code_;
   finish_deletions();
-  judge_writing(now_.reason.empty() ? store_->look_for_file() : store_->try_writing());
+  judge_writing(now_.reason.empty() ? store_->look_for_files() : store_->try_writing());
   return count(store_->tend());
 }
 
-// A store that can only be read is let go of: SQLite's locks go with any descriptor of a file.
+// Ahead of a change: what goes into a log that was taken away is lost with it.
+void checkpoint_service::renew_log() {
+  if (store_ == nullptr || store_->is_read_only() || !store_->leave_lost_log()) return;
+  tell("its write-ahead log was taken away or cut short; nothing is lost, it gets another");
+  open_store(no_patience);
+}
+
+// A store that can only be read is let go of: SQLite's locks go with any descriptor of a file. One
+// whose disk does not answer is taken when it has come, and not asked for again until then.
 cerrno checkpoint_service::open_store(std::chrono::milliseconds patience) {
   try {
     store_.reset();
-    std::error_code error;
-    std::filesystem::create_directories(file_.parent_path(), error);
-    if (error) {
-      return go_without(static_cast<cerrno>(error.value()),
-                        "there is no folder " + file_.parent_path().string());
+    if (coming_ == nullptr && !folder_is_waited_for(file_.parent_path())) ask_for_store(patience);
+    if (coming_ == nullptr || !coming_->has_come) {
+      return go_without(EIO, "the disk of " + file_.parent_path().string() + " does not answer");
     }
-    return take(checkpoint_store::open(file_, *owner_, patience));
+    const auto come = std::exchange(coming_, nullptr);
+    return take(std::move(come->result));
   } catch (const std::bad_alloc &) {
     return go_without(ENOMEM, "");
+  }
+}
+
+void checkpoint_service::ask_for_store(std::chrono::milliseconds patience) {
+  coming_ = std::make_shared<coming_store>();
+  const auto ask = [to = coming_, file = file_, owner = *owner_, patience] {
+    try {
+      to->result = open_in_folder(file, owner, patience);
+    } catch (const std::bad_alloc &) {
+      to->result.code = ENOMEM;
+    }
+    to->has_come = true;
+  };
+  try {
+    ends_within(bound_of_opening, ask);
+  } catch (const std::system_error &) {
+    ask();  // without a thread it waits for as long as it takes
+  } catch (const std::bad_alloc &) {
+    coming_ = nullptr;
+    throw;
   }
 }
 
@@ -214,6 +260,18 @@ void checkpoints_close() {
 
 void checkpoints_tend() {
   the_checkpoint_service().guarded([](auto &service) { return service.tend(); });
+}
+
+checkpoint_look checkpoints_look(uint64_t table, uint32_t key, std::span<std::byte> record) {
+  checkpoint_look result;
+  const cerrno rc = the_checkpoint_service().guarded([&](auto &service) -> cerrno {
+    const auto *known = service.table_of(table);
+    if (known == nullptr) return EINVAL;
+    result = service.look(*known, key, record);
+    return 0;
+  });
+  if (rc != 0) result = {false, false, cerr_strerror(rc)};
+  return result;
 }
 
 checkpoint_status checkpoints_status() { return the_checkpoint_service().status(); }

@@ -77,6 +77,7 @@ cerrno checkpoint_service::map_key(const table &t, uint32_t key, uint64_t &id) {
 }
 
 cerrno checkpoint_service::create(const table &t, uint32_t key, uint64_t &id) {
+  renew_log();
   cerrno rc = finish_deletion({t.kind, key});
   if (rc == 0) rc = store_ == nullptr ? code_ : store_->create(t.kind, key, id);
   return count_write(rc);
@@ -106,9 +107,25 @@ cerrno checkpoint_service::load(const table &t, uint64_t id, std::span<std::byte
   return count(rc);
 }
 
+// One that was deleted counts as gone. What goes with a file that was moved away is not saved.
+checkpoint_look checkpoint_service::look(const table &t, uint32_t key,
+                                         std::span<std::byte> buffer) {
+  if (store_ == nullptr) return {false, false, now_.reason};
+  if (has(record_trouble::undeleted, {t.kind, key})) return {true, false, {}};
+  uint64_t id = 0;
+  cerrno rc = store_->look_for_files();
+  if (rc == 0) rc = store_->find(t.kind, key, id);
+  if (rc == 0) rc = store_->load(t.kind, id, t.version, buffer);
+  if (rc == 0) return {true, true, {}};
+  if (rc == ENOENT || rc == ENODATA) return {true, false, {}};
+  return {false, false,
+          rc == EBADMSG ? "the record is damaged, or another version's" : store_->failure_text()};
+}
+
 // A record that the caller asked for and did not get is not saved over: it would take the settings
 // along that the caller does not know.
 cerrno checkpoint_service::save(const table &t, uint64_t id, std::span<const std::byte> data) {
+  renew_log();
   record_key record;
   uint64_t real = 0;
   cerrno rc = is_for_key(id) ? finish_deletion({t.kind, static_cast<uint32_t>(id)}) : 0;

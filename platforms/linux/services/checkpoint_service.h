@@ -2,6 +2,7 @@
 // is wrong with its records.
 #pragma once
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
@@ -72,6 +73,7 @@ class checkpoint_service {
   cerrno map_key(const table &t, uint32_t key, uint64_t &id);
   cerrno create(const table &t, uint32_t key, uint64_t &id);
   cerrno load(const table &t, uint64_t id, std::span<std::byte> buffer);
+  checkpoint_look look(const table &t, uint32_t key, std::span<std::byte> buffer);
   cerrno save(const table &t, uint64_t id, std::span<const std::byte> data);
   cerrno remove(const table &t, uint64_t id);
   cerrno start_walk(uint64_t table_handle, uint64_t &handle);
@@ -79,7 +81,15 @@ class checkpoint_service {
   cerrno end_walk(uint64_t handle);
 
  private:
+  // What a thread of its own opens; that thread's until it has come.
+  struct coming_store {
+    checkpoint_store::opened result;
+    std::atomic<bool> has_come = false;
+  };
+
   cerrno open_store(std::chrono::milliseconds patience);
+  void ask_for_store(std::chrono::milliseconds patience);
+  void renew_log();
   cerrno take(checkpoint_store::opened opened);
   cerrno go_without(cerrno code, const std::string &reason);
   void tell(const std::string &what) const;
@@ -106,7 +116,8 @@ class checkpoint_service {
   std::filesystem::path file_;
   std::optional<store_owner> owner_;  // once started
   std::unique_ptr<checkpoint_store> store_;
-  cerrno code_ = 0;  // without a store: of its opening
+  std::shared_ptr<coming_store> coming_;  // one that was asked for and not taken yet
+  cerrno code_ = 0;                       // without a store: of its opening
   std::map<uint64_t, table> tables_;
   std::map<uint64_t, iterator> iterators_;
   std::map<std::pair<record_key, record_trouble>, std::string> troubles_;  // why

@@ -16,6 +16,7 @@ checkpoint_store::~checkpoint_store() {
   } catch (const std::bad_alloc &) {
     // They stay unnoted, and the journal open, from which the next process sees it.
   }
+  if (is_for_writing_ && unmerged_ && look_for_log() == log_state::cut) connection_->leave_log();
   connection_.reset();
   if (unnoted_.empty()) journal_.close();
 }
@@ -25,7 +26,9 @@ cerrno checkpoint_store::add_table(uint32_t kind, uint32_t version, bool persist
   bool there = false;
   const cerrno rc = attempt([&]() -> cerrno {
     there = use(connection_->prepared->has_table, kind)->executeStep();
-    if (!there) use(connection_->prepared->add_table, kind)->exec();
+    if (there) return 0;
+    unmerged_ = true;
+    use(connection_->prepared->add_table, kind)->exec();
     return 0;
   });
   if (rc != 0) return rc;
@@ -45,6 +48,7 @@ cerrno checkpoint_store::add_table(uint32_t kind, uint32_t version, bool persist
 cerrno checkpoint_store::clear_table(uint32_t kind, bool persistent) {
   const cerrno cleared = attempt([&]() -> cerrno {
     store_statements &prepared = *connection_->prepared;
+    unmerged_ = true;
     use(persistent ? prepared.clear_empty : prepared.clear_table, kind)->exec();
     return 0;
   });
@@ -71,11 +75,12 @@ cerrno checkpoint_store::key_of(uint32_t kind, uint64_t id, uint32_t &key) {
 }
 
 cerrno checkpoint_store::create(uint32_t kind, uint32_t key, uint64_t &id) {
+  if (const cerrno rc = look_for_files(); rc != 0) return rc;
   return attempt([&]() -> cerrno {
+    unmerged_ = true;
     use(connection_->prepared->create, kind, key)->exec();
     id = static_cast<uint64_t>(connection_->database.getLastInsertRowid());
-    unmerged_ = true;
-    return look_for_file();
+    return look_for_files();
   });
 }
 
@@ -97,6 +102,7 @@ cerrno checkpoint_store::load(uint32_t kind, uint64_t id, uint32_t version,
 
 cerrno checkpoint_store::save(uint32_t kind, uint64_t id, uint32_t version,
                               std::span<const std::byte> data) {
+  if (const cerrno rc = look_for_files(); rc != 0) return rc;
   store_change change = {last_change_ + 1, {kind, 0}, false};
   if (const cerrno rc = key_of(kind, id, change.record.key); rc != 0) return rc;
   const cerrno rc = attempt([&]() -> cerrno {
@@ -106,10 +112,11 @@ cerrno checkpoint_store::save(uint32_t kind, uint64_t id, uint32_t version,
   });
   if (rc != 0) return rc;
   changed(change);
-  return look_for_file();
+  return look_for_files();
 }
 
 cerrno checkpoint_store::remove(uint32_t kind, uint64_t id) {
+  if (const cerrno rc = look_for_files(); rc != 0) return rc;
   store_change change = {last_change_ + 1, {kind, 0}, true};
   if (const cerrno rc = key_of(kind, id, change.record.key); rc != 0) return rc;
   const cerrno rc = attempt([&]() -> cerrno {
@@ -121,7 +128,7 @@ cerrno checkpoint_store::remove(uint32_t kind, uint64_t id) {
   });
   if (rc != 0) return rc;
   changed(change);
-  return look_for_file();
+  return look_for_files();
 }
 
 cerrno checkpoint_store::next(uint32_t kind, uint64_t after, uint64_t &id) {
@@ -164,33 +171,75 @@ bool checkpoint_store::note_deletion(const record_key &record) {
   return true;
 }
 
-cerrno checkpoint_store::look_for_file() {
-  int is_elsewhere = 0;
-  sqlite3_file_control(connection_->database.getHandle(), "main", SQLITE_FCNTL_HAS_MOVED,
-                       &is_elsewhere);
-  if (is_elsewhere == 0) return 0;
-  failure_ = "its file was moved or removed, a restart of the driver begins another";
+cerrno checkpoint_store::look_for_files() {
+  if (!is_for_writing_) return 0;
+  if (has_moved()) {
+    failure_ = "its file was moved or removed, a restart of the driver begins another";
+    return ESTALE;
+  }
+  switch (look_for_log()) {
+    case log_state::whole:
+      return 0;
+    case log_state::elsewhere:
+      failure_ = "its write-ahead log " + log_file_.string() + " was moved, replaced or removed" +
+                 (log_failure_.empty() ? "" : " and cannot be merged: " + log_failure_);
+      return ESTALE;
+    case log_state::cut:
+      failure_ = "its write-ahead log " + log_file_.string() +
+                 " was cut short, a restart of the driver says what was lost with it";
+      return ESTALE;
+  }
   return ESTALE;
 }
 
+bool checkpoint_store::has_moved() {
+  int has = 0;
+  sqlite3_file_control(connection_->database.getHandle(), "main", SQLITE_FCNTL_HAS_MOVED, &has);
+  return has != 0;
+}
+
+// SQLite makes its log longer, and never shorter while it has it open.
+checkpoint_store::log_state checkpoint_store::look_for_log() {
+  const file_mark found = mark_of(log_file_);
+  if (!found.is_same_file(log_)) return log_state::elsewhere;
+  if (found.size < log_.size) return log_state::cut;
+  log_ = found;
+  return log_state::whole;
+}
+
+// A log that was taken away is still there for whoever has it open. One that lacks what the
+// database does not have must not be merged: SQLite would not notice.
+bool checkpoint_store::leave_lost_log() {
+  if (!is_for_writing_ || has_moved()) return false;
+  const log_state found = look_for_log();
+  if (found == log_state::whole || (found == log_state::cut && unmerged_)) return false;
+  const cerrno rc = merge(SQLITE_CHECKPOINT_TRUNCATE);
+  log_failure_ = rc == 0 ? "" : failure_;
+  return rc == 0;
+}
+
 cerrno checkpoint_store::try_writing() {
-  if (const cerrno rc = look_for_file(); rc != 0) return rc;
+  if (const cerrno rc = look_for_files(); rc != 0) return rc;
   return attempt([&]() -> cerrno {
-    rewrite_mark(connection_->database);
     unmerged_ = true;
+    rewrite_mark(connection_->database);
     return 0;
   });
 }
 
 cerrno checkpoint_store::tend() {
   note_the_unnoted();
-  if (!unmerged_) return 0;
+  if (!unmerged_ || look_for_log() == log_state::cut) return 0;
+  return merge(SQLITE_CHECKPOINT_PASSIVE);
+}
+
+cerrno checkpoint_store::merge(int how) {
   return attempt([&]() -> cerrno {
     sqlite3 *const database = connection_->database.getHandle();
-    const int result =
-        sqlite3_wal_checkpoint_v2(database, nullptr, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
+    int in_log = 0, merged = 0;
+    const int result = sqlite3_wal_checkpoint_v2(database, nullptr, how, &in_log, &merged);
     if (result != SQLITE_OK) throw SQLite::Exception(database, result);
-    unmerged_ = false;
+    unmerged_ = merged != in_log;
     return 0;
   });
 }

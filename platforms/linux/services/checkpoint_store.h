@@ -17,6 +17,7 @@
 
 #include "cerr.h"
 #include "services/change_journal.h"
+#include "services/store_files.h"
 #include "services/store_recovery.h"
 #include "services/store_schema.h"
 
@@ -77,9 +78,15 @@ class checkpoint_store {
 
   uint64_t entries();
 
-  // Returns 0 while the file is where it was opened, or 116: what is written to one that was moved
-  // or removed is lost with it.
-  cerrno look_for_file();
+  // Returns 0 while the file and its write-ahead log are where they were opened and the log is
+  // whole, or 116: what is written to one that was moved or removed is lost with it. Nothing is
+  // written until it is 0 again.
+  cerrno look_for_files();
+
+  // Brings all that a write-ahead log holds which was taken away into the database: the store can
+  // be closed then without a loss, and opened again with a new log. Says whether that is so; a log
+  // that is where it was stays as it is.
+  bool leave_lost_log();
 
   // Writes what changes nothing. Returns 0 when the store takes changes, or its code.
   cerrno try_writing();
@@ -116,6 +123,10 @@ class checkpoint_store {
   void examine(const wanted &what, store_verdict found, opened &result);
   void finish_deletions(const std::vector<record_key> &undeleted, opened &result);
   void close_as_found();
+  enum class log_state { whole, elsewhere, cut };
+  bool has_moved();
+  log_state look_for_log();
+  cerrno merge(int how);
   void changed(const store_change &change);
   void note(const store_change &change);
   void note_the_unnoted();
@@ -129,7 +140,11 @@ class checkpoint_store {
   std::map<record_key, store_change> unnoted_;
   std::set<uint32_t> persistent_;  // kinds of tables
   uint64_t last_change_ = 0;
-  bool unmerged_ = false;
+  bool unmerged_ = true;
+  bool is_for_writing_ = false;
+  std::filesystem::path log_file_;
+  file_mark log_;  // as this process left it
+  std::string log_failure_;
   std::optional<write_refusal> refusal_;  // of the opening, when it can only be read
   std::string failure_;
   std::string journal_failure_;

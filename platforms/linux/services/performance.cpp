@@ -19,6 +19,7 @@ using namespace lum_linux;
 using std::chrono::seconds;
 
 constexpr size_t longest_name = 63;
+constexpr seconds set_at_least{2};  // a leap second is no setting of the clock
 
 using pm_values = std::array<uint32_t, pm_value_count>;
 
@@ -42,8 +43,10 @@ class bin_series {
     current_.partial = now > current_.start;
   }
 
-  // Goes on to the bin of `now`. A clock that was set back opens a bin too.
-  void advance(store_time now) {
+  // Goes on to the bin of `now`. A clock that was set back opens a bin too; one that was set by
+  // some seconds leaves a gap, or an overlap, in the bin before and in that of now.
+  void advance(store_time now, bool was_set) {
+    current_.partial = current_.partial || was_set;
     if (bin_start(now, length_) == current_.start) return;
     if (current_.samples != 0) {
       finished_.push_front(current_);
@@ -51,7 +54,7 @@ class bin_series {
     }
     const bool forward = now > current_.start;
     open(now);
-    current_.partial = !forward;
+    current_.partial = !forward || was_set;
   }
 
   void add(const pm_values &values, bool tested) {
@@ -87,21 +90,28 @@ class bin_series {
 };
 
 struct pm_port {
-  pm_port(uint32_t type, const char *port_name, store_time now)
+  pm_port(uint32_t type, const char *port_name, const store_stamp &now)
       : iftype(type),
         name(port_name),
-        quarters(pm_short_bin, pm_short_history, now),
-        days(pm_long_bin, pm_long_history, now) {}
+        seen(now),
+        quarters(pm_short_bin, pm_short_history, now.time),
+        days(pm_long_bin, pm_long_history, now.time) {}
 
-  void advance(store_time now) {
-    quarters.advance(now);
-    days.advance(now);
+  // A machine that slept is as good as a clock that was set.
+  void advance(const store_stamp &now) {
+    const auto set_by = (now.time - seen.time) - (now.moment - seen.moment);
+    const bool was_set = std::chrono::abs(set_by) > set_at_least;
+    seen = now;
+    quarters.advance(now.time, was_set);
+    days.advance(now.time, was_set);
   }
 
   uint32_t iftype;
   std::string name;
   std::optional<pm_ui_optics_record> latest;
   store_stamp updated;
+  store_stamp seen;  // when it was last asked or stored
+  bool latest_tested = false;
   bool tested = false;
   bin_series quarters;
   bin_series days;
@@ -118,13 +128,14 @@ pm_store &store() {
   return *the_store;
 }
 
-pm_interface view_of(uint32_t ifhandle, pm_port &port, store_time now) {
+pm_interface view_of(uint32_t ifhandle, pm_port &port, const store_stamp &now) {
   port.advance(now);
   return {ifhandle,
           port.iftype,
           port.name,
           port.latest,
           port.updated,
+          port.latest_tested,
           port.quarters.current(),
           port.days.current(),
           port.quarters.finished(),
@@ -145,7 +156,7 @@ cerrno pm_ui_port_create(uint32_t iftype, uint32_t ifhandle, const char *name) {
   }
   try {
     const std::lock_guard hold(store().lock);
-    return store().ports.try_emplace(ifhandle, iftype, name, store_now()).second ? 0 : EEXIST;
+    return store().ports.try_emplace(ifhandle, iftype, name, store_stamp_now()).second ? 0 : EEXIST;
   } catch (const std::exception &) {
     return ENOMEM;
   }
@@ -166,9 +177,10 @@ cerrno pm_ui_set_optics_prim(uint32_t ifhandle, const pm_ui_optics_record *recor
     if (found == store().ports.end()) return ENOENT;
     if (valid == 0) return 0;
     pm_port &port = found->second;
-    const store_time now = store_now();
+    const store_stamp now = store_stamp_now();
     port.latest = *record;
-    port.updated = {now, std::chrono::steady_clock::now()};
+    port.latest_tested = port.tested;
+    port.updated = now;
     port.advance(now);
     port.quarters.add(values_of(*record), port.tested);
     port.days.add(values_of(*record), port.tested);
@@ -180,26 +192,9 @@ cerrno pm_ui_set_optics_prim(uint32_t ifhandle, const pm_ui_optics_record *recor
 
 namespace lum_linux {
 
-std::string_view pm_value_name(pm_value value) {
-  constexpr std::array<std::string_view, pm_value_count> names = {
-      "reading_3", "reading_4_a", "reading_4_b", "reading_4_c", "power_1", "power_0"};
-  const auto index = static_cast<size_t>(value);
-  return index < names.size() ? names[index] : "unknown";
-}
-
-std::string_view pm_value_unit(pm_value value) {
-  switch (value) {
-    case pm_value::power_1:
-    case pm_value::power_0:
-      return "0.1 uW";
-    default:
-      return "";
-  }
-}
-
 std::vector<pm_interface> pm_interfaces() {
   const std::lock_guard hold(store().lock);
-  const store_time now = store_now();
+  const store_stamp now = store_stamp_now();
   std::vector<pm_interface> all;
   for (auto &[ifhandle, port] : store().ports) all.push_back(view_of(ifhandle, port, now));
   return all;
@@ -209,7 +204,7 @@ std::optional<pm_interface> pm_find(uint32_t ifhandle) {
   const std::lock_guard hold(store().lock);
   const auto found = store().ports.find(ifhandle);
   if (found == store().ports.end()) return std::nullopt;
-  return view_of(ifhandle, found->second, store_now());
+  return view_of(ifhandle, found->second, store_stamp_now());
 }
 
 void pm_values_are_tested(uint32_t ifhandle, bool tested) {

@@ -9,6 +9,7 @@ namespace {
 struct clock_holder {
   std::mutex lock;
   store_clock clock;
+  moment_clock moments;
 };
 
 clock_holder &holder() {
@@ -18,16 +19,18 @@ clock_holder &holder() {
 
 }  // namespace
 
-void stores_set_clock(store_clock clock) {
+void stores_set_clock(store_clock clock, moment_clock moments) {
   const std::lock_guard hold(holder().lock);
   holder().clock.swap(clock);
+  holder().moments.swap(moments);
 }
 
-store_time store_now() {
+store_stamp store_stamp_now() {
+  using moment = std::chrono::steady_clock::time_point;
   const std::lock_guard hold(holder().lock);
-  return holder().clock ? holder().clock() : std::chrono::system_clock::now();
+  if (!holder().clock) return {std::chrono::system_clock::now(), std::chrono::steady_clock::now()};
+  const store_time time = holder().clock();
+  return {time, holder().moments ? holder().moments() : moment(time.time_since_epoch())};
 }
-
-store_stamp store_stamp_now() { return {store_now(), std::chrono::steady_clock::now()}; }
 
 }  // namespace lum_linux

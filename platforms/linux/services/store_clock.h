@@ -5,7 +5,6 @@
 
 namespace lum_linux {
 
-store_time store_now();
 store_stamp store_stamp_now();
 
 }  // namespace lum_linux

@@ -1,6 +1,7 @@
 #include "services/store_files.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -29,7 +30,7 @@ std::string time_stamp() {
 
 bool has_log(const fs::path &file) {
   std::error_code ignored;
-  return fs::exists(file.string() + "-wal", ignored);
+  return fs::exists(log_of(file), ignored);
 }
 
 }  // namespace
@@ -43,6 +44,14 @@ int error_of_opening(const fs::path &file) {
   const unique_fd fd(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
   return fd ? 0 : errno;
 }
+
+file_mark mark_of(const fs::path &file) {
+  struct stat found = {};
+  if (::stat(file.c_str(), &found) != 0) return {};
+  return {found.st_dev, found.st_ino, found.st_size};
+}
+
+fs::path log_of(const fs::path &file) { return file.string() + "-wal"; }
 
 bool can_be_read_alone(const fs::path &file) {
   std::error_code error;

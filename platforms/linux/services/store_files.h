@@ -1,6 +1,8 @@
 // The files of a database: what the system says of them, and how they are put aside.
 #pragma once
 
+#include <sys/types.h>
+
 #include <filesystem>
 #include <string>
 
@@ -11,6 +13,20 @@ void sync_folder(const std::filesystem::path &folder);
 
 // The system's error of opening or creating the file, 0 when it opens.
 int error_of_opening(const std::filesystem::path &file);
+
+// What a file is known by, and how long it is; all 0 for one that is not there.
+struct file_mark {
+  dev_t device = 0;
+  ino_t number = 0;
+  off_t size = 0;
+  bool is_same_file(const file_mark &other) const {
+    return device == other.device && number == other.number;
+  }
+};
+file_mark mark_of(const std::filesystem::path &file);
+
+// Where SQLite keeps the latest changes of a database.
+std::filesystem::path log_of(const std::filesystem::path &file);
 
 // Whether a database is whole without a change: a rollback journal would have to be played back.
 bool can_be_read_alone(const std::filesystem::path &file);

@@ -133,6 +133,9 @@ cerrno checkpoint_store::prepare(const wanted &what, opened &result, std::string
   if (found == store_verdict::old) renew_store(database);
   if (found == store_verdict::fresh) sync_folder(what.file.parent_path());
   connection_->prepared.emplace(database);
+  log_file_ = log_of(what.file);
+  log_ = mark_of(log_file_);
+  is_for_writing_ = !is_to_read;
   examine(what, found, result);
   return 0;
 }

@@ -12,7 +12,8 @@ namespace lum_linux {
 struct record_key {
   uint32_t kind = 0;  // the table's
   uint32_t key = 0;
-  auto operator<=>(const record_key &) const = default;
+  // The 0 is in what the compiler makes of it.
+  auto operator<=>(const record_key &) const = default;  // NOLINT(modernize-use-nullptr)
 };
 
 // As it is called in what is told.

@@ -58,8 +58,9 @@ void write_log(int priority, std::string_view line) {
 
 // ---- Deadlock-monitor marks
 
-// One per waiting thread, taken with the thread's first mark and given back at its end. Only its
-// thread and a lister take the lock, each for the time of a copy.
+// One per waiting thread, taken with the thread's first mark and given back at its end, or with its
+// last mark when there is no memory for being told of the end. Only its thread and a lister take
+// the lock, each for the time of a copy.
 struct mark_slot {
   std::mutex lock;
   bool owned = false;
@@ -78,37 +79,43 @@ std::array<mark_slot, mark_slots> &marks() {
   return *the_marks;
 }
 
-class thread_mark {
- public:
-  thread_mark() = default;
-  ~thread_mark() {
-    if (slot_ == nullptr) return;
-    const std::lock_guard hold(slot_->lock);
-    slot_->owned = false;
-    slot_->mutex = nullptr;
+mark_slot *take_slot() {
+  for (mark_slot &slot : marks()) {
+    const std::lock_guard hold(slot.lock);
+    if (slot.owned) continue;
+    slot.owned = true;
+    return &slot;
   }
-  thread_mark(const thread_mark &) = delete;
-  thread_mark &operator=(const thread_mark &) = delete;
+  return nullptr;
+}
 
-  mark_slot *slot() {
-    if (slot_ == nullptr) slot_ = take();
-    return slot_;
-  }
-
- private:
-  static mark_slot *take() {
-    for (mark_slot &slot : marks()) {
-      const std::lock_guard hold(slot.lock);
-      if (slot.owned) continue;
-      slot.owned = true;
-      return &slot;
-    }
-    return nullptr;
-  }
-
-  mark_slot *slot_ = nullptr;
+// Not an object with a destructor: a thread that has no memory for registering one ends the
+// process.
+struct thread_mark {
+  mark_slot *slot = nullptr;
+  bool is_kept = false;  // until the thread ends
 };
 thread_local thread_mark this_mark;
+
+void give_slot_back() {
+  {
+    const std::lock_guard hold(this_mark.slot->lock);
+    this_mark.slot->owned = false;
+    this_mark.slot->mutex = nullptr;
+  }
+  this_mark = {};
+}
+
+class end_of_threads {
+ public:
+  end_of_threads() : is_told_(pthread_key_create(&key_, [](void *) { give_slot_back(); }) == 0) {}
+  bool await(mark_slot *slot) const { return is_told_ && pthread_setspecific(key_, slot) == 0; }
+
+ private:
+  pthread_key_t key_ = 0;
+  bool is_told_;
+};
+const end_of_threads threads_end;
 
 }  // namespace
 
@@ -130,7 +137,11 @@ void tern_syslog(int32_t facility, const char *format, ...) {
 }
 
 void ptd_set_mutex_block(pthread_mutex_t *mutex, const char *function, uint32_t line) {
-  mark_slot *slot = this_mark.slot();
+  if (this_mark.slot == nullptr) {
+    mark_slot *const taken = take_slot();
+    this_mark = {taken, taken != nullptr && threads_end.await(taken)};
+  }
+  mark_slot *const slot = this_mark.slot;
   if (slot == nullptr) return;
   const std::lock_guard hold(slot->lock);
   slot->mutex = mutex;
@@ -142,10 +153,14 @@ void ptd_set_mutex_block(pthread_mutex_t *mutex, const char *function, uint32_t 
 }
 
 void ptd_unset_mutex_block(pthread_mutex_t *mutex) {
-  mark_slot *slot = this_mark.slot();
+  mark_slot *const slot = this_mark.slot;
   if (slot == nullptr) return;
-  const std::lock_guard hold(slot->lock);
-  if (slot->mutex == mutex) slot->mutex = nullptr;
+  {
+    const std::lock_guard hold(slot->lock);
+    if (slot->mutex == mutex) slot->mutex = nullptr;
+    if (slot->mutex != nullptr || this_mark.is_kept) return;
+  }
+  give_slot_back();
 }
 
 cerrno strncpy_s(char *destination, size_t size, const char *source, size_t count) {

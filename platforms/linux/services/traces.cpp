@@ -25,6 +25,7 @@
 #include <system_error>
 
 #include "ctrace.h"
+#include "lum_linux/disks.h"
 #include "lum_linux/system.h"
 #include "services/immortal.h"
 
@@ -127,7 +128,11 @@ bool usable_name(const char *name) {
 // Opens the channel's files. May throw.
 void open_files(channel &to_open) {
   trace_channel_status &status = to_open.status;
-  // It would hold up whoever traces until somebody reads.
+  // Either would hold up whoever traces, for long or until somebody reads.
+  if (lum_linux::folder_is_waited_for(status.file.parent_path())) {
+    throw spdlog::spdlog_ex("the disk of " + status.file.parent_path().string() +
+                            " does not answer");
+  }
   std::error_code ignored;
   if (std::filesystem::is_fifo(status.file, ignored)) {
     throw spdlog::spdlog_ex(status.file.string() + " is a pipe");
@@ -137,10 +142,10 @@ void open_files(channel &to_open) {
                                                                         status.size / 2, 1);
   to_open.sink->set_formatter(line_formatter(to_open.process_name, status.name));
   to_open.file = identity_of(status.file);
-  status.reason.clear();
 }
 
-// Does without files that failed; they are opened again some time later. Told when it begins.
+// Does without files that failed; they are opened again some time later. Told when it begins, and
+// over when a line has been written: a file on a full disk can be opened.
 void give_up_files(channel &failing, const char *reason) {
   failing.sink.reset();
   if (std::exchange(failing.status.reason, reason).empty()) {
@@ -188,20 +193,36 @@ void append_printable(spdlog::memory_buf_t &line, std::string_view text) {
   }
 }
 
-cerrno write_line(channel &to, spdlog::string_view_t line) {
+bool put(channel &to, spdlog::string_view_t line) {
   look_after_files(to);
-  if (to.sink != nullptr) {
-    try {
-      to.sink->log({spdlog::string_view_t(), spdlog::level::info, line});
-      to.sink->flush();
-      ++to.status.lines;
-      return 0;
-    } catch (const std::exception &failure) {
-      give_up_files(to, failure.what());
-    }
+  if (to.sink == nullptr) return false;
+  try {
+    to.sink->log({spdlog::string_view_t(), spdlog::level::info, line});
+    to.sink->flush();
+    to.status.reason.clear();
+    return true;
+  } catch (const std::exception &failure) {
+    give_up_files(to, failure.what());
+    return false;
   }
-  ++to.status.failures;
-  return EIO;
+}
+
+cerrno write_line(channel &to, spdlog::string_view_t line) {
+  const bool is_written = put(to, line);
+  ++(is_written ? to.status.lines : to.status.failures);
+  return is_written ? 0 : EIO;
+}
+
+// Only a line that can be written shows that lines can, and this one says what is missing. May
+// throw.
+void try_again(channel &failing) {
+  spdlog::memory_buf_t line;
+  fmt::format_to(
+      std::back_inserter(line),
+      "#0 [traces] {} lines were not written so far, the latest: ", failing.status.failures);
+  append_printable(line, failing.status.reason);
+  failing.look_at = {};
+  put(failing, {line.data(), line.size()});
 }
 
 }  // namespace
@@ -322,6 +343,17 @@ cerrno traces_enable(std::string_view channel_name, bool on) {
     return 0;
   }
   return ENOENT;
+}
+
+void traces_tend() {
+  for (channel_slot &slot : facility().slots) {
+    try {
+      const std::lock_guard hold(slot.lock);
+      if (!slot.open || !slot.open->status.enabled || slot.open->status.reason.empty()) continue;
+      try_again(*slot.open);
+    } catch (const std::exception &) {  // the next time
+    }
+  }
 }
 
 std::vector<trace_channel_status> traces_status() {

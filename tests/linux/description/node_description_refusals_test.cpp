@@ -71,7 +71,7 @@ std::string two_ports(const std::string &first, const std::string &second) {
 
 const std::string all_node_keys =
     "expected one of name, rack, state_directory, trace_directory, led_directory, api_socket, "
-    "http_port, http_names, interface_manager, slot";
+    "http_port, http_names, interface_manager, units, slot";
 const std::string lines_of_cage =
     "reset, reset_value, reset_idle_value, low_power, low_power_value, low_power_idle_value, led";
 const std::string text_1024 = "expected a text of 1 to 1024 bytes";
@@ -143,6 +143,13 @@ const std::vector<refusal> refusals = {
      node("[interface_manager]\nslow = 1\n"),
      {"5: unknown key 'slow' in the interface manager, expected one of delay_ms, delay_max_ms, "
       "seed, out_of_order, handle_base"}},
+    {"UnknownUnit",
+     node("[units]\nmode = 'dBm'\n"),
+     {"5: unknown key 'mode' in the units, expected one of threshold, p2_setting, setting_a, "
+      "setting_b"}},
+    {"UnitTooLong",
+     node("[units]\nthreshold = '" + std::string(16, 'u') + "'\n"),
+     {"5: 'threshold' is 16 bytes long, expected a text of 1 to 15 bytes"}},
     {"DelayRangeReversed",
      node("[interface_manager]\ndelay_ms = 9\ndelay_max_ms = 8\n"),
      {"6: 'delay_max_ms' is 8, expected an integer from 9 to 60000"}},

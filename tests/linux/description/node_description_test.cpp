@@ -175,6 +175,15 @@ slot = [
   EXPECT_EQ(node.ports()[1]->rsip, 0x00010000u);
 }
 
+TEST_F(NodeDescription, GivesSettingsTheirUnits) {
+  const node_description node =
+      accept(std::string(one_port) + "[units]\nthreshold = \"0.1 dBm\"\nsetting_b = \"GHz\"\n");
+  EXPECT_EQ(node.units.threshold, "0.1 dBm");
+  EXPECT_EQ(node.units.p2_setting, "");
+  EXPECT_EQ(node.units.setting_a, "");
+  EXPECT_EQ(node.units.setting_b, "GHz");
+}
+
 TEST_F(NodeDescription, IsReadFromAFileRelativeToItsFolder) {
   folder.write("modules/7.eeprom", "");
   const auto file = folder.write("node.toml", one_port);

@@ -1,6 +1,8 @@
 // Everything that the interface manager can be asked to do wrong.
 #include <gmock/gmock.h>
 
+#include <future>
+#include <mutex>
 #include <thread>
 
 #include "interface_manager/im_harness.h"
@@ -82,7 +84,7 @@ TEST(ImFaults, FailsEveryNthElementOfAnyOperation) {
   EXPECT_THAT(node.wait(2)[1].results, ElementsAre(0u, 0u, 16u, 0u));
   node.update(2, {handles[0], handles[1]}, 1);
   EXPECT_THAT(node.wait(3)[2].results, ElementsAre(0u, 16u));
-  EXPECT_EQ(node.im.controllers()[1].state, 0u);
+  EXPECT_FALSE(node.im.controllers()[1].state) << "none has reached it";
   node.remove(3, {"a", "b", "c"});
   EXPECT_THAT(node.wait(4)[3].results, ElementsAre(0u, 0u, 16u));
   node.im.fail_every(0, 16);
@@ -249,6 +251,26 @@ TEST(ImFaults, StartsOutWithTheDelayItWasGiven) {
   const auto before = steady_clock::now();
   node.created({"a"});
   EXPECT_GE(steady_clock::now() - before, a_moment);
+}
+
+TEST(ImAccounts, TellOfABatchWhoseCompletionStillRuns) {
+  im_harness node;
+  std::mutex gate;
+  std::unique_lock closed(gate);
+  std::promise<void> begun;
+  node.in_completion = [&](int) {
+    begun.set_value();
+    const std::lock_guard wait(gate);
+  };
+  interface_manager::account mine(node.im);
+  node.im.fail_next(1, 5);
+  node.create(1, {"a"});
+  begun.get_future().wait();
+  EXPECT_EQ(mine.batches()[0].state, im_batch_state::completing);
+  EXPECT_EQ(mine.batches()[0].code, 5u);
+  closed.unlock();
+  ASSERT_TRUE(node.im.wait_idle(soon));
+  EXPECT_EQ(mine.batches()[0].state, im_batch_state::answered);
 }
 
 }  // namespace

@@ -34,7 +34,9 @@ TEST(InterfaceManager, ListsControllersByHandleAndFindsThemByEither) {
   ASSERT_EQ(controllers.size(), 2u);
   EXPECT_EQ(controllers[0].name, "Ots0_1_0_2_0");
   EXPECT_EQ(controllers[0].handle, 0x08000001u);
-  EXPECT_EQ(controllers[0].state, 0u);
+  EXPECT_FALSE(controllers[0].state) << "nobody has told it one";
+  EXPECT_EQ(node.im.find(0x08000001)->name, "Ots0_1_0_2_0");
+  EXPECT_FALSE(node.im.find(0x08000003));
   EXPECT_EQ(node.im.name_of(0x08000002), "Ots0_1_0_1_0");
   EXPECT_EQ(node.im.handle_of("Ots0_1_0_1_0"), 0x08000002u);
   EXPECT_FALSE(node.im.name_of(0));
@@ -79,7 +81,7 @@ TEST(InterfaceManager, UpdatesRecordTheStateAndIgnoreUnknownHandles) {
   EXPECT_EQ(reply.count, 3);
   EXPECT_THAT(reply.results, ElementsAre(0u, 2u, 2u));
   EXPECT_THAT(reply.names, ElementsAre("b", "", ""));
-  EXPECT_EQ(node.im.controllers()[0].state, 0u);
+  EXPECT_FALSE(node.im.controllers()[0].state);
   EXPECT_EQ(node.im.controllers()[1].state, 1u);
   EXPECT_EQ(node.im.controllers()[1].updates, 1u);
 }

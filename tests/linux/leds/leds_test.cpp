@@ -167,13 +167,28 @@ TEST_F(Leds, TroubleIsKeptUntilTheStateCanBeSet) {
   EXPECT_EQ(trouble->led, red);
   EXPECT_NE(trouble->code, 0u);
   EXPECT_EQ(trouble->wanted, 3u);
-  all->retry();
+  all->look();
   EXPECT_TRUE(all->trouble(rsip));
   std::filesystem::remove(red / "brightness");
   write_file(red / "brightness", "0\n");
-  all->retry();
+  all->look();
   EXPECT_FALSE(all->trouble(rsip));
   EXPECT_EQ(state(), 3u);
+}
+
+TEST_F(Leds, StatusIsAsSeenOrSetLast) {
+  EXPECT_FALSE(all->status(dark_port));
+  EXPECT_EQ(all->status(rsip)->state, 0u);
+  EXPECT_EQ(all->set_state(rsip, 1), 0u);
+  EXPECT_EQ(all->status(rsip)->state, 1u);
+  write_file(red / "brightness", "1\n");
+  EXPECT_EQ(all->status(rsip)->state, 1u) << "touches no file";
+  all->look();
+  EXPECT_EQ(all->status(rsip)->state, 2u);
+  std::filesystem::remove(green / "brightness");
+  all->look();
+  EXPECT_FALSE(all->status(rsip)->state);
+  EXPECT_EQ(all->trouble(rsip)->led, green);
 }
 
 TEST(LedsElsewhere, WhatCannotBeMadeIsTroubleFromTheStart) {

@@ -101,6 +101,32 @@ TEST_F(FileMemory, UnreadableFilePassesTheErrnoOn) {
   read(0, 0, 1, EACCES);
 }
 
+TEST_F(FileMemory, FolderThatMayNotBeEnteredIsAPlaceThatCannotBeReached) {
+  const std::filesystem::path shut = folder / "shut";
+  std::filesystem::create_directory(shut);
+  std::filesystem::permissions(shut, std::filesystem::perms::none);
+  const auto all = rack_of(make_file_memory(shut / "eeprom"), {}, module_backend::file);
+  {
+    const without_root ordinary(folder);
+    if (ordinary.is_root()) GTEST_SKIP() << "root enters every folder";
+    all->look();
+  }
+  const module_status status = *all->status(rsip);
+  EXPECT_EQ(status.place_code, static_cast<cerrno>(EACCES));
+  EXPECT_EQ(status.place, shut.native());
+  EXPECT_FALSE(status.present);
+}
+
+TEST_F(FileMemory, NothingIsKnownOfACageOnceItIsStopped) {
+  write_file(file, numbered(640));
+  const auto all = rack_of(make_file_memory(file), {}, module_backend::file);
+  EXPECT_TRUE(all->present(rsip));
+  EXPECT_TRUE(all->status(rsip)->is_known());
+  all->stop();
+  EXPECT_FALSE(all->status(rsip)->is_known());
+  EXPECT_FALSE(all->status(rsip)->present);
+}
+
 TEST_F(FileMemory, LinkInACirclePassesTheErrnoOn) {
   std::filesystem::create_symlink(file, file);
   read(0, 0, 1, ELOOP);

@@ -335,10 +335,18 @@ TEST(RealI2cKernel, BusThatIsNotThereIsAnAbsentModule) {
   EXPECT_FALSE(memory->present());
 }
 
-TEST(RealI2cKernel, FileThatIsNoBusFails) {
-  const auto memory = make_i2c_memory("/dev/null", 0x50);
-  uint8_t byte = 0;
-  EXPECT_EQ(memory->read(0, 0, {&byte, 1}), static_cast<cerrno>(ENOTTY));
+TEST(RealI2cKernel, WhatIsNoBusHasNoModuleAndIsToldAsThat) {
+  const test_folder folder;
+  write_file(folder / "file", "bytes of nobody's");
+  for (const std::filesystem::path &place : {std::filesystem::path("/dev/null"), folder / "file"}) {
+    const auto memory = make_i2c_memory(place, 0x50);
+    uint8_t byte = 0;
+    EXPECT_FALSE(memory->present());
+    EXPECT_EQ(memory->place_code(), static_cast<cerrno>(ENOTTY));
+    EXPECT_EQ(memory->read(0, 0, {&byte, 1}), 19u);
+    EXPECT_EQ(memory->write(0, 0, 1), 19u);
+  }
+  EXPECT_EQ(contents(folder / "file"), "bytes of nobody's");
 }
 
 }  // namespace

@@ -354,6 +354,11 @@ TEST_F(checkpoint_without_store, a_file_that_is_moved_takes_what_is_saved_with_i
   EXPECT_EQ(chkpt_save(table, id, record_of(6).data(), 96), 116u);
   EXPECT_FALSE(checkpoints_status().usable);
   EXPECT_THAT(checkpoints_status().reason, HasSubstr("moved or removed"));
+  chkpt_record record = record_of(0);
+  const auto seen =
+      lum_linux::checkpoints_look(table, key, std::as_writable_bytes(std::span(record)));
+  EXPECT_FALSE(seen.known);
+  EXPECT_THAT(seen.reason, HasSubstr("moved or removed"));
   EXPECT_THAT(troubled(record_trouble::unsaved), ElementsAre(key));
   fs::rename(elsewhere, file);
   checkpoints_tend();

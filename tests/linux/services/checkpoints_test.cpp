@@ -34,6 +34,37 @@ TEST_F(checkpoints, starting_twice_is_told_and_tables_keep_their_handle) {
   EXPECT_EQ(checkpoints_set_path(folder / "other.db"), 16u);
 }
 
+TEST_F(checkpoints, a_look_shows_what_is_saved_and_nothing_else) {
+  open();
+  chkpt_record record = record_of(0);
+  const auto look = [&](uint32_t of_key) {
+    return lum_linux::checkpoints_look(table, of_key, std::as_writable_bytes(std::span(record)));
+  };
+  EXPECT_TRUE(look(key).known);
+  EXPECT_FALSE(look(key).found);
+  uint64_t id = 0;
+  ASSERT_EQ(chkpt_create(table, key, &id), 0u);
+  EXPECT_FALSE(look(key).found) << "it has no data yet";
+  ASSERT_EQ(chkpt_save(table, id, record_of(5).data(), 96), 0u);
+  EXPECT_TRUE(look(key).found);
+  EXPECT_EQ(record, record_of(5));
+  EXPECT_FALSE(look(key + 1).found);
+  EXPECT_FALSE(lum_linux::checkpoints_look(table + 9, key, {}).known);
+}
+
+TEST_F(checkpoints, a_look_that_fails_keeps_no_save_from_its_record) {
+  open();
+  const uint64_t id = create_saved(key, 5);
+  std::array<std::byte, 95> short_one;
+  const auto seen = lum_linux::checkpoints_look(table, key, short_one);
+  EXPECT_FALSE(seen.known);
+  EXPECT_FALSE(seen.found);
+  EXPECT_NE(seen.reason, "");
+  EXPECT_TRUE(checkpoints_status().troubled.empty());
+  EXPECT_EQ(checkpoints_status().failures, 0u);
+  EXPECT_EQ(chkpt_save(table, id, record_of(6).data(), 96), 0u);
+}
+
 TEST_F(checkpoints, entries_are_created_saved_found_and_deleted) {
   open();
   uint64_t id = 0, found = 77;

@@ -138,6 +138,39 @@ TEST_F(stores, pm_keeps_as_many_finished_bins_as_it_says) {
   EXPECT_EQ(port.days[0].samples, 96u);
 }
 
+// A clock that was set leaves a gap, or an overlap, in the bin before and in that of now.
+TEST_F(stores, pm_marks_the_bins_that_a_setting_of_the_clock_cuts) {
+  std::chrono::steady_clock::time_point moment;
+  stores_set_clock([this] { return now; }, [&moment] { return moment; });
+  ASSERT_EQ(pm_ui_port_create(188, 5, "x"), 0u);
+  const auto pass = [&](std::chrono::seconds time) {
+    now += time;
+    moment += time;
+    sample(5, 1);
+  };
+  const auto set = [&](std::chrono::seconds by) {
+    now += by;
+    sample(5, 1);
+  };
+  sample(5, 1);
+  pass(5min);
+  EXPECT_FALSE(pm_find(5)->quarter.partial);
+  set(5min);
+  EXPECT_TRUE(pm_find(5)->quarter.partial) << "five minutes are missing";
+  pass(10min);
+  EXPECT_FALSE(pm_find(5)->quarter.partial) << "the next bin is whole";
+  set(1s);
+  EXPECT_FALSE(pm_find(5)->quarter.partial) << "a leap second";
+  set(20min);
+  EXPECT_TRUE(pm_find(5)->quarters.at(0).partial) << "its end is missing";
+  EXPECT_TRUE(pm_find(5)->quarter.partial) << "its beginning is missing";
+  EXPECT_TRUE(pm_find(5)->day.partial);
+  pass(15min);
+  EXPECT_FALSE(pm_find(5)->quarter.partial);
+  set(-3min);
+  EXPECT_TRUE(pm_find(5)->quarter.partial) << "three minutes are in it twice";
+}
+
 TEST_F(stores, pm_outlives_a_clock_that_jumps) {
   ASSERT_EQ(pm_ui_port_create(188, 5, "x"), 0u);
   sample(5, 1);
@@ -150,12 +183,6 @@ TEST_F(stores, pm_outlives_a_clock_that_jumps) {
   now = midnight + 100000h;
   sample(5, 4);
   EXPECT_EQ(pm_find(5)->quarters.size(), 3u);
-}
-
-TEST_F(stores, pm_values_have_names_and_units) {
-  EXPECT_EQ(pm_value_name(pm_value::power_0), "power_0");
-  EXPECT_EQ(pm_value_unit(pm_value::power_0), "0.1 uW");
-  EXPECT_EQ(pm_value_name(static_cast<pm_value>(99)), "unknown");
 }
 
 TEST_F(stores, ptah_ports_are_created_and_deleted_once) {

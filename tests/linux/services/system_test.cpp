@@ -10,6 +10,7 @@
 #include "bounded_copy.h"
 #include "cerr.h"
 #include "ptd.h"
+#include "refused_thread_ends.h"
 #include "services/log_capture.h"
 #include "tern.h"
 
@@ -115,6 +116,35 @@ TEST(blocked_threads, lists_who_waits_where_and_since_when) {
   EXPECT_EQ(lum_linux::blocked_threads().size(), 1u);
   listed.set_value();
   other.join();
+  EXPECT_TRUE(lum_linux::blocked_threads().empty());
+}
+
+// More of them than can be listed at a time: each leaves room for the next.
+TEST(blocked_threads, are_listed_also_without_memory_for_being_told_of_their_end) {
+#ifdef LUM_SANITIZERS_NEW
+  GTEST_SKIP() << "memory does not run out here";
+#endif
+  pthread_mutex_t mutex;
+  for (int i = 0; i < 600; ++i) {
+    std::thread([&] {
+      refuses_thread_ends = true;
+      ptd_set_mutex_block(&mutex, "without_memory", 1);
+      refuses_thread_ends = false;
+      EXPECT_EQ(lum_linux::blocked_threads().size(), 1u);
+      ptd_unset_mutex_block(&mutex);
+    }).join();
+  }
+  EXPECT_TRUE(lum_linux::blocked_threads().empty());
+}
+
+TEST(blocked_threads, give_their_place_back_when_they_end) {
+  pthread_mutex_t mutex;
+  for (int i = 0; i < 600; ++i) {
+    std::thread([&] {
+      ptd_set_mutex_block(&mutex, "here", 1);
+      EXPECT_EQ(lum_linux::blocked_threads().size(), 1u);
+    }).join();
+  }
   EXPECT_TRUE(lum_linux::blocked_threads().empty());
 }
 

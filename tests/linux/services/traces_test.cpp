@@ -1,6 +1,10 @@
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <csignal>
 #include <regex>
 #include <thread>
 #include <vector>
@@ -15,6 +19,7 @@ namespace fs = std::filesystem;
 using lum_linux::traces_enable;
 using lum_linux::traces_set_directory;
 using lum_linux::traces_status;
+using lum_linux::traces_tend;
 
 constexpr const char *key = "liblum_ctrace_dir";
 constexpr const char *digest = "0123456789abcdef0123456789abcdef";
@@ -189,6 +194,54 @@ TEST_F(traces, a_file_that_cannot_be_written_is_reported_once_and_harms_nobody) 
   EXPECT_NE(traces_status()[0].reason, "");
   ctrace_dump(handle);
   ctrace_set_process_name("other");
+}
+
+TEST_F(traces, a_channel_that_can_be_written_again_is_found_out_without_a_line_to_write) {
+  std::ofstream(folder / "traces") << "in the way";
+  const ctrace_handle handle = open("lum_error");
+  ctrace_internal(handle, 1, 0, 1, "", "lost");
+  ctrace_internal(handle, 1, 0, 1, "", "lost");
+  log_capture log;
+  traces_tend();
+  const std::string reason = traces_status()[0].reason;
+  EXPECT_NE(reason, "");
+  fs::remove(folder / "traces");
+  traces_tend();
+  EXPECT_EQ(traces_status()[0].reason, "");
+  EXPECT_EQ(traces_status()[0].failures, 2u);
+  const auto lines = lines_of(file("lum_error.log"));
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_NE(lines[0].find("#0 [traces] 2 lines were not written so far, the latest: " + reason),
+            std::string::npos)
+      << lines[0];
+  traces_tend();
+  EXPECT_EQ(lines_of(file("lum_error.log")).size(), 1u);
+  EXPECT_TRUE(log.lines().empty()) << "told when it began";
+}
+
+// The file can be opened there, so only a line shows how it is.
+TEST_F(traces, a_full_disk_stays_told_once_until_there_is_room) {
+  const pid_t child = fork();
+  if (child == 0) {
+    std::signal(SIGXFSZ, SIG_IGN);
+    const ctrace_handle handle = open("lum_error");
+    const rlimit none = {0, RLIM_INFINITY}, any = {RLIM_INFINITY, RLIM_INFINITY};
+    log_capture log;
+    setrlimit(RLIMIT_FSIZE, &none);
+    EXPECT_EQ(ctrace_internal(handle, 1, 0, 1, "", "lost"), 5u);
+    traces_tend();
+    traces_tend();
+    EXPECT_NE(traces_status()[0].reason, "");
+    EXPECT_EQ(traces_status()[0].failures, 1u);
+    setrlimit(RLIMIT_FSIZE, &any);
+    EXPECT_EQ(log.lines().size(), 1u);
+    traces_tend();
+    EXPECT_EQ(traces_status()[0].reason, "");
+    _exit(HasFailure() ? 1 : 0);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
 }
 
 TEST_F(traces, can_be_turned_off_once_configurable) {

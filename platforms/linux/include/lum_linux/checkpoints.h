@@ -3,8 +3,10 @@
 // What holds for every call stands in lum_linux/services.h.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -59,6 +61,17 @@ void checkpoints_tend();
 
 // As it was after the latest call. Does not wait for the disk.
 checkpoint_status checkpoints_status();
+
+// What the store holds for a key, for whoever shows it.
+struct checkpoint_look {
+  bool known = false;  // it could be found out
+  bool found = false;  // there is a record, and it has been copied
+  std::string reason;  // why it is not known; else empty
+};
+// Copies a record of exactly the buffer's size. `table` is a handle of chkpt_register. Unlike
+// chkpt_get it notes nothing: a record that could not be looked at may be saved over as before.
+// Waits for the disk.
+checkpoint_look checkpoints_look(uint64_t table, uint32_t key, std::span<std::byte> record);
 
 // Whether an id given out by the service stands for a key because it was not known whether that has
 // a record.

@@ -34,8 +34,8 @@ enum class im_malformation {
 struct im_controller {
   std::string name;
   uint32_t handle = 0;
-  uint32_t state = 0;    // last state sent by an update, 0 or 1
-  uint32_t updates = 0;  // update elements that named the controller
+  std::optional<uint32_t> state;  // last sent by an update, 0 or 1; nothing before the first
+  uint32_t updates = 0;           // update elements that named the controller
 };
 
 struct im_statistics {
@@ -122,6 +122,7 @@ class interface_manager {
 
   // What is known of the controllers, in the order of their handles.
   std::vector<im_controller> controllers() const;
+  std::optional<im_controller> find(uint32_t handle) const;
   std::optional<std::string> name_of(uint32_t handle) const;
   std::optional<uint32_t> handle_of(const std::string &name) const;
   im_statistics statistics() const;

@@ -71,6 +71,14 @@ struct im_description {
   uint32_t handle_base = 0x08000000;
 };
 
+// The units that settings are given in, such as "dBm"; empty where the description does not say.
+struct setting_units {
+  std::string threshold;
+  std::string p2_setting;
+  std::string setting_a;
+  std::string setting_b;
+};
+
 struct node_description {
   std::filesystem::path source;  // the description's own file
   std::string name;
@@ -82,6 +90,7 @@ struct node_description {
   std::optional<uint16_t> http_port;    // absent: no HTTP; 0: any free port
   std::vector<std::string> http_names;  // by which HTTP may be asked for, in small letters
   im_description interface_manager;
+  setting_units units;
   std::vector<slot_description> slots;
 
   // Every port in the order of the description.

@@ -9,7 +9,6 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "lum_linux/store_time.h"
@@ -27,8 +26,6 @@ enum class pm_value : std::size_t {
   power_0
 };
 inline constexpr std::size_t pm_value_count = 6;
-std::string_view pm_value_name(pm_value value);
-std::string_view pm_value_unit(pm_value value);
 
 struct pm_statistics {
   uint32_t current = 0;  // the latest
@@ -43,8 +40,9 @@ struct pm_bin {
   store_time start;
   std::chrono::seconds length{0};
   uint64_t samples = 0;
-  bool partial = false;  // the interface was created, or the clock set back, within it
-  bool tested = false;   // a test has added to values that are in it
+  // The interface was created, or the clock set, within it: it does not cover all of that time.
+  bool partial = false;
+  bool tested = false;  // a test has added to values that are in it
   std::array<pm_statistics, pm_value_count> values{};
 };
 
@@ -59,6 +57,7 @@ struct pm_interface {
   std::string name;
   std::optional<pm_ui_optics_record> latest;  // absent until there is one
   store_stamp updated;                        // when the latest came
+  bool latest_tested = false;                 // a test had added to it
   pm_bin quarter;                             // the current 15 minutes
   pm_bin day;                                 // the current 24 hours
   std::vector<pm_bin> quarters;               // finished bins that had samples, newest first

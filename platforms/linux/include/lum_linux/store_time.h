@@ -15,9 +15,11 @@ struct store_stamp {
   std::chrono::steady_clock::time_point moment;
 };
 using store_clock = std::function<store_time()>;
+using moment_clock = std::function<std::chrono::steady_clock::time_point()>;
 
-// Sets both stores' clock; an empty one goes back to the system's. It is called with a store's lock
-// held and must not call back.
-void stores_set_clock(store_clock clock);
+// Sets both stores' clock; an empty one goes back to the system's. Moments pass as `moments` says
+// or, without it, as the clock does, as when nobody ever sets that. Both are called with a store's
+// lock held and must not call back.
+void stores_set_clock(store_clock clock, moment_clock moments = {});
 
 }  // namespace lum_linux

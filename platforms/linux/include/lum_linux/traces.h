@@ -32,8 +32,12 @@ struct trace_channel_status {
   bool enabled = true;
   uint64_t lines = 0;
   uint64_t failures = 0;  // lines that could not be written
-  std::string reason;     // why its files cannot be written just now; else empty
+  std::string reason;     // why the latest line could not be written; empty when it was
 };
 std::vector<trace_channel_status> traces_status();
+
+// Tries the channels again that could not be written, each with a line that says how many were
+// lost: to be called every few seconds, for nothing may be traced for long. Waits for the disk.
+void traces_tend();
 
 }  // namespace lum_linux

@@ -44,11 +44,11 @@ reader_slot *take_slot() {
   return slot;
 }
 
-// What a thread has of it. Its end takes nothing of this down: a section may be opened even then.
+// What a thread has of it. Nothing of it is taken down: a section may be opened at the very end.
 struct thread_reader {
   reader_slot *slot = nullptr;
   unsigned depth = 0;
-  bool ending = false;
+  bool keeps_slot = false;  // between sections, until the thread ends
 };
 thread_local thread_reader this_reader;
 
@@ -58,15 +58,24 @@ void give_slot_back() {
   this_reader.slot = nullptr;
 }
 
-// Gives the slot back when the thread ends; later sections give theirs back themselves.
-struct end_of_thread {
-  ~end_of_thread() {
-    give_slot_back();
-    this_reader.ending = true;
-  }
-  void await() const {}
+// Gives a thread's slot back when the thread ends. An object with a destructor would do that too,
+// but a thread that has no memory for registering one ends the process.
+class end_of_threads {
+ public:
+  end_of_threads() : is_told_(pthread_key_create(&key_, [](void *) { give_slot_back(); }) == 0) {}
+  bool await(reader_slot *slot) const { return is_told_ && pthread_setspecific(key_, slot) == 0; }
+
+ private:
+  pthread_key_t key_ = 0;
+  bool is_told_;
 };
-thread_local end_of_thread this_threads_end;
+const end_of_threads threads_end;
+
+// A thread whose end nobody is told of has a slot for one section at a time.
+void take_slot_for_thread() {
+  this_reader.slot = take_slot();
+  this_reader.keeps_slot = this_reader.slot != nullptr && threads_end.await(this_reader.slot);
+}
 
 // The opening time of the oldest open section.
 std::uint64_t oldest_section() {
@@ -113,8 +122,7 @@ void free_unreachable_nodes() {
 
 ports_reader::ports_reader() {
   if (this_reader.depth++ != 0) return;
-  if (this_reader.slot == nullptr) this_reader.slot = take_slot();
-  if (!this_reader.ending) this_threads_end.await();
+  if (this_reader.slot == nullptr) take_slot_for_thread();
   if (this_reader.slot != nullptr) {
     this_reader.slot->opened_at.store(now.load());
   } else {
@@ -126,7 +134,7 @@ ports_reader::~ports_reader() {
   if (--this_reader.depth != 0) return;
   if (this_reader.slot != nullptr) {
     this_reader.slot->opened_at.store(0);
-    if (this_reader.ending) give_slot_back();
+    if (!this_reader.keeps_slot) give_slot_back();
   } else {
     readers_without_slot.fetch_sub(1);
   }

@@ -1,4 +1,4 @@
-#include "node/module_flags.h"
+#include "base/module_flags.h"
 
 #include <fmt/format.h>
 
@@ -6,7 +6,7 @@
 
 #include "words/alarms.h"
 
-namespace lumd {
+namespace lum_client {
 namespace {
 
 using lum_words::alarm_id;
@@ -86,4 +86,4 @@ std::vector<std::string> raised_flags(std::span<const uint8_t> flags) {
   return raised;
 }
 
-}  // namespace lumd
+}  // namespace lum_client

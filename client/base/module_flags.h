@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace lumd {
+namespace lum_client {
 
 // Which bytes of the lower page the library keeps, in its order.
 std::span<const unsigned> flag_places();
@@ -15,4 +15,4 @@ std::span<const unsigned> flag_places();
 // names it, and a bit that nothing is known of after its place.
 std::vector<std::string> raised_flags(std::span<const uint8_t> flags);
 
-}  // namespace lumd
+}  // namespace lum_client

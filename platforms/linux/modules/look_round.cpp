@@ -1,20 +1,20 @@
-#include "modules/presence_round.h"
+#include "modules/look_round.h"
 
 namespace lum_linux {
 namespace {
 
-constexpr std::chrono::milliseconds patience(250);  // with one module
+constexpr std::chrono::milliseconds patience(250);  // with one of them
 
 }  // namespace
 
-void presence_round::run(lanes &threads) {
+void look_round::run(lanes &threads) {
   std::unique_lock held(mutex_);
-  for (uint64_t lane = reinterpret_cast<uintptr_t>(this); next_ < cages.size(); ++lane) {
+  for (uint64_t lane = reinterpret_cast<uintptr_t>(this); next_ < looks.size(); ++lane) {
     held.unlock();
     const auto verdict = threads.post(lane, [self = shared_from_this()] { self->go_on(); });
     held.lock();
     bool goes_on = true;
-    while (goes_on && ended_ < cages.size()) {
+    while (goes_on && ended_ < looks.size()) {
       goes_on =
           changed_.wait_for(held, patience, [&, before = ended_] { return ended_ != before; });
     }
@@ -23,12 +23,12 @@ void presence_round::run(lanes &threads) {
   }
 }
 
-void presence_round::go_on() {
+void look_round::go_on() {
   std::unique_lock held(mutex_);
-  while (next_ < cages.size()) {
-    module_entry &entry = *cages[next_++];
+  while (next_ < looks.size()) {
+    const auto &look = looks[next_++];
     held.unlock();
-    entry.look();
+    look();
     held.lock();
     ++ended_;
     changed_.notify_all();

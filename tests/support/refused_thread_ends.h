@@ -1,0 +1,28 @@
+// Being told of a thread's end, refused as when memory runs out. To be included by one source of a
+// program: what it defines stands in for the system's in the whole of it.
+#pragma once
+
+#include <dlfcn.h>
+#include <pthread.h>
+
+#include <cerrno>
+#include <cstdlib>
+
+// Of this thread: from now on there is no memory for what a thread's end is told through.
+inline thread_local bool refuses_thread_ends = false;
+
+#ifndef LUM_SANITIZERS_NEW
+
+extern "C" void *__libc_calloc(size_t count, size_t size);
+
+extern "C" void *calloc(size_t count, size_t size) noexcept {
+  return refuses_thread_ends ? nullptr : __libc_calloc(count, size);
+}
+
+extern "C" int pthread_setspecific(pthread_key_t key, const void *value) noexcept {
+  using setter = int (*)(pthread_key_t, const void *);
+  static const auto real = reinterpret_cast<setter>(dlsym(RTLD_NEXT, "pthread_setspecific"));
+  return refuses_thread_ends ? ENOMEM : real(key, value);
+}
+
+#endif
