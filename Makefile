@@ -3,13 +3,14 @@
 #   make demo                 a simulated shelf, every step of its tour checked
 #   make demo MODULES=DIR     a shelf of the module dumps (*.eeprom) in DIR
 #   make test                 every test
+#   make test-kernel          the driver on a real Linux kernel under QEMU, every step checked
 #   make bench                the benchmarks
 #   make check-fast           what takes no second build: before a commit
-#   make check                format, lint, catalogue, binary interface, sanitizers, coverage, short fuzz runs
+#   make check                format, lint, catalogue, binary interface, sanitizers, coverage, the real kernel, short fuzz runs
 
 JOBS ?= $(shell nproc)
 
-.PHONY: demo test bench check check-fast
+.PHONY: demo test test-kernel bench check check-fast
 .SILENT:
 
 demo:
@@ -23,6 +24,12 @@ test:
 	cmake --preset release
 	cmake --build build -j $(JOBS)
 	ctest --test-dir build -j $$(($(JOBS) * 2)) --output-on-failure
+
+test-kernel:
+	tools/setup kernel
+	cmake --preset release >/dev/null
+	cmake --build build -j $(JOBS) --target lumd lumctl lum-module-image i2c_adapter stub_fill
+	python3 tests/kernel --build build
 
 bench:
 	tools/setup bench

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Format, includes, catalogue, headers, reference, exports, binary interface, presets, lint,
-# sanitizers, coverage and short fuzz runs. Stops at the first failure.
+# sanitizers, coverage, the real kernel and short fuzz runs. Stops at the first failure.
 #
 # usage: tools/check.sh [STEP ...]   (no argument: all)
 #        tools/check.sh fast         what takes no second build, over what has changed
@@ -172,6 +172,11 @@ check_coverage() {
   gcovr --gcov-executable 'llvm-cov-14 gcov' --root . --filter "$library/src/" --fail-under-line 98 build/asan/$library
 }
 
+# The driver on a real Linux kernel under QEMU.
+check_kernel() {
+  make --no-print-directory test-kernel
+}
+
 # Every configuration in CMakePresets.json can be made.
 check_presets() {
   local preset folder
@@ -203,7 +208,7 @@ fast_steps=(format includes catalogue headers reference exports abi lint-changed
 check_fast() { tools/check.sh "${fast_steps[@]}"; }
 
 steps=("$@")
-[ ${#steps[@]} -gt 0 ] || steps=(format includes catalogue headers reference exports abi presets lint asan tsan coverage fuzz)
+[ ${#steps[@]} -gt 0 ] || steps=(format includes catalogue headers reference exports abi presets lint asan tsan coverage kernel fuzz)
 times=()
 for step in "${steps[@]}"; do
   declare -F "check_$step" >/dev/null || { echo "tools/check.sh: no step is called $step" >&2; exit 2; }

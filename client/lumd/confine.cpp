@@ -45,11 +45,32 @@ fs::path nearest_existing(fs::path path) {
   return path;
 }
 
-// The kernel's files lie below /sys wherever their links are.
-fs::path place_of(const fs::path &path) {
+bool is_below_sys(const fs::path &path) {
   const auto top = path.begin();
-  if (top != path.end() && std::next(top) != path.end() && *std::next(top) == "sys") return "/sys";
-  return nearest_existing(path);
+  return top != path.end() && std::next(top) != path.end() && *std::next(top) == "sys";
+}
+
+// The folder of a file that is written where its links lead to. The kernel's files lie below /sys,
+// wherever the links there are.
+fs::path place_of(const fs::path &file) {
+  std::error_code error;
+  const fs::path real = fs::weakly_canonical(file, error);
+  if (is_below_sys(file) || (!error && is_below_sys(real))) return "/sys";
+  return nearest_existing((error ? file : real).parent_path());
+}
+
+// A board's LEDs may be links to the kernel's in a folder of their own.
+void allow_leds(const fs::path &folder, std::map<fs::path, rights> &places) {
+  if (is_below_sys(folder)) {
+    places["/sys"] |= write_file;
+    return;
+  }
+  places[nearest_existing(folder)] |= change_folder;
+  std::error_code error;
+  for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
+       entry.increment(error)) {
+    if (place_of(entry->path() / "brightness") == "/sys") places["/sys"] |= write_file;
+  }
 }
 
 std::map<fs::path, rights> writable(const lum_linux::node_description &node) {
@@ -58,12 +79,14 @@ std::map<fs::path, rights> writable(const lum_linux::node_description &node) {
        {node.state_directory, node.trace_directory, node.api_socket.parent_path()}) {
     places[nearest_existing(folder)] |= change_folder;
   }
-  const fs::path leds = place_of(node.led_directory);
-  places[leds] |= leds == "/sys" ? write_file : change_folder;
+  allow_leds(node.led_directory, places);
   for (const auto *port : node.ports()) {
+    for (const auto *line : {&port->module.reset, &port->module.low_power}) {
+      if (!line->file.empty()) places[place_of(line->file)] |= write_file;
+    }
     if (port->module.backend == module_backend::i2c_dev) places["/dev"] |= write_file;
     if (port->module.backend == module_backend::file) {
-      places[place_of(port->module.file.parent_path())] |= write_file;
+      places[place_of(port->module.file)] |= write_file;
     }
   }
   return places;

@@ -49,7 +49,7 @@ class Offers(unittest.TestCase):
     @staticmethod
     def words_before(path):
         """What stands before the fixed values of a command; they are its last argument."""
-        return {"port": ["west"], "inject": ["west:0", "all"], "im": []}[path[0]]
+        return {"port": ["west"], "module": ["west"], "inject": ["west:0", "all"], "im": []}[path[0]]
 
     def test_only_what_begins_like_the_word(self):
         self.assertEqual(offered("sh"), ["show"])

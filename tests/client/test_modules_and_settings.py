@@ -1,5 +1,6 @@
 """Modules and settings: each command as it should go, and what it refuses."""
 
+import os
 import threading
 import time
 
@@ -141,6 +142,57 @@ class RealBus(support.ShelfTest):
             driver.lumctl("module", "insert", "0/1/0/1")
         bus = self.shelf.folder / "modules" / "i2c-3"
         self.assertIn(f"there is no module at {bus} 0x51", str(refused.exception))
+
+
+class FlatModule(Actions):
+    def test_the_page_that_is_not_there_is_named(self):
+        flat = self.add_file(2)
+        os.truncate(flat.module, 256)
+        self.begin()
+        self.wait_for_state(flat, "failing")
+        shown = self.does("show", "module", flat.name)
+        self.assertRegex(shown["reason"], "page [0-9]+ is not there: the file ends after 256 bytes")
+        self.assertIn(shown["module"]["last_error"]["reason"], shown["reason"])
+        self.assertIn("is not there: the file ends after 256 bytes",
+                      self.says("show", "module", flat.name))
+        self.assertIn("page 3 is not there: the file ends after 256 bytes",
+                      self.fails(1, "show", "module", flat.name, "--page", "3"))
+
+
+class Lines(Actions):
+    def describe_lines(self):
+        """One port's cage has a reset line."""
+        self.lined = self.add_file(2)
+        self.reset = self.shelf.folder / "reset"
+        self.reset.write_text("1\n")
+        module = f'module = "modules/{self.lined.module.name}"'
+        self.start(edit=lambda text: text.replace(
+            module, module + '\nreset = "reset"\nreset_value = "0"'))
+        self.wait_for_state(self.lined, "up")
+
+    def test_a_reset_line_is_left_alone_and_steered(self):
+        self.describe_lines()
+        self.assertEqual(self.reset.read_text(), "1\n")
+        self.does("module", "reset", self.lined.name, "on")
+        self.assertEqual(self.reset.read_text(), "0")
+        line = self.does("show", "module", self.lined.name)["module"]["reset"]
+        self.assertEqual(line, {"file": str(self.reset), "on": True})
+        self.assertIn(f"on ({self.reset})", self.says("show", "module", self.lined.name))
+        self.does("module", "reset", self.lined.name, "off")
+        self.assertEqual(self.reset.read_text(), "1")
+        self.wait_for_state(self.lined, "up")
+
+    def test_what_is_wrong_with_a_line_is_told(self):
+        self.describe_lines()
+        self.assertIn("its description has no 'low_power'",
+                      self.fails(1, "module", "low-power", self.lined.name, "on"))
+        self.assertIn("its description has no 'reset'",
+                      self.fails(1, "module", "reset", self.second.name, "off"))
+        self.fails(2, "module", "reset", self.lined.name, "maybe")
+        self.fails(2, "module", "reset", self.lined.name)
+        self.reset.unlink()
+        self.assertIn(f"{self.reset} cannot be set: No such file or directory",
+                      self.fails(1, "module", "reset", self.lined.name, "on"))
 
 
 class Settings(Actions):

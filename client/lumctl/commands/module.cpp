@@ -49,6 +49,16 @@ int release_module(const session &now, const given &words) {
   return change_module(now, words, "release", json::object());
 }
 
+int set_line(const session &now, const given &words, const char *path) {
+  return change_module(now, words, path, {{"on", words.text("state") == "on"}});
+}
+
+int set_reset(const session &now, const given &words) { return set_line(now, words, "reset"); }
+
+int set_low_power(const session &now, const given &words) {
+  return set_line(now, words, "low-power");
+}
+
 int poke_module(const session &now, const given &words) {
   json body = json::object();
   for (const char *member : {"page", "offset", "value"}) body[member] = words.whole(member);
@@ -64,6 +74,10 @@ argument fault_script() {
   words.emplace_back(lum_words::no_module_fault);
   return {"script", "Such as refuse-every=3,code=121 or hang; none takes it back",
           value{.words = words}, true, true};
+}
+
+argument line_state() {
+  return {"state", "on or off", value{.words = {"on", "off"}, .only_words = true}};
 }
 
 }  // namespace
@@ -90,13 +104,21 @@ command module_commands() {
                            .help = "Let a transfer that hangs go on",
                            .arguments = {port_name()},
                            .action = release_module};
+  const command reset = {.name = "reset",
+                         .help = "Hold a module in reset, or let it go",
+                         .arguments = {port_name(), line_state()},
+                         .action = set_reset};
+  const command low_power = {.name = "low-power",
+                             .help = "Hold a module in low power, or let it go",
+                             .arguments = {port_name(), line_state()},
+                             .action = set_low_power};
   const command poke = {.name = "poke",
                         .help = "Change one byte of a module's memory, past its faults",
                         .arguments = {port_name(), byte("page"), byte("offset"), byte("value")},
                         .action = poke_module};
   return {.name = "module",
-          .help = "Insert, remove and disturb modules",
-          .commands = {insert, remove, fault, release, poke}};
+          .help = "Insert, remove, reset and disturb modules",
+          .commands = {insert, remove, fault, release, reset, low_power, poke}};
 }
 
 }  // namespace lumctl

@@ -65,6 +65,16 @@ std::string describe_presence(const json &module) {
                                            number_or_dash(module.at("known_age_s"), 1)));
 }
 
+// A line of the cage's that can be steered, where it has one.
+std::string describe_control_line(const json &module, const char *name, const char *title) {
+  if (!module.contains(name)) return {};
+  const json &one = module.at(name);
+  const json &on = one.at("on");
+  std::string state = on.is_null() ? "not known" : on.get<bool>() ? "on" : "off";
+  if (one.contains("problem")) state += ", " + text_or_dash(one.at("problem"));
+  return line(title, fmt::format("{} ({})", state, text_or_dash(one.at("file"))));
+}
+
 // 256 bytes of a module, 16 or 8 a line, with the characters they are.
 std::string hex_dump(const json &page, const style &where) {
   const std::size_t per_line = where.columns == 0 || where.columns >= columns_of_a_dump
@@ -129,15 +139,21 @@ std::string describe_memory_map(const json &is_new) {
 
 std::string describe_transfers(const json &module) {
   std::string text = line("Location", text_or_dash(module.at("location")));
+  if (module.contains("way")) text += line("Read by", text_or_dash(module.at("way")));
   std::string transfers = fmt::format("{}, {} failed", module.at("transfers").get<std::uint64_t>(),
                                       module.at("failed_transfers").get<std::uint64_t>());
   if (module.contains("last_error")) {
     transfers +=
         fmt::format(", the last {} s ago: {}", number_or_dash(module.at("last_failure_age_s"), 1),
                     text_or_dash(module.at("last_error").at("text")));
+    if (module.at("last_error").contains("reason")) {
+      transfers += ", " + text_or_dash(module.at("last_error").at("reason"));
+    }
   }
   if (module.contains("problem")) text += line("", text_or_dash(module.at("problem")));
   text += line("Transfers", transfers);
+  text += describe_control_line(module, "reset", "Reset");
+  text += describe_control_line(module, "low_power", "Low power");
   if (module.contains("backend")) {
     text += line("Backend", text_or_dash(module.at("backend")));
     text += line("Faults", text_or_dash(module.at("faults")));

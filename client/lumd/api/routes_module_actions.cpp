@@ -72,6 +72,23 @@ api_reply post_release(driver &node, const api_request &request) {
               [](request_body &) -> module_action { return release_module; });
 }
 
+api_reply post_line(driver &node, const api_request &request, lum_linux::module_line line) {
+  return post(node, request, lane_of_remedy, [line](request_body &body) -> module_action {
+    const bool on = body.boolean("on");
+    return [line, on](driver &driver, const port_description &port) {
+      return set_module_line(driver, port, line, on);
+    };
+  });
+}
+
+api_reply post_reset(driver &node, const api_request &request) {
+  return post_line(node, request, lum_linux::module_line::reset);
+}
+
+api_reply post_low_power(driver &node, const api_request &request) {
+  return post_line(node, request, lum_linux::module_line::low_power);
+}
+
 api_reply post_poke(driver &node, const api_request &request) {
   return post(node, request, lane_of_look, [](request_body &body) -> module_action {
     const uint32_t page = body.number("page", 0, lum_linux::module_max_pages - 1);
@@ -88,6 +105,8 @@ constexpr route routes[] = {
     {"POST", "/v1/modules/{}/remove", post_remove},
     {"POST", "/v1/modules/{}/faults", post_faults},
     {"POST", "/v1/modules/{}/release", post_release},
+    {"POST", "/v1/modules/{}/reset", post_reset},
+    {"POST", "/v1/modules/{}/low-power", post_low_power},
     {"POST", "/v1/modules/{}/poke", post_poke},
 };
 

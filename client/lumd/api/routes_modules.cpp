@@ -28,12 +28,14 @@ bool read_page_number(const std::string &text, uint32_t &page) {
 api_reply add_page(driver &node, uint32_t rsip, uint32_t page, const json &shown) {
   api_reply reply = act(node, lane_of_look(rsip), page_bound, [&node, rsip, page, shown] {
     std::array<uint8_t, page_bytes> bytes = {};
-    const cerrno rc = node.platform().modules().peek(rsip, page, 0, bytes);
+    std::string why;
+    const cerrno rc = node.platform().modules().peek(rsip, page, 0, bytes, &why);
     if (rc == lum_linux::module_busy) {
       return refuse(409, fmt::format("page {} cannot be read: a transfer does not end", page));
     }
     if (!CERR_IS_OK(rc)) {
-      return refuse(409, fmt::format("page {} cannot be read: {}", page, cerr_strerror(rc)));
+      return refuse(409, fmt::format("page {} cannot be read: {}", page,
+                                     why.empty() ? cerr_strerror(rc) : why));
     }
     const auto now = node.platform().modules().status(rsip);
     if (now && shown.at("module").at("insertion") != now->insertion) {

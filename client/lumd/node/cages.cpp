@@ -3,6 +3,7 @@
 #include <chrono>
 
 #include "lum.h"
+#include "node/log.h"
 
 namespace lumd {
 
@@ -73,6 +74,7 @@ void cage_watch::look_at(const lum_linux::port_description &port) {
   const uint32_t rsip = port.rsip;
   const auto module = modules_.status(rsip);
   const auto known = copy_port(rsip);
+  if (module) tell_way(port, module->way);
   if (!module || !module->is_known() || !known || !is_created(*known) || is_going(*known)) return;
   if (readers_.in_lane(rsip) > 0) return;
 
@@ -91,6 +93,12 @@ void cage_watch::look_at(const lum_linux::port_description &port) {
   if (has_gone || to_be_read) now.begun = clock::now();
   if (to_be_read) now.attempts = has_come ? 1 : now.attempts + 1;
   now.present = module->present;
+}
+
+void cage_watch::tell_way(const lum_linux::port_description &port, const std::string &way) {
+  if (way.empty() || ways_[port.rsip] == way) return;
+  ways_[port.rsip] = way;
+  say("port {}: {} is read by {}", port.name, port.module.i2c_bus.native(), way);
 }
 
 // What cannot be told now is told after the next look: the library's belief is compared again.

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <string>
 
 #include "lum_linux/modules.h"
 #include "lum_linux/node_description.h"
@@ -48,12 +49,14 @@ class cage_watch {
 
  private:
   void look_at(const lum_linux::port_description &port);
+  void tell_way(const lum_linux::port_description &port, const std::string &way);
   void tell_library(uint32_t rsip, bool has_gone, bool to_be_read);
 
   lum_linux::modules &modules_;
   mutable std::mutex mutex_;  // guards the cages, and is never held while waiting
   std::map<uint32_t, cage> cages_;
-  mutable lum_linux::lanes readers_;  // a lane for each port
+  std::map<uint32_t, std::string> ways_;  // told last; of the one thread that looks
+  mutable lum_linux::lanes readers_;      // a lane for each port
 };
 
 }  // namespace lumd

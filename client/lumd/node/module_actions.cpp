@@ -60,6 +60,23 @@ outcome<module_report> release_module(driver &node, const port_description &port
   return report(node, port, node.platform().modules().release(port.rsip));
 }
 
+outcome<module_report> set_module_line(driver &node, const port_description &port,
+                                       lum_linux::module_line line, bool on) {
+  const bool is_reset = line == lum_linux::module_line::reset;
+  const auto &described = is_reset ? port.module.reset : port.module.low_power;
+  const char *key = is_reset ? "reset" : "low_power";
+  const cerrno rc = node.platform().modules().set_line(port.rsip, line, on);
+  std::string why;
+  if (rc == lum_linux::module_unsupported) {
+    why = fmt::format("its cage has no such line: its description has no '{}'", key);
+  } else if (rc == lum_linux::module_failing) {
+    why = fmt::format("{} does not hold what was written to it", described.file.native());
+  } else if (!CERR_IS_OK(rc)) {
+    why = fmt::format("{} cannot be set: {}", described.file.native(), cerr_strerror(rc));
+  }
+  return report(node, port, rc, why);
+}
+
 outcome<module_report> poke_module(driver &node, const port_description &port, uint32_t page,
                                    uint32_t offset, uint8_t value) {
   return report(node, port, node.platform().modules().poke(port.rsip, page, offset, value));

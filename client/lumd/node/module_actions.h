@@ -24,6 +24,9 @@ outcome<module_report> remove_module(driver &node, const lum_linux::port_descrip
 outcome<module_report> set_module_faults(driver &node, const lum_linux::port_description &port,
                                          const lum_linux::fault_script &script);
 outcome<module_report> release_module(driver &node, const lum_linux::port_description &port);
+// Refused where the port's description names no such line.
+outcome<module_report> set_module_line(driver &node, const lum_linux::port_description &port,
+                                       lum_linux::module_line line, bool on);
 outcome<module_report> poke_module(driver &node, const lum_linux::port_description &port,
                                    uint32_t page, uint32_t offset, uint8_t value);
 

@@ -77,8 +77,8 @@ std::string why_failing(const module_status &module) {
                        std::chrono::duration<double>(module.busy_for).count());
   }
   if (module.place_code != 0) return why_unreachable(module);
-  return fmt::format("the module's last transfer failed: {}",
-                     cerr_strerror(module.statistics.last_error));
+  if (module.reset && module.reset->is_on == true) return "the module is held in reset";
+  return fmt::format("the module's last transfer failed: {}", why_last_failure(module));
 }
 
 std::string why_stale(driver &node, const port_snapshot &at) {
@@ -152,6 +152,12 @@ port_snapshot snapshot(driver &node, const port_description &port, const valid_p
 std::string why_unreachable(const module_status &module) {
   if (module.place_code == ENOTTY) return fmt::format("{} is no I2C bus", module.place);
   return fmt::format("{} cannot be reached: {}", module.place, cerr_strerror(module.place_code));
+}
+
+std::string why_last_failure(const module_status &module) {
+  const std::string code = cerr_strerror(module.statistics.last_error);
+  const std::string &reason = module.statistics.last_reason;
+  return reason.empty() ? code : fmt::format("{} ({})", reason, code);
 }
 
 bool knows_presence(const module_status &module) {

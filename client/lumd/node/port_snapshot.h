@@ -41,6 +41,8 @@ struct port_snapshot {
 
 // Of a bus or folder that cannot be opened, for people.
 std::string why_unreachable(const lum_linux::module_status &module);
+// Why the last transfer that failed did: what is known beyond its code, and the code's text.
+std::string why_last_failure(const lum_linux::module_status &module);
 
 // Whether it is known what the cage holds. What the library believes of one that is not is no more
 // than its first assumption.

@@ -19,12 +19,22 @@ const char *backend_name(lum_linux::module_backend backend) {
   return "unknown";
 }
 
+json show_line(const lum_linux::line_status &line) {
+  json shown = {{"file", line.file}, {"on", nullptr}};
+  if (line.is_on) shown["on"] = *line.is_on;
+  if (line.code != 0) shown["problem"] = cerr_strerror(line.code);
+  return shown;
+}
+
 }  // namespace
 
 json show_module(driver &node, const lum_linux::port_description &port,
                  const lum_linux::module_status &module) {
   json shown = show_port(node, port);
   shown["module"]["backend"] = backend_name(module.backend);
+  if (!module.way.empty()) shown["module"]["way"] = module.way;
+  if (module.reset) shown["module"]["reset"] = show_line(*module.reset);
+  if (module.low_power) shown["module"]["low_power"] = show_line(*module.low_power);
   shown["module"]["faults"] = to_string(module.faults);
   shown["module"]["pulled"] = module.pulled;
   shown["module"]["insertion"] = module.insertion;

@@ -166,6 +166,7 @@ json show_module(const module_status &module) {
     shown["last_failure_age_s"] = seconds_since(statistics.last_failure);
     shown["last_error"] = {{"code", statistics.last_error},
                            {"text", cerr_strerror(statistics.last_error)}};
+    if (!statistics.last_reason.empty()) shown["last_error"]["reason"] = statistics.last_reason;
   }
   return shown;
 }

@@ -88,7 +88,9 @@ class node_reader {
   void read_position(toml_table &table, place where, port_description &port);
   void read_module(toml_table &table, port_description &port);
   void read_module_file(toml_table &table, port_description &port);
+  void read_lines(toml_table &table, port_description &port);
   void read_presence(toml_table &table, port_description &port);
+  void read_line(toml_table &table, const char *key, line_description &line);
   void read_i2c_module(toml_table &table, port_description &port);
   void read_led(toml_table &table, port_description &port);
 
@@ -263,12 +265,12 @@ void node_reader::read_module(toml_table &table, port_description &port) {
   const auto backend = table.text("backend", max_name_bytes, "file");
   if (backend && backend->value == "i2c-dev") {
     read_i2c_module(table, port);
-    read_presence(table, port);
+    read_lines(table, port);
   } else if (backend && (backend->value == "file" || backend->value == "simulated")) {
     port.module.backend =
         backend->value == "file" ? module_backend::file : module_backend::simulated;
     read_module_file(table, port);
-    if (port.module.backend == module_backend::file) read_presence(table, port);
+    if (port.module.backend == module_backend::file) read_lines(table, port);
   } else {
     if (backend) {
       problems_.add(
@@ -281,9 +283,42 @@ void node_reader::read_module(toml_table &table, port_description &port) {
     table.text("module", max_path_bytes, "");
     table.text("bus", max_path_bytes, "");
     table.integer("address", 0, 0x7F, 0);
-    table.text("presence", max_path_bytes, "");
-    table.text("presence_value", max_name_bytes, "");
+    table.integer("bank", 0, 255, 0);
+    port_description ignored;
+    read_lines(table, ignored);
   }
+}
+
+void node_reader::read_lines(toml_table &table, port_description &port) {
+  read_presence(table, port);
+  read_line(table, "reset", port.module.reset);
+  read_line(table, "low_power", port.module.low_power);
+}
+
+// A line of which one value is given has the other of 0 and 1.
+void node_reader::read_line(toml_table &table, const char *key, line_description &line) {
+  const std::string on_key = fmt::format("{}_value", key);
+  const std::string off_key = fmt::format("{}_idle_value", key);
+  const bool has_values = table.has(on_key) || table.has(off_key);
+  const auto file = table.text(key, max_path_bytes, "");
+  const auto on = table.text(on_key, max_name_bytes, "1");
+  const auto off = table.text(off_key, max_name_bytes, on && on->value == "0" ? "1" : "0");
+  if (!file || !on || !off) return;
+  if (file->value.empty()) {
+    if (has_values) {
+      const bool has_on = table.has(on_key);
+      problems_.add(has_on ? on->line : off->line,
+                    fmt::format("'{}' says what '{}' holds, expected '{}' too",
+                                has_on ? on_key : off_key, key, key));
+    }
+    return;
+  }
+  if (on->value == off->value) {
+    problems_.add(file->line, fmt::format("'{}' and '{}' are both \"{}\", expected two values",
+                                          on_key, off_key, on->value));
+  }
+  line = {resolve(file->value), on->value, off->value};
+  want_folder_of(key, line.file, file->line);
 }
 
 void node_reader::read_presence(toml_table &table, port_description &port) {
@@ -320,6 +355,9 @@ void node_reader::read_i2c_module(toml_table &table, port_description &port) {
   port.module.backend = module_backend::i2c_dev;
   const auto bus = table.text("bus", max_path_bytes);
   const auto address = table.integer("address", 0x03, 0x77, 0x50);
+  const bool has_bank = table.has("bank");
+  const auto bank = table.integer("bank", 0, 255, 0);
+  if (has_bank && bank) port.module.i2c_bank = static_cast<uint8_t>(bank->value);
   if (!bus || !address) return;
   port.module.i2c_bus = resolve(bus->value);
   port.module.i2c_address = static_cast<uint32_t>(address->value);

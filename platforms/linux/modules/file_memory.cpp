@@ -6,8 +6,10 @@
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <fmt/format.h>
+
 #include <cerrno>
-#include <functional>
+#include <optional>
 #include <utility>
 
 #include "modules/unique_fd.h"
@@ -40,21 +42,39 @@ class file_memory final : public module_memory {
   std::string place() const override { return file_.parent_path().native(); }
   uint64_t insertion() override;
   std::string location() const override { return file_.native(); }
+  std::string trouble() const override;
 
  private:
   unique_fd open(int flags, cerrno &code) const;
+  cerrno read_part(int fd, std::optional<uint32_t> page, std::size_t position,
+                   std::span<uint8_t> out);
+  cerrno miss(int fd, std::optional<uint32_t> page);
+
+  // What an access looked for behind the end of the file.
+  struct missing_part {
+    std::optional<uint32_t> page;  // none: a part of the lower page
+    std::size_t size = 0;          // the file's; 0: it shows none
+  };
 
   std::filesystem::path file_;
+  std::optional<missing_part> missing_;  // by the last access
 };
 
-cerrno read_at(int fd, std::size_t position, std::span<uint8_t> out) {
+// Whether the end of the file came first.
+enum class end_of_file : uint8_t { not_met, met };
+
+cerrno read_at(int fd, std::size_t position, std::span<uint8_t> out, end_of_file &end) {
+  end = end_of_file::not_met;
   while (!out.empty()) {
     const ssize_t count = ::pread(fd, out.data(), out.size(), static_cast<off_t>(position));
     if (count < 0) {
       if (errno == EINTR) continue;
       return code_of(errno);
     }
-    if (count == 0) return module_failing;
+    if (count == 0) {
+      end = end_of_file::met;
+      return module_failing;
+    }
     out = out.subspan(static_cast<std::size_t>(count));
     position += static_cast<std::size_t>(count);
   }
@@ -62,38 +82,61 @@ cerrno read_at(int fd, std::size_t position, std::span<uint8_t> out) {
 }
 
 // Bytes of the lower page and of an upper page lie apart unless the page is 0.
-cerrno read_window(int fd, uint32_t page, uint32_t offset, std::span<uint8_t> out) {
+cerrno file_memory::read(uint32_t page, uint32_t offset, std::span<uint8_t> out) {
+  missing_.reset();
+  cerrno rc = module_ok;
+  const unique_fd fd = open(O_RDONLY, rc);
+  if (!fd) return rc;
   const std::size_t lower =
       offset < module_page_size ? std::min<std::size_t>(out.size(), module_page_size - offset) : 0;
-  cerrno rc = module_ok;
-  if (lower > 0) rc = read_at(fd, offset, out.first(lower));
+  rc = module_ok;
+  if (lower > 0) rc = read_part(fd.get(), {}, offset, out.first(lower));
   if (rc == module_ok && out.size() > lower) {
     const uint32_t upper = offset + static_cast<uint32_t>(lower);
-    rc = read_at(fd, eeprom_position(page, upper), out.subspan(lower));
+    rc = read_part(fd.get(), page, eeprom_position(page, upper), out.subspan(lower));
   }
   return rc;
 }
 
-cerrno file_memory::read(uint32_t page, uint32_t offset, std::span<uint8_t> out) {
-  cerrno code = module_ok;
-  const unique_fd fd = open(O_RDONLY, code);
-  return fd ? read_window(fd.get(), page, offset, out) : code;
+cerrno file_memory::read_part(int fd, std::optional<uint32_t> page, std::size_t position,
+                              std::span<uint8_t> out) {
+  end_of_file end = end_of_file::not_met;
+  const cerrno rc = read_at(fd, position, out, end);
+  return end == end_of_file::met ? miss(fd, page) : rc;
+}
+
+cerrno file_memory::miss(int fd, std::optional<uint32_t> page) {
+  struct stat info = {};
+  missing_ = {page, ::fstat(fd, &info) == 0 ? static_cast<std::size_t>(info.st_size) : 0};
+  return module_failing;
+}
+
+std::string file_memory::trouble() const {
+  if (!missing_) return {};
+  const std::string end = missing_->size > 0
+                              ? fmt::format("the file ends after {} bytes", missing_->size)
+                              : "the file ends before it";
+  if (!missing_->page) return "the lower page is not all there: " + end;
+  const bool has_part = missing_->size > eeprom_position(*missing_->page, module_page_size);
+  return fmt::format("page {} is not {}there: {}", *missing_->page, has_part ? "all " : "", end);
 }
 
 cerrno file_memory::write(uint32_t page, uint32_t offset, uint8_t value) {
+  missing_.reset();
   cerrno code = module_ok;
   const unique_fd fd = open(O_RDWR, code);
   if (!fd) return code;
   const std::size_t position = eeprom_position(page, offset);
+  const auto half = offset < module_page_size ? std::nullopt : std::optional(page);
   struct stat info = {};
   if (::fstat(fd.get(), &info) != 0) return static_cast<cerrno>(errno);
   // A file of the kernel may show no size; there only a read tells where it ends.
   if (info.st_size == 0) {
     uint8_t there = 0;
-    code = read_at(fd.get(), position, {&there, 1});
+    code = read_part(fd.get(), half, position, {&there, 1});
     if (code != module_ok) return code;
   } else if (position >= static_cast<std::size_t>(info.st_size)) {
-    return module_failing;
+    return miss(fd.get(), half);
   }
   ssize_t count = 0;
   do {
@@ -108,7 +151,8 @@ bool file_memory::present() {
   const unique_fd fd = open(O_RDONLY, code);
   if (!fd) return code != module_absent && place_code() == module_ok;
   uint8_t first = 0;
-  return read_at(fd.get(), 0, {&first, 1}) != module_absent;
+  end_of_file end = end_of_file::not_met;
+  return read_at(fd.get(), 0, {&first, 1}, end) != module_absent;
 }
 
 cerrno file_memory::place_code() {

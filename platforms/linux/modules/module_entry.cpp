@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <system_error>
 #include <utility>
 
 namespace lum_linux {
@@ -13,6 +14,27 @@ constexpr std::chrono::milliseconds look_bound(1000);
 std::optional<presence_line> make_line(std::filesystem::path file, std::string value) {
   if (file.empty()) return std::nullopt;
   return presence_line(std::move(file), std::move(value));
+}
+
+std::optional<control_line> make_control_line(line_description line) {
+  if (line.file.empty()) return std::nullopt;
+  return control_line(std::move(line));
+}
+
+std::optional<line_status> status_of(const std::optional<control_line> &line) {
+  if (!line) return std::nullopt;
+  return line->read();
+}
+
+constexpr const char *in_reset = "the module is held in reset";
+
+// Of a module that does not answer, although its presence line says that it is there.
+std::string why_silent(module_memory &memory) {
+  if (const cerrno code = memory.place_code()) {
+    return memory.place() +
+           " cannot be reached: " + std::generic_category().message(static_cast<int>(code));
+  }
+  return "nobody answers, although the presence line says that there is a module";
 }
 
 }  // namespace
@@ -41,7 +63,9 @@ module_entry::module_entry(module_placement placement)
     : backend_(placement.backend),
       memory_(std::move(placement.memory)),
       description_(std::move(placement.description)),
-      line_(make_line(std::move(placement.presence), std::move(placement.presence_value))) {
+      line_(make_line(std::move(placement.presence), std::move(placement.presence_value))),
+      reset_(make_control_line(std::move(placement.reset))),
+      low_power_(make_control_line(std::move(placement.low_power))) {
   faults_.set(placement.faults);
 }
 
@@ -53,6 +77,7 @@ cerrno module_entry::transfer(transfer_kind kind, uint32_t page, uint32_t offset
   const memory_hold hold(*this, held);
   const clock::time_point started = clock::now();
   ++statistics_.attempted;
+  why_.clear();
   const cerrno rc = is_module_place(page, offset, bytes.size())
                         ? carry_out(held, kind, page, offset, bytes)
                         : module_bad_argument;
@@ -88,16 +113,25 @@ cerrno module_entry::carry_out(lock &held, transfer_kind kind, uint32_t page, ui
 // Also keeps what the access tells about the module's presence.
 cerrno module_entry::access(lock &held, const std::function<cerrno()> &use) {
   held.unlock();
-  const cerrno rc = use();
+  cerrno rc = use();
   // Asked behind the access: what was read is of this module or of one before it.
   const uint64_t insertion = rc == module_absent ? 0 : memory_->insertion();
-  if (line_) {
+  const bool is_held = rc == module_absent && is_in_reset();
+  const bool is_silent = rc == module_absent && line_ && !is_held;
+  std::string why = is_held ? in_reset : is_silent ? why_silent(*memory_) : memory_->trouble();
+  if (is_held || is_silent) rc = module_failing;
+  const std::string_view way = memory_->way();
+  if (line_ || is_held) {
     held.lock();
-    if (rc != module_absent) note_insertion(insertion);
-    return rc == module_absent ? module_failing : rc;
+    if (!is_held && !is_silent) note_insertion(insertion);
+    why_ = std::move(why);
+    way_ = way;
+    return rc;
   }
   const cerrno place_code = rc == module_absent ? memory_->place_code() : module_ok;
   held.lock();
+  why_ = std::move(why);
+  way_ = way;
   note(rc != module_absent, insertion, place_code);
   return rc;
 }
@@ -115,10 +149,13 @@ module_status module_entry::status() {
   module_status result;
   result.backend = backend_;
   result.location = memory_->location();
+  result.way = way_;
   result.present = there_ && !pulled_ && !stopped_;
   if (!stopped_) result.known_at = known_at_;  // afterwards nothing is known of the cage
   result.place_code = pulled_ ? module_ok : place_code_;
   result.place = line_ ? line_->file().native() : memory_->place();
+  result.reset = reset_status_;
+  result.low_power = low_power_status_;
   result.pulled = pulled_;
   result.insertion = insertion_;
   if (busy_) {
@@ -141,13 +178,47 @@ void module_entry::ask_presence(lock &held) {
   changed_.wait_for(held, presence_bound, [this] { return !busy_ || stopped_; });
   if (busy_ || stopped_) return;
   const memory_hold hold(*this, held);
+  ask_control_lines(held);
   if (line_) return ask_line(held);
   held.unlock();
   const bool there = memory_->present();
   const uint64_t insertion = there ? memory_->insertion() : 0;
   const cerrno place_code = there ? module_ok : memory_->place_code();
+  const bool is_held = !there && is_in_reset();
+  const std::string_view way = memory_->way();
   held.lock();
-  note(there, insertion, place_code);
+  way_ = way;
+  if (!is_held) note(there, insertion, place_code);
+}
+
+void module_entry::ask_control_lines(lock &held) {
+  if (!reset_ && !low_power_) return;
+  held.unlock();
+  auto reset = status_of(reset_);
+  auto low_power = status_of(low_power_);
+  held.lock();
+  reset_status_ = std::move(reset);
+  low_power_status_ = std::move(low_power);
+}
+
+bool module_entry::is_in_reset() const { return reset_ && reset_->read().is_on == true; }
+
+// The file is written without the lock: the line may hang on a bus of its own, and its module's
+// transfers may hang until it is let out of reset.
+cerrno module_entry::set_line(module_line which, bool on) {
+  const bool is_reset = which == module_line::reset;
+  const std::optional<control_line> &line = is_reset ? reset_ : low_power_;
+  if (!line) return module_unsupported;
+  const bool was_on = line->read().is_on == true;
+  const cerrno rc = line->set(on);
+  line_status now = line->read();
+  const std::lock_guard held(mutex_);
+  (is_reset ? reset_status_ : low_power_status_) = std::move(now);
+  if (is_reset && was_on && !on && rc == module_ok) {
+    ++insertion_;
+    faults_.forget();
+  }
+  return rc;
 }
 
 void module_entry::ask_line(lock &held) {
@@ -244,23 +315,26 @@ void module_entry::put_back() {
   count_insertion();
 }
 
-cerrno module_entry::peek(uint32_t page, uint32_t offset, std::span<uint8_t> out) {
+cerrno module_entry::peek(uint32_t page, uint32_t offset, std::span<uint8_t> out,
+                          std::string *why) {
   if (!is_module_place(page, offset, out.size())) return module_bad_argument;
-  return with_memory([&] { return memory_->read(page, offset, out); });
+  return with_memory([&] { return memory_->read(page, offset, out); }, why);
 }
 
 cerrno module_entry::poke(uint32_t page, uint32_t offset, uint8_t value) {
   if (!is_module_place(page, offset, 1)) return module_bad_argument;
-  return with_memory([&] { return memory_->write(page, offset, value); });
+  return with_memory([&] { return memory_->write(page, offset, value); }, nullptr);
 }
 
-cerrno module_entry::with_memory(const std::function<cerrno()> &use) {
+cerrno module_entry::with_memory(const std::function<cerrno()> &use, std::string *why) {
   lock held(mutex_);
   const cerrno rc = wait_for_memory(held);
   if (rc != module_ok) return rc;
   if (pulled_) return module_absent;
   const memory_hold hold(*this, held);
-  return access(held, use);
+  const cerrno done = access(held, use);
+  if (why) *why = why_;
+  return done;
 }
 
 cerrno module_entry::wait_for_memory(lock &held) {
@@ -282,6 +356,7 @@ void module_entry::count(transfer_kind kind, std::size_t bytes, cerrno rc,
   if (rc != module_ok) {
     ++statistics_.failed;
     statistics_.last_error = rc;
+    statistics_.last_reason = why_;
     statistics_.last_failure = now;
     return;
   }

@@ -11,8 +11,10 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "lum_linux/modules.h"
+#include "modules/control_line.h"
 #include "modules/fault_injector.h"
 #include "modules/presence_line.h"
 
@@ -41,7 +43,9 @@ class module_entry {
   cerrno insert();
   cerrno insert(const std::filesystem::path &description, std::string &error);
 
-  cerrno peek(uint32_t page, uint32_t offset, std::span<uint8_t> out);
+  cerrno set_line(module_line which, bool on);
+
+  cerrno peek(uint32_t page, uint32_t offset, std::span<uint8_t> out, std::string *why);
   cerrno poke(uint32_t page, uint32_t offset, uint8_t value);
 
   void stop();
@@ -56,10 +60,12 @@ class module_entry {
                    std::span<uint8_t> bytes);
   cerrno wait_out_faults(lock &held);
   cerrno access(lock &held, const std::function<cerrno()> &use);
-  cerrno with_memory(const std::function<cerrno()> &use);
+  cerrno with_memory(const std::function<cerrno()> &use, std::string *why);
   cerrno wait_for_memory(lock &held);
   void ask_presence(lock &held);
   void ask_line(lock &held);
+  void ask_control_lines(lock &held);
+  bool is_in_reset() const;
   void note(bool there, uint64_t insertion, cerrno place_code = module_ok);
   void note_insertion(uint64_t insertion);
   void count_insertion();
@@ -70,6 +76,8 @@ class module_entry {
   const std::unique_ptr<module_memory> memory_;
   const std::filesystem::path description_;
   const std::optional<presence_line> line_;
+  const std::optional<control_line> reset_;
+  const std::optional<control_line> low_power_;
 
   std::mutex mutex_;  // guards everything below
   std::condition_variable changed_;
@@ -81,6 +89,10 @@ class module_entry {
   uint64_t memory_insertion_ = 0;  // and this was its number
   cerrno place_code_ = module_ok;  // and this, where it had none
   uint64_t insertion_ = 0;
+  std::string_view way_;  // as the memory had it when it was last used
+  std::string why_;       // what the code of the access under way, or the last one, does not tell
+  std::optional<line_status> reset_status_;
+  std::optional<line_status> low_power_status_;
   clock::time_point busy_since_{};
   fault_injector faults_;
   module_statistics statistics_;

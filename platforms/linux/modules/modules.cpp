@@ -39,9 +39,12 @@ bool place(const port_description &port, module_placement &placement, std::strin
   placement.backend = port.module.backend;
   placement.presence = port.module.presence;
   placement.presence_value = port.module.presence_value;
+  placement.reset = port.module.reset;
+  placement.low_power = port.module.low_power;
   switch (port.module.backend) {
     case module_backend::i2c_dev:
-      placement.memory = make_i2c_memory(port.module.i2c_bus, port.module.i2c_address);
+      placement.memory = make_i2c_memory(port.module.i2c_bus, port.module.i2c_address,
+                                         real_i2c_kernel(), port.module.i2c_bank);
       return true;
     case module_backend::simulated:
       return place_simulated(port, placement, error);
@@ -179,9 +182,15 @@ cerrno modules::insert(uint32_t rsip, const std::filesystem::path &description,
   return guarded([&] { return entry->insert(description, error); });
 }
 
-cerrno modules::peek(uint32_t rsip, uint32_t page, uint32_t offset, std::span<uint8_t> out) const {
+cerrno modules::set_line(uint32_t rsip, module_line line, bool on) {
   module_entry *entry = find(rsip);
-  return entry ? guarded([&] { return entry->peek(page, offset, out); }) : module_bad_argument;
+  return entry ? guarded([&] { return entry->set_line(line, on); }) : module_bad_argument;
+}
+
+cerrno modules::peek(uint32_t rsip, uint32_t page, uint32_t offset, std::span<uint8_t> out,
+                     std::string *why) const {
+  module_entry *entry = find(rsip);
+  return entry ? guarded([&] { return entry->peek(page, offset, out, why); }) : module_bad_argument;
 }
 
 cerrno modules::poke(uint32_t rsip, uint32_t page, uint32_t offset, uint8_t value) {

@@ -72,6 +72,8 @@ std::string two_ports(const std::string &first, const std::string &second) {
 const std::string all_node_keys =
     "expected one of name, rack, state_directory, trace_directory, led_directory, api_socket, "
     "http_port, http_names, interface_manager, units, slot";
+const std::string lines_of_cage =
+    "reset, reset_value, reset_idle_value, low_power, low_power_value, low_power_idle_value, led";
 const std::string text_1024 = "expected a text of 1 to 1024 bytes";
 
 const std::vector<refusal> refusals = {
@@ -191,10 +193,28 @@ const std::vector<refusal> refusals = {
     {"UnknownPortKey",
      port("number = 1\nhandle = 1\nmodule = 'm'\ncolour = 1\n"),
      {"11: unknown key 'colour' in the port, expected one of number, name, handle, backend, "
-      "module, presence, presence_value, led"}},
+      "module, presence, presence_value, " +
+      lines_of_cage}},
     {"PresenceValueAlone",
      port("number = 1\nhandle = 1\nmodule = 'm'\npresence_value = '0'\n"),
      {"11: 'presence_value' says what 'presence' holds, expected 'presence' too"}},
+    {"ResetValueAlone",
+     port("number = 1\nhandle = 1\nmodule = 'm'\nreset_value = '0'\n"),
+     {"11: 'reset_value' says what 'reset' holds, expected 'reset' too"}},
+    {"LowPowerIdleValueAlone",
+     port("number = 1\nhandle = 1\nmodule = 'm'\nlow_power_idle_value = '0'\n"),
+     {"11: 'low_power_idle_value' says what 'low_power' holds, expected 'low_power' too"}},
+    {"LineWithOneValue",
+     port("number = 1\nhandle = 1\nmodule = 'm'\nreset = 'r'\nreset_value = 'x'\n"
+          "reset_idle_value = 'x'\n"),
+     {"11: 'reset_value' and 'reset_idle_value' are both \"x\", expected two values"}},
+    {"ResetInNoFolder",
+     port("number = 1\nhandle = 1\nmodule = 'm'\nreset = '/none/line'\n"),
+     {"11: 'reset' names '/none/line' in a folder that is not there, expected the folder "
+      "'/none'"}},
+    {"BankOutOfRange",
+     port("number = 1\nhandle = 1\nbackend = 'i2c-dev'\nbus = '/dev/i2c-1'\nbank = 256\n"),
+     {"12: 'bank' is 256, expected an integer from 0 to 255"}},
     {"PresenceInNoFolder",
      port("number = 1\nhandle = 1\nmodule = 'm'\npresence = '/none/line'\n"),
      {"11: 'presence' names '/none/line' in a folder that is not there, expected the folder "
@@ -287,11 +307,13 @@ const std::vector<refusal> refusals = {
     {"KeyOfAnotherBackend",
      port("number = 1\nhandle = 1\nmodule = 'a'\naddress = 0x50\n"),
      {"11: unknown key 'address' in the port, expected one of number, name, handle, backend, "
-      "module, presence, presence_value, led"}},
+      "module, presence, presence_value, " +
+      lines_of_cage}},
     {"FileOfI2cBackend",
      port("number = 1\nhandle = 1\nbackend = 'i2c-dev'\nbus = '/dev/i2c-1'\nmodule = 'a'\n"),
      {"12: unknown key 'module' in the port, expected one of number, name, handle, backend, bus, "
-      "address, presence, presence_value, led"}},
+      "address, bank, presence, presence_value, " +
+      lines_of_cage}},
     {"AddressOutOfRange",
      port("number = 1\nhandle = 1\nbackend = 'i2c-dev'\nbus = '/dev/i2c-1'\naddress = 0x78\n"),
      {"12: 'address' is 120, expected an integer from 3 to 119"}},

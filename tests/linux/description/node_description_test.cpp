@@ -101,6 +101,13 @@ handle = 1
 backend = "i2c-dev"
 bus = "/dev/i2c-9"
 address = 0x51
+bank = 0
+presence = "there"
+reset = "/tmp/reset"
+reset_value = "0"
+low_power = "low"
+low_power_value = "yes"
+low_power_idle_value = "no"
 [[slot.instance.port]]
 number = 1
 handle = 2
@@ -131,6 +138,17 @@ module = "modules/one.toml"
   EXPECT_EQ(ports[1]->module.backend, module_backend::i2c_dev);
   EXPECT_EQ(ports[1]->module.i2c_bus, "/dev/i2c-9");
   EXPECT_EQ(ports[1]->module.i2c_address, 0x51u);
+  EXPECT_EQ(ports[1]->module.i2c_bank, 0);
+  EXPECT_EQ(ports[1]->module.presence, folder.path() / "there");
+  EXPECT_EQ(ports[1]->module.presence_value, "1");
+  EXPECT_EQ(ports[1]->module.reset.file, "/tmp/reset");
+  EXPECT_EQ(ports[1]->module.reset.on_value, "0");
+  EXPECT_EQ(ports[1]->module.reset.off_value, "1") << "the other of 0 and 1";
+  EXPECT_EQ(ports[1]->module.low_power.file, folder.path() / "low");
+  EXPECT_EQ(ports[1]->module.low_power.on_value, "yes");
+  EXPECT_EQ(ports[1]->module.low_power.off_value, "no");
+  EXPECT_FALSE(ports[0]->module.i2c_bank);
+  EXPECT_TRUE(ports[0]->module.reset.file.empty());
   EXPECT_EQ(ports[2]->module.backend, module_backend::simulated);
   EXPECT_EQ(ports[2]->module.file, ports[3]->module.file);
   EXPECT_EQ(node.find(0xFF0F0302u), ports[3]);

@@ -149,6 +149,28 @@ TEST_F(FileMemory, WriteNeverMakesTheFileLonger) {
   EXPECT_EQ(memory->write(1, 128 + 43, 1), 0u);
 }
 
+TEST_F(FileMemory, PageBehindTheEndIsNamed) {
+  write_file(file, numbered(256));
+  read(0, 0, 256);
+  EXPECT_EQ(memory->trouble(), "");
+  read(3, 128, 23, 5);
+  EXPECT_EQ(memory->trouble(), "page 3 is not there: the file ends after 256 bytes");
+  EXPECT_EQ(memory->write(1, 200, 1), 5u);
+  EXPECT_EQ(memory->trouble(), "page 1 is not there: the file ends after 256 bytes");
+  read(0, 128, 128);
+  EXPECT_EQ(memory->trouble(), "");
+}
+
+TEST_F(FileMemory, PageThatEndsEarlyIsNamed) {
+  write_file(file, numbered(300));
+  read(1, 128, 44);
+  read(1, 128, 45, 5);
+  EXPECT_EQ(memory->trouble(), "page 1 is not all there: the file ends after 300 bytes");
+  write_file(file, numbered(100));
+  read(1, 0, 101, 5);
+  EXPECT_EQ(memory->trouble(), "the lower page is not all there: the file ends after 100 bytes");
+}
+
 TEST_F(FileMemory, FileThatComesGoesAndIsReplacedIsFollowed) {
   write_file(file, bytes(640, 1));
   EXPECT_EQ(read(0, 0, 1), bytes{1});

@@ -15,7 +15,8 @@ namespace {
 // Counts how often it is asked, and answers as it is told.
 class counted_memory final : public module_memory {
  public:
-  counted_memory(int &asked, cerrno &answer) : asked_(asked), answer_(answer) {}
+  counted_memory(int &asked, cerrno &answer, cerrno &place_code)
+      : asked_(asked), answer_(answer), place_code_(place_code) {}
   cerrno read(uint32_t, uint32_t, std::span<uint8_t>) override {
     ++asked_;
     return answer_;
@@ -29,10 +30,12 @@ class counted_memory final : public module_memory {
     return true;
   }
   std::string location() const override { return "counted"; }
+  cerrno place_code() override { return place_code_; }
 
  private:
   int &asked_;
   cerrno &answer_;
+  cerrno &place_code_;
 };
 
 class PresenceLine : public testing::Test {
@@ -41,12 +44,13 @@ class PresenceLine : public testing::Test {
   std::filesystem::path line = folder / "value";
   int asked = 0;
   cerrno answer = module_ok;
+  cerrno place_code = module_ok;  // of the bus
 
   std::unique_ptr<modules> rack(const std::string &content) {
     write_file(line, content);
     std::vector<module_placement> placements(1);
     placements[0].rsip = rsip;
-    placements[0].memory = std::make_unique<counted_memory>(asked, answer);
+    placements[0].memory = std::make_unique<counted_memory>(asked, answer, place_code);
     placements[0].presence = line;
     placements[0].presence_value = "0";
     return std::make_unique<modules>(std::move(placements));
@@ -86,6 +90,12 @@ TEST_F(PresenceLine, ASilentModuleInAFilledCageFails) {
   EXPECT_EQ(read(*all), module_failing);
   EXPECT_TRUE(all->present(rsip));
   EXPECT_EQ(all->status(rsip)->statistics.failed, 1u);
+  EXPECT_EQ(all->status(rsip)->statistics.last_reason,
+            "nobody answers, although the presence line says that there is a module");
+  place_code = EACCES;
+  EXPECT_EQ(read(*all), module_failing);
+  EXPECT_EQ(all->status(rsip)->statistics.last_reason,
+            "counted cannot be reached: Permission denied");
 }
 
 TEST_F(PresenceLine, OneThatCannotBeReadIsAPlaceThatCannotBeReached) {

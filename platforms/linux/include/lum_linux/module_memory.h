@@ -7,8 +7,10 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "cerr.h"
 #include "lum_linux/image.h"
@@ -52,6 +54,12 @@ class module_memory {
   virtual cerrno replace(const module_image &) { return module_unsupported; }
   // Where the memory is, for people.
   virtual std::string location() const = 0;
+  // By which of several ways its bytes come, for people; empty: there is but one, or none is known
+  // yet. What it points to stays.
+  virtual std::string_view way() const { return {}; }
+  // What the code of the access that failed last does not tell, for people; empty: nothing. The
+  // one that may throw, for lack of memory.
+  virtual std::string trouble() const { return {}; }
 };
 
 // An `eeprom` file: the kernel driver's on hardware, an ordinary file elsewhere. It is opened for
@@ -68,14 +76,20 @@ class i2c_kernel {
   virtual int open(const char *path, int flags) = 0;
   virtual int close(int fd) = 0;
   virtual int ioctl(int fd, unsigned long request, void *argument) = 0;
+  // ioctl() with I2C_SLAVE, whose argument is the address itself.
+  virtual int take_address(int fd, uint16_t address) = 0;
   virtual void sleep_us(uint32_t microseconds) = 0;
+  // The driver that the kernel has bound to an address of the bus; empty: none, or not known.
+  virtual std::string driver_at(const char *path, uint16_t address) const = 0;
 };
 i2c_kernel &real_i2c_kernel();
 
 // A module at a 7-bit address of a bus device such as /dev/i2c-3. The upper page is selected
-// through byte 127 and read back before every access to it. `kernel` must outlive the memory.
+// through byte 127 and read back before every access to it, and behind every read; so is the bank,
+// through byte 126, where one is given. `kernel` must outlive the memory.
 std::unique_ptr<module_memory> make_i2c_memory(std::filesystem::path bus, uint32_t address,
-                                               i2c_kernel &kernel = real_i2c_kernel());
+                                               i2c_kernel &kernel = real_i2c_kernel(),
+                                               std::optional<uint8_t> bank = {});
 
 // A module in memory; empty (absent) without an image.
 std::unique_ptr<module_memory> make_simulated_memory(std::string name);

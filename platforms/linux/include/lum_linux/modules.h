@@ -31,12 +31,23 @@ struct module_statistics {
   std::chrono::steady_clock::time_point last_success{};  // the clock's epoch: never
   std::chrono::steady_clock::time_point last_failure{};
   cerrno last_error = 0;                       // code of the last failed transfer, 0: none failed
+  std::string last_reason;                     // what that code does not tell; may be empty
   std::chrono::microseconds last_duration{0};  // of the last transfer, faults included
+};
+
+enum class module_line : uint8_t { reset, low_power };
+
+// A line of a cage, as known last.
+struct line_status {
+  std::string file;
+  cerrno code = 0;            // errno of a file that cannot be read
+  std::optional<bool> is_on;  // none: the file holds neither of the line's values, or is not known
 };
 
 struct module_status {
   module_backend backend = module_backend::file;
   std::string location;
+  std::string way;       // by which of several ways its bytes come; empty: there is but one
   bool present = false;  // as known last; false before the first look
   // When that was known; the clock's epoch: never.
   std::chrono::steady_clock::time_point known_at{};
@@ -45,6 +56,8 @@ struct module_status {
   // which cannot be opened. 0: nothing like that is known.
   cerrno place_code = 0;
   std::string place;
+  std::optional<line_status> reset;  // of a cage that has the line
+  std::optional<line_status> low_power;
   bool pulled = false;     // taken out with remove() or by a fault, whatever the backend has
   uint64_t insertion = 0;  // differs once another module is in the cage, or the same one again
   std::chrono::milliseconds busy_for{0};  // how long the transfer under way has been
@@ -64,6 +77,10 @@ struct module_placement {
   // that does not answer in a filled one fails.
   std::filesystem::path presence{};
   std::string presence_value{};
+  // Lines that set_line() steers, and nothing else touches. A module that is held in reset and does
+  // not answer fails; it is not taken for absent.
+  line_description reset{};
+  line_description low_power{};
 };
 
 // Any thread may make any call at any time. Each module has a lock of its own that one transfer
@@ -117,9 +134,15 @@ class modules {
   // what is wrong with the description.
   cerrno insert(uint32_t rsip, const std::filesystem::path &description, std::string &error);
 
+  // Steers a line of the cage; module_unsupported where it has none, the errno of a file that
+  // cannot be written, module_failing when it does not hold what was written. Does not wait for the
+  // module. Letting a module out of reset is an insertion: it begins anew.
+  cerrno set_line(uint32_t rsip, module_line line, bool on);
+
   // Look into a module and change a byte of it past the faults and the statistics. Wait at most a
-  // second for the module's lock, then module_busy.
-  cerrno peek(uint32_t rsip, uint32_t page, uint32_t offset, std::span<uint8_t> out) const;
+  // second for the module's lock, then module_busy. `why` gets what a failure's code does not tell.
+  cerrno peek(uint32_t rsip, uint32_t page, uint32_t offset, std::span<uint8_t> out,
+              std::string *why = nullptr) const;
   cerrno poke(uint32_t rsip, uint32_t page, uint32_t offset, uint8_t value);
 
   // Ends every wait with module_absent, and answers that to every transfer from now on.

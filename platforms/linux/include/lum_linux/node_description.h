@@ -22,13 +22,23 @@ enum class module_backend {
   simulated,  // a module in memory, built from a readable module description
 };
 
+// A line of a cage that can be steered, such as a GPIO: a file, and what stands in it.
+struct line_description {
+  std::filesystem::path file;  // empty: the cage has no such line
+  std::string on_value;
+  std::string off_value;
+};
+
 struct module_description {
   module_backend backend = module_backend::file;
-  std::filesystem::path file;      // file, simulated: absolute; a file not there is an empty cage
-  std::filesystem::path i2c_bus;   // i2c_dev: the bus device
-  uint32_t i2c_address = 0x50;     // i2c_dev: 7-bit address
-  std::filesystem::path presence;  // file, i2c_dev: what says whether there is a module, or empty
-  std::string presence_value;      // and what it holds while there is one
+  std::filesystem::path file;       // file, simulated: absolute; a file not there is an empty cage
+  std::filesystem::path i2c_bus;    // i2c_dev: the bus device
+  uint32_t i2c_address = 0x50;      // i2c_dev: 7-bit address
+  std::optional<uint8_t> i2c_bank;  // i2c_dev: the bank to select; none: banks are left alone
+  std::filesystem::path presence;   // file, i2c_dev: what says whether there is a module, or empty
+  std::string presence_value;       // and what it holds while there is one
+  line_description reset;           // file, i2c_dev
+  line_description low_power;       // file, i2c_dev
 };
 
 struct port_description {
