@@ -1,16 +1,19 @@
 // The commands that only look.
 #include <fmt/format.h>
 
+#include <chrono>
 #include <memory>
 #include <nlohmann/json.hpp>
 
 #include "api/client.h"
+#include "command_line/moment.h"
 #include "commands/commands.h"
 #include "commands/exchange.h"
 #include "commands/port_selection.h"
 #include "names.h"
 #include "printing/alarms_table.h"
 #include "printing/controllers_table.h"
+#include "printing/history_text.h"
 #include "printing/line.h"
 #include "printing/module_text.h"
 #include "printing/node_text.h"
@@ -139,6 +142,30 @@ command pm() {
           }};
 }
 
+double seconds_of(moment when) {
+  return std::chrono::duration<double>(when.time_since_epoch()).count();
+}
+
+command history() {
+  return {
+      .name = "history",
+      .help = "The readings of a port over the last hours, as rows of bars",
+      .arguments = {port_or_sub_port_name()},
+      .options = {{"since", "Only from then on: how long ago, such as 30m, or when, such as 08:00",
+                   value{.wrong = wrong_with_moment}}},
+      .action = [](const session &now, const given &words) {
+        using std::chrono::microseconds;
+        const auto at =
+            std::chrono::time_point_cast<microseconds>(std::chrono::system_clock::now());
+        const std::string since = words.text("since");
+        const double not_before = since.empty() ? 0 : seconds_of(*read_moment(since, at));
+        const printer print = [&](const json &answer) {
+          return describe_history(answer, not_before, now.output);
+        };
+        return show(now, words, "/v1/ports/" + encoded(words.text("name")) + "/history", print);
+      }};
+}
+
 command alarms_raised() {
   return {.name = "alarms",
           .help = "Alarms that are raised, with counters",
@@ -154,7 +181,7 @@ command alarms_raised() {
 command show_commands() {
   return {.name = "show",
           .help = "Show the node, its ports and what is in them",
-          .commands = {ports(), port(), controllers(), module(), config(), node(), pm(),
+          .commands = {ports(), port(), controllers(), module(), config(), node(), pm(), history(),
                        alarms_raised()}};
 }
 

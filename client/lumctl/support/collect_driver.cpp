@@ -114,22 +114,34 @@ class collector {
     for (const json &port : ports_.at("ports")) {
       try {
         collect_module(port);
+        collect_history(port);
       } catch (const json::exception &) {
         into_.miss("modules", "a port has no name or position");
       }
     }
   }
 
-  static std::string name_of_module(const json &port) {
-    return fmt::format("modules/{}-{}-{}-{}.json", port.at("rack").get<unsigned>(),
+  static std::string name_in(const char *folder, const json &port) {
+    return fmt::format("{}/{}-{}-{}-{}.json", folder, port.at("rack").get<unsigned>(),
                        port.at("slot").get<unsigned>(), port.at("instance").get<unsigned>(),
                        port.at("port").get<unsigned>());
+  }
+
+  void collect_history(const json &port) {
+    const std::string name = name_in("history", port);
+    const raw_answer answer = ask(
+        fmt::format("{}/{}/history", ports_target, encoded(port.at("name").get<std::string>())));
+    if (answer.what == outcome::done && answer.status == 200) {
+      into_.add(name, answer.body);
+    } else {
+      into_.miss(name, answer.what == outcome::done ? why_refused(answer) : answer.error);
+    }
   }
 
   // One document with every page that could be had, which `lumctl decode` reads too. The first page
   // that cannot be read is the last that is asked for.
   void collect_module(const json &port) {
-    const std::string name = name_of_module(port);
+    const std::string name = name_in("modules", port);
     const std::string target = "/v1/modules/" + encoded(port.at("name").get<std::string>());
     json all = json::array();
     std::string why;

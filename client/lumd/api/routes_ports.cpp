@@ -2,6 +2,7 @@
 #include "api/routes.h"
 #include "node/driver.h"
 #include "node/find_port.h"
+#include "views/history_view.h"
 #include "views/port_view.h"
 
 namespace lumd {
@@ -20,9 +21,16 @@ api_reply get_port(driver &node, const api_request &request) {
   return {200, std::move(shown)};
 }
 
+api_reply get_history(driver &node, const api_request &request) {
+  const port_place place = find_place(node.node(), request.parameters[0]);
+  if (!place) return refuse_port(node.node(), request.parameters[0]);
+  return {200, show_history(node, *place.port, place.sub_port)};
+}
+
 constexpr route routes[] = {
     {"GET", "/v1/ports", get_ports},
     {"GET", "/v1/ports/{}", get_port},
+    {"GET", "/v1/ports/{}/history", get_history},
 };
 
 }  // namespace

@@ -10,16 +10,33 @@
 #include "node/port_snapshot.h"
 
 namespace lumd {
+namespace {
+
+decltype(reading_sample::readings) readings_of(const port_copy &port) {
+  static_assert(LUM_SUB_PORTS == sub_ports_of_a_sample);
+  decltype(reading_sample::readings) all;
+  for (std::size_t i = 0; i < all.size(); ++i) {
+    std::copy_n(port.data.dom[i].readings, all[i].size(), all[i].begin());
+  }
+  return all;
+}
+
+}  // namespace
 
 void data_feed::feed_polled() {
   const std::unique_lock held(feeding_, std::try_to_lock);
   if (!held) return;
+  const polling_report before = node_.polling().report();
   const auto ports = copy_ports();
+  const polling_report after = node_.polling().report();
+  // Nothing was being stored while the copies were made.
+  const bool is_at_rest = !before.running && !after.running && before.cycles == after.cycles;
   forget_all_but(ports);
   for (const auto &[rsip, port] : ports) {
     if (is_going(port) || port.data.inserted == 0) continue;
     const auto poll = poll_of(node_, rsip);
     if (!poll) continue;
+    if (is_at_rest) node_.history().add(rsip, poll->ended, readings_of(port));
     for (std::size_t i = 0; i < LUM_SUB_PORTS; ++i) {
       const lum_sub_port_intf &controller = port.data.sub_port[i];
       if (controller.created == 0) continue;

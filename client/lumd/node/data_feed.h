@@ -1,4 +1,4 @@
-// Hands what the library has polled to the performance-monitoring and alarm services.
+// Hands what the library has polled to the performance-monitoring and alarm services, and to history.
 #pragma once
 
 #include <chrono>

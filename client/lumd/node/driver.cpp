@@ -66,7 +66,7 @@ driver::driver(std::unique_ptr<lum_linux::platform> platform,
       described_(platform_->node(), as_read),
       cages_(platform_->node(), platform_->modules()),
       feed_(*this),
-      records_(events_, platform_->node().state_directory / records_name),
+      records_(events_, history_, platform_->node().state_directory / records_name),
       event_watch_(*this, events_) {}
 
 driver *driver::start(const lum_linux::node_description &node,

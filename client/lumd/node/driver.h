@@ -20,6 +20,7 @@
 #include "node/turns.h"
 #include "records/event_log.h"
 #include "records/keeper.h"
+#include "records/reading_history.h"
 
 namespace lumd {
 
@@ -48,6 +49,7 @@ class driver {
   data_feed &feed() { return feed_; }
   state_log &states() { return states_; }
   event_log &events() { return events_; }
+  reading_history &history() { return history_; }
   record_keeper &records() { return records_; }
   // As it is called and described now; see described_node.
   const lum_linux::node_description &node() const { return described_.now(); }
@@ -96,6 +98,7 @@ class driver {
   controller_count_watch count_;
   polling_clock polling_;
   event_log events_;
+  reading_history history_;
   record_keeper records_;
   event_watch event_watch_;
   std::unique_ptr<lum_linux::periodic> cage_thread_;

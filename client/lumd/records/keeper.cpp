@@ -15,12 +15,17 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds period(1000);
 constexpr std::chrono::seconds pause_between_openings(10);
+constexpr std::chrono::minutes pause_between_histories(1);
 constexpr std::size_t most_in_one_go = 1000;
 
 }  // namespace
 
-record_keeper::record_keeper(event_log &events, std::filesystem::path file)
-    : events_(events), path_(std::move(file)), problem_("what was kept is still being read") {
+record_keeper::record_keeper(event_log &events, reading_history &history,
+                             std::filesystem::path file)
+    : events_(events),
+      history_(history),
+      path_(std::move(file)),
+      problem_("what was kept is still being read") {
   thread_ = std::make_unique<lum_linux::periodic>("lumd-records", period, [this] { look(); });
 }
 
@@ -62,7 +67,15 @@ void record_keeper::open() {
   }
   tried_ = now;
   auto found = record_file::open(path_, event_log::most_events);
-  events_.begin(std::move(found.events), found.next);
+  events_.begin(std::move(found.held.events), found.held.next);
+  if (took_back_) {
+    history_.mark_nothing_kept();
+    lum_linux::pm_mark_nothing_kept();
+  } else if (found.was_read) {
+    history_.take_back(found.held.samples);
+    lum_linux::pm_take_back(found.held.bins);
+    took_back_ = true;
+  }
   file_ = std::move(found.file);
   set_problem(found.problem);
   const std::lock_guard lock(mutex_);
@@ -76,13 +89,28 @@ void record_keeper::write(bool is_last) {
     tried_ = {};
     return set_problem(fmt::format("{} has been moved or removed", path_.native()));
   }
-  const auto fresh = events_.unkept(most_in_one_go);
-  if (fresh.empty() && !is_last) return;
-  const uint64_t next = events_.last() + 1;
-  const std::string why = is_last ? file_->close(fresh, next) : file_->add(fresh, next);
-  if (why.empty() && !fresh.empty()) events_.kept(fresh.back().number);
+  const record_change change = changes(is_last);
+  if (change.is_empty() && !is_last) return;
+  const std::string why = file_->take(change);
   set_problem(why);
-  if (why.empty()) tell_of_losses();
+  if (!why.empty()) return;
+  if (!change.events.empty()) events_.kept(change.events.back().number);
+  history_.mark_kept(change.samples);
+  lum_linux::pm_mark_kept(change.bins);
+  tell_of_losses();
+}
+
+record_change record_keeper::changes(bool is_last) {
+  record_change change;
+  change.events = events_.unkept(most_in_one_go);
+  change.next = events_.last() + 1;
+  change.is_last = is_last;
+  const auto now = std::chrono::steady_clock::now();
+  if (!is_last && now - kept_history_ < pause_between_histories) return change;
+  kept_history_ = now;
+  change.samples = history_.unkept();
+  change.bins = lum_linux::pm_not_kept_yet();
+  return change;
 }
 
 void record_keeper::tell_of_losses() {

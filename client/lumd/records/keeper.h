@@ -1,5 +1,6 @@
-// Keeps what has happened over a restart: once a second, on a thread of its own, whatever is new
-// goes into the file. A disk that hangs, is full or cannot be written holds up nobody else.
+// Keeps over a restart what has happened and what was measured: on a thread of its own, whatever is
+// new goes into the file, events once a second, readings and bins once a minute. A disk that hangs,
+// is full or cannot be written holds up nobody else.
 #pragma once
 
 #include <chrono>
@@ -11,6 +12,7 @@
 
 #include "lum_linux/periodic.h"
 #include "records/event_log.h"
+#include "records/reading_history.h"
 #include "records/record_file.h"
 
 namespace lumd {
@@ -19,7 +21,7 @@ class record_keeper {
  public:
   // Begins to read what an earlier process has kept. What it is made with, and itself, must live
   // until the process ends. May throw as lum_linux::periodic does.
-  record_keeper(event_log &events, std::filesystem::path file);
+  record_keeper(event_log &events, reading_history &history, std::filesystem::path file);
 
   // Waits until that has been read, or cannot be, but no longer than `bound`: what happens until
   // then may get another number later.
@@ -36,14 +38,18 @@ class record_keeper {
   void look();
   void open();
   void write(bool is_last);
+  record_change changes(bool is_last);
   void tell_of_losses();
   void set_problem(const std::string &problem);
 
   event_log &events_;
+  reading_history &history_;
   const std::filesystem::path path_;
   // The keeper's thread alone.
   std::unique_ptr<record_file> file_;
   std::chrono::steady_clock::time_point tried_{};
+  std::chrono::steady_clock::time_point kept_history_{};
+  bool took_back_ = false;  // what earlier processes have measured
   int64_t told_lost_ = 0;
 
   mutable std::mutex mutex_;  // guards the rest

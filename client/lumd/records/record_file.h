@@ -1,16 +1,14 @@
-// The database that what has happened is kept in: a file of its own beside the checkpoint store, so
-// that nothing recorded ever makes a setting wait. It may lose its latest second when the machine
-// goes down, and gives way when the disk fills up.
+// The database that events, readings and bins are kept in: a file of its own beside the checkpoint
+// store, so that nothing recorded ever makes a setting wait. It may lose its latest second when the
+// machine goes down, and gives way when the disk fills up.
 #pragma once
 
 #include <cstdint>
 #include <filesystem>
 #include <memory>
-#include <span>
 #include <string>
-#include <vector>
 
-#include "records/event.h"
+#include "records/record.h"
 
 namespace lumd {
 
@@ -23,8 +21,8 @@ class record_file {
   struct opened {
     std::unique_ptr<record_file> file;  // null when it cannot be used
     std::string problem;                // why, or why nothing can be kept in it; else empty
-    std::vector<event> events;          // those it holds, the earliest first
-    uint64_t next = 1;                  // number that no event has had
+    bool was_read = false;              // `held` is all that there is
+    kept_record held;
   };
 
   // Opens the file, creating it when there is none. One that is damaged is put aside as
@@ -35,16 +33,9 @@ class record_file {
   record_file(const record_file &) = delete;
   record_file &operator=(const record_file &) = delete;
 
-  // Adds events, drops all but the latest `most_events`, and notes the number of the next. Returns
-  // why it could not, or nothing. May throw std::bad_alloc.
-  std::string add(std::span<const event> events, uint64_t next) {
-    return write(events, next, false);
-  }
-
-  // As add(), for the last time: no number has been given out that is not noted.
-  std::string close(std::span<const event> events, uint64_t next) {
-    return write(events, next, true);
-  }
+  // Takes in all of the change or nothing, and drops what is too old. Returns why it could not, or
+  // nothing. May throw std::bad_alloc.
+  std::string take(const record_change &change);
 
   // Whether the file has been moved or removed: what is added to it is lost with it.
   bool is_gone() const;
@@ -53,7 +44,6 @@ class record_file {
   struct connection;
   record_file(std::filesystem::path file, std::size_t most_events);
   void begin(opened &result, int flags);
-  std::string write(std::span<const event> events, uint64_t next, bool is_last);
 
   const std::filesystem::path file_;
   const std::size_t most_events_;

@@ -4,11 +4,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstring>
 #include <deque>
 #include <exception>
 #include <map>
 #include <mutex>
+#include <string_view>
 
 #include "services/immortal.h"
 #include "services/store_clock.h"
@@ -49,7 +51,8 @@ class bin_series {
     current_.partial = current_.partial || was_set;
     if (bin_start(now, length_) == current_.start) return;
     if (current_.samples != 0) {
-      finished_.push_front(current_);
+      // What is kept of a bin while it lasts is of a part of it.
+      finished_.push_front({current_, current_.partial ? current_kept_ : 0});
       if (finished_.size() > history_) finished_.pop_back();
     }
     const bool forward = now > current_.start;
@@ -72,21 +75,92 @@ class bin_series {
   }
 
   const pm_bin &current() const { return current_; }
-  std::vector<pm_bin> finished() const { return {finished_.begin(), finished_.end()}; }
+  std::vector<pm_bin> finished() const {
+    std::vector<pm_bin> bins;
+    for (const finished_bin &one : finished_) bins.push_back(one.bin);
+    return bins;
+  }
+
+  // The current bin ends with the process, unless the next one goes on with it.
+  template <typename Use>
+  void each_unkept(const Use &use) const {
+    for (const finished_bin &one : finished_) {
+      if (one.kept != one.bin.samples) use(one.bin);
+    }
+    if (current_.samples == current_kept_) return;
+    pm_bin so_far = current_;
+    so_far.partial = true;
+    use(so_far);
+  }
+
+  // A bin that has been finished since is kept again, for it may be whole.
+  void mark_kept(const pm_bin &bin) {
+    if (bin.start == current_.start) current_kept_ = bin.samples;
+    for (finished_bin &one : finished_) {
+      if (one.bin.start == bin.start && one.bin.partial == bin.partial) one.kept = bin.samples;
+    }
+  }
+
+  void mark_nothing_kept() {
+    current_kept_ = 0;
+    for (finished_bin &one : finished_) one.kept = 0;
+  }
+
+  void take_back(const pm_bin &earlier) {
+    if (earlier.start == current_.start) {
+      take_back_current(earlier);
+    } else if (earlier.start < current_.start) {
+      take_back_finished(earlier);
+    }
+  }
 
  private:
+  struct finished_bin {
+    pm_bin bin;
+    uint64_t kept = 0;  // samples of it that outlive the process
+  };
+
   void open(store_time now) {
     current_ = {};
     current_.start = bin_start(now, length_);
     current_.length = length_;
+    current_kept_ = 0;
     sums_ = {};
+  }
+
+  // Between the two no samples were taken.
+  void take_back_current(const pm_bin &earlier) {
+    const uint64_t samples = current_.samples + earlier.samples;
+    for (size_t i = 0; i < current_.values.size(); ++i) {
+      const pm_statistics &before = earlier.values[i];
+      pm_statistics &s = current_.values[i];
+      sums_[i] += static_cast<uint64_t>(
+          std::llround(before.average * static_cast<double>(earlier.samples)));
+      s = current_.samples == 0 ? before
+                                : pm_statistics{s.current, std::min(s.minimum, before.minimum),
+                                                std::max(s.maximum, before.maximum), 0};
+      s.average = static_cast<double>(sums_[i]) / static_cast<double>(samples);
+    }
+    current_.samples = samples;
+    current_.partial = true;
+    current_.tested = current_.tested || earlier.tested;
+  }
+
+  void take_back_finished(const pm_bin &earlier) {
+    const auto place =
+        std::find_if(finished_.begin(), finished_.end(),
+                     [&](const finished_bin &one) { return one.bin.start <= earlier.start; });
+    if (place != finished_.end() && place->bin.start == earlier.start) return;
+    finished_.insert(place, {earlier, earlier.samples});
+    if (finished_.size() > history_) finished_.pop_back();
   }
 
   seconds length_;
   size_t history_;
   pm_bin current_;
+  uint64_t current_kept_ = 0;  // samples of it that outlive the process
   std::array<uint64_t, pm_value_count> sums_{};
-  std::deque<pm_bin> finished_;  // newest first
+  std::deque<finished_bin> finished_;  // newest first
 };
 
 struct pm_port {
@@ -106,6 +180,8 @@ struct pm_port {
     days.advance(now.time, was_set);
   }
 
+  bin_series &series_of(seconds length) { return length == pm_short_bin ? quarters : days; }
+
   uint32_t iftype;
   std::string name;
   std::optional<pm_ui_optics_record> latest;
@@ -121,11 +197,35 @@ struct pm_port {
 struct pm_store {
   std::mutex lock;
   std::map<uint32_t, pm_port> ports;
+  std::multimap<std::string, pm_bin> earlier;  // of interfaces that are not there yet, by name
+  std::vector<std::string> deleted;            // interfaces, whose bins may be kept still
 };
 
 pm_store &store() {
   static immortal<pm_store> the_store;
   return *the_store;
+}
+
+// Whoever kept it may have been another program, or a disk that lies.
+bool can_have_been_kept(const pm_bin &bin, const store_stamp &now) {
+  constexpr uint64_t most_samples = uint64_t{1}
+                                    << 20;  // of a day's: the library polls each second at most
+  const bool is_aligned = (bin.length == pm_short_bin || bin.length == pm_long_bin) &&
+                          bin_start(bin.start, bin.length) == bin.start;
+  return is_aligned && bin.start <= now.time && bin.samples > 0 && bin.samples <= most_samples &&
+         std::all_of(bin.values.begin(), bin.values.end(), [](const pm_statistics &s) {
+           return s.minimum <= s.current && s.current <= s.maximum && s.average >= s.minimum &&
+                  s.average <= s.maximum;
+         });
+}
+
+// What an earlier process kept of the interface, if anything.
+void take_earlier(pm_port &port) {
+  const auto [first, last] = store().earlier.equal_range(port.name);
+  for (auto one = first; one != last; ++one) {
+    port.series_of(one->second.length).take_back(one->second);
+  }
+  store().earlier.erase(first, last);
 }
 
 pm_interface view_of(uint32_t ifhandle, pm_port &port, const store_stamp &now) {
@@ -156,7 +256,10 @@ cerrno pm_ui_port_create(uint32_t iftype, uint32_t ifhandle, const char *name) {
   }
   try {
     const std::lock_guard hold(store().lock);
-    return store().ports.try_emplace(ifhandle, iftype, name, store_stamp_now()).second ? 0 : EEXIST;
+    const auto [port, is_new] =
+        store().ports.try_emplace(ifhandle, iftype, name, store_stamp_now());
+    if (is_new) take_earlier(port->second);
+    return is_new ? 0 : EEXIST;
   } catch (const std::exception &) {
     return ENOMEM;
   }
@@ -164,7 +267,14 @@ cerrno pm_ui_port_create(uint32_t iftype, uint32_t ifhandle, const char *name) {
 
 cerrno pm_ui_port_delete(uint32_t ifhandle) {
   const std::lock_guard hold(store().lock);
-  return store().ports.erase(ifhandle) == 1 ? 0 : ENOENT;
+  const auto found = store().ports.find(ifhandle);
+  if (found == store().ports.end()) return ENOENT;
+  try {
+    store().deleted.push_back(found->second.name);
+  } catch (const std::exception &) {  // its bins come back with the next process
+  }
+  store().ports.erase(found);
+  return 0;
 }
 
 // A record that is not valid changes nothing.
@@ -213,9 +323,58 @@ void pm_values_are_tested(uint32_t ifhandle, bool tested) {
   if (found != store().ports.end()) found->second.tested = tested;
 }
 
+pm_unkept pm_not_kept_yet() {
+  const std::lock_guard hold(store().lock);
+  pm_unkept unkept;
+  unkept.deleted = store().deleted;
+  for (const auto &[ifhandle, port] : store().ports) {
+    const auto add = [&unkept, &name = port.name](const pm_bin &bin) {
+      unkept.bins.push_back({name, bin});
+    };
+    port.quarters.each_unkept(add);
+    port.days.each_unkept(add);
+  }
+  return unkept;
+}
+
+void pm_mark_kept(const pm_unkept &kept) {
+  const std::lock_guard hold(store().lock);
+  auto &deleted = store().deleted;
+  deleted.erase(deleted.begin(), deleted.begin() + static_cast<ptrdiff_t>(std::min(
+                                                       kept.deleted.size(), deleted.size())));
+  std::map<std::string_view, pm_port *> by_name;
+  for (auto &[ifhandle, port] : store().ports) by_name.emplace(port.name, &port);
+  for (const pm_kept_bin &one : kept.bins) {
+    const auto port = by_name.find(one.name);
+    if (port != by_name.end()) port->second->series_of(one.bin.length).mark_kept(one.bin);
+  }
+}
+
+void pm_mark_nothing_kept() {
+  const std::lock_guard hold(store().lock);
+  for (auto &[ifhandle, port] : store().ports) {
+    port.quarters.mark_nothing_kept();
+    port.days.mark_nothing_kept();
+  }
+}
+
+void pm_take_back(const std::vector<pm_kept_bin> &earlier) {
+  const std::lock_guard hold(store().lock);
+  const store_stamp now = store_stamp_now();
+  for (const pm_kept_bin &one : earlier) {
+    if (can_have_been_kept(one.bin, now)) store().earlier.emplace(one.name, one.bin);
+  }
+  for (auto &[ifhandle, port] : store().ports) {
+    port.advance(now);
+    take_earlier(port);
+  }
+}
+
 void pm_forget_all() {
   const std::lock_guard hold(store().lock);
   store().ports.clear();
+  store().earlier.clear();
+  store().deleted.clear();
 }
 
 }  // namespace lum_linux

@@ -72,7 +72,30 @@ std::optional<pm_interface> pm_find(uint32_t ifhandle);
 // unknown interface.
 void pm_values_are_tested(uint32_t ifhandle, bool tested);
 
-// Forgets every interface.
+// A bin that is to outlive the process, of the interface with that name: handles are others then.
+struct pm_kept_bin {
+  std::string name;
+  pm_bin bin;
+};
+
+// What differs from what was kept last: bins with more samples, and interfaces that have been
+// deleted, whose bins are to be forgotten before those of `bins` are kept.
+struct pm_unkept {
+  std::vector<pm_kept_bin> bins;
+  std::vector<std::string> deleted;
+};
+pm_unkept pm_not_kept_yet();
+// All of that has been kept. Nothing is marked that has changed since.
+void pm_mark_kept(const pm_unkept &kept);
+// What was kept is lost: all of it is to be kept again.
+void pm_mark_nothing_kept();
+
+// Bins that an earlier process kept: those of interfaces that are there are taken in at once, the
+// others' when theirs is created. A bin that the interface has too becomes the sum of both. Bins
+// that nobody can have kept, such as one that begins in the future, are left out.
+void pm_take_back(const std::vector<pm_kept_bin> &earlier);
+
+// Forgets every interface, and what was kept.
 void pm_forget_all();
 
 }  // namespace lum_linux
