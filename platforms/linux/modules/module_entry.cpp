@@ -10,6 +10,9 @@ namespace {
 
 constexpr std::chrono::milliseconds presence_bound(250);
 constexpr std::chrono::milliseconds look_bound(1000);
+// A module that has answered a transfer is there until the next poll, which is five seconds away,
+// and a pass over all ports, tells otherwise.
+constexpr std::chrono::seconds trusted_for(7);
 
 std::optional<presence_line> make_line(std::filesystem::path file, std::string value) {
   if (file.empty()) return std::nullopt;
@@ -170,16 +173,22 @@ module_status module_entry::status() {
 void module_entry::look() {
   if (looking_.exchange(true)) return;
   lock held(mutex_);
-  ask_presence(held);
+  ask_presence(held, true);
   looking_ = false;
 }
 
-void module_entry::ask_presence(lock &held) {
+bool module_entry::has_just_answered() const {
+  return there_ && !pulled_ && statistics_.last_success > statistics_.last_failure &&
+         clock::now() - statistics_.last_success < trusted_for;
+}
+
+void module_entry::ask_presence(lock &held, bool trusts_transfers) {
   changed_.wait_for(held, presence_bound, [this] { return !busy_ || stopped_; });
   if (busy_ || stopped_) return;
   const memory_hold hold(*this, held);
   ask_control_lines(held);
   if (line_) return ask_line(held);
+  if (trusts_transfers && has_just_answered()) return;
   held.unlock();
   const bool there = memory_->present();
   const uint64_t insertion = there ? memory_->insertion() : 0;
@@ -271,7 +280,7 @@ void module_entry::remove() {
 cerrno module_entry::insert() {
   {
     lock held(mutex_);
-    ask_presence(held);
+    ask_presence(held, false);
     if (pulled_) put_back();
     if (there_ || backend_ != module_backend::simulated || description_.empty()) {
       return there_ ? module_ok : module_none;

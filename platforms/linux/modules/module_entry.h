@@ -30,7 +30,7 @@ class module_entry {
   // `bytes` is what to read into, or the one byte to write.
   cerrno transfer(transfer_kind kind, uint32_t page, uint32_t offset, std::span<uint8_t> bytes);
 
-  // Asks the memory whether there is a module. Waits a moment for the memory, and for as long as it
+  // Asks the memory whether there is a module, unless a transfer has told so just now. Waits a moment for the memory, and for as long as it
   // takes to answer.
   void look();
   bool is_being_looked_at() const { return looking_.load(std::memory_order_relaxed); }
@@ -62,7 +62,8 @@ class module_entry {
   cerrno access(lock &held, const std::function<cerrno()> &use);
   cerrno with_memory(const std::function<cerrno()> &use, std::string *why);
   cerrno wait_for_memory(lock &held);
-  void ask_presence(lock &held);
+  bool has_just_answered() const;
+  void ask_presence(lock &held, bool trusts_transfers);
   void ask_line(lock &held);
   void ask_control_lines(lock &held);
   bool is_in_reset() const;

@@ -19,6 +19,7 @@ struct bus {
   std::condition_variable changed;
   bool hangs = true;
   int asked = 0;
+  cerrno answer = module_ok;  // of a transfer
 
   void wait() {
     std::unique_lock held(mutex);
@@ -40,7 +41,9 @@ struct bus {
 class memory_on final : public module_memory {
  public:
   explicit memory_on(std::shared_ptr<bus> on) : bus_(std::move(on)) {}
-  cerrno read(uint32_t, uint32_t, std::span<uint8_t>) override { return module_ok; }
+  cerrno read(uint32_t, uint32_t, std::span<uint8_t>) override {
+    return bus_ ? bus_->answer : module_ok;
+  }
   cerrno write(uint32_t, uint32_t, uint8_t) override { return module_ok; }
   bool present() override {
     if (bus_) bus_->wait();
@@ -96,6 +99,29 @@ TEST(Presence, RackGoesWhileALookHangs) {
   rack_on(bad, 1, 2).reset();
   EXPECT_EQ(bad->count(), 1);
   bad->recover();
+}
+
+TEST(Presence, AModuleThatHasJustAnsweredIsNotAskedBesides) {
+  const auto good = std::make_shared<bus>();
+  good->recover();
+  const auto rack = rack_on(good, 1, 1);
+  const auto read = [&] {
+    uint8_t byte = 0;
+    return rack->read_byte(slot, instance, 0, 0, 0, &byte);
+  };
+  EXPECT_EQ(good->count(), 1);
+  EXPECT_EQ(read(), module_ok);
+  rack->look();
+  EXPECT_EQ(good->count(), 1);
+  good->answer = module_failing;
+  EXPECT_EQ(read(), module_failing);
+  rack->look();
+  EXPECT_EQ(good->count(), 2) << "one that fails may have gone";
+  good->answer = module_ok;
+  EXPECT_EQ(read(), module_ok);
+  rack->remove(cage(0));
+  EXPECT_EQ(rack->insert(cage(0)), module_ok);
+  EXPECT_EQ(good->count(), 3) << "whoever puts one in wants to know";
 }
 
 TEST(Presence, StatusTellsWhenItWasKnown) {
