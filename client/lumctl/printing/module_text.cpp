@@ -30,7 +30,7 @@ std::string describe_polled(const json &port) {
     text += fmt::format("{}{} s ago", text.empty() ? "" : ", last ",
                         number_or_dash(dom.at("last_poll_age_s"), 1));
   }
-  return text.empty() ? "not since it came" : text;
+  return text.empty() ? "not since it came or was replayed" : text;
 }
 
 // Each flag byte behind its number in the module's lower page.
