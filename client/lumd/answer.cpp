@@ -6,11 +6,10 @@
 namespace lumd {
 namespace {
 
-api_reply get_metrics(driver &node, const api_request &request) {
-  const metrics_format format = metrics_format_for(request.accept);
+api_reply get_metrics(driver &node, const api_request &) {
   api_reply reply;
-  reply.text = metrics_text(node, format);
-  reply.text_type = content_type(format);
+  reply.text = metrics_text(node);
+  reply.text_type = metrics_content_type();
   return reply;
 }
 

@@ -5,6 +5,7 @@ import json
 import re
 import socket
 import subprocess
+import time
 
 import support
 from actions import Actions
@@ -82,7 +83,8 @@ class Metrics(MetricsShelf):
         self.assertEqual(now["lum_port_led_state", name], 1)
         self.assertEqual(now["lum_port_dom_enabled", name], 1)
         self.assertEqual(now["lum_module_present", name], 1)
-        self.assertLess(now["lum_module_last_success_age_seconds", name], 12)
+        self.assertLess(time.time() - now["lum_module_last_success_timestamp_seconds", name], 12)
+        self.assertLess(time.time() - now["lum_readings_timestamp_seconds", name], 12)
         self.assertEqual(now["lum_module_failed_transfers_total", name], 0)
         self.assertGreater(now["lum_module_transfers_total", name], 1)
         powers = [now["lum_power_dbm", name, ("reading", f"power-{i}"), ("sub_port", "0")]
@@ -107,6 +109,36 @@ class Metrics(MetricsShelf):
         self.assertEqual(sum(value for key, value in now.items() if key[0] == "lum_alarm"), 1)
         self.assertNotIn(("lum_alarm", ("alarm", "flag-49-a"), ("port", self.first.name),
                           ("sub_port", "0")), now, "sub-port 0 cannot have it")
+
+    def test_what_is_wrong_and_what_has_happened(self):
+        self.begin_with_http()
+        now = self.samples()
+        kinds = {dict(key[1:])["kind"] for key in now if key[0] == "lum_findings"}
+        self.assertLessEqual({"failing", "stale", "not-polled", "led-broken"}, kinds)
+        self.assertEqual(sum(value for key, value in now.items() if key[0] == "lum_findings"), 0)
+        self.assertEqual(now["lum_events_total", ("kind", "driver-started")], 1)
+        self.assertEqual(now["lum_events_total", ("kind", "not-polled")], 0)
+        self.driver.pause.touch()
+        self.assertIsNotNone(self.driver.wait_for(
+            lambda _: self.samples()["lum_events_total", ("kind", "not-polled")] == 1, 20))
+        self.assertEqual(self.samples()["lum_findings", ("kind", "not-polled")], 1)
+        self.driver.pause.unlink()
+        self.assertIsNotNone(self.driver.wait_for(
+            lambda _: self.samples()["lum_findings", ("kind", "not-polled")] == 0, 20))
+        self.assertEqual(self.samples()["lum_events_total", ("kind", "not-polled")], 1)
+
+    def test_a_moment_looks_the_same_in_each_scrape_and_so_does_the_order(self):
+        self.begin_with_http()
+        self.driver.hold_polling()
+        self.driver.wait_for(lambda _: not self.driver.get("/v1/polling")["running"], 10)
+        name = ("port", self.first.name)
+        first, second = self.fetch()[1].decode(), self.fetch()[1].decode()
+        names = [[line.split(" ")[0] for line in page.splitlines()] for page in (first, second)]
+        self.assertEqual(names[0], names[1])
+        moments = [[line for line in page.splitlines() if "timestamp_seconds" in line]
+                   for page in (first, second)]
+        self.assertGreater(len(moments[0]), 6)
+        self.assertEqual(moments[0], moments[1])
 
     def test_polling_cycles(self):
         self.begin_with_http(support.REAL)
@@ -153,7 +185,7 @@ class Metrics(MetricsShelf):
         self.assertIsNotNone(self.driver.wait_for(
             lambda _: ("lum_polling_cycle_lateness_seconds",) in self.samples(), 15))
         there = {key[0] for key in self.samples()}
-        described = set(re.findall(r"^\| `(lum_\w+)`", (DOCS / "metrics.md").read_text(), re.M))
+        described = set(re.findall(r"^\| `((?:lum|process)_\w+)`", (DOCS / "metrics.md").read_text(), re.M))
         self.assertEqual(there, described)
         dashboard = json.loads((DOCS / "grafana" / "lum-dashboard.json").read_text())
         asked = set(re.findall(r"\blum_\w+", json.dumps([dashboard["panels"],

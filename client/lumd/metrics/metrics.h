@@ -3,13 +3,12 @@
 
 #include <string>
 
-#include "metrics/metrics_format.h"
-
 namespace lumd {
 
 class driver;
 
 // One scrape: looks at what is stored, and touches no module. Waits for the disk.
-std::string metrics_text(driver &node, metrics_format format);
+std::string metrics_text(driver &node);
+const char *metrics_content_type();
 
 }  // namespace lumd

@@ -10,6 +10,8 @@
 #include "node/polling_halt.h"
 #include "views/store_view.h"
 #include "views/times.h"
+#include "words/events.h"
+#include "words/findings.h"
 
 namespace lumd {
 namespace {
@@ -19,8 +21,6 @@ void add_driver(driver &node, metrics_page &page) {
             {{"version",
               fmt::format("{}.{}.{}", LUM_VERSION_MAJOR, LUM_VERSION_MINOR, LUM_VERSION_PATCH)},
              {"node", node.node().name}});
-  page.gauge("lum_start_time_seconds", "When the driver started, since the epoch", {},
-             std::chrono::duration<double>(node.started().time_since_epoch()).count());
   page.gauge("lum_warm_start", "1 when the driver went on with an earlier one's checkpoints", {},
              node.restarted() ? 1 : 0);
   page.gauge("lum_controllers", "Controllers that the library takes for created", {},
@@ -45,8 +45,9 @@ void add_polling(driver &node, metrics_page &page) {
   const polling_cycle &cycle = *report.last;
   page.gauge("lum_polling_cycle_duration_seconds", "How long the latest polling cycle took", {},
              seconds_of(cycle.ended - cycle.started));
-  page.gauge("lum_polling_cycle_age_seconds", "Time since the latest polling cycle ended", {},
-             seconds_of(std::chrono::steady_clock::now() - cycle.ended));
+  page.gauge("lum_polling_cycle_end_timestamp_seconds",
+             "When the latest polling cycle ended, since the epoch", {},
+             epoch_seconds(node.time_of(cycle.ended)));
   page.gauge("lum_polling_cycle_ports", "Ports looked at in the latest polling cycle", {},
              cycle.ports);
   if (cycle.lateness) {
@@ -56,9 +57,22 @@ void add_polling(driver &node, metrics_page &page) {
   }
 }
 
+// Of each there is a counter from the start, so that its first event is a rise.
+std::vector<std::string_view> event_kinds() {
+  std::vector<std::string_view> kinds;
+  for (const auto &one : lum_words::events) kinds.push_back(one.name);
+  for (const auto &one : lum_words::findings) kinds.push_back(one.name);
+  return kinds;
+}
+
 void add_events(driver &node, metrics_page &page) {
-  page.counter("lum_events_total", "Events since the driver started", {},
-               static_cast<double>(node.events().count()));
+  const auto counts = node.events().counts();
+  for (const std::string_view kind : event_kinds()) {
+    const auto found = counts.find(kind);
+    page.counter("lum_events_total", "Events since the driver started",
+                 {{"kind", std::string(kind)}},
+                 found == counts.end() ? 0 : static_cast<double>(found->second));
+  }
   page.counter("lum_events_lost_total", "Those of them that will not be kept", {},
                static_cast<double>(node.events().lost()));
   page.gauge("lum_events_kept", "1 while events are kept over a restart", {},

@@ -1,13 +1,11 @@
 #include "metrics/metrics_page.h"
 
-#include <prometheus/counter.h>
-#include <prometheus/gauge.h>
 #include <prometheus/text_serializer.h>
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "base/printable.h"
-#include "metrics/openmetrics_text.h"
 #include "views/json.h"
 
 namespace lumd {
@@ -19,45 +17,37 @@ std::string as_utf8(const std::string &text) {
       .get<std::string>();
 }
 
+bool is_plain(const std::string &text) {
+  return std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; });
+}
+
 // Pages are looked at in terminals too.
-metric_labels as_text(const metric_labels &labels) {
-  metric_labels result;
-  for (const auto &[name, value] : labels) result[name] = lum_client::printable(as_utf8(value));
-  return result;
+std::string as_text(const std::string &value) {
+  return is_plain(value) ? value : lum_client::printable(as_utf8(value));
 }
 
 }  // namespace
 
+prometheus::ClientMetric &metrics_page::add(const std::string &name, const std::string &help,
+                                            prometheus::MetricType type,
+                                            const metric_labels &labels) {
+  const auto [place, is_new] = places_.emplace(name, families_.size());
+  if (is_new) families_.push_back({name, help, type, {}});
+  auto &metric = families_[place->second].metric.emplace_back();
+  for (const auto &[label, value] : labels) metric.label.push_back({label, as_text(value)});
+  return metric;
+}
+
 void metrics_page::gauge(const std::string &name, const std::string &help,
                          const metric_labels &labels, double value) {
-  prometheus::BuildGauge()
-      .Name(name)
-      .Help(help)
-      .Register(registry_)
-      .Add(as_text(labels))
-      .Set(value);
+  add(name, help, prometheus::MetricType::Gauge, labels).gauge.value = value;
 }
 
 void metrics_page::counter(const std::string &name, const std::string &help,
                            const metric_labels &labels, double value) {
-  prometheus::BuildCounter()
-      .Name(name)
-      .Help(help)
-      .Register(registry_)
-      .Add(as_text(labels))
-      .Increment(value);
+  add(name, help, prometheus::MetricType::Counter, labels).counter.value = value;
 }
 
-void metrics_page::fact(const std::string &name, const std::string &help,
-                        const metric_labels &labels) {
-  facts_.insert(name);
-  gauge(name, help, labels, 1);
-}
-
-std::string metrics_page::text(metrics_format format) const {
-  const auto families = registry_.Collect();
-  if (format == metrics_format::openmetrics) return openmetrics_text(families, facts_);
-  return prometheus::TextSerializer().Serialize(families);
-}
+std::string metrics_page::text() const { return prometheus::TextSerializer().Serialize(families_); }
 
 }  // namespace lumd

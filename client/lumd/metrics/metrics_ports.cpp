@@ -11,6 +11,7 @@
 #include "metrics/metrics_subjects.h"
 #include "node/alarms.h"
 #include "node/driver.h"
+#include "node/findings.h"
 #include "node/port_data.h"
 #include "node/port_snapshot.h"
 #include "node/readings.h"
@@ -37,7 +38,8 @@ void add_states(const metric_labels &port, port_state current, metrics_page &pag
   }
 }
 
-void add_transfers(const metric_labels &port, const module_status &module, metrics_page &page) {
+void add_transfers(const driver &node, const metric_labels &port, const module_status &module,
+                   metrics_page &page) {
   const auto &transfers = module.statistics;
   if (module.is_known() && module.place_code == 0) {
     page.gauge("lum_module_present", "1 when there is a module in the cage", port,
@@ -54,8 +56,9 @@ void add_transfers(const metric_labels &port, const module_status &module, metri
   page.gauge("lum_module_busy_seconds", "How long the transfer under way has taken, 0 for none",
              port, std::chrono::duration<double>(module.busy_for).count());
   if (transfers.last_success != std::chrono::steady_clock::time_point()) {
-    page.gauge("lum_module_last_success_age_seconds", "Time since the latest good transfer", port,
-               seconds_since(transfers.last_success));
+    page.gauge("lum_module_last_success_timestamp_seconds",
+               "When the latest good transfer was, since the epoch", port,
+               epoch_seconds(node.time_of(transfers.last_success)));
   }
 }
 
@@ -64,7 +67,7 @@ void add_identity(const metric_labels &port, uint32_t rsip, const lum_vendor_inf
   metric_labels labels = port;
   labels["rack"] = std::to_string(rsip >> 24);
   labels["slot"] = std::to_string(rsip >> 16 & 0xFF);
-  labels["instance"] = std::to_string(rsip >> 8 & 0xFF);
+  labels["slot_instance"] = std::to_string(rsip >> 8 & 0xFF);
   labels["number"] = std::to_string(rsip & 0xFF);
   labels["vendor"] = text_of(vendor.vendor_name);
   labels["part"] = text_of(vendor.vendor_part_number);
@@ -141,15 +144,16 @@ std::size_t implausible_readings(const lum_port_data &data) {
   return count;
 }
 
-void add_module(const metric_labels &port, const port_snapshot &at, metrics_page &page) {
+void add_module(const driver &node, const metric_labels &port, const port_snapshot &at,
+                metrics_page &page) {
   if (!at.polled) return;
   const lum_port_data &data = at.copy->data;
   page.gauge("lum_module_temperature_celsius", "Temperature of the module", port,
              temperature_celsius(data.module_temperature));
   page.gauge("lum_module_supply_volts", "Supply voltage of the module", port,
              supply_volts(data.module_word_16));
-  page.gauge("lum_readings_age_seconds", "Time since the module was polled", port,
-             seconds_since(at.polled->ended));
+  page.gauge("lum_readings_timestamp_seconds", "When the module was polled, since the epoch", port,
+             epoch_seconds(node.time_of(at.polled->ended)));
   page.gauge("lum_implausible_readings",
              "Powers, temperature and supply that the module cannot have measured", port,
              static_cast<double>(implausible_readings(data)));
@@ -166,15 +170,16 @@ void add_port(driver &node, const port_description &port, const port_snapshot &a
               metrics_page &page) {
   const metric_labels labels = {{"port", port.name}};
   add_states(labels, at.state, page);
-  page.gauge("lum_port_state_age_seconds", "How long the port has been in its state", labels,
-             seconds_since(at.since));
-  add_transfers(labels, at.module, page);
+  page.gauge("lum_port_state_since_timestamp_seconds",
+             "Since when the port has been in its state, since the epoch", labels,
+             epoch_seconds(node.time_of(at.since)));
+  add_transfers(node, labels, at.module, page);
   add_identity(labels, port.rsip, at.is_filled ? at.copy->data.vendor : lum_vendor_info{}, page);
   add_led(node, labels, port.rsip, page);
   if (!at.copy) return;
   page.gauge("lum_port_dom_enabled", "1 when the port's module is to be polled", labels,
              at.copy->data.is_dom_enabled != 0 ? 1 : 0);
-  add_module(labels, at, page);
+  add_module(node, labels, at, page);
   for (std::size_t i = 0; i < LUM_SUB_PORTS; ++i) add_sub_port(node, labels, at, i, page);
 }
 
@@ -191,6 +196,21 @@ void add_troubles(driver &node, metrics_page &page) {
   }
 }
 
+// What is wrong now, as `lumctl check` tells it; of each kind there is a number always.
+void add_findings(driver &node, const std::map<uint32_t, port_snapshot> &snapshots,
+                  metrics_page &page) {
+  std::map<std::string_view, unsigned> counts;
+  for (const auto &one : lum_words::findings) counts[one.name] = 0;
+  for (const port_state state : {port_state::failing, port_state::stale}) {
+    counts[name_of(lum_words::port_states, state)] = 0;
+  }
+  for (const finding &one : findings_of(node, snapshots)) ++counts[one.kind];
+  for (const auto &[kind, count] : counts) {
+    page.gauge("lum_findings", "What is wrong with the node now, by what it is",
+               {{"kind", std::string(kind)}}, count);
+  }
+}
+
 }  // namespace
 
 void add_port_metrics(driver &node, metrics_page &page) {
@@ -199,6 +219,7 @@ void add_port_metrics(driver &node, metrics_page &page) {
     add_port(node, *port, snapshots.at(port->rsip), page);
   }
   add_troubles(node, page);
+  add_findings(node, snapshots, page);
 }
 
 }  // namespace lumd

@@ -61,6 +61,13 @@ class driver {
     return std::chrono::steady_clock::now() - started_at_;
   }
 
+  // When a moment was, by the clock as it is set now.
+  std::chrono::system_clock::time_point time_of(
+      std::chrono::steady_clock::time_point moment) const {
+    return started() +
+           std::chrono::duration_cast<std::chrono::system_clock::duration>(moment - started_at_);
+  }
+
   // Taken by whoever opens slots and creates or deletes ports: the library wants that of a slot
   // from one thread at a time.
   slot_turns &turns() { return turns_; }

@@ -86,10 +86,10 @@ void event_log::sum_up(clock::time_point now) {
 // The caller holds the mutex.
 void event_log::take(event happened) {
   happened.number = next_;
+  counts_[happened.kind] += 1 + happened.left_out;
   if (untold_.size() < most_events) untold_.push_back(happened);
   events_.push_back(std::move(happened));
   ++next_;
-  ++count_;
   if (events_.size() <= most_events) return;
   if (events_.front().number > kept_) ++lost_;
   events_.pop_front();
@@ -119,9 +119,9 @@ std::vector<event> event_log::untold() {
   return std::exchange(untold_, {});
 }
 
-uint64_t event_log::count() const {
+std::map<std::string, uint64_t, std::less<>> event_log::counts() const {
   const std::lock_guard lock(mutex_);
-  return count_;
+  return counts_;
 }
 
 std::vector<event> event_log::unkept(std::size_t most) const {

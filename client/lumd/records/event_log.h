@@ -52,8 +52,8 @@ class event_log {
   // Those that this has not returned yet, without those of earlier processes.
   std::vector<event> untold();
 
-  // Since the start.
-  uint64_t count() const;
+  // Since the start, by their kinds; those that were summed up are counted too.
+  std::map<std::string, uint64_t, std::less<>> counts() const;
 
   // Those not kept yet, the earliest first.
   std::vector<event> unkept(std::size_t most) const;
@@ -83,8 +83,8 @@ class event_log {
   std::map<std::string, series> series_;
   uint64_t first_own_ = 1;  // number
   uint64_t next_ = 1;
-  uint64_t count_ = 0;
-  uint64_t kept_ = 0;  // the highest number
+  std::map<std::string, uint64_t, std::less<>> counts_;  // by kind
+  uint64_t kept_ = 0;                                    // the highest number
   uint64_t lost_ = 0;
   std::function<void()> more_;
 };

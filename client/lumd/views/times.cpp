@@ -21,6 +21,10 @@ double seconds_of(std::chrono::steady_clock::duration duration) {
   return to_milliseconds(std::chrono::duration<double>(duration).count());
 }
 
+double epoch_seconds(std::chrono::system_clock::time_point time) {
+  return std::round(std::chrono::duration<double>(time.time_since_epoch()).count() * 10) / 10;
+}
+
 std::string utc_text(std::chrono::system_clock::time_point time) {
   return fmt::format("{:%Y-%m-%dT%H:%M:%SZ}",
                      fmt::gmtime(std::chrono::system_clock::to_time_t(time)));

@@ -11,6 +11,9 @@ double seconds_since(std::chrono::steady_clock::time_point then);
 
 double seconds_of(std::chrono::steady_clock::duration duration);
 
+// Since the epoch, to the tenth of a second: moments that do not move look the same each time.
+double epoch_seconds(std::chrono::system_clock::time_point time);
+
 // "2026-01-31T12:00:00Z"
 std::string utc_text(std::chrono::system_clock::time_point time);
 // "2026-01-31T12:00:00.123Z"
