@@ -3,12 +3,16 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "api/http_server.h"
 
 namespace lumd {
 
 class driver;
+
+// Whether an Accept header names such streams.
+bool accepts_event_stream(std::string_view accept);
 
 class event_stream : public http_stream {
  public:
@@ -21,6 +25,7 @@ class event_stream : public http_stream {
 
  private:
   driver &node_;
+  bool has_begun_ = false;
   uint64_t since_;
   const std::string port_;
 };
