@@ -147,7 +147,7 @@ class Api(support.ShelfTest):
 
     def test_what_the_peer_has_is_not_sent_again(self):
         self.wait_for_state(self.cage, "up")
-        for target in ("/v1/description", "/v1/im"):
+        for target in ("/v1/description", "/v1", "/v1/openapi.json", "/v1/im"):
             for tcp in (False, True):
                 status, tag, body = self.ask_again(target, '"another"', tcp=tcp)
                 self.assertEqual((status, body != ""), (200, True), target)
