@@ -45,6 +45,7 @@ class Api(support.ShelfTest):
         head, _, answer = self.say(request.encode(), tcp).partition(b"\r\n\r\n")
         document = json.loads(answer)
         self.assertEqual(next(iter(document.items())), ("schema", 1), (target, document))
+        self.assertIn(b"X-Content-Type-Options: nosniff\r\n", head + b"\r\n")
         status = int(head.split()[1])
         self.assertEqual(b"application/problem+json" in head, status >= 400, head)
         if status >= 400:

@@ -237,6 +237,7 @@ class EventStreams(Watched):
                        "text/html\r\nAccept: text/event-stream"):
             text = self.read_until(self.open_stream(Accept=accept), "retry: 2000\n\n")
             self.assertIn("Content-Type: text/event-stream\r\n", text)
+            self.assertIn("\r\nX-Content-Type-Options: nosniff\r\n", text)
             self.assertIn("\r\n\r\nretry: ", text)
         for accept in ("text/event-streams", "x-text/event-stream", "text/event-stream; q=0",
                        "text/event-stream;q=0.000", "text/*", "*/*", ",;,", ""):
@@ -257,7 +258,9 @@ class EventStreams(Watched):
         streams = [self.open_stream() for _ in range(64)]
         for stream in streams:
             self.read_until(stream, "\r\n\r\n")
-        self.assertIn("503", self.read_until(self.open_stream(), "\r\n"))
+        refused = self.read_until(self.open_stream(), "too many streams")
+        self.assertIn("HTTP/1.1 503 ", refused)
+        self.assertIn("application/problem+json", refused)
         self.assertEqual(len(self.driver.ports()), 3)
         streams.pop().shutdown(socket.SHUT_RDWR)
         self.assertIsNotNone(self.driver.wait_for(

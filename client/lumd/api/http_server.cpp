@@ -42,6 +42,7 @@ constexpr std::chrono::seconds sign_of_life(15);
 http::response<http::string_body> to_message(const http_reply &reply, bool keep_alive) {
   http::response<http::string_body> message(static_cast<http::status>(reply.status), http_version);
   if (reply.status != 304) message.set(http::field::content_type, reply.content_type);
+  message.set("X-Content-Type-Options", "nosniff");  // a module's texts are never markup
   // What has a tag may be kept, and is asked for again each time.
   message.set(http::field::cache_control, reply.entity_tag.empty() ? "no-store" : "no-cache");
   if (!reply.entity_tag.empty()) message.set(http::field::etag, reply.entity_tag);
@@ -303,7 +304,8 @@ class session : public std::enable_shared_from_this<session<Protocol, Core>>,
     leave_connections();
     told_ = reply.stream;
     text_ = "HTTP/1.1 200 OK\r\nContent-Type: " + reply.content_type +
-            "\r\nCache-Control: no-store\r\nConnection: close\r\n\r\n";
+            "\r\nX-Content-Type-Options: nosniff\r\nCache-Control: no-store\r\nConnection: close"
+            "\r\n\r\n";
     timer_.emplace(stream_.get_executor());
     stream_.expires_never();
     watch_peer();
