@@ -3,16 +3,12 @@
 
 #include <cstdint>
 #include <string>
-#include <string_view>
 
 #include "api/http_server.h"
 
 namespace lumd {
 
 class driver;
-
-// Whether an Accept header names such streams.
-bool accepts_event_stream(std::string_view accept);
 
 class event_stream : public http_stream {
  public:

@@ -1,6 +1,7 @@
 // What has happened, as a document or as it goes on.
 #include <charconv>
 
+#include "api/accept.h"
 #include "api/event_stream.h"
 #include "api/request_body.h"
 #include "api/routes.h"
