@@ -1,10 +1,22 @@
 #include "answer.h"
 
+#include "api/index.h"
 #include "api/routes.h"
 #include "metrics/metrics.h"
 
 namespace lumd {
 namespace {
+
+route_groups all_routes();
+
+api_reply get_index(driver &, const api_request &) { return {200, show_index(all_routes())}; }
+
+api_reply get_openapi(driver &, const api_request &) {
+  api_reply reply;
+  reply.text = openapi_text();
+  reply.text_type = "application/json";
+  return reply;
+}
 
 api_reply get_metrics(driver &node, const api_request &) {
   api_reply reply;
@@ -13,19 +25,26 @@ api_reply get_metrics(driver &node, const api_request &) {
   return reply;
 }
 
-constexpr route metrics_routes[] = {
+constexpr route own_routes[] = {
+    {"GET", "/v1", get_index},
+    {"GET", "/v1/", get_index},
+    {"GET", "/v1/openapi.json", get_openapi},
     {"GET", "/metrics", get_metrics},
 };
+
+route_groups all_routes() {
+  static const auto groups = [] {
+    auto all = api_routes();
+    all.emplace_back(own_routes);
+    return all;
+  }();
+  return groups;
+}
 
 }  // namespace
 
 http_reply answer(driver &node, const http_request &request) {
-  static const auto groups = [] {
-    auto all = api_routes();
-    all.emplace_back(metrics_routes);
-    return all;
-  }();
-  return answer(node, groups, request);
+  return answer(node, all_routes(), request);
 }
 
 }  // namespace lumd

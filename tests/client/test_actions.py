@@ -240,7 +240,7 @@ class Bodies(Actions):
                 ("/v1/im", {"action": "drop", "count": 1, "code": 1}),
                 ("/v1/controllers/replay", {"wait_ms": True}), ("/v1/controllers/resync", [1])):
             status, reply = self.post(target, body)
-            self.assertEqual((status, list(reply)), (400, ["schema", "error"]), (target, body, reply))
+            self.assertEqual((status, reply.get("status")), (400, 400), (target, body, reply))
         self.assertEqual(self.post("/v1/ports/create", "{")[0], 400)
         self.assertEqual(len(self.driver.ports()), 3)
 

@@ -183,7 +183,7 @@ class Events(Watched):
                                  ("port=none", 'no port "none"')):
             connection = UnixConnection(self.shelf.socket)
             connection.request("GET", f"/v1/events?{query}")
-            self.assertIn(complaint, json.loads(connection.getresponse().read())["error"])
+            self.assertIn(complaint, json.loads(connection.getresponse().read())["detail"])
             connection.close()
 
 
@@ -191,10 +191,10 @@ class EventStreams(Watched):
     def open_stream(self, target="/v1/events", **headers):
         connection = UnixConnection(self.shelf.socket)
         connection.connect()
+        headers = {"Accept": "text/event-stream", **headers}
         lines = "".join(f"{name}: {value}\r\n" for name, value in headers.items())
         connection.sock.sendall(
-            f"GET {target} HTTP/1.1\r\nHost: lumd\r\nAccept: text/event-stream\r\n{lines}\r\n"
-            .encode())
+            f"GET {target} HTTP/1.1\r\nHost: lumd\r\n{lines}\r\n".encode())
         self.addCleanup(connection.close)
         return connection.sock
 
@@ -230,12 +230,37 @@ class EventStreams(Watched):
         self.assertIn("event: ports-settled", again)
         self.assertNotIn("event: driver-started", again)
 
+    def test_who_gets_a_stream_and_from_where(self):
+        self.begin()
+        self.wait_for_event("ports-settled")
+        for accept in ("text/event-stream", "text/html, TEXT/Event-Stream;q=0.5",
+                       "text/html\r\nAccept: text/event-stream"):
+            text = self.read_until(self.open_stream(Accept=accept), "retry: 2000\n\n")
+            self.assertIn("Content-Type: text/event-stream\r\n", text)
+            self.assertIn("\r\nX-Content-Type-Options: nosniff\r\n", text)
+            self.assertIn("\r\n\r\nretry: ", text)
+        for accept in ("text/event-streams", "x-text/event-stream", "text/event-stream; q=0",
+                       "text/event-stream;q=0.000", "text/*", "*/*", ",;,", ""):
+            text = self.read_until(self.open_stream(Accept=accept, Connection="close"), "never")
+            self.assertIn("Content-Type: application/json\r\n", text, accept)
+        last = self.events()[-1]["number"]
+        for given in ("x", "-1", "1.0", "99999999999999999999", f"{last}\r\nLast-Event-ID: {last}"):
+            text = self.read_until(self.open_stream(**{"Last-Event-ID": given, "Connection": "close"}),
+                                   "never")
+            self.assertTrue(text.startswith("HTTP/1.1 400 "), text)
+            self.assertIn("Last-Event-ID", text.partition("\r\n\r\n")[2])
+        # A number from another record begins anew.
+        self.assertIn("event: driver-started", self.read_until(
+            self.open_stream(**{"Last-Event-ID": str(last + 1000)}), "event: ports-settled"))
+
     def test_streams_have_a_budget_of_their_own(self):
         self.begin()
         streams = [self.open_stream() for _ in range(64)]
         for stream in streams:
             self.read_until(stream, "\r\n\r\n")
-        self.assertIn("503", self.read_until(self.open_stream(), "\r\n"))
+        refused = self.read_until(self.open_stream(), "too many streams")
+        self.assertIn("HTTP/1.1 503 ", refused)
+        self.assertIn("application/problem+json", refused)
         self.assertEqual(len(self.driver.ports()), 3)
         streams.pop().shutdown(socket.SHUT_RDWR)
         self.assertIsNotNone(self.driver.wait_for(

@@ -73,8 +73,10 @@ class WatchOver(Actions):
         marker = self.hang(hanging)
         self.addCleanup(lambda: marker.unlink(missing_ok=True))
         self.start()
-        self.assertEqual(self.ask("/readyz"), (503, {
-            "schema": 1, "ready": False, "reason": "ports are still being created"}))
+        status, body = self.ask("/readyz")
+        reason = "ports are still being created"
+        self.assertEqual((status, body["ready"], body["reason"]), (503, False, reason))
+        self.assertEqual((body["status"], body["detail"]), (503, reason))
         self.assertEqual(self.ask("/healthz")[0], 200)
         marker.unlink()
         self.assertIsNotNone(self.driver.wait_for(lambda _: self.ask("/readyz")[0] == 200, 20))

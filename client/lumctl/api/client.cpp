@@ -78,13 +78,6 @@ error_code exchange(const std::string &socket, const request_type &request,
   return result;
 }
 
-std::string why_refused(const json &shown, unsigned status) {
-  const bool has_reason =
-      shown.is_object() && shown.contains("error") && shown["error"].is_string();
-  return has_reason ? shown["error"].get<std::string>()
-                    : fmt::format("the driver refused ({})", status);
-}
-
 raw_answer unanswered(std::string why) { return {outcome::unreachable, 0, {}, std::move(why)}; }
 
 raw_answer ask(const std::string &socket, request_type request,
@@ -118,7 +111,8 @@ api_result call(const std::string &socket, request_type request,
   const auto shown = std::make_shared<const json>(lum_json::read(answer.body, why));
   if (!why.empty()) return unreachable(why_no_answer(socket, why));
   if (answer.status / 100 != 2) {
-    return {outcome::refused, nullptr, why_refused(*shown, answer.status)};
+    return {outcome::refused, nullptr,
+            reason_in(*shown).value_or(fmt::format("the driver refused ({})", answer.status))};
   }
   return {outcome::done, shown, {}};
 }
@@ -141,6 +135,13 @@ api_result post(const std::string &socket, const std::string &target, const json
   request.set(http::field::content_type, "application/json");
   request.body() = body.dump(-1, ' ', false, json::error_handler_t::replace);
   return call(socket, std::move(request), patience);
+}
+
+std::optional<std::string> reason_in(const json &problem) {
+  if (!problem.is_object()) return std::nullopt;
+  const auto found = problem.find("detail");
+  if (found == problem.end() || !found->is_string()) return std::nullopt;
+  return found->get<std::string>();
 }
 
 std::string encoded(const std::string &text) {

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "api/json.h"
@@ -37,6 +38,9 @@ struct raw_answer {
 // The same for an answer of any status and any kind of text.
 raw_answer get_as_it_is(const std::string &socket, const std::string &target,
                         std::chrono::milliseconds patience);
+
+// Why the driver refuses, as its problem document says; nothing when it is none.
+std::optional<std::string> reason_in(const json &problem);
 
 // A text as one segment of a path or one value of a query.
 std::string encoded(const std::string &text);

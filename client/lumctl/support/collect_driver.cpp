@@ -82,11 +82,8 @@ class collector {
   }
 
   static std::string why_refused(const raw_answer &answer) {
-    const json shown = parsed(answer.body);
-    const bool has_reason =
-        shown.is_object() && shown.contains("error") && shown["error"].is_string();
-    return fmt::format("the driver refused ({}){}", answer.status,
-                       has_reason ? ": " + shown["error"].get<std::string>() : "");
+    const auto reason = reason_in(parsed(answer.body));
+    return fmt::format("the driver refused ({}){}", answer.status, reason ? ": " + *reason : "");
   }
 
   static fs::path folder_of(const json &file) {

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <nlohmann/json.hpp>
+#include <utility>
 
 #include "node/driver.h"
 #include "views/event_view.h"
@@ -11,6 +12,9 @@ namespace lumd {
 namespace {
 
 constexpr std::size_t most_at_once = 100;
+
+// So long a reader waits before it comes back to a driver that has gone.
+constexpr unsigned retry_ms = 2000;
 
 std::string to_text(const std::string &kind, const json &document) {
   return fmt::format("event: {}\ndata: {}\n\n", kind,
@@ -21,6 +25,7 @@ std::string to_text(const std::string &kind, const json &document) {
 
 // A reader that is too slow for what happens learns how much it has missed.
 std::string event_stream::next() {
+  if (!std::exchange(has_begun_, true)) return fmt::format("retry: {}\n\n", retry_ms);
   for (;;) {
     const auto found = node_.events().after(since_, most_at_once);
     if (found.events.empty()) return {};

@@ -21,6 +21,7 @@ class event_stream : public http_stream {
 
  private:
   driver &node_;
+  bool has_begun_ = false;
   uint64_t since_;
   const std::string port_;
 };

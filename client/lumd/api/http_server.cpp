@@ -21,9 +21,9 @@
 #include "api/connections.h"
 #include "api/own_host.h"
 #include "api/peer_user.h"
+#include "api/problem.h"
 #include "api/unix_listener.h"
 #include "lum_linux/lanes.h"
-#include "words/schema.h"
 
 namespace lumd {
 namespace {
@@ -39,40 +39,32 @@ constexpr std::chrono::milliseconds out_of_memory_pause(100);
 // is there, and the server whether anybody does.
 constexpr std::chrono::seconds sign_of_life(15);
 
-// As the router answers, for what never gets there.
-std::string error_body(const char *text) {
-  return "{\"schema\":" + std::to_string(lum_words::api_schema) + ",\"error\":\"" + text + "\"}\n";
-}
-
-http_reply refusal(unsigned status, const char *text) {
-  http_reply reply;
-  reply.status = status;
-  reply.body = error_body(text);
-  return reply;
-}
-
 http::response<http::string_body> to_message(const http_reply &reply, bool keep_alive) {
   http::response<http::string_body> message(static_cast<http::status>(reply.status), http_version);
-  message.set(http::field::content_type, reply.content_type);
-  message.set(http::field::cache_control, "no-store");
+  if (reply.status != 304) message.set(http::field::content_type, reply.content_type);
+  message.set("X-Content-Type-Options", "nosniff");  // a module's texts are never markup
+  // What has a tag may be kept, and is asked for again each time.
+  message.set(http::field::cache_control, reply.entity_tag.empty() ? "no-store" : "no-cache");
+  if (!reply.entity_tag.empty()) message.set(http::field::etag, reply.entity_tag);
   if (!reply.allow.empty()) message.set(http::field::allow, reply.allow);
   message.keep_alive(keep_alive);
   message.body() = reply.body;
   message.prepare_payload();
+  if (reply.status == 304) message.erase(http::field::content_length);  // it would be the body's
   return message;
 }
 
 // What goes back for a request that could not be read; nothing does when the peer just went away.
 std::optional<http_reply> answer_to_unreadable(const error_code &error) {
   if (error == http::error::header_limit || error == http::error::buffer_overflow) {
-    return refusal(431, "the request's header is too long");
+    return problem_reply(431, "the request's header is too long");
   }
   if (error == http::error::body_limit) {
-    return refusal(413, "the request's body is too long");
+    return problem_reply(413, "the request's body is too long");
   }
   if (error.category() == http::make_error_code(http::error::bad_method).category() &&
       error != http::error::end_of_stream && error != http::error::partial_message) {
-    return refusal(400, "not a valid HTTP request");
+    return problem_reply(400, "not a valid HTTP request");
   }
   return std::nullopt;
 }
@@ -92,6 +84,19 @@ struct waiting_stream {
   virtual void wake() = 0;  // any thread
 };
 
+// A header that may be given several times, as the one list that it means.
+std::string list_of(const http::fields &fields, http::field header) {
+  std::string list;
+  const auto [first, last] = fields.equal_range(header);
+  std::for_each(first, last, [&list](const auto &one) {
+    list += (list.empty() ? "" : ",") + std::string(one.value());
+  });
+  return list;
+}
+
+// What a reader of a stream gives back.
+constexpr const char *last_event_id = "Last-Event-ID";
+
 // Whether a header is given with anything but `known`.
 bool has_other(const http::fields &fields, http::field header, const char *known) {
   const auto [first, last] = fields.equal_range(header);
@@ -99,15 +104,21 @@ bool has_other(const http::fields &fields, http::field header, const char *known
                      [&](const auto &one) { return !beast::iequals(one.value(), known); });
 }
 
-// Of a request whose body is not what it seems. Where it ends is not known either, so nothing that
-// comes behind it is a request.
-std::optional<http_reply> refusal_of_coding(const http::fields &fields) {
+// Of a request that is not what it seems. Where its body ends may not be known either, so nothing
+// that comes behind it is a request.
+std::optional<http_reply> refusal_of_header(const http::fields &fields) {
   if (has_other(fields, http::field::transfer_encoding, "chunked")) {
-    return refusal(501,
-                   "the request's Transfer-Encoding is unknown here, expected chunked or none");
+    return problem_reply(
+        501, "the request's Transfer-Encoding is unknown here, expected chunked or none");
   }
   if (has_other(fields, http::field::content_encoding, "identity")) {
-    return refusal(415, "the request's Content-Encoding is unknown here: send the body as it is");
+    return problem_reply(415,
+                         "the request's Content-Encoding is unknown here: send the body as it is");
+  }
+  for (const char *const header : {"Host", last_event_id}) {
+    if (fields.count(header) > 1) {
+      return problem_reply(400, "the request has more than one " + std::string(header));
+    }
   }
   return std::nullopt;
 }
@@ -185,7 +196,7 @@ class session : public std::enable_shared_from_this<session<Protocol, Core>>,
     if (has_room_) {
       read();
     } else {
-      send(refusal(503, "too many connections"), false);
+      send(problem_reply(503, "too many connections"), false);
     }
   }
 
@@ -224,24 +235,21 @@ class session : public std::enable_shared_from_this<session<Protocol, Core>>,
     request.method = std::string(message.method_string());
     request.target = std::string(message.target());
     request.body = message.body();
-    request.accept = std::string(message[http::field::accept]);
-    request.last_event_id = std::string(message["Last-Event-ID"]);
+    request.accept = list_of(message, http::field::accept);
+    request.if_none_match = list_of(message, http::field::if_none_match);
+    request.last_event_id = std::string(message[last_event_id]);
     if (request.method != "GET") request.user = peer();
     request.read_only = is_stranger();
     head_ = request.method == "HEAD";
     if (head_) request.method = "GET";
     stream_.expires_never();
-    if (const auto refused = refusal_of_coding(message)) {
+    if (const auto refused = refusal_of_header(message)) {
       send(*refused, false);
       return;
     }
-    if (std::distance(message.equal_range(http::field::host).first,
-                      message.equal_range(http::field::host).second) > 1) {
-      send(refusal(400, "the request has more than one Host"), false);
-      return;
-    }
     if (is_stranger() && !core_->is_called(std::string(message[http::field::host]))) {
-      send(refusal(421, "this node has another name: see http_names in its description"), false);
+      send(problem_reply(421, "this node has another name: see http_names in its description"),
+           false);
       return;
     }
     pass_on(std::move(request), keep_alive);
@@ -259,7 +267,7 @@ class session : public std::enable_shared_from_this<session<Protocol, Core>>,
                     [self, reply, keep_alive] { self->send(*reply, keep_alive); });
         });
     if (verdict != lum_linux::lane_verdict::taken) {
-      send(refusal(503, "the system has no thread or memory for this request"), keep_alive);
+      send(problem_reply(503, "the system has no thread or memory for this request"), keep_alive);
     }
   }
 
@@ -269,7 +277,7 @@ class session : public std::enable_shared_from_this<session<Protocol, Core>>,
       return core_->handler(request);
     } catch (const std::exception &) {
     }
-    return refusal(500, "the driver could not answer");
+    return problem_reply(500, "the driver could not answer");
   }
 
   // The peer's user; nothing on a socket that does not tell.
@@ -291,12 +299,13 @@ class session : public std::enable_shared_from_this<session<Protocol, Core>>,
   // From here on it is one of the streams.
   void begin_stream(const http_reply &reply) {
     if (!core_->add_stream(this->shared_from_this())) {
-      return send(refusal(503, "too many streams"), false);
+      return send(problem_reply(503, "too many streams"), false);
     }
     leave_connections();
     told_ = reply.stream;
     text_ = "HTTP/1.1 200 OK\r\nContent-Type: " + reply.content_type +
-            "\r\nCache-Control: no-store\r\nConnection: close\r\n\r\n";
+            "\r\nX-Content-Type-Options: nosniff\r\nCache-Control: no-store\r\nConnection: close"
+            "\r\n\r\n";
     timer_.emplace(stream_.get_executor());
     stream_.expires_never();
     watch_peer();

@@ -19,6 +19,7 @@ struct http_request {
   std::string target;  // path and query as sent
   std::string body;
   std::string accept;         // what the peer would like to get; empty: anything
+  std::string if_none_match;  // tags of what the peer has already
   std::string last_event_id;  // the header of that name: what the peer has of a stream already
   std::string user;        // whose process it comes from, for people; empty where that is not known
   bool read_only = false;  // came in where nothing may be changed
@@ -37,6 +38,7 @@ struct http_reply {
   std::string content_type = "application/json";
   std::string body;
   std::string allow;                    // methods that the path knows; goes out with a 405
+  std::string entity_tag;               // of the body, which goes out with it unless it is a 304
   std::shared_ptr<http_stream> stream;  // instead of the body
 };
 

@@ -1,6 +1,10 @@
 #include "api/reply.h"
 
+#include <fmt/format.h>
+
+#include "api/problem.h"
 #include "node/find_port.h"
+#include "words/schema.h"
 
 namespace lumd {
 namespace {
@@ -17,6 +21,13 @@ unsigned status_of(refusal_kind kind) {
   return 500;
 }
 
+// The document under the schema's number, which comes first.
+json versioned(json body) {
+  json document = {{"schema", lum_words::api_schema}};
+  for (auto &[name, value] : body.items()) document[name] = std::move(value);
+  return document;
+}
+
 }  // namespace
 
 std::optional<std::string> queried(const api_request &request, const std::string &key) {
@@ -24,8 +35,38 @@ std::optional<std::string> queried(const api_request &request, const std::string
   return found == request.query.end() ? std::nullopt : std::optional(found->second);
 }
 
+bool is_queried(const api_request &request, const std::string &key, std::string &wrong) {
+  const auto value = queried(request, key);
+  if (!value || *value == "false") return false;
+  if (!value->empty() && *value != "true") {
+    wrong = fmt::format("\"{}\" is \"{}\", expected true or false", key, *value);
+  }
+  return true;
+}
+
+http_reply to_http(api_reply reply) {
+  http_reply result;
+  result.status = reply.status;
+  result.allow = std::move(reply.allow);
+  if (reply.stream) {
+    result.content_type = "text/event-stream";
+    result.stream = std::move(reply.stream);
+    return result;
+  }
+  if (!reply.text_type.empty()) {
+    result.content_type = reply.text_type;
+    result.body = std::move(reply.text);
+    return result;
+  }
+  if (reply.status >= 400) result.content_type = problem_type;
+  // Module texts may hold any bytes; JSON holds UTF-8 only.
+  const json document = versioned(std::move(reply.body));
+  result.body = document.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
+  return result;
+}
+
 api_reply refuse(unsigned status, const std::string &message) {
-  return {status, {{"error", message}}};
+  return {status, problem(status, message)};
 }
 
 api_reply refuse(const refusal &refused) { return refuse(status_of(refused.kind), refused.reason); }

@@ -2,13 +2,13 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "api/http_server.h"
+#include "api/query.h"
 #include "lum_linux/node_description.h"
 #include "node/outcome.h"
 #include "views/json.h"
@@ -16,16 +16,20 @@
 namespace lumd {
 
 struct api_request {
-  std::vector<std::string> parameters;       // what stood for each {} of the pattern, decoded
-  std::map<std::string, std::string> query;  // decoded
-  json body;                                 // null when the request has none
-  std::string accept;                        // the header of that name
-  std::string last_event_id;                 // likewise
-  std::string user;                          // who asks, for people
+  std::vector<std::string> parameters;  // what stood in each place of the pattern, decoded
+  query_members query;
+  json body;                  // null when the request has none
+  std::string accept;         // the header of that name
+  std::string last_event_id;  // likewise
+  std::string user;           // who asks, for people
 };
 
 // The value behind a key of the query.
 std::optional<std::string> queried(const api_request &request, const std::string &key);
+
+// Whether a key of the query is there alone or as "true". What is neither that nor "false" is said
+// in `wrong`.
+bool is_queried(const api_request &request, const std::string &key, std::string &wrong);
 
 struct api_reply {
   unsigned status = 200;
@@ -34,9 +38,13 @@ struct api_reply {
   std::string text = {};
   std::string text_type = {};
   std::shared_ptr<http_stream> stream = {};  // goes out instead of both
+  std::string allow = {};                    // methods that the path knows, with a 405
 };
 
-// {"error": message}
+// As it goes out, its document under the schema's number.
+http_reply to_http(api_reply reply);
+
+// With a problem document.
 api_reply refuse(unsigned status, const std::string &message);
 
 // With the status for what the node says no to.

@@ -3,65 +3,15 @@
 #include <algorithm>
 #include <optional>
 
+#include "api/entity_tag.h"
+#include "api/query.h"
 #include "json/read.h"
 #include "node/split.h"
-#include "words/schema.h"
 
 namespace lumd {
 namespace {
 
-// The document under the schema's number, which comes first.
-json versioned(json body) {
-  json document = {{"schema", lum_words::api_schema}};
-  for (auto &[name, value] : body.items()) document[name] = std::move(value);
-  return document;
-}
-
-http_reply to_http(api_reply reply) {
-  http_reply result;
-  result.status = reply.status;
-  if (reply.stream) {
-    result.content_type = "text/event-stream";
-    result.stream = std::move(reply.stream);
-    return result;
-  }
-  if (!reply.text_type.empty()) {
-    result.content_type = reply.text_type;
-    result.body = reply.text;
-    return result;
-  }
-  // Module texts may hold any bytes; JSON holds UTF-8 only.
-  const json document = versioned(std::move(reply.body));
-  result.body = document.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
-  return result;
-}
-
-std::optional<unsigned> hex_digit(char c) {
-  if (c >= '0' && c <= '9') return static_cast<unsigned>(c - '0');
-  if (c >= 'a' && c <= 'f') return static_cast<unsigned>(c - 'a' + 10);
-  if (c >= 'A' && c <= 'F') return static_cast<unsigned>(c - 'A' + 10);
-  return std::nullopt;
-}
-
-// Takes %XX apart; nothing when a % is followed by anything else.
-std::optional<std::string> percent_decode(std::string_view text) {
-  std::string result;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] != '%') {
-      result += text[i];
-      continue;
-    }
-    if (i + 2 >= text.size()) return std::nullopt;
-    const auto high = hex_digit(text[i + 1]);
-    const auto low = hex_digit(text[i + 2]);
-    if (!high || !low) return std::nullopt;
-    result += static_cast<char>(*high << 4 | *low);
-    i += 2;
-  }
-  return result;
-}
-
-// The segments that stand for each {}, when the path matches.
+// The segments that stand for each in braces, when the path matches.
 std::optional<std::vector<std::string_view>> match(std::string_view pattern,
                                                    std::string_view path) {
   const auto wanted = split(pattern, '/');
@@ -69,7 +19,7 @@ std::optional<std::vector<std::string_view>> match(std::string_view pattern,
   if (wanted.size() != found.size()) return std::nullopt;
   std::vector<std::string_view> parameters;
   for (std::size_t i = 0; i < wanted.size(); ++i) {
-    if (wanted[i] == "{}" && !found[i].empty()) {
+    if (wanted[i].starts_with('{') && !found[i].empty()) {
       parameters.push_back(found[i]);
     } else if (wanted[i] != found[i]) {
       return std::nullopt;
@@ -78,64 +28,75 @@ std::optional<std::vector<std::string_view>> match(std::string_view pattern,
   return parameters;
 }
 
-// Fills in all of `request` but the route's parameters; returns what is wrong with it, or nothing.
-std::string read_request(const http_request &source, std::string_view query_text,
-                         api_request &request) {
-  for (const std::string_view pair : split(query_text, '&')) {
-    if (pair.empty()) continue;
-    const std::size_t equals = pair.find('=');
-    const auto key = percent_decode(pair.substr(0, equals));
-    const auto value = percent_decode(equals == std::string_view::npos ? std::string_view()
-                                                                       : pair.substr(equals + 1));
-    if (!key || !value) return "the query is not properly encoded";
-    request.query[*key] = *value;
-  }
-  if (source.body.empty()) return {};
-  std::string why;
-  request.body = lum_json::read(source.body, why);
-  return why.empty() ? why : "the body " + why;
+// Fills in all of `parsed` but the route's parameters; returns what is wrong with it, or nothing.
+std::string read_request(const http_request &source, const route &wanted,
+                         std::string_view query_text, api_request &parsed) {
+  parsed.accept = source.accept;
+  parsed.last_event_id = source.last_event_id;
+  parsed.user = source.user;
+  std::string wrong = read_query(query_text, wanted.known_queries(), parsed.query);
+  if (!wrong.empty() || source.body.empty()) return wrong;
+  parsed.body = lum_json::read(source.body, wrong);
+  return wrong.empty() ? wrong : "the body " + wrong;
 }
 
-}  // namespace
+api_reply answer_by(driver &node, const route &chosen,
+                    const std::vector<std::string_view> &parameters, std::string_view query_text,
+                    const http_request &request) {
+  if (request.read_only && request.method != "GET") {
+    return refuse(403, "only the driver's own socket takes changes");
+  }
+  api_request parsed;
+  for (const std::string_view parameter : parameters) {
+    const auto decoded = percent_decode(parameter);
+    if (!decoded) return refuse(400, "the path is not properly encoded");
+    parsed.parameters.push_back(*decoded);
+  }
+  if (const auto wrong = read_request(request, chosen, query_text, parsed); !wrong.empty()) {
+    return refuse(400, wrong);
+  }
+  return chosen.handle(node, parsed);
+}
 
-http_reply answer(driver &node, std::span<const std::span<const route>> groups,
-                  const http_request &request) {
+// What `allow` names is what a path takes that the method is not among.
+api_reply refuse_target(const std::string &allow) {
+  if (allow.empty()) return refuse(404, "there is nothing at this path");
+  api_reply reply = refuse(405, "this path takes " + allow);
+  reply.allow = allow;
+  return reply;
+}
+
+api_reply find_answer(driver &node, route_groups groups, const http_request &request) {
   const std::string_view target = request.target;
   const std::size_t question = target.find('?');
   const std::string_view path = target.substr(0, question);
   const std::string_view query_text =
       question == std::string_view::npos ? std::string_view() : target.substr(question + 1);
-
   std::string allow;
   for (const auto &group : groups) {
     for (const route &candidate : group) {
       const auto found = match(candidate.pattern, path);
       if (!found) continue;
-      if (candidate.method != request.method) {
-        allow += (allow.empty() ? "" : ", ") + std::string(candidate.method);
-        continue;
+      if (candidate.method == request.method) {
+        return answer_by(node, candidate, *found, query_text, request);
       }
-      if (request.read_only && request.method != "GET") {
-        return to_http(refuse(403, "only the driver's own socket takes changes"));
-      }
-      api_request parsed;
-      parsed.accept = request.accept;
-      parsed.last_event_id = request.last_event_id;
-      parsed.user = request.user;
-      for (const std::string_view parameter : *found) {
-        const auto decoded = percent_decode(parameter);
-        if (!decoded) return to_http(refuse(400, "the path is not properly encoded"));
-        parsed.parameters.push_back(*decoded);
-      }
-      if (const auto wrong = read_request(request, query_text, parsed); !wrong.empty()) {
-        return to_http(refuse(400, wrong));
-      }
-      return to_http(candidate.handle(node, parsed));
+      if (!allow.empty()) allow += ", ";
+      allow += candidate.method == "GET" ? "GET, HEAD" : candidate.method;
     }
   }
-  if (allow.empty()) return to_http(refuse(404, "there is nothing at this path"));
-  http_reply reply = to_http(refuse(405, "this path takes " + allow));
-  reply.allow = allow;
+  return refuse_target(allow);
+}
+
+}  // namespace
+
+std::span<const std::string_view> route::known_queries() const {
+  const auto end = std::find(queries.begin(), queries.end(), std::string_view());
+  return {queries.begin(), end};
+}
+
+http_reply answer(driver &node, route_groups groups, const http_request &request) {
+  http_reply reply = to_http(find_answer(node, groups, request));
+  if (request.method == "GET") spare_what_is_known(request.if_none_match, reply);
   return reply;
 }
 

@@ -103,7 +103,7 @@ api_reply post_connect(driver &node, const api_request &request) {
 constexpr route routes[] = {
     {"POST", "/v1/entity-agent/connect", post_connect},
     {"POST", "/v1/entity-agent/resync-end", post_resync_end},
-    {"POST", "/v1/entity-agent/interfaces/{}", post_interface},
+    {"POST", "/v1/entity-agent/interfaces/{operation}", post_interface},
 };
 
 }  // namespace

@@ -1,6 +1,7 @@
 // What has happened, as a document or as it goes on.
 #include <charconv>
 
+#include "api/accept.h"
 #include "api/event_stream.h"
 #include "api/request_body.h"
 #include "api/routes.h"
@@ -19,10 +20,6 @@ std::optional<uint64_t> number_in(const std::string &text) {
   return number;
 }
 
-bool wants_stream(const api_request &request) {
-  return request.accept.find("text/event-stream") != std::string::npos;
-}
-
 api_reply get_events(driver &node, const api_request &request) {
   std::string port;
   if (const auto name = queried(request, "port")) {
@@ -37,14 +34,18 @@ api_reply get_events(driver &node, const api_request &request) {
     }
   }
   const auto since = queried(request, "since");
-  if (!wants_stream(request)) {
+  if (!accepts_event_stream(request.accept)) {
     const auto limit = queried(request, "limit");
     return {200, show_events(node, since ? *number_in(*since) : 0, port,
                              limit ? *number_in(*limit) : event_log::most_events)};
   }
   const uint64_t last = node.events().last();
   uint64_t from = since ? *number_in(*since) : last;
-  if (const auto seen = number_in(request.last_event_id)) from = *seen;
+  if (const std::string &given = request.last_event_id; !given.empty()) {
+    const auto seen = number_in(given);
+    if (!seen) return refuse(400, "Last-Event-ID is \"" + given + "\", expected a number");
+    from = *seen;
+  }
   api_reply reply;
   // A number that no event has had is from another record: all there is may be new.
   reply.stream = std::make_shared<event_stream>(node, from > last ? 0 : from, port);
@@ -52,7 +53,7 @@ api_reply get_events(driver &node, const api_request &request) {
 }
 
 constexpr route routes[] = {
-    {"GET", "/v1/events", get_events},
+    {"GET", "/v1/events", get_events, {"since", "port", "limit"}},
 };
 
 }  // namespace

@@ -97,7 +97,7 @@ api_reply post_update(driver &node, const api_request &request) {
 constexpr route routes[] = {
     {"POST", "/v1/ports/create", post_create},
     {"POST", "/v1/ports/delete", post_delete},
-    {"POST", "/v1/ports/{}/update", post_update},
+    {"POST", "/v1/ports/{name}/update", post_update},
 };
 
 }  // namespace

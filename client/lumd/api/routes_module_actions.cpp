@@ -101,13 +101,13 @@ api_reply post_poke(driver &node, const api_request &request) {
 }
 
 constexpr route routes[] = {
-    {"POST", "/v1/modules/{}/insert", post_insert},
-    {"POST", "/v1/modules/{}/remove", post_remove},
-    {"POST", "/v1/modules/{}/faults", post_faults},
-    {"POST", "/v1/modules/{}/release", post_release},
-    {"POST", "/v1/modules/{}/reset", post_reset},
-    {"POST", "/v1/modules/{}/low-power", post_low_power},
-    {"POST", "/v1/modules/{}/poke", post_poke},
+    {"POST", "/v1/modules/{name}/insert", post_insert},
+    {"POST", "/v1/modules/{name}/remove", post_remove},
+    {"POST", "/v1/modules/{name}/faults", post_faults},
+    {"POST", "/v1/modules/{name}/release", post_release},
+    {"POST", "/v1/modules/{name}/reset", post_reset},
+    {"POST", "/v1/modules/{name}/low-power", post_low_power},
+    {"POST", "/v1/modules/{name}/poke", post_poke},
 };
 
 }  // namespace

@@ -71,7 +71,7 @@ api_reply get_module(driver &node, const api_request &request) {
 }
 
 constexpr route routes[] = {
-    {"GET", "/v1/modules/{}", get_module},
+    {"GET", "/v1/modules/{name}", get_module, {"page"}},
 };
 
 }  // namespace

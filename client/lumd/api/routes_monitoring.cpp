@@ -36,7 +36,10 @@ api_reply get_pm(driver &node, const api_request &request) {
 
 // Those with an alarm, or all that the alarm service knows with ?all=true.
 api_reply get_alarms(driver &node, const api_request &request) {
-  return {200, show_alarms(node, queried(request, "all").value_or("false") == "true")};
+  std::string wrong;
+  const bool all = is_queried(request, "all", wrong);
+  if (!wrong.empty()) return refuse(400, wrong);
+  return {200, show_alarms(node, all)};
 }
 
 api_reply post_clear(driver &node, const api_request &request) {
@@ -49,8 +52,8 @@ api_reply post_clear(driver &node, const api_request &request) {
 }
 
 constexpr route routes[] = {
-    {"GET", "/v1/pm", get_pm},
-    {"GET", "/v1/alarms", get_alarms},
+    {"GET", "/v1/pm", get_pm, {"port", "bins"}},
+    {"GET", "/v1/alarms", get_alarms, {"all"}},
     {"POST", "/v1/statistics/clear", post_clear},
 };
 

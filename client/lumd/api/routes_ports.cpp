@@ -10,7 +10,10 @@ namespace {
 
 // With ?existing only the ports that exist, else also those that are only described.
 api_reply get_ports(driver &node, const api_request &request) {
-  return {200, show_ports(node, request.query.contains("existing"))};
+  std::string wrong;
+  const bool existing_only = is_queried(request, "existing", wrong);
+  if (!wrong.empty()) return refuse(400, wrong);
+  return {200, show_ports(node, existing_only)};
 }
 
 api_reply get_port(driver &node, const api_request &request) {
@@ -28,9 +31,9 @@ api_reply get_history(driver &node, const api_request &request) {
 }
 
 constexpr route routes[] = {
-    {"GET", "/v1/ports", get_ports},
-    {"GET", "/v1/ports/{}", get_port},
-    {"GET", "/v1/ports/{}/history", get_history},
+    {"GET", "/v1/ports", get_ports, {"existing"}},
+    {"GET", "/v1/ports/{name}", get_port},
+    {"GET", "/v1/ports/{name}/history", get_history},
 };
 
 }  // namespace

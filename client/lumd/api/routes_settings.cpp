@@ -71,11 +71,9 @@ api_reply get_settings(driver &node, const api_request &request) {
   const bool is_one = name != request.query.end();
   const port_place place = is_one ? find_place(node.node(), name->second) : port_place{};
   if (is_one && !place) return refuse_port(node.node(), name->second);
-  const auto module = request.query.find("module");
-  if (module != request.query.end() && module->second != "true" && module->second != "false") {
-    return refuse(400, fmt::format("module is \"{}\", expected true or false", module->second));
-  }
-  const bool asks_modules = module != request.query.end() && module->second == "true";
+  std::string wrong;
+  const bool asks_modules = is_queried(request, "module", wrong);
+  if (!wrong.empty()) return refuse(400, wrong);
   const std::string asked_at = utc_text(std::chrono::system_clock::now());
   const port_list ports = is_one ? port_list{place.port} : node.node().ports();
   json shown = json::array();
@@ -87,8 +85,8 @@ api_reply get_settings(driver &node, const api_request &request) {
 }
 
 constexpr route routes[] = {
-    {"GET", "/v1/settings", get_settings},
-    {"POST", "/v1/ports/{}/settings", post_settings},
+    {"GET", "/v1/settings", get_settings, {"port", "module"}},
+    {"POST", "/v1/ports/{name}/settings", post_settings},
 };
 
 }  // namespace
