@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 namespace {
@@ -22,6 +23,7 @@ double median(samples values) {
 }
 
 struct row {
+  std::string registered;  // the name before numbers are put into it
   std::string name;
   std::string reference_point;
   std::uint32_t ports = 0;
@@ -55,6 +57,13 @@ class ratio_table : public benchmark::BenchmarkReporter {
   }
 
   bool failed() const { return failed_; }
+
+  // By name, and by the number of ports.
+  void sort() {
+    std::sort(rows_.begin(), rows_.end(), [](const row &a, const row &b) {
+      return std::tie(a.registered, a.ports) < std::tie(b.registered, b.ports);
+    });
+  }
 
   void print() const {
     std::printf("%-40s %6s %12s %12s %9s  %s\n", "", "ports", "liblum ns", "reference ns", "ratio",
@@ -99,9 +108,9 @@ class ratio_table : public benchmark::BenchmarkReporter {
       }
     }
     for (row &one : rows_) {
-      if (one.name == name && one.ports == bench::port_count()) return one;
+      if (one.registered == registered && one.ports == bench::port_count()) return one;
     }
-    rows_.push_back({name, registered.substr(bar + 1), bench::port_count(), {}, {}});
+    rows_.push_back({registered, name, registered.substr(bar + 1), bench::port_count(), {}, {}});
     return rows_.back();
   }
 
@@ -154,6 +163,7 @@ int main(int argc, char **argv) {
     }
     benchmark::RunSpecifiedBenchmarks(&table);
   }
+  table.sort();
   table.print();
   if (!file.empty()) table.write(file);
   return table.failed() ? 1 : 0;
