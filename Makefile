@@ -4,7 +4,7 @@
 #   make demo MODULES=DIR     a shelf of the module dumps (*.eeprom) in DIR
 #   make test                 every test
 #   make test-kernel          the driver on a real Linux kernel under QEMU, every step checked
-#   make bench                the benchmarks
+#   make bench                the benchmarks, beside reference points, and what can be counted
 #   make check-fast           what takes no second build: before a commit
 #   make check                format, lint, catalogue, binary interface, sanitizers, coverage, the real kernel, short fuzz runs
 

@@ -16,7 +16,6 @@ cerrno read_block(std::uint32_t, std::uint32_t, std::uint32_t, std::uint32_t, st
 }
 
 void read_page(benchmark::State &state) {
-  bench::start_ports();
   lum_get_ctx()->platform_cbs.i2c_read_block = read_block;
   std::uint8_t buffer[page_bytes];
   for (auto _ : state) {
@@ -34,10 +33,8 @@ void read_page_bare(benchmark::State &state) {
 }
 
 void report(benchmark::State &state) {
-  bench::start_ports();
-  lum_get_port_node_from_port_handle(6)->data.inserted = 1;
   static lum_hw_info_out record;
-  const std::uint32_t ifhandle = 1010;
+  const std::uint32_t ifhandle = bench::first_ifhandle + 10;
   for (auto _ : state) {
     lum_get_hw_info(1, &ifhandle, &record);
     benchmark::DoNotOptimize(record);
@@ -55,6 +52,6 @@ void report_bare(benchmark::State &state) {
 }  // namespace
 
 void bench::modules() {
-  pair("read 128 bytes of a module|the callback alone", read_page, read_page_bare);
-  pair("report a port's hardware state|memset of the record", report, report_bare);
+  pair("read 128 bytes of a module", "the callback alone", read_page, read_page_bare);
+  pair("report a port's hardware state", "memset of the record", report, report_bare);
 }

@@ -5,6 +5,7 @@
 # usage: tools/check.sh [STEP ...]   (no argument: all)
 #        tools/check.sh fast         what takes no second build, over what has changed
 #        tools/check.sh accept-abi
+#        tools/check.sh accept-counts
 #        tools/check.sh accept-screens
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -111,6 +112,23 @@ check_accept-abi() {
   abidw --exported-interfaces-only --no-corpus-path --no-show-locs --no-comp-dir-path \
     --no-parameter-names --out-file $library/liblum.abi build/$library/liblum.so
   sed -i "s|='$PWD/|='|" $library/liblum.abi
+}
+
+# What can be counted exactly of a call's cost is as it was, give or take a tenth. It is one of the
+# tests too.
+check_counts() {
+  build_counts
+  build/lum_counts tests/counts/on_record.txt >&2
+}
+
+check_accept-counts() {
+  build_counts
+  build/lum_counts --accept tests/counts/on_record.txt
+}
+
+build_counts() {
+  cmake --preset release >/dev/null
+  cmake --build --preset release -j "$jobs" --target lum_counts >/dev/null
 }
 
 # The screens on the pages are what lumctl prints. It is one of the tests of the client too, which

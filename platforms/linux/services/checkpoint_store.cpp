@@ -27,6 +27,7 @@ cerrno checkpoint_store::add_table(uint32_t kind, uint32_t version, bool persist
   const cerrno rc = attempt([&]() -> cerrno {
     there = use(connection_->prepared->has_table, kind)->executeStep();
     if (there) return 0;
+    sync_commits(true);
     unmerged_ = true;
     use(connection_->prepared->add_table, kind)->exec();
     return 0;
@@ -48,6 +49,7 @@ cerrno checkpoint_store::add_table(uint32_t kind, uint32_t version, bool persist
 cerrno checkpoint_store::clear_table(uint32_t kind, bool persistent) {
   const cerrno cleared = attempt([&]() -> cerrno {
     store_statements &prepared = *connection_->prepared;
+    sync_commits(true);
     unmerged_ = true;
     use(persistent ? prepared.clear_empty : prepared.clear_table, kind)->exec();
     return 0;
@@ -74,9 +76,12 @@ cerrno checkpoint_store::key_of(uint32_t kind, uint64_t id, uint32_t &key) {
   });
 }
 
+// An entry without data does not outlive the process, so nothing is lost with it when the machine
+// stops: its commit is not waited for. What is saved in it later brings it along.
 cerrno checkpoint_store::create(uint32_t kind, uint32_t key, uint64_t &id) {
   if (const cerrno rc = look_for_files(); rc != 0) return rc;
   return attempt([&]() -> cerrno {
+    sync_commits(false);
     unmerged_ = true;
     use(connection_->prepared->create, kind, key)->exec();
     id = static_cast<uint64_t>(connection_->database.getLastInsertRowid());
@@ -106,6 +111,7 @@ cerrno checkpoint_store::save(uint32_t kind, uint64_t id, uint32_t version,
   store_change change = {last_change_ + 1, {kind, 0}, false};
   if (const cerrno rc = key_of(kind, id, change.record.key); rc != 0) return rc;
   const cerrno rc = attempt([&]() -> cerrno {
+    sync_commits(true);
     const uint32_t checksum = record_checksum(change.record, version, change.number, data);
     use(connection_->prepared->save, version, change.number, checksum, data, kind, id)->exec();
     return 0;
@@ -120,6 +126,7 @@ cerrno checkpoint_store::remove(uint32_t kind, uint64_t id) {
   store_change change = {last_change_ + 1, {kind, 0}, true};
   if (const cerrno rc = key_of(kind, id, change.record.key); rc != 0) return rc;
   const cerrno rc = attempt([&]() -> cerrno {
+    sync_commits(true);
     SQLite::Transaction both(connection_->database, SQLite::TransactionBehavior::IMMEDIATE);
     use(connection_->prepared->remove, kind, id)->exec();
     use(connection_->prepared->removed, change.number, kind, change.record.key)->exec();
@@ -221,6 +228,7 @@ bool checkpoint_store::leave_lost_log() {
 cerrno checkpoint_store::try_writing() {
   if (const cerrno rc = look_for_files(); rc != 0) return rc;
   return attempt([&]() -> cerrno {
+    sync_commits(true);
     unmerged_ = true;
     rewrite_mark(connection_->database);
     return 0;
@@ -242,6 +250,14 @@ cerrno checkpoint_store::merge(int how) {
     unmerged_ = merged != in_log;
     return 0;
   });
+}
+
+// Without, SQLite still has the log synchronised before it is merged, and its head before it is
+// begun anew. Throws when it stays as it was.
+void checkpoint_store::sync_commits(bool on) {
+  if (syncs_commits_ == on) return;
+  connection_->database.exec(on ? "PRAGMA synchronous=FULL" : "PRAGMA synchronous=NORMAL");
+  syncs_commits_ = on;
 }
 
 // The store has the change.

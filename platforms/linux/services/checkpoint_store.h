@@ -1,5 +1,5 @@
 // The file behind the checkpoint service: a SQLite database in WAL mode, synchronised at every
-// commit, that one process at a time has open, and a journal of its latest changes. Not
+// commit of data, that one process at a time has open, and a journal of its latest changes. Not
 // thread-safe: the service serialises.
 #pragma once
 
@@ -127,6 +127,7 @@ class checkpoint_store {
   bool has_moved();
   log_state look_for_log();
   cerrno merge(int how);
+  void sync_commits(bool on);
   void changed(const store_change &change);
   void note(const store_change &change);
   void note_the_unnoted();
@@ -141,6 +142,7 @@ class checkpoint_store {
   std::set<uint32_t> persistent_;  // kinds of tables
   uint64_t last_change_ = 0;
   bool unmerged_ = true;
+  bool syncs_commits_ = true;
   bool is_for_writing_ = false;
   std::filesystem::path log_file_;
   file_mark log_;  // as this process left it

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdarg>
@@ -69,6 +70,9 @@ struct channel {
 struct channel_slot {
   std::mutex lock;
   uint32_t uses = 0;
+  // The use in which the channel was turned off; 0 while it is on. Read without the lock: a line of
+  // a channel that is off is dropped before anything is made of it.
+  std::atomic<uint32_t> off_in = 0;
   std::unique_ptr<channel> open;
 };
 
@@ -88,20 +92,35 @@ trace_facility &facility() {
   return *the_facility;
 }
 
+// The slot that a handle means, whatever is in it; null when it means none.
+channel_slot *slot_of(ctrace_handle handle) {
+  const uint64_t number = handle & ((1u << uses_shift) - 1);
+  return number == 0 || number > channel_slots ? nullptr : &facility().slots[number - 1];
+}
+
+bool is_off(ctrace_handle handle) {
+  const channel_slot *slot = slot_of(handle);
+  if (slot == nullptr) return false;
+  const uint32_t off_in = slot->off_in.load(std::memory_order_relaxed);
+  return off_in != 0 && off_in == handle >> uses_shift;
+}
+
 // A channel with its slot locked; null when the handle means none.
 class held_channel {
  public:
   explicit held_channel(ctrace_handle handle) {
-    const uint64_t number = handle & ((1u << uses_shift) - 1);
-    if (number == 0 || number > channel_slots) return;
-    slot_ = &facility().slots[number - 1];
+    slot_ = slot_of(handle);
+    if (slot_ == nullptr) return;
     hold_ = std::unique_lock(slot_->lock);
     if (slot_->open == nullptr || slot_->uses != handle >> uses_shift) slot_ = nullptr;
   }
   explicit operator bool() const { return slot_ != nullptr; }
   channel &operator*() const { return *slot_->open; }
   channel *operator->() const { return slot_->open.get(); }
-  void close() { slot_->open.reset(); }
+  void close() {
+    slot_->off_in = 0;
+    slot_->open.reset();
+  }
 
  private:
   channel_slot *slot_ = nullptr;
@@ -184,11 +203,13 @@ ctrace_handle put_into_slot(std::unique_ptr<channel> opened) {
 // bytes spelled out.
 void append_printable(spdlog::memory_buf_t &line, std::string_view text) {
   while (!text.empty() && text.back() == '\n') text.remove_suffix(1);
-  for (const char c : text) {
-    if (c >= 0x20 && c < 0x7f) {
-      line.push_back(c);
-    } else {
-      fmt::format_to(std::back_inserter(line), "\\x{:02x}", static_cast<unsigned char>(c));
+  const auto is_printable = [](char c) { return c >= 0x20 && c < 0x7f; };
+  for (auto at = text.begin(); at != text.end();) {
+    const auto end = std::find_if_not(at, text.end(), is_printable);
+    line.append(at, end);
+    at = end;
+    for (; at != text.end() && !is_printable(*at); ++at) {
+      fmt::format_to(std::back_inserter(line), "\\x{:02x}", static_cast<unsigned char>(*at));
     }
   }
 }
@@ -287,6 +308,7 @@ cerrno ctrace_internal(ctrace_handle handle, uint32_t point, uint32_t, uint32_t,
                        const char *format, ...) {
   if (handle == 0) return 0;
   if (format == nullptr) return EINVAL;
+  if (is_off(handle)) return 0;
   std::array<char, longest_line> text;
   va_list arguments;
   va_start(arguments, format);
@@ -340,6 +362,7 @@ cerrno traces_enable(std::string_view channel_name, bool on) {
     if (!slot.open || slot.open->status.name != channel_name) continue;
     if (!slot.open->configurable) return EPERM;
     slot.open->status.enabled = on;
+    slot.off_in = on ? 0 : slot.uses;
     return 0;
   }
   return ENOENT;

@@ -1,7 +1,12 @@
-// Ordered trees with several indices: AVL trees of Boost.Intrusive over links in the user's node.
+// Ordered trees with several indices. An index is an array of its nodes in the order of their keys,
+// so that a walk goes from one node to the next with one load; a link in the user's node says only
+// which index it is in.
 #include "services/immortal.h"
+#include "services/sharing_lock.h"
 #include "wavl.h"
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
@@ -12,89 +17,165 @@
 #include <span>
 #include <vector>
 
-#include <boost/intrusive/avltree_algorithms.hpp>
-
 namespace {
 
-// A link's state: the balance in the low two bits, above it the id of the index the link is in, 0
-// when it is in none. So a link says by itself whether it is linked, and where.
-constexpr uint64_t balance_mask = 3;
-constexpr unsigned owner_shift = 2;
+using lum_linux::sharing_lock;
 
-struct link_traits {
-  using node = wavl_link;
-  using node_ptr = wavl_link *;
-  using const_node_ptr = const wavl_link *;
-  using balance = uint64_t;
+class ordered_index;
 
-  static node_ptr get_parent(const_node_ptr n) { return n->parent; }
-  static void set_parent(node_ptr n, node_ptr parent) { n->parent = parent; }
-  static node_ptr get_left(const_node_ptr n) { return n->left; }
-  static void set_left(node_ptr n, node_ptr left) { n->left = left; }
-  static node_ptr get_right(const_node_ptr n) { return n->right; }
-  static void set_right(node_ptr n, node_ptr right) { n->right = right; }
-  static balance get_balance(const_node_ptr n) { return n->state & balance_mask; }
-  static void set_balance(node_ptr n, balance b) { n->state = (n->state & ~balance_mask) | b; }
-  static balance zero() { return 0; }
-  static balance negative() { return 1; }
-  static balance positive() { return 2; }
+// Where the thread's latest step has come to: nearly always where the next one starts. Holds for as
+// long as the index is what it was.
+struct walk_position {
+  const ordered_index *index = nullptr;
+  uint64_t version = 0;
+  const void *node = nullptr;
+  size_t at = 0;
 };
-using algorithms = boost::intrusive::avltree_algorithms<link_traits>;
+[[gnu::tls_model("initial-exec")]] constinit thread_local walk_position latest_step;
 
-// One index. The caller holds the tree's lock.
+// One index. Changed with the tree's lock held exclusively; searched with it held shared; walked
+// without, which the version makes safe: a step counts when the version was the same even number
+// before and after. Arrays that have become too short are kept, for steps without the lock may
+// still read them.
 class ordered_index {
  public:
   ordered_index(uint64_t id, std::size_t link_offset, wavl_comparator compare)
-      : id_(id), link_offset_(link_offset), compare_(compare) {
-    algorithms::init_header(&header_);
+      : id_(id), link_offset_(link_offset), compare_(compare) {}
+
+  bool contains(const void *node) const { return link_of(node)->state == id_; }
+  size_t size() const { return size_; }
+
+  // Makes room for `count` nodes. May throw std::bad_alloc.
+  void reserve(size_t count) {
+    if (count < capacity_) return;
+    const size_t capacity = std::max({2 * capacity_, count + 1, smallest_capacity});
+    auto longer = std::make_unique<slot[]>(capacity);
+    for (size_t i = 0; i < size_; ++i) longer[i].store(node_at(i), std::memory_order_relaxed);
+    arrays_.push_back(std::move(longer));
+    nodes_.store(arrays_.back().get(), std::memory_order_release);
+    capacity_ = capacity;
   }
-  ordered_index(const ordered_index &) = delete;
-  ordered_index &operator=(const ordered_index &) = delete;
 
-  bool contains(const void *node) const { return link_of(node)->state >> owner_shift == id_; }
-
+  // There is room for it.
   bool insert(void *node) {
-    wavl_link *link = link_of(node);
-    if (link->state >> owner_shift != 0) return false;
-    algorithms::insert_commit_data place;
-    const void *key = node;
-    if (!algorithms::insert_unique_check(&header_, key, order{*this}, place).second) return false;
-    link->state = id_ << owner_shift;
-    algorithms::insert_unique_commit(&header_, link, place);
+    if (link_of(node)->state != 0) return false;
+    const size_t place = first_not_below(node);
+    if (place < size_ && is_equal(node_at(place), node)) return false;
+    const change here(version_);
+    for (size_t i = size_; i > place; --i) put(i, node_at(i - 1));
+    put(place, node);
+    ++size_;
+    link_of(node)->state = id_;
     return true;
   }
 
   bool erase(void *node) {
     if (!contains(node)) return false;
-    wavl_link *link = link_of(node);
-    algorithms::erase(&header_, link);
-    *link = {};
+    const size_t place = place_of(node);
+    const change here(version_);
+    --size_;
+    for (size_t i = place; i < size_; ++i) put(i, node_at(i + 1));
+    put(size_, nullptr);
+    *link_of(node) = {};
     return true;
   }
 
   void *find(const void *key_node) const {
-    return node_at(algorithms::find(&header_, key_node, order{*this}));
+    const size_t place = first_not_below(key_node);
+    return place < size_ && is_equal(node_at(place), key_node) ? node_at(place) : nullptr;
   }
 
-  void *first() const { return node_at(algorithms::begin_node(&header_)); }
+  // The first node, or the one behind `node`, found without the lock. False when that needs it.
+  bool try_first(void *&found) const {
+    const uint64_t version = version_.load(std::memory_order_relaxed);
+    if (version % 2 != 0 || !try_step(version, 0, found)) return false;
+    latest_step = {this, version, found, 0};
+    return true;
+  }
+  bool try_after(const void *node, void *&found) const {
+    walk_position &from = latest_step;
+    if (from.node != node || from.index != this) return false;
+    if (!try_step(from.version, from.at + 1, found)) return false;
+    from.node = found;
+    ++from.at;
+    return true;
+  }
 
-  // The node behind `node`, or behind its key when it is not linked any more.
+  // The same with it.
+  void *first() const { return step(0); }
+  // Behind the node's key, whether the node is linked or not.
   void *after(const void *node) const {
-    if (contains(node))
-      return node_at(algorithms::next_node(const_cast<wavl_link *>(link_of(node))));
-    return node_at(algorithms::upper_bound(&header_, node, order{*this}));
+    size_t place = first_not_below(node);
+    if (place < size_ && is_equal(node_at(place), node)) ++place;
+    return step(place);
   }
 
  private:
-  // The algorithms compare nodes in the tree, which they know by their links, with key nodes.
-  struct order {
-    const ordered_index &index;
-    bool operator()(const auto *a, const auto *b) const {
-      return index.compare_(key(a), key(b)) == 0;
+  using slot = std::atomic<void *>;
+  static constexpr size_t smallest_capacity = 16;
+
+  // The version is odd for as long as it lives.
+  class change {
+   public:
+    explicit change(std::atomic<uint64_t> &version) : version_(version) {
+      version_.store(version_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
     }
-    const void *key(const wavl_link *link) const { return index.node_at(link); }
-    const void *key(const void *node) const { return node; }
+    ~change() {
+      version_.store(version_.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+    }
+    change(const change &) = delete;
+    change &operator=(const change &) = delete;
+
+   private:
+    std::atomic<uint64_t> &version_;
   };
+
+  // The version is an even one; an array that an index once had reaches as far as it had nodes.
+  bool try_step(uint64_t version, size_t at, void *&found) const {
+    if (version_.load(std::memory_order_acquire) != version) return false;
+    found = nodes_.load(std::memory_order_acquire)[at].load(std::memory_order_acquire);
+    return version_.load(std::memory_order_relaxed) == version;
+  }
+
+  void *step(size_t at) const {
+    void *node = node_at(at);
+    latest_step = {this, version_.load(std::memory_order_relaxed), node, at};
+    return node;
+  }
+
+  // Null behind the last.
+  void *node_at(size_t i) const {
+    return nodes_.load(std::memory_order_relaxed)[i].load(std::memory_order_relaxed);
+  }
+
+  // Whoever sees the node sees the odd version too.
+  void put(size_t i, void *node) {
+    nodes_.load(std::memory_order_relaxed)[i].store(node, std::memory_order_release);
+  }
+
+  // Of a linked node. One whose key was changed must not be left behind either.
+  size_t place_of(const void *node) const {
+    size_t place = first_not_below(node);
+    if (place < size_ && node_at(place) == node) return place;
+    for (place = 0; node_at(place) != node; ++place) {
+    }
+    return place;
+  }
+
+  bool is_equal(const void *a, const void *b) const { return compare_(a, b) == 1; }
+
+  // The place of the first node whose key is not below that of `node`. Every search of an index
+  // takes the same number of comparisons, and no branch hangs on them.
+  size_t first_not_below(const void *node) const {
+    size_t place = 0;
+    size_t left = size_;
+    while (left > 1) {
+      const size_t half = left / 2;
+      place += compare_(node_at(place + half - 1), node) == 0 ? half : 0;
+      left -= half;
+    }
+    return left == 1 && compare_(node_at(place), node) == 0 ? place + 1 : place;
+  }
 
   const wavl_link *link_of(const void *node) const {
     return reinterpret_cast<const wavl_link *>(static_cast<const char *>(node) + link_offset_);
@@ -102,21 +183,34 @@ class ordered_index {
   wavl_link *link_of(void *node) const {
     return reinterpret_cast<wavl_link *>(static_cast<char *>(node) + link_offset_);
   }
-  void *node_at(const wavl_link *link) const {
-    if (link == &header_) return nullptr;
-    return const_cast<char *>(reinterpret_cast<const char *>(link) - link_offset_);
-  }
 
-  wavl_link header_ = {};
+  std::atomic<uint64_t> version_ = 0;
+  std::atomic<slot *> nodes_ = &no_node;
   uint64_t id_;
   std::size_t link_offset_;
   wavl_comparator compare_;
+  size_t size_ = 0;
+  size_t capacity_ = 1;  // with the null behind the last node
+  std::vector<std::unique_ptr<slot[]>> arrays_;
+  static inline slot no_node = nullptr;
 };
 
-// Reads and walk steps hold the lock shared, changes exclusively.
 struct tree_state {
-  std::shared_mutex lock;
-  std::vector<std::unique_ptr<ordered_index>> indices;
+  sharing_lock lock;
+  std::array<std::unique_ptr<ordered_index>, WAVL_MAX_INDICES> indices;  // those it has come first
+
+  // A node that has its place in one index shall not lack the memory for one in another.
+  bool insert(uint32_t index, void *node) {
+    try {
+      const size_t count = indices[index]->size() + 1;
+      for (const auto &each : indices) {
+        if (each != nullptr) each->reserve(count);
+      }
+    } catch (const std::bad_alloc &) {
+      return false;
+    }
+    return indices[index]->insert(node);
+  }
 };
 
 // Owns every tree. Trees live until the process ends, for there is no call to end one, and threads
@@ -128,8 +222,8 @@ class tree_registry {
     const std::lock_guard hold(lock_);
     auto tree = std::make_unique<tree_state>();
     for (uint32_t i = 0; i < indices; ++i) {
-      tree->indices.push_back(std::make_unique<ordered_index>(
-          ++last_id_, link_offset + i * sizeof(wavl_link), compare[i]));
+      tree->indices[i] = std::make_unique<ordered_index>(
+          ++last_id_, link_offset + i * sizeof(wavl_link), compare[i]);
     }
     trees_.push_back(std::move(tree));
     return trees_.back().get();
@@ -155,7 +249,8 @@ tree_state *state_of(const wavl_tree *tree) {
 // The tree when it runs and has the index.
 tree_state *state_with(const wavl_tree *tree, uint32_t index) {
   tree_state *state = state_of(tree);
-  return state != nullptr && index < state->indices.size() ? state : nullptr;
+  if (state == nullptr || index >= WAVL_MAX_INDICES) return nullptr;
+  return state->indices[index] != nullptr ? state : nullptr;
 }
 
 }  // namespace
@@ -190,7 +285,7 @@ int wavl_insert_thread(wavl_tree *tree, uint32_t index, void *node) {
   tree_state *state = state_with(tree, index);
   if (state == nullptr || node == nullptr) return 0;
   const std::unique_lock hold(state->lock);
-  return state->indices[index]->insert(node);
+  return state->insert(index, node);
 }
 
 int wavl_delete_thread(wavl_tree *tree, uint32_t index, void *node) {
@@ -205,7 +300,9 @@ int wavl_delete(wavl_tree *tree, void *node) {
   if (state == nullptr || node == nullptr) return 0;
   const std::unique_lock hold(state->lock);
   bool any = false;
-  for (const auto &index : state->indices) any = index->erase(node) || any;
+  for (const auto &index : state->indices) {
+    if (index != nullptr) any = index->erase(node) || any;
+  }
   return any;
 }
 
@@ -232,13 +329,19 @@ uint32_t wavl_walk(wavl_tree *tree, uint32_t index, wavl_callback callback, void
 void *wavl_get_first(wavl_tree *tree, uint32_t index) {
   tree_state *state = state_with(tree, index);
   if (state == nullptr) return nullptr;
+  const ordered_index &nodes = *state->indices[index];
+  void *found = nullptr;
+  if (nodes.try_first(found)) return found;
   const std::shared_lock hold(state->lock);
-  return state->indices[index]->first();
+  return nodes.first();
 }
 
 void *wavl_get_next(wavl_tree *tree, const void *node, uint32_t index) {
   tree_state *state = state_with(tree, index);
   if (state == nullptr || node == nullptr) return nullptr;
+  const ordered_index &nodes = *state->indices[index];
+  void *found = nullptr;
+  if (nodes.try_after(node, found)) return found;
   const std::shared_lock hold(state->lock);
-  return state->indices[index]->after(node);
+  return nodes.after(node);
 }

@@ -11,6 +11,7 @@
 #include <functional>
 
 #include "services/checkpoint_fixture.h"
+#include "services/fault_vfs.h"
 #include "services/log_capture.h"
 
 namespace {
@@ -86,6 +87,33 @@ TEST_F(checkpoint_losses, a_kill_loses_nothing_and_has_nothing_to_tell_of_record
   EXPECT_THAT(lost(), IsEmpty());
   EXPECT_THAT(log.lines(), Not(Contains(HasSubstr("record 0x"))));
   EXPECT_EQ(saved(2), record_of(2));
+}
+
+// What a machine that stops leaves: the log as far as it was synchronised.
+TEST_F(checkpoint_losses, entries_without_data_wait_for_no_disk_and_what_is_saved_among_them_does) {
+  const fs::path rest = file.string() + ".rest";
+  {
+    const fault_vfs disk([](std::string_view, sqlite3_int64) { return SQLITE_OK; });
+    open();
+    uint64_t id = 0;
+    const uint64_t syncs = disk.syncs();
+    for (uint32_t k = 1; k <= 64; ++k) ASSERT_EQ(chkpt_create(table, k, &id), 0u);
+    EXPECT_EQ(disk.syncs(), syncs);
+    create_saved(key, 1);
+    ASSERT_EQ(chkpt_create(table, key + 1, &id), 0u);
+    create_saved(key + 2, 2);
+    EXPECT_EQ(disk.syncs(), syncs + 2);
+    fs::copy_file(file, rest);
+    fs::copy_file(wal(), rest.string() + "-wal");
+    ASSERT_LE(disk.synced_log(), fs::file_size(wal()));
+    fs::resize_file(rest.string() + "-wal", disk.synced_log());
+    checkpoints_close();
+  }
+  ASSERT_EQ(lum_linux::checkpoints_set_path(rest), 0u);
+  open();
+  EXPECT_EQ(saved(key), record_of(1));
+  EXPECT_EQ(saved(key + 2), record_of(2));
+  EXPECT_THAT(lost(), IsEmpty());
 }
 
 TEST_F(checkpoint_losses, a_damaged_record_is_told_until_it_is_saved_anew) {

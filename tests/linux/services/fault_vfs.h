@@ -30,6 +30,10 @@ class fault_vfs {
   // From now on files are opened as on a disk that is mounted read-only.
   void set_read_only() { read_only_ = true; }
 
+  // How often a file was synchronised, and how much of the write-ahead log was, the last time.
+  uint64_t syncs() const { return syncs_; }
+  uint64_t synced_log() const { return static_cast<uint64_t>(synced_log_); }
+
   fault_vfs(const fault_vfs &) = delete;
   fault_vfs &operator=(const fault_vfs &) = delete;
 
@@ -65,6 +69,15 @@ class fault_vfs {
     return usual_of(f)->pMethods->xRead(usual_of(f), to, amount, offset);
   }
 
+  static int sync(sqlite3_file *f, int flags) {
+    const file &synced = *of(f);
+    ++synced.owner->syncs_;
+    sqlite3_int64 size = 0;
+    usual_of(f)->pMethods->xFileSize(usual_of(f), &size);
+    if (std::string_view(synced.name).ends_with("-wal")) synced.owner->synced_log_ = size;
+    return usual_of(f)->pMethods->xSync(usual_of(f), flags);
+  }
+
   // Without shared memory, which a store that one process has to itself does not use.
   static const sqlite3_io_methods *methods() {
     static const sqlite3_io_methods all = [] {
@@ -78,9 +91,7 @@ class fault_vfs {
       m.xTruncate = [](sqlite3_file *f, sqlite3_int64 size) {
         return usual_of(f)->pMethods->xTruncate(usual_of(f), size);
       };
-      m.xSync = [](sqlite3_file *f, int flags) {
-        return usual_of(f)->pMethods->xSync(usual_of(f), flags);
-      };
+      m.xSync = sync;
       m.xFileSize = [](sqlite3_file *f, sqlite3_int64 *size) {
         return usual_of(f)->pMethods->xFileSize(usual_of(f), size);
       };
@@ -109,6 +120,8 @@ class fault_vfs {
 
   fault at_read_;
   bool read_only_ = false;
+  std::atomic<uint64_t> syncs_ = 0;
+  std::atomic<sqlite3_int64> synced_log_ = 0;
   sqlite3_vfs *usual_ = nullptr;
   sqlite3_vfs vfs_ = {};
 };

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -261,6 +262,29 @@ TEST_F(traces, can_be_turned_off_once_configurable) {
   EXPECT_EQ(status[0].digest, digest);
   EXPECT_EQ(status[0].lines, 1u);
   EXPECT_EQ(status[0].file, file("lum_debug.log"));
+}
+
+// A text that is not there cannot be read by mistake.
+TEST_F(traces, nothing_is_made_of_a_line_whose_channel_is_off) {
+  const ctrace_handle handle = open("lum_debug");
+  ctrace_enable_configuration(handle, nullptr);
+  ASSERT_EQ(traces_enable("lum_debug", false), 0u);
+  void *const page = mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(page, MAP_FAILED);
+  EXPECT_EQ(ctrace_internal(handle, 1, 1, 1, "s", "%s", static_cast<const char *>(page)), 0u);
+  munmap(page, 4096);
+  EXPECT_EQ(lines_of(file("lum_debug.log")).size(), 0u);
+}
+
+TEST_F(traces, a_channel_in_the_place_of_one_that_was_off_is_on) {
+  const ctrace_handle before = open("lum_debug");
+  ctrace_enable_configuration(before, nullptr);
+  ASSERT_EQ(traces_enable("lum_debug", false), 0u);
+  ctrace_close(before);
+  EXPECT_EQ(ctrace_internal(before, 1, 0, 1, "", "closed"), 9u);
+  const ctrace_handle now = open("lum_debug");
+  EXPECT_EQ(ctrace_internal(now, 1, 0, 1, "", "open"), 0u);
+  EXPECT_EQ(lines_of(file("lum_debug.log")).size(), 1u);
 }
 
 TEST_F(traces, there_are_only_so_many_channels) {

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <memory>
 #include <random>
+#include <set>
 #include <thread>
 #include <vector>
 
@@ -190,6 +191,61 @@ TEST_F(trees, stay_in_order_through_random_changes) {
   EXPECT_EQ(keys(0), expected);
   std::reverse(expected.begin(), expected.end());
   EXPECT_EQ(keys(1), expected);
+}
+
+// Steps of several walks in turn, from nodes that are in and nodes that are out, between changes.
+TEST_F(trees, each_step_leads_to_the_key_behind_whatever_happened_since_the_last) {
+  std::vector<item> items;
+  for (uint32_t k = 0; k < 100; ++k) items.push_back(make(k, 100 - k));
+  std::set<uint32_t> in;
+  const auto first_key = [](void *node) {
+    return node == nullptr ? -1 : static_cast<int>(static_cast<item *>(node)->first_key);
+  };
+  const auto key_behind = [&](uint32_t key) {
+    const auto next = in.upper_bound(key);
+    return next == in.end() ? -1 : static_cast<int>(*next);
+  };
+  const auto key_before = [&](uint32_t key) {
+    const auto at = in.lower_bound(key);
+    return at == in.begin() ? -1 : static_cast<int>(*std::prev(at));
+  };
+  std::mt19937 random(11);
+  void *walker = nullptr;
+  for (int step = 0; step < 20000; ++step) {
+    const uint32_t k = random() % items.size();
+    if (random() % 4 == 0) {
+      if (in.erase(k) == 1) {
+        ASSERT_TRUE(wavl_delete(&tree, &items[k]));
+      } else {
+        ASSERT_TRUE(wavl_insert_thread(&tree, 0, &items[k]));
+        ASSERT_TRUE(wavl_insert_thread(&tree, 1, &items[k]));
+        in.insert(k);
+      }
+    }
+    if (walker == nullptr) {
+      walker = wavl_get_first(&tree, 0);
+      ASSERT_EQ(first_key(walker), in.empty() ? -1 : static_cast<int>(*in.begin()));
+    } else {
+      const uint32_t from = static_cast<item *>(walker)->first_key;
+      walker = wavl_get_next(&tree, walker, 0);
+      ASSERT_EQ(first_key(walker), key_behind(from));
+    }
+    if (random() % 2 == 0) {
+      ASSERT_EQ(first_key(wavl_get_next(&tree, &items[k], 0)), key_behind(k));
+      ASSERT_EQ(first_key(wavl_get_next(&tree, &items[k], 1)), key_before(k));
+    }
+  }
+}
+
+// A key node is not in the tree, and stands where its key would.
+TEST_F(trees, a_step_from_a_key_node_leads_to_the_key_behind) {
+  std::vector<item> items;
+  for (uint32_t k = 0; k < 40; k += 2) items.push_back(make(k, k));
+  for (item &i : items) ASSERT_TRUE(wavl_insert_thread(&tree, 0, &i));
+  const item odd = make(5, 0), even = make(6, 0), last = make(38, 0);
+  EXPECT_EQ(wavl_get_next(&tree, &odd, 0), &items[3]);
+  EXPECT_EQ(wavl_get_next(&tree, &even, 0), &items[4]);
+  EXPECT_EQ(wavl_get_next(&tree, &last, 0), nullptr);
 }
 
 // Even keys stay, odd ones come and go; a walker sees every even key, in order.

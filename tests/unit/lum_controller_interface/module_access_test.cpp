@@ -193,10 +193,11 @@ TEST_F(module_access, failed_read_that_delivered_nothing_leaves_zeros) {
   EXPECT_THAT(std::vector<uint8_t>(buffer, buffer + 5), ElementsAre(0, 0, 0, 0, 0xEE));
 }
 
-TEST_F(module_access, read_without_memory_is_refused) {
+TEST_F(module_access, long_read_without_memory_is_refused) {
+  std::vector<uint8_t> longer(257, 0xEE);
   script.fail("calloc", 1, 1);
-  EXPECT_EQ(read(4), 12u);
-  EXPECT_EQ(buffer[0], 0xEE);
+  EXPECT_EQ(lum_i2c_read_write(1, 3, 1, 7, 2, 144, 257, longer.data()), 12u);
+  EXPECT_EQ(longer[0], 0xEE);
   EXPECT_THAT(calls(transfers), IsEmpty());
   EXPECT_THAT(traces(), IsEmpty());
 }

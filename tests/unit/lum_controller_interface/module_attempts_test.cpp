@@ -119,17 +119,48 @@ INSTANTIATE_TEST_SUITE_P(each_way, access_lost_on_the_way, testing::Values(+forb
 
 // ---- The scratch buffer ----
 
-class scratch_buffer : public module_attempts, public testing::WithParamInterface<unsigned> {};
+constexpr int32_t longest_on_stack = 256;
 
-TEST_P(scratch_buffer, is_one_block_that_is_freed) {
-  script.fail_first("i2c_read_block", GetParam(), 5);
-  const block_watch blocks;
-  EXPECT_EQ(read(4), GetParam() < 5 ? 0u : 5u);
-  EXPECT_EQ(blocks.taken(), 1u);
-  EXPECT_THAT(blocks.live(), IsEmpty());
+class scratch_buffer : public module_attempts, public testing::WithParamInterface<unsigned> {
+ protected:
+  // Blocks taken by a read of that length, with as many failures as the test is for.
+  static unsigned blocks_for(int32_t length) {
+    std::vector<uint8_t> destination(static_cast<size_t>(length));
+    script.fail_first("i2c_read_block", GetParam(), 5);
+    const block_watch blocks;
+    EXPECT_EQ(lum_i2c_read_write(1, 3, 1, 7, 2, 144, length, destination.data()),
+              GetParam() < 5 ? 0u : 5u);
+    EXPECT_THAT(blocks.live(), IsEmpty());
+    return static_cast<unsigned>(blocks.taken());
+  }
+};
+
+TEST_P(scratch_buffer, is_no_block_for_256_bytes) { EXPECT_EQ(blocks_for(longest_on_stack), 0u); }
+
+TEST_P(scratch_buffer, is_one_block_that_is_freed_for_more) {
+  EXPECT_EQ(blocks_for(longest_on_stack + 1), 1u);
 }
 
 INSTANTIATE_TEST_SUITE_P(each_number_of_failures, scratch_buffer, testing::Values(0u, 2u, 4u, 5u));
+
+// Leaves what it is given as it is, which it shows.
+std::vector<uint8_t> given;
+cerrno leaves_what_is_there(uint32_t, uint32_t, uint32_t, uint32_t, uint32_t, int32_t length,
+                            uint8_t *destination) {
+  given.assign(destination, destination + length);
+  std::fill_n(destination, length, uint8_t{0x5A});
+  return 0;
+}
+
+TEST_F(module_attempts, scratch_buffer_is_zero_whatever_was_read_before) {
+  lum_get_ctx()->platform_cbs.i2c_read_block = leaves_what_is_there;
+  std::vector<uint8_t> destination(longest_on_stack + 1);
+  for (const int32_t length : {longest_on_stack, 2, longest_on_stack, longest_on_stack + 1}) {
+    EXPECT_EQ(lum_i2c_read_write(1, 3, 1, 7, 2, 144, length, destination.data()), 0u);
+    EXPECT_THAT(given, SizeIs(length));
+    EXPECT_THAT(given, Each(0));
+  }
+}
 
 TEST_F(module_attempts, write_takes_no_block) {
   const block_watch blocks;

@@ -18,7 +18,8 @@ extern "C" {
 #define WAVL_MAX_INDICES 4 /**< Indices a tree may have. */
 
 /** The tree library's part of a node, one per index, side by side at the offset given to wavl_init.
- * Zero-filled by the user before the node's first insertion, never touched by the user after it. */
+ * Zero-filled by the user before the node's first insertion, never touched by the user after it. A
+ * tree library need not use all of it: the Linux platform's uses `state` alone. */
 typedef struct wavl_link {
   struct wavl_link *parent; /**< The link above, null at the root. */
   struct wavl_link *left;   /**< The link with smaller keys. */
@@ -68,7 +69,7 @@ int wavl_running(const wavl_tree *tree);
  * @param index  The index, from 0.
  * @param node  The node; the user's, who keeps it for as long as it is in.
  * @return Non-zero on success, 0 when the key is there already, the node is in the index already,
- *   or the arguments make no sense. */
+ *   there is no memory, or the arguments make no sense. */
 int wavl_insert_thread(wavl_tree *tree, uint32_t index, void *node);
 
 /** Takes a node out of one index.

@@ -18,7 +18,9 @@ extern "C" {
 
 /** @defgroup lum_lifecycle Slots and ports
  * Slots and ports come and go, and their controllers are created again. Openings and closings of
- * a slot and creations and deletions of its ports are to be made one at a time.
+ * a slot, deletions of its ports and creations are to be made one at a time; but creations of
+ * different ports, of one slot or of several, may be made from several threads at once
+ * (lum_create_ports()).
  * @{ */
 
 /** Opens a slot's instance; one that is open loses its entries, its ports stay in the database.
@@ -44,6 +46,10 @@ cerrno lum_plat_deinit(uint32_t rack, uint32_t slot, uint32_t instance);
  * has no free entry; of two ports with one handle the second is dropped. So is a port that exists
  * already, and those behind it are not entered; one that has no handle yet stays, and a deletion
  * that was asked for is over with it, its mutex made anew.
+ *
+ * May be called from several threads at once for different slots and for different ports of one
+ * slot, whose instance stays open meanwhile; each call sends a batch of its own. The callbacks are
+ * then called from those threads at once.
  *
  * Waits for the bus, callbacks and the disk; where the port was deleted just before, also for its
  * deletion's completion to be done with the old record.

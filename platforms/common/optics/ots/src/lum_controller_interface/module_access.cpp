@@ -1,6 +1,7 @@
 // Every transfer to and from a module's memory.
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstring>
 
@@ -18,6 +19,7 @@ namespace {
 
 constexpr int max_attempts = 5;
 constexpr useconds_t retry_pause = 30000;  // microseconds
+constexpr std::size_t stack_bytes = 256;   // longer reads go through the heap
 
 // The place in the modules' memory that a transfer means.
 struct place {
@@ -31,6 +33,8 @@ struct place {
 cerrno write_byte(const lum_platform_cbs &callbacks, const place &at, const std::uint8_t *buffer);
 cerrno read_bytes(const lum_platform_cbs &callbacks, const place &at, std::int32_t length,
                   std::uint8_t *buffer);
+cerrno read_through(std::uint8_t *scratch, const lum_platform_cbs &callbacks, const place &at,
+                    std::int32_t length, std::uint8_t *buffer);
 cerrno read_once(const lum_platform_cbs &callbacks, const place &at, std::int32_t length,
                  std::uint8_t *scratch, std::uint8_t *buffer);
 
@@ -64,20 +68,28 @@ cerrno lum_optics_get_fw_upgrd_status(std::uint32_t rsip, std::uint32_t *status)
 
 namespace {
 
-// The fifth attempt's outcome is traced whatever it is.
+// The scratch bytes are zero before the first attempt.
 cerrno read_bytes(const lum_platform_cbs &callbacks, const place &at, std::int32_t length,
                   std::uint8_t *buffer) {
   const bool has_callback =
       length == 1 ? callbacks.i2c_read_byte != nullptr : callbacks.i2c_read_block != nullptr;
   if (length < 1 || !has_callback) return 0;
-  const c_array<std::uint8_t> scratch =
-      zeroed_array<std::uint8_t>(static_cast<std::size_t>(length));
-  if (!scratch) return ENOMEM;
+  if (const auto size = static_cast<std::size_t>(length); size > stack_bytes) {
+    const c_array<std::uint8_t> scratch = zeroed_array<std::uint8_t>(size);
+    return scratch ? read_through(scratch.get(), callbacks, at, length, buffer) : ENOMEM;
+  }
+  std::array<std::uint8_t, stack_bytes> scratch = {};
+  return read_through(scratch.data(), callbacks, at, length, buffer);
+}
+
+// The fifth attempt's outcome is traced whatever it is.
+cerrno read_through(std::uint8_t *scratch, const lum_platform_cbs &callbacks, const place &at,
+                    std::int32_t length, std::uint8_t *buffer) {
   for (int attempt = 1; attempt < max_attempts; ++attempt) {
-    if (read_once(callbacks, at, length, scratch.get(), buffer) == 0) return 0;
+    if (read_once(callbacks, at, length, scratch, buffer) == 0) return 0;
     usleep(retry_pause);
   }
-  const cerrno rc = read_once(callbacks, at, length, scratch.get(), buffer);
+  const cerrno rc = read_once(callbacks, at, length, scratch, buffer);
   LUM_ERROR(116, "Read failed for page %d offset %x for %d/%d rc %d\n", at.page, at.offset,
             at.instance, at.port, rc);
   return rc;

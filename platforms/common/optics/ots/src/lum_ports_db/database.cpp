@@ -23,6 +23,8 @@ static void copy_template(lum_port_data &port, const lum_port_data &data);
 static void store_handle(port_node &node, std::uint32_t port_handle);
 static bool insert_by_handle(port_node &node, std::uint32_t port_handle);
 static void drop_node(port_node *node);
+static lum_port_node_info *search(std::uint32_t index, std::uint32_t lum_port_node_info::*key,
+                                  std::uint32_t value);
 
 cerrno lum_ports_db_init() {
   return wavl_init(&lum_platform.tree, 2, offsetof(lum_port_node_info, links), by_rsip,
@@ -103,14 +105,12 @@ lum_port_node_info *lum::find_port(std::uint32_t rsip) {
     LUM_ERROR(217, "wavl is not running\n");
     return nullptr;
   }
-  lum_port_node_info key = {};
-  key.rsip = rsip;
   library_hold lock(lum_platform.mutex, {"lum_ports_db_find_entry", __LINE__});
   if (lock.error() != 0) {
     LUM_ERROR(218, "ports DB mutex lock failed, errno: %d\n", lock.error());
     return nullptr;
   }
-  auto *node = static_cast<lum_port_node_info *>(wavl_search(&lum_platform.tree, &key, 0));
+  lum_port_node_info *node = search(0, &lum_port_node_info::rsip, rsip);
   return lock.release() == 0 ? node : nullptr;
 }
 
@@ -120,9 +120,7 @@ lum_port_node_info *lum::find_port_by_handle(std::uint32_t port_handle) {
     LUM_ERROR(219, "wavl is not running\n");
     return nullptr;
   }
-  lum_port_node_info key = {};
-  key.port_handle = port_handle;
-  return static_cast<lum_port_node_info *>(wavl_search(&lum_platform.tree, &key, 1));
+  return search(1, &lum_port_node_info::port_handle, port_handle);
 }
 
 bool lum::is_replaced(const lum_port_data &port) {
@@ -204,6 +202,19 @@ static int by_rsip(const void *first, const void *second) {
 
 static int by_port_handle(const void *first, const void *second) {
   return compare_nodes(first, second, &lum_port_node_info::port_handle);
+}
+
+// The node that a thread's searches look for, zero but for the one key while a search lasts: to
+// clear a whole node for each would take longer than the search.
+static constinit thread_local lum_port_node_info sought_node = {};
+
+static lum_port_node_info *search(std::uint32_t index, std::uint32_t lum_port_node_info::*key,
+                                  std::uint32_t value) {
+  lum_port_node_info &sought = sought_node;
+  sought.*key = value;
+  void *found = wavl_search(&lum_platform.tree, &sought, index);
+  sought.*key = 0;
+  return static_cast<lum_port_node_info *>(found);
 }
 
 // A node's place in index 1 hangs on its handle, which must not change once the node is there.
