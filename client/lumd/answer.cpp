@@ -2,6 +2,7 @@
 
 #include "api/routes.h"
 #include "metrics/metrics.h"
+#include "panel.h"
 
 namespace lumd {
 namespace {
@@ -26,6 +27,7 @@ http_reply answer(driver &node, const http_request &request) {
     all.emplace_back(metrics_routes);
     return all;
   }();
+  if (auto page = answer_with_panel(request)) return std::move(*page);
   return answer(node, groups, request);
 }
 

@@ -55,6 +55,7 @@ http::response<http::string_body> to_message(const http_reply &reply, bool keep_
   http::response<http::string_body> message(static_cast<http::status>(reply.status), http_version);
   message.set(http::field::content_type, reply.content_type);
   message.set(http::field::cache_control, "no-store");
+  for (const auto &[name, value] : reply.headers) message.set(name, value);
   if (!reply.allow.empty()) message.set(http::field::allow, reply.allow);
   message.keep_alive(keep_alive);
   message.body() = reply.body;
@@ -225,6 +226,7 @@ class session : public std::enable_shared_from_this<session<Protocol, Core>>,
     request.target = std::string(message.target());
     request.body = message.body();
     request.accept = std::string(message[http::field::accept]);
+    request.if_none_match = std::string(message[http::field::if_none_match]);
     request.last_event_id = std::string(message["Last-Event-ID"]);
     if (request.method != "GET") request.user = peer();
     request.read_only = is_stranger();
