@@ -88,8 +88,8 @@ const milliseconds = (seconds) => `${Math.round(1000 * seconds)} ms`;
 
 function found(one, meaning) {
   return element("div", { class: "alarm", "data-severity": one.severity },
-    element("h3", {}, `${one.severity}: ${one.kind}`, one.port === null ? ""
-      : element("a", { href: `#/port/${encodeURIComponent(one.port)}` }, ` ${one.port}`)),
+    element("h3", {}, `${one.severity}: ${one.kind} `, one.port === null ? ""
+      : element("a", { href: `#/port/${encodeURIComponent(one.port)}` },  one.port)),
     element("p", {}, one.reason),
     meaning ? facts([["Means", meaning.meaning], ["Remedy", meaning.remedy]]) : null);
 }

@@ -138,7 +138,7 @@ function bins(body) {
       ...one.bins.flatMap((bin) => kinds.map((kind) => kept(bin, bin.values[place], kind))),
       value.dbm === undefined ? "" : "dBm",
     ]);
-    const titles = one.bins.flatMap((bin) => kinds.map((kind) => `${bin.length} ${kind.slice(0, 3)}`));
+    const titles = one.bins.flatMap((bin) => kinds.map((kind) => `${bin.length} ${{ minimum: "min", average: "avg", maximum: "max" }[kind]}`));
     return element("div", {}, element("h3", {}, `Sub-port ${one.sub_port}`),
       table(`Bins of sub-port ${one.sub_port}: minimum, average, maximum`, ["Reading", ...titles, "Unit"], rows),
       element("p", { class: "age" }, one.bins.map(binWords).join("; ")));

@@ -24,16 +24,15 @@ export function shelfView(live) {
   function show(body) {
     latest = body;
     const layout = body.ports.map((port) => [port.slot, port.instance, port.name].join()).join(";");
-    if (layout !== drawn) {
-      drawn = layout;
-      build(body.ports);
-      fit();
-    }
-    const medians = SHOWN.map((place) => median(body.ports, place));
+    const isAnother = layout !== drawn;
+    drawn = layout;
+    if (isAnother) build(body.ports);
+    const medians = SHOWN.map((place) => [0, 1].map((sub) => median(body.ports, place, sub)));
     for (const port of body.ports) {
       cages.get(port.name).show(port, SHOWN.map((place, row) => [0, 1].map(
-        (sub) => averages.get(`${port.name} ${sub} ${place}`) ?? medians[row])));
+        (sub) => averages.get(`${port.name} ${sub} ${place}`) ?? medians[row][sub])));
     }
+    if (isAnother) fit();
     rack.dataset.ports = body.ports.length;
   }
 
@@ -82,7 +81,7 @@ export function shelfView(live) {
   resized.observe(whole);
   const stops = [
     live.watch("v1/ports", 5, show),
-    live.watch("v1/pm", 300, (body) => {
+    live.watch("v1/pm", 120, (body) => {
       keep(body, averages);
       if (latest) show(latest);
     }),
@@ -106,8 +105,9 @@ function keep(body, averages) {
   }
 }
 
-function median(ports, place) {
-  const found = ports.flatMap((port) => port.sub_ports.map((sub) => sub.readings[place]))
+// Until there are averages: what the others have.
+function median(ports, place, sub) {
+  const found = ports.map((port) => port.sub_ports[sub]?.readings[place])
     .filter((reading) => reading?.plausible).map((reading) => reading.dbm).sort((a, b) => a - b);
   return found.length === 0 ? null : found[Math.floor(found.length / 2)];
 }

@@ -12,6 +12,7 @@ import time
 from selenium import webdriver
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
+from selenium.webdriver.common.keys import Keys  # noqa: F401
 
 HERE = pathlib.Path(__file__).resolve().parent
 LAPTOP = (1366, 768)
