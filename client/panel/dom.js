@@ -92,7 +92,7 @@ export function facts(pairs) {
 
 // A table that scrolls for itself where the screen is narrow. The first cell of a row is its name.
 export function table(caption, titles, rows) {
-  return element("div", { class: "wide", tabindex: "0", role: "region", "aria-label": caption },
+  return element("div", { class: "wide", tabindex: "0", role: "region", "aria-label": `Table: ${caption}` },
     element("table", {}, element("caption", { class: "unseen" }, caption),
       element("thead", {}, element("tr", {}, titles.map((title) => element("th", { scope: "col" }, title)))),
       element("tbody", {}, rows.map((cells) => element("tr", {}, cells.map((cell, place) =>

@@ -6,10 +6,10 @@ import support
 
 
 class Page(support.ShelfTest):
-        def fetch(self, target, method="GET", **headers):
+    def fetch(self, target, method="GET", body=None, **headers):
         connection = support.UnixConnection(self.shelf.socket)
         self.addCleanup(connection.close)
-        connection.request(method, target, headers=headers)
+        connection.request(method, target, body=body, headers=headers)
         answer = connection.getresponse()
         return answer, answer.read()
 
@@ -41,6 +41,16 @@ class Page(support.ShelfTest):
             self.assertEqual(self.fetch(target)[0].status, 404, target)
         for target in ("/", "/panel/main.js"):
             self.assertIn(self.fetch(target, method="POST")[0].status, (404, 405), target)
+
+    def test_no_page_changes_anything(self):
+        """A web page somewhere else may send requests to a socket that is passed on to a browser."""
+        cage = self.add_module("iivi-new-map")
+        self.start()
+        target = f"/v1/ports/{cage.name.replace('/', '%2F')}/settings"
+        answer, body = self.fetch(target, method="POST", body='{"threshold": 3}',
+                                  **{"Origin": "http://elsewhere.example"})
+        self.assertEqual((answer.status, "may only look" in body.decode()), (403, True))
+        self.assertEqual(self.fetch("/v1/health", **{"Origin": "null"})[0].status, 200)
 
     def test_explanations_are_those_of_the_command_line(self):
         self.add_empty()

@@ -57,6 +57,7 @@ class Browser:
         options.set_capability("goog:loggingPrefs", {"browser": "ALL", "performance": "ALL"})
         self.driver = webdriver.Chrome(
             service=Service("/usr/bin/chromedriver", log_path=os.devnull), options=options)
+        self.driver.set_script_timeout(120)
         self.look()
 
     def close(self):

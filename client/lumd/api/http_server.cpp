@@ -242,6 +242,11 @@ class session : public std::enable_shared_from_this<session<Protocol, Core>>,
       send(refusal(400, "the request has more than one Host"), false);
       return;
     }
+    // Nobody's page changes anything, even where the socket has been passed on to a browser.
+    if (request.method != "GET" && message.find(http::field::origin) != message.end()) {
+      send(refusal(403, "a page in a browser may only look"), false);
+      return;
+    }
     if (is_stranger() && !core_->is_called(std::string(message[http::field::host]))) {
       send(refusal(421, "this node has another name: see http_names in its description"), false);
       return;
