@@ -42,8 +42,8 @@ def take(page, alarmed):
     try:
         path = alarmed.name.replace("/", "%2F")
         for name, view, shown, size, dark in (
-                ("shelf", "", '.cage[data-look="failing"]', (1180, 560), False),
-                ("port", f"#/port/{path}", "[data-part=alarms] dd", (1180, 620), True)):
+                ("shelf", "", '.cage[data-look="failing"]', (1110, 500), False),
+                ("port", f"#/port/{path}", "[data-part=alarms] dd", (1110, 570), True)):
             looking.look(size, dark)
             looking.open(page + view)
             if not looking.wait(lambda: looking.all(shown)):

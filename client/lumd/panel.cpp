@@ -57,11 +57,8 @@ std::optional<http_reply> answer_with_panel(const http_request &request) {
   if (file == nullptr) return std::nullopt;
   http_reply reply;
   reply.content_type = file->type;
-  reply.headers = {{"ETag", std::string(file->tag)},
-                   {"Cache-Control", "no-cache"},  // kept, and asked for its tag each time
-                   {"Content-Security-Policy", policy},
-                   {"X-Content-Type-Options", "nosniff"},
-                   {"Referrer-Policy", "no-referrer"}};
+  reply.entity_tag = file->tag;
+  reply.policy = policy;
   if (request.if_none_match == file->tag) {
     reply.status = 304;
   } else {

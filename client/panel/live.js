@@ -3,7 +3,7 @@
 
 const PATIENCE = 8000;  // milliseconds for an answer
 const SILENCE = 40000;  // the stream says something every 15 s
-const SPACING = 1000;   // between two requests for one document
+const SPACING = 2000;   // between two requests for one document
 const KEPT_EVENTS = 500;
 
 export async function get(path) {

@@ -1,10 +1,12 @@
 // The last hours of a port's readings, drawn by Chart.js.
 
 import { element, write } from "./dom.js";
-import { isUtc, readingTitle } from "./words.js";
+import { isUtc, lasting, readingTitle } from "./words.js";
 
-const HOURS = 4;
 const REFRESH = 60;  // seconds; between, what is polled is added
+const SHORTEST = 300;  // seconds that are shown at least
+const STEPS = [60, 120, 300, 600, 1800, 3600];
+const GAP = 30;      // seconds between two polls from which on nothing is drawn between them
 const COLOURS = ["--line-a", "--line-b", "--line-c", "--line-d", "--line-e", "--line-f"];
 const DASHES = [[], [6, 3], [2, 2], [8, 3, 2, 3], [1, 3], [10, 4]];
 
@@ -19,11 +21,13 @@ export function plot(live, path) {
   let groups = new Map();
   let chosen = null;
   let newest = 0;
+  let span = 0;
   let stopped = false;
 
   function show(body) {
-    groups = Map.groupBy(body.readings, kindOf);
-    newest = Math.max(0, ...body.readings.flatMap((one) => one.points.slice(-1)).map(([when]) => when));
+    groups = Map.groupBy(body.readings.map((one) => ({ ...one, points: pointsOf(body.times, one.values) })), kindOf);
+    newest = body.times.at(-1) ?? 0;
+    span = body.span_s;
     if (!groups.has(chosen)) chosen = groups.keys().next().value ?? null;
     units.replaceChildren(...[...groups.keys()].map(choice));
     draw();
@@ -44,12 +48,9 @@ export function plot(live, path) {
     const polled = port.sub_ports.find((sub) => sub.readings.length > 0);
     if (!polled || newest === 0) return;
     const when = Math.round(Date.now() / 1000 - polled.readings_age_s);
-    if (when <= newest) return;
+    if (when <= newest + 1) return;
+    for (const one of [...groups.values()].flat()) one.points.push(...pointsOf([newest, when], [null, current(port, one)]).slice(1));
     newest = when;
-    for (const one of [...groups.values()].flat()) {
-      const value = current(port, one);
-      if (value !== undefined) one.points.push([when, value]);
-    }
     draw();
   }
 
@@ -58,7 +59,10 @@ export function plot(live, path) {
     const known = lines.some((one) => one.points.some(([, value]) => value !== null));
     frame.hidden = !known;
     keys.hidden = !known;
-    write(said, known ? `the last ${HOURS} hours; a gap is a time without a reading` : "no history yet");
+    const end = Math.ceil(Date.now() / 1000);
+    const first = Math.min(...lines.flatMap((one) => one.points.slice(0, 1)).map(([when]) => when));
+    const begin = Math.max(end - span, Math.min(first, end - SHORTEST));
+    write(said, known ? `the last ${lasting(end - begin)}; a gap is a time without a reading` : "no history yet");
     if (!known) return;
     const Chart = await load();
     if (stopped || !canvas.isConnected) return;
@@ -71,9 +75,9 @@ export function plot(live, path) {
       borderWidth: 1.5, pointRadius: 0, spanGaps: false,
     }));
     keys.replaceChildren(...sets.map((set) => key(set)));
-    canvas.setAttribute("aria-label", summary(lines));
+    canvas.setAttribute("aria-label", `The last ${lasting(end - begin)}: ${summary(lines)}`);
     const unit = lines[0].unit ?? "";
-    const axes = scales(unit, colour("--muted"), colour("--line"));
+    const axes = scales(unit, [begin, end], colour("--muted"), colour("--line"));
     if (chart) {
       chart.data.datasets = sets;
       chart.options.scales = axes;
@@ -110,20 +114,27 @@ function load() {
 
 function kindOf(one) {
   if (one.unit === "dBm") return "Powers";
-  return readingTitle(one.reading);
+  return readingTitle(one.name);
 }
 
 function nameOf(one) {
-  const sub = one.sub_port === null || one.sub_port === undefined ? "" : `, sub-port ${one.sub_port}`;
-  return readingTitle(one.reading) + sub;
+  return `${readingTitle(one.name)}, sub-port ${one.sub_port}`;
 }
 
-// What the port's view has for a reading of the history; undefined: nothing.
+// Times and values as pairs, with one of no value wherever there was no poll for long.
+function pointsOf(times, values) {
+  return times.flatMap((when, place) => {
+    const point = [when, values[place]];
+    const before = times[place - 1];
+    return place > 0 && when - before > GAP ? [[before + 1, null], point] : [point];
+  });
+}
+
+// What the port's view has for a reading of the history.
 function current(port, one) {
-  const name = one.reading.replaceAll("_", "-");
-  const reading = port.sub_ports[one.sub_port ?? -1]?.readings.find((known) => known.name === name);
-  if (reading) return reading.dbm === undefined ? reading.value : reading.dbm;
-  return { temperature: port.temperature_c, supply: port.supply_v }[name];
+  const reading = port.sub_ports[one.sub_port]?.readings.find((known) => known.name === one.name);
+  if (!reading || reading.plausible === false) return null;
+  return reading.dbm === undefined ? reading.value : reading.dbm;
 }
 
 function key(set) {
@@ -143,13 +154,13 @@ function key(set) {
 }
 
 function summary(lines) {
-  return `The last ${HOURS} hours: ${lines.map((one) => {
+  return lines.map((one) => {
     const values = one.points.map(([, value]) => value).filter((value) => value !== null);
     if (values.length === 0) return `${nameOf(one)} not known`;
     const least = values.reduce((a, b) => Math.min(a, b));
     const most = values.reduce((a, b) => Math.max(a, b));
     return `${nameOf(one)} from ${least.toFixed(2)} to ${most.toFixed(2)} ${one.unit ?? ""}`;
-  }).join("; ")}`;
+  }).join("; ");
 }
 
 function clock(seconds, exact) {
@@ -158,12 +169,12 @@ function clock(seconds, exact) {
     hourCycle: "h23", timeZone: isUtc() ? "UTC" : undefined });
 }
 
-function scales(unit, ink, grid) {
+function scales(unit, [begin, end], ink, grid) {
   const font = { size: 11 };
-  const end = Math.ceil(Date.now() / 1000);
+  const stepSize = STEPS.find((step) => (end - begin) / step <= 8) ?? STEPS.at(-1);
   return {
-    x: { type: "linear", min: end - HOURS * 3600, max: end, grid: { color: grid },
-      ticks: { stepSize: 1800, maxRotation: 0, color: ink, font, callback: (value) => clock(value, false) } },
+    x: { type: "linear", min: begin, max: end, grid: { color: grid },
+      ticks: { stepSize, maxRotation: 0, color: ink, font, callback: (value) => clock(value, false) } },
     y: { title: { display: unit !== "", text: unit, color: ink, font }, grid: { color: grid },
       ticks: { color: ink, font }, grace: "10%" },
   };

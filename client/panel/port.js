@@ -134,13 +134,12 @@ function bins(body) {
   return body.interfaces.map((one) => {
     const kinds = ["minimum", "average", "maximum"];
     const rows = one.bins[0].values.map((value, place) => [
-      readingTitle(value.name),
+      readingTitle(value.name) + (value.dbm === undefined ? "" : ", dBm"),
       ...one.bins.flatMap((bin) => kinds.map((kind) => kept(bin, bin.values[place], kind))),
-      value.dbm === undefined ? "" : "dBm",
     ]);
     const titles = one.bins.flatMap((bin) => kinds.map((kind) => `${bin.length} ${{ minimum: "min", average: "avg", maximum: "max" }[kind]}`));
     return element("div", {}, element("h3", {}, `Sub-port ${one.sub_port}`),
-      table(`Bins of sub-port ${one.sub_port}: minimum, average, maximum`, ["Reading", ...titles, "Unit"], rows),
+      table(`Bins of sub-port ${one.sub_port}: minimum, average, maximum`, ["Reading", ...titles], rows),
       element("p", { class: "age" }, one.bins.map(binWords).join("; ")));
   });
 }

@@ -44,11 +44,17 @@ export function settingsCard(live, name) {
 function subPort(name, sub, held) {
   const rows = sub.settings.map((one) => [
     one.unit ? `${one.name} (${one.unit})` : one.name,
-    shown(one.saved), shown(one.in_force), module(held(one.name)),
+    differing(shown(one.saved), one, "saved"), shown(one.in_force),
+    differing(module(held(one.name)), one, "module"),
     command(`lumctl set ${name}:${sub.sub_port} ${one.name}=${one.in_force.value ?? "VALUE"}`),
   ]);
   return element("div", {}, element("h3", {}, `Sub-port ${sub.sub_port}`),
     table(`Settings of sub-port ${sub.sub_port}`, ["Setting", "Saved", "In force", "In the module", "To change it"], rows));
+}
+
+// Marked where it is known and not what is in force.
+function differing(cell, one, place) {
+  return one.differs.includes(place) ? element("span", { class: "differs" }, cell, " differs") : cell;
 }
 
 function shown(one) {

@@ -1,5 +1,6 @@
 """A headless Chromium that looks at the page of a driver."""
 
+import fcntl
 import json
 import os
 import pathlib
@@ -31,13 +32,19 @@ def axe_source(build):
     folder = build / "panel-axe"
     lock = (HERE / "package-lock.json").read_text()
     script = folder / "node_modules" / "axe-core" / "axe.min.js"
+    with open(build / "panel-axe.lock", "w") as others:
+        fcntl.flock(others, fcntl.LOCK_EX)
+        fetch_axe(folder, lock, script)
+    return script.read_text()
+
+
+def fetch_axe(folder, lock, script):
     if not script.exists() or (folder / "package-lock.json").read_text() != lock:
         folder.mkdir(exist_ok=True)
         for name in ("package.json", "package-lock.json"):
             shutil.copy(HERE / name, folder / name)
         subprocess.run(["npm", "ci", "--no-audit", "--no-fund", "--ignore-scripts"], cwd=folder,
                        check=True, capture_output=True, timeout=120)
-    return script.read_text()
 
 
 class Browser:

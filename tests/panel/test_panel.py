@@ -1,6 +1,9 @@
 """The page in a browser, on a driver of its own for each test."""
 
 import pathlib
+import re
+import signal
+import subprocess
 import sys
 import time
 import unittest
@@ -285,6 +288,30 @@ class Views(Panel):
         self.browser.driver.switch_to.active_element.send_keys(browser.Keys.ARROW_RIGHT)
         self.browser.driver.switch_to.active_element.send_keys(browser.Keys.ENTER)
         self.shows(lambda: self.browser.text("h1") == second.name)
+
+
+class Living(unittest.TestCase):
+    """What `make shelf` starts."""
+
+    def test_the_shelf_moves_until_it_is_stopped(self):
+        shelf = subprocess.Popen(
+            [sys.executable, support.SOURCE / "tools" / "demo", "--build", support.BUILD, "--stay"],
+            stdout=subprocess.PIPE, text=True)
+        self.addCleanup(shelf.stdout.close)
+        self.addCleanup(shelf.kill)
+        page = re.search(r"http://127\.0\.0\.1:\d+/", shelf.stdout.readline())[0]
+        looking = browser.Browser()
+        self.addCleanup(looking.close)
+        looking.open(page)
+        powers = ("return [...document.querySelectorAll('.value')].map((one) => one.textContent)"
+                  ".filter((text) => text !== '–').join()")
+        self.assertTrue(looking.wait(lambda: looking.run(powers).count(",") > 30, 60))
+        first = looking.run(powers)
+        self.assertTrue(looking.wait(lambda: looking.run(powers) != first))
+        self.assertEqual(len(looking.all('.led[data-led="fault"]')), 3)
+        shelf.send_signal(signal.SIGINT)
+        self.assertEqual(shelf.wait(15), 0)
+        self.assertTrue(looking.wait(lambda: looking.text("#head .live") == "not live"))
 
 
 if __name__ == "__main__":

@@ -32,11 +32,11 @@ def make_shelf(folder):
             cage = shelf.add_cage(slot, f"slot{slot}-{number}.toml", backend="simulated")
             cages.copy_description(tour.EXAMPLES / f"{kind}.toml", cage.module,
                                    serial=f"DEMO{slot}{number:03}")
-            with open(cage.module, "a") as description:
-                description.write(motions(cage.handle))
+            move(cage)
     shelf.add_cage(1, "nothing.toml", backend="simulated")
     alarmed = shelf.add_cage(2, "alarmed.toml", backend="simulated")
     cages.copy_description(tour.EXAMPLES / "iivi-alarm.toml", alarmed.module)
+    move(alarmed)
     failing = shelf.add_cage(2, "failing.toml", backend="simulated")
     cages.copy_description(tour.EXAMPLES / "accelink-new-map.toml", failing.module,
                            faults="refuse-every=1,code=121")
@@ -44,6 +44,12 @@ def make_shelf(folder):
     text = shelf.description.read_text()
     shelf.description.write_text(f"http_port = 0\n{text}")
     return shelf, alarmed
+
+
+def move(cage):
+    """Gives the readings of the cage's module motions of its own."""
+    with open(cage.module, "a") as description:
+        description.write(motions(cage.handle))
 
 
 def motions(seed):

@@ -53,13 +53,17 @@ http_reply refusal(unsigned status, const char *text) {
 
 http::response<http::string_body> to_message(const http_reply &reply, bool keep_alive) {
   http::response<http::string_body> message(static_cast<http::status>(reply.status), http_version);
-  message.set(http::field::content_type, reply.content_type);
-  message.set(http::field::cache_control, "no-store");
-  for (const auto &[name, value] : reply.headers) message.set(name, value);
+  if (reply.status != 304) message.set(http::field::content_type, reply.content_type);
+  message.set("X-Content-Type-Options", "nosniff");  // a module's texts are never markup
+  // What has a tag may be kept, and is asked for again each time.
+  message.set(http::field::cache_control, reply.entity_tag.empty() ? "no-store" : "no-cache");
+  if (!reply.entity_tag.empty()) message.set(http::field::etag, reply.entity_tag);
+  if (!reply.policy.empty()) message.set("Content-Security-Policy", reply.policy);
   if (!reply.allow.empty()) message.set(http::field::allow, reply.allow);
   message.keep_alive(keep_alive);
   message.body() = reply.body;
   message.prepare_payload();
+  if (reply.status == 304) message.erase(http::field::content_length);  // it would be the body's
   return message;
 }
 

@@ -10,7 +10,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace lumd {
@@ -20,7 +19,7 @@ struct http_request {
   std::string target;  // path and query as sent
   std::string body;
   std::string accept;         // what the peer would like to get; empty: anything
-  std::string if_none_match;  // the header of that name: the ETag of what the peer has
+  std::string if_none_match;  // tags of what the peer has already
   std::string last_event_id;  // the header of that name: what the peer has of a stream already
   std::string user;        // whose process it comes from, for people; empty where that is not known
   bool read_only = false;  // came in where nothing may be changed
@@ -38,8 +37,9 @@ struct http_reply {
   unsigned status = 200;
   std::string content_type = "application/json";
   std::string body;
-  std::vector<std::pair<std::string, std::string>> headers;  // beside the usual ones
   std::string allow;                    // methods that the path knows; goes out with a 405
+  std::string entity_tag;               // of the body, which goes out with it unless it is a 304
+  std::string policy;                   // what a browser may do with the body
   std::shared_ptr<http_stream> stream;  // instead of the body
 };
 

@@ -179,7 +179,7 @@ TEST(ReadingMotion, TheTimeBeginsWithTheModule) {
 TEST(ReadingMotion, WrongOnesAreRefusedByTheirKeys) {
   EXPECT_EQ(problems_of("reading = \"power-9\"\nnoise = 1"),
             "m.toml:9: 'reading' is \"power-9\", expected one of power-0, power-1, power-2, "
-            "reading-3, reading-4, temperature, supply; did you mean power-0?\n");
+            "reading-3, reading-4, temperature, supply (did you mean \"power-0\"?)\n");
   EXPECT_NE(problems_of("sub_port = 0\nnoise = 1").find("missing key 'reading' in the motion"),
             std::string::npos);
   EXPECT_NE(
