@@ -187,6 +187,33 @@ class Shelf(Panel):
                          "document.dispatchEvent(new Event('visibilitychange'))")
         self.shows(lambda: any("v1/ports" in one for one in self.browser.requests()))
 
+    def test_ports_on_their_way(self):
+        cage = self.add_module("iivi-new-map")
+        self.open()
+        self.becomes(cage, "up")
+        self.driver.lumctl("im", "hold", "on")
+        self.ask("port", "delete", cage.name)
+        self.becomes(cage, "deleting")
+        self.driver.lumctl("im", "hold", "off")
+        self.becomes(cage, "absent")
+        self.driver.lumctl("im", "hold", "on")
+        self.ask("port", "create", "1")
+        self.becomes(cage, "coming-up")
+        self.assert_accessible()
+        self.driver.lumctl("im", "hold", "off")
+        self.becomes(cage, "up")
+        self.assert_clean()
+
+    def ask(self, *words):
+        """Asks for something that waits, and goes on."""
+        asking = subprocess.Popen(
+            [support.LUMCTL, "--socket", self.shelf.socket, *words],
+            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        self.addCleanup(asking.wait)
+        self.addCleanup(asking.kill)
+
+
+class Crowd(Panel):
     def test_240_ports_fit_a_screen(self):
         kinds = ("iivi-old-map", "accelink-old-map", "iivi-new-map", "accelink-new-map")
         for number in range(240):
