@@ -90,10 +90,10 @@ class motion_reader {
   }
 
   void read_amounts() {
-    const bool any = number("noise", 0, max_amount, motion_.noise) |
-                     number("drift_per_hour", -max_amount, max_amount, motion_.drift_per_hour) |
-                     number("swing", -max_amount, max_amount, motion_.swing) |
-                     number("step", -max_amount, max_amount, motion_.step);
+    number("noise", 0, max_amount, motion_.noise);
+    number("drift_per_hour", -max_amount, max_amount, motion_.drift_per_hour);
+    number("swing", -max_amount, max_amount, motion_.swing);
+    number("step", -max_amount, max_amount, motion_.step);
     number("period_s", 1, max_time_s, motion_.period_s);
     number("step_after_s", 0, max_time_s, motion_.step_after_s);
     number("step_for_s", 1, max_time_s, motion_.step_for_s);
@@ -107,16 +107,15 @@ class motion_reader {
                fmt::format("'step_every_s' is {}, expected more than the {} of 'step_for_s'",
                            motion_.step_every_s, motion_.step_for_s));
     }
-    if (!any) {
+    if (!table_.has("noise") && !table_.has("drift_per_hour") && !table_.has("swing") &&
+        !table_.has("step")) {
       complain(table_.line(),
                "nothing moves the reading, expected noise, drift_per_hour, swing or step");
     }
   }
 
-  // Whether it is there.
-  bool number(std::string_view key, double min, double max, double &into) {
+  void number(std::string_view key, double min, double max, double &into) {
     if (const auto found = table_.number(key, min, max)) into = found->value;
-    return table_.has(key);
   }
 
   void wants(std::string_view key, std::string_view other) {
