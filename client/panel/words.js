@@ -81,7 +81,7 @@ export function healthLine(health) {
   return `LUM ${health.status.toUpperCase()} - ${what}`;
 }
 
-export function finding(one) {
+function finding(one) {
   return `${one.port === null ? "" : `port ${one.port} `}${one.kind}: ${one.reason}`.replaceAll("|", "/");
 }
 
@@ -92,7 +92,7 @@ export function lookOf(port) {
   return port.state.replaceAll(" ", "-");
 }
 
-export function isPolled(port) {
+function isPolled(port) {
   return port.sub_ports.some((sub) => sub.readings.length > 0);
 }
 

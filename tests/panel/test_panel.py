@@ -17,6 +17,8 @@ from shelf import cages  # noqa: E402
 
 FLAG_BYTE = 10  # of the lower page; these bits of it turn the LED to fault
 FLAG_BITS = 0x02
+POWER_0 = 18  # the word of sub-port 0's first power
+FAINT_POWER = (0xFB, 0x51)  # -12 dBm
 
 
 def cage_of(cage):
@@ -186,6 +188,20 @@ class Shelf(Panel):
         self.browser.run("delete document.visibilityState;"
                          "document.dispatchEvent(new Event('visibilitychange'))")
         self.shows(lambda: any("v1/ports" in one for one in self.browser.requests()))
+
+    def test_a_power_off_what_is_usual_is_marked(self):
+        cage = self.add_file()
+        self.start(extra=f"http_port = {self.port}")
+        self.assertIsNotNone(self.driver.wait_for(
+            lambda ports: "power_0" in ports[cage.name]["sub_ports"][0].get("pm", {}), 20))
+        self.browser.open(self.origin())
+        bar = f"{cage_of(cage)} .bars .row:first-child .bar"
+        self.shows(lambda: self.browser.attribute(bar, "data-is") == "usual")
+        for place, value in enumerate(FAINT_POWER):
+            cages.poke(cage.module, POWER_0 + place, value)
+        self.shows(lambda: self.browser.attribute(bar, "data-is") == "low")
+        self.assertEqual(self.browser.text(f"{bar} .value"), "-12.00")
+        self.assert_clean()
 
     def test_ports_on_their_way(self):
         cage = self.add_module("iivi-new-map")
