@@ -62,8 +62,9 @@ class motion_reader {
     const auto found = std::find_if(known.begin(), known.end(),
                                     [&](const movable &one) { return one.name == name->value; });
     if (found == known.end()) {
-      std::vector<std::string_view> names;
-      for (const movable &one : known) names.push_back(one.name);
+      std::vector<std::string_view> names(known.size());
+      std::transform(known.begin(), known.end(), names.begin(),
+                     [](const movable &one) { return std::string_view(one.name); });
       complain(name->line,
                fmt::format("'reading' is \"{}\", expected one of {}{}", name->value,
                            fmt::join(names, ", "), lum_wording::did_you_mean(name->value, names)));
