@@ -1,8 +1,10 @@
 # The commands that stay the same; tools/ and CMakeLists.txt do the work.
 #
 #   make demo                 a simulated shelf, every step of its tour checked
+#   make shelf                the demo's shelf with readings that move, in a browser, until it is stopped
 #   make demo MODULES=DIR     a shelf of the module dumps (*.eeprom) in DIR
 #   make test                 every test
+#   make pictures             the pictures of the page in docs, taken anew
 #   make test-kernel          the driver on a real Linux kernel under QEMU, every step checked
 #   make bench                the benchmarks, beside reference points, and what can be counted
 #   make check-fast           what takes no second build: before a commit
@@ -10,7 +12,7 @@
 
 JOBS ?= $(shell nproc)
 
-.PHONY: demo test test-kernel bench check check-fast
+.PHONY: demo shelf pictures test test-kernel bench check check-fast
 .SILENT:
 
 demo:
@@ -18,6 +20,18 @@ demo:
 	cmake --preset release >/dev/null
 	cmake --build build -j $(JOBS) --target lumd lumctl lum-module-image
 	python3 tools/demo --build build $(if $(MODULES),--modules "$(MODULES)")
+
+shelf:
+	tools/setup test
+	cmake --preset release >/dev/null
+	cmake --build build -j $(JOBS) --target lumd lumctl
+	python3 tools/demo --build build --stay
+
+pictures:
+	tools/setup test
+	cmake --preset release >/dev/null
+	cmake --build build -j $(JOBS) --target lumd lumctl
+	/usr/bin/python3 tools/take_pictures.py --build build
 
 test:
 	tools/setup test

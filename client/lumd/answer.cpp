@@ -3,6 +3,7 @@
 #include "api/index.h"
 #include "api/routes.h"
 #include "metrics/metrics.h"
+#include "panel.h"
 
 namespace lumd {
 namespace {
@@ -44,6 +45,7 @@ route_groups all_routes() {
 }  // namespace
 
 http_reply answer(driver &node, const http_request &request) {
+  if (auto page = answer_with_panel(request)) return std::move(*page);
   return answer(node, all_routes(), request);
 }
 

@@ -1,6 +1,6 @@
 """A tour of the driver on a simulated shelf, every step of it checked.
 
-usage: python3 tools/demo --build DIR [--modules DIR]
+usage: python3 tools/demo --build DIR [--modules DIR | --stay]
 """
 
 import argparse
@@ -13,6 +13,7 @@ import tempfile
 sys.path.append(str(pathlib.Path(__file__).resolve().parents[2] / "tests"))
 
 import dumps  # noqa: E402
+import living  # noqa: E402
 import tour  # noqa: E402
 from steps import StepFailed, Steps, report_failure  # noqa: E402
 
@@ -21,6 +22,8 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--build", type=pathlib.Path, required=True, help="where lumd was built")
     parser.add_argument("--modules", type=pathlib.Path, help="show the dumps of this folder instead")
+    parser.add_argument("--stay", action="store_true",
+                        help="a shelf whose readings move, until it is stopped")
     arguments = parser.parse_args()
     build = arguments.build.resolve()
     # Ended from outside, the tour still takes its driver and its folder with it.
@@ -29,6 +32,8 @@ def main():
     steps = Steps()
     with tempfile.TemporaryDirectory(prefix="lum-demo-") as folder:
         try:
+            if arguments.stay:
+                return living.run(build, folder)
             if arguments.modules:
                 dumps.run(steps, build, folder, arguments.modules)
             else:

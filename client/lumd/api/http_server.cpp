@@ -46,6 +46,7 @@ http::response<http::string_body> to_message(const http_reply &reply, bool keep_
   // What has a tag may be kept, and is asked for again each time.
   message.set(http::field::cache_control, reply.entity_tag.empty() ? "no-store" : "no-cache");
   if (!reply.entity_tag.empty()) message.set(http::field::etag, reply.entity_tag);
+  if (!reply.policy.empty()) message.set("Content-Security-Policy", reply.policy);
   if (!reply.allow.empty()) message.set(http::field::allow, reply.allow);
   message.keep_alive(keep_alive);
   message.body() = reply.body;
@@ -245,6 +246,11 @@ class session : public std::enable_shared_from_this<session<Protocol, Core>>,
     stream_.expires_never();
     if (const auto refused = refusal_of_header(message)) {
       send(*refused, false);
+      return;
+    }
+    // Nobody's page changes anything, even where the socket has been passed on to a browser.
+    if (request.method != "GET" && message.find(http::field::origin) != message.end()) {
+      send(problem_reply(403, "a page in a browser may only look"), false);
       return;
     }
     if (is_stranger() && !core_->is_called(std::string(message[http::field::host]))) {

@@ -39,6 +39,7 @@ struct http_reply {
   std::string body;
   std::string allow;                    // methods that the path knows; goes out with a 405
   std::string entity_tag;               // of the body, which goes out with it unless it is a 304
+  std::string policy;                   // what a browser may do with the body
   std::shared_ptr<http_stream> stream;  // instead of the body
 };
 

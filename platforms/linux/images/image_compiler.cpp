@@ -3,33 +3,16 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cmath>
+
+#include "images/motion_compiler.h"
+#include "images/reading_words.h"
 
 namespace lum_linux {
 namespace {
 
 constexpr uint32_t min_pages = 4;
 constexpr uint32_t default_identifier = 0x18;
-constexpr double max_word = 65535;
-
 constexpr std::size_t max_text = 4096;
-
-// The word of a power: hundredths of a dBm. Below zero it is one more than the two's complement,
-// which is how these modules count; -0.01 dBm has no word of its own and becomes -0.02 dBm.
-uint16_t power_word(double dbm) {
-  const long hundredths = std::lround(dbm * 100);
-  if (hundredths >= 0) return static_cast<uint16_t>(hundredths);
-  return static_cast<uint16_t>(std::min(hundredths + 0x10001, 0xFFFFl));
-}
-constexpr double min_dbm = -40.97;  // beyond these, bit 12 no longer tells the sign
-constexpr double max_dbm = 40.95;
-
-uint16_t word(double value) { return static_cast<uint16_t>(std::lround(value)); }
-
-// A word below zero is written in two's complement.
-uint16_t signed_word(double value) {
-  return static_cast<uint16_t>(static_cast<int32_t>(std::lround(value)));
-}
 
 bool is_printable(std::string_view text) {
   return std::all_of(text.begin(), text.end(), [](char c) { return c >= 0x20 && c <= 0x7E; });
@@ -75,6 +58,7 @@ module_image image_compiler::compile(toml_table &table) {
     compile_sub_port(table, sub_port);
   }
   compile_faults(table);
+  image_.motions = compile_motions(table, problems_);
   compile_raw(table);
   table.refuse_unknown_keys();
   finish_checksum();
@@ -151,11 +135,12 @@ void image_compiler::compile_firmware(toml_table &table) {
 }
 
 void image_compiler::compile_measurements(toml_table &table) {
-  if (const auto celsius = table.number("temperature", -128, 127.99)) {
-    put_word("temperature", celsius->line, temperature_place, signed_word(celsius->value * 256));
+  if (const auto celsius = table.number("temperature", min_celsius, max_celsius)) {
+    put_word("temperature", celsius->line, temperature_place,
+             signed_word(celsius->value * steps_per_degree));
   }
-  if (const auto volts = table.number("supply", 0, 6.5535)) {
-    put_word("supply", volts->line, supply_place, word(volts->value * 10000));
+  if (const auto volts = table.number("supply", 0, max_volts)) {
+    put_word("supply", volts->line, supply_place, word(volts->value * steps_per_volt));
   }
 }
 
@@ -218,9 +203,9 @@ void image_compiler::compile_readings(toml_table &table, const sub_port_places &
   }
   for (std::size_t i = power_count; i < reading_count; ++i) {
     const std::string key = fmt::format("reading_{}", i);
-    if (const auto tenths = table.number(key, 0, max_word / 10)) {
+    if (const auto tenths = table.number(key, 0, max_word / steps_of_tenths)) {
       put_word(fmt::format("{}.{}", where, key), tenths->line, {0, places.readings[i]},
-               word(tenths->value * 10));
+               word(tenths->value * steps_of_tenths));
     }
   }
 }

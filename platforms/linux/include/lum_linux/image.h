@@ -12,6 +12,7 @@
 
 #include "lum_linux/module_faults.h"
 #include "lum_linux/node_description.h"
+#include "lum_linux/reading_motion.h"
 
 namespace lum_linux {
 
@@ -24,8 +25,9 @@ constexpr std::size_t eeprom_position(uint32_t page, uint32_t offset) {
 }
 
 struct module_image {
-  std::vector<uint8_t> bytes;  // as in an `eeprom` file
-  fault_script faults;         // what a simulated module starts out with
+  std::vector<uint8_t> bytes;                // as in an `eeprom` file
+  fault_script faults;                       // what a simulated module starts out with
+  std::vector<reading_motion> motions = {};  // how its readings move; at most one a word
 };
 
 // Holds the image when there are no problems, and nothing but the problems otherwise.

@@ -3,9 +3,11 @@
 // for a file, a Linux I2C bus and a module that exists in memory only.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -94,5 +96,10 @@ std::unique_ptr<module_memory> make_i2c_memory(std::filesystem::path bus, uint32
 // A module in memory; empty (absent) without an image.
 std::unique_ptr<module_memory> make_simulated_memory(std::string name);
 std::unique_ptr<module_memory> make_simulated_memory(std::string name, const module_image &image);
+
+// Whose readings move with the time that `clock` tells. It is asked while the module is read.
+using module_clock = std::function<std::chrono::steady_clock::time_point()>;
+std::unique_ptr<module_memory> make_simulated_memory(std::string name, const module_image &image,
+                                                     module_clock clock);
 
 }  // namespace lum_linux
