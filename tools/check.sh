@@ -12,6 +12,7 @@ cd "$(dirname "$0")/.."
 jobs=${JOBS:-$(nproc)}
 library=platforms/common/optics/ots
 services=platforms/common/services/include
+conformance=platforms/common/conformance
 
 sources() { git ls-files '*.c' '*.h' '*.cpp' '*.hpp'; }
 
@@ -23,7 +24,7 @@ check_format() {
 check_lint() {
   prepare_lint
   git ls-files "$library/src/*.cpp" | lint
-  git ls-files 'platforms/linux/*.cpp' 'client/*.cpp' | lint '--checks=-clang-analyzer-*'
+  git ls-files "$conformance/*.cpp" 'platforms/linux/*.cpp' 'client/*.cpp' | lint '--checks=-clang-analyzer-*'
 }
 
 # The commands of a build by clang, which cannot read what another compiler has precompiled.
@@ -47,7 +48,7 @@ check_catalogue() {
   python3 tools/trace_catalogue.py --source $library/src --page docs/architecture.md
 }
 
-exported_headers() { find $library/include $services -name '*.h'; }
+exported_headers() { find $library/include $services $conformance/include -name '*.h'; }
 # Nothing includes what stands above or beside it.
 check_includes() {
   python3 tools/check_includes.py
@@ -200,7 +201,7 @@ changed_sources() {
 
 check_lint-changed() {
   prepare_lint
-  changed_sources "^($library/src|platforms/linux)/.*\.cpp$" | lint
+  changed_sources "^($library/src|$conformance|platforms/linux)/.*\.cpp$" | lint
   changed_sources "^client/.*\.cpp$" | lint '--checks=-clang-analyzer-*'
 }
 
