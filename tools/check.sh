@@ -4,6 +4,7 @@
 #
 # usage: tools/check.sh [STEP ...]   (no argument: all)
 #        tools/check.sh fast         what takes no second build, over what has changed
+#        tools/check.sh deb          the packages, which takes a whole build and root
 #        tools/check.sh accept-abi
 #        tools/check.sh accept-screens
 set -euo pipefail
@@ -176,6 +177,11 @@ check_coverage() {
 # The driver on a real Linux kernel under QEMU.
 check_kernel() {
   make --no-print-directory test-kernel
+}
+
+# The Debian packages, built and tried in a fresh Debian; no step of its own accord.
+check_deb() {
+  make --no-print-directory test-deb
 }
 
 # Every configuration in CMakePresets.json can be made.
