@@ -58,7 +58,7 @@ def install_earlier_build(steps, root):
     for package in PACKAGES:
         if package != "liblum-dev":
             steps.check(f"{package} has its debug symbols beside it", f"{package}-dbgsym" in packages)
-    root.before = root.names("lum")
+    root.before = root.names()
     root.apt("install", *put(root, "earlier", [earlier(root, packages[one]) for one in PACKAGES if one != "liblum-dev"]))
     shutil.rmtree(root / "srv/earlier")
     steps.check("apt installs them with all they need", version_of(root, "lumd") == EARLIER)
@@ -152,7 +152,7 @@ def remove_and_purge(steps, root):
     steps.check("description and settings stay", root.has("etc/lumd/node.toml") and
                 any((root / "var/lib/lumd").iterdir()))
     root.apt("purge", "lumd")
-    left = {name for name in root.names("lum") - root.before if not name.startswith(("srv", "var/cache/apt"))}
+    left = {name for name in root.names() - root.before if not name.startswith(("srv", "var/cache/apt"))}
     steps.check("after a purge nothing is left", not left, "\n".join(sorted(left)))
     accounts = (root / "etc/passwd").read_text() + (root / "etc/group").read_text()
     steps.check("nor user and group", not re.search(r"^lumd:", accounts, re.MULTILINE))

@@ -1,13 +1,17 @@
 """A fresh root of Debian, in which commands run as on a machine of its own."""
 
 import contextlib
-import pathlib
+import re
 import shutil
 import subprocess
 
 MIRROR = "http://deb.debian.org/debian"
 ENVIRONMENT = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "LC_ALL": "C.UTF-8", "HOME": "/root",
                "DEBIAN_FRONTEND": "noninteractive"}
+
+
+# Not the middle of another word, such as a volume.
+OURS = re.compile(r"(?<![A-Za-z])(lib)?lum")
 
 
 class CommandFailed(Exception):
@@ -36,10 +40,11 @@ class Root:
     def apt(self, *arguments):
         return self.run("apt-get", "-y", "-q", "--no-install-recommends", *arguments)
 
-    def names(self, word):
-        """Everything in the root whose path has the word, but for what is only mounted there."""
-        listed = subprocess.run(["find", self.path, "-xdev", "-path", f"*{word}*"], capture_output=True, text=True)
-        return {str(pathlib.Path(one).relative_to(self.path)) for one in listed.stdout.splitlines()}
+    def names(self):
+        """Everything in the root that is called after this project, but for what is only mounted there."""
+        listed = subprocess.run(["find", self.path, "-xdev", "-printf", "%P\\n"], capture_output=True, text=True,
+                                errors="replace").stdout.splitlines()
+        return {name for name in listed if OURS.search(name)}
 
 
 def make_base(folder, suite):
@@ -80,6 +85,6 @@ def fresh_root(packages, suite):
     root = Root(path, packages)
     root.run("apt-get", "-q", "update")
     yield root
-    subprocess.run(["umount", "-l", path / "run", path / "dev", path / "proc", downloads])
+    subprocess.run(["umount", "-l", path / "run", path / "dev", path / "proc"])
     subprocess.run(["umount", "-l", path / "var/cache/apt/archives"])
     subprocess.run(["rm", "-rf", "--one-file-system", path])
