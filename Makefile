@@ -8,11 +8,14 @@
 #   make test-kernel          the driver on a real Linux kernel under QEMU, every step checked
 #   make bench                the benchmarks, beside reference points, and what can be counted
 #   make check-fast           what takes no second build: before a commit
+#   make deb                  the Debian packages, in build/deb
+#   make test-deb             these in a fresh Debian: installed, run, upgraded, built against, purged; as root
+#   make dist                 the source archive and its bill of materials, in build/dist
 #   make check                format, lint, catalogue, binary interface, sanitizers, coverage, the real kernel, short fuzz runs
 
 JOBS ?= $(shell nproc)
 
-.PHONY: demo shelf pictures test test-kernel bench check check-fast
+.PHONY: demo shelf pictures test test-kernel test-deb bench check check-fast deb dist
 .SILENT:
 
 demo:
@@ -57,3 +60,14 @@ check:
 check-fast:
 	tools/setup check
 	tools/check.sh fast
+
+deb:
+	tools/setup deb
+	JOBS=$(JOBS) tools/deb
+
+test-deb: deb
+	python3 tests/deb --packages build/deb
+
+dist:
+	tools/setup dist
+	tools/dist

@@ -1,7 +1,7 @@
 /* The smallest driver: starts the Linux platform and liblum, creates every port of the node, waits
  * for one polling cycle and prints what each module is and how warm it is.
  *
- *   cc minimal_driver.c $(pkg-config --cflags --libs lum) -llum_linux -o minimal_driver
+ *   cc minimal_driver.c $(pkg-config --cflags --libs lum_linux) -o minimal_driver
  *   ./minimal_driver node.toml */
 #include <lum.h>
 #include <lum_linux.h>

@@ -4,6 +4,7 @@
 #
 # usage: tools/check.sh [STEP ...]   (no argument: all)
 #        tools/check.sh fast         what takes no second build, over what has changed
+#        tools/check.sh deb          the packages, which takes a whole build and root
 #        tools/check.sh accept-abi
 #        tools/check.sh accept-counts
 #        tools/check.sh accept-screens
@@ -13,6 +14,7 @@ cd "$(dirname "$0")/.."
 jobs=${JOBS:-$(nproc)}
 library=platforms/common/optics/ots
 services=platforms/common/services/include
+conformance=platforms/common/conformance
 
 sources() { git ls-files '*.c' '*.h' '*.cpp' '*.hpp'; }
 
@@ -24,7 +26,7 @@ check_format() {
 check_lint() {
   prepare_lint
   git ls-files "$library/src/*.cpp" | lint
-  git ls-files 'platforms/linux/*.cpp' 'client/*.cpp' | lint '--checks=-clang-analyzer-*'
+  git ls-files "$conformance/*.cpp" 'platforms/linux/*.cpp' 'client/*.cpp' | lint '--checks=-clang-analyzer-*'
 }
 
 # The commands of a build by clang, which cannot read what another compiler has precompiled.
@@ -48,7 +50,7 @@ check_catalogue() {
   python3 tools/trace_catalogue.py --source $library/src --page docs/architecture.md
 }
 
-exported_headers() { find $library/include $services -name '*.h'; }
+exported_headers() { find $library/include $services $conformance/include -name '*.h'; }
 # Nothing includes what stands above or beside it.
 check_includes() {
   python3 tools/check_includes.py
@@ -195,6 +197,11 @@ check_kernel() {
   make --no-print-directory test-kernel
 }
 
+# The Debian packages, built and tried in a fresh Debian; no step of its own accord.
+check_deb() {
+  make --no-print-directory test-deb
+}
+
 # Every configuration in CMakePresets.json can be made.
 check_presets() {
   local preset folder
@@ -218,7 +225,7 @@ changed_sources() {
 
 check_lint-changed() {
   prepare_lint
-  changed_sources "^($library/src|platforms/linux)/.*\.cpp$" | lint
+  changed_sources "^($library/src|$conformance|platforms/linux)/.*\.cpp$" | lint
   changed_sources "^client/.*\.cpp$" | lint '--checks=-clang-analyzer-*'
 }
 

@@ -1,5 +1,5 @@
 // An interface manager that grants every request, on a thread of its own, and gives out handles by
-// counting. Its create reply is the handle's four bytes.
+// counting. Its create reply is the handle's four bytes, as minimal_services.cpp decodes it.
 #include <atomic>
 #include <cerrno>
 #include <cstring>
@@ -66,22 +66,3 @@ cerrno im_update_by_ifhandle(const uint32_t *, uint32_t, const void *, uint32_t,
   std::thread([asked] { answer(asked); }).detach();
   return 0;
 }
-
-// ---- The codec of create replies ----
-
-cerrno wiredef_icpe_ext_intf_create_reply_data_decode_ext(
-    const uint8_t *data, uint32_t size, wiredef_icpe_ext_intf_create_reply_data *decoded,
-    const wiredef_allocator *) {
-  if (data == nullptr || size != sizeof decoded->ifhandle) return EINVAL;
-  std::memcpy(&decoded->ifhandle, data, size);
-  decoded->members = 1;
-  return 0;
-}
-
-int wiredef_icpe_ext_intf_create_reply_data_have_required(
-    const wiredef_icpe_ext_intf_create_reply_data *decoded) {
-  return decoded->members != 0;
-}
-
-void wiredef_icpe_ext_intf_create_reply_data_free_ext(wiredef_icpe_ext_intf_create_reply_data *,
-                                                      const wiredef_allocator *) {}

@@ -29,27 +29,32 @@ cmake --build "$folder/by-cmake"
 expect_usage "$folder/by-cmake/driver"
 
 export PKG_CONFIG_PATH=$libraries/pkgconfig
-read -ra flags <<<"$(pkg-config --cflags --libs lum)"
+read -ra flags <<<"$(pkg-config --cflags --libs lum_linux)"
 "$compiler" -std=c11 -D_DEFAULT_SOURCE -Wall -Wextra -Wpedantic -Werror \
-  "$source/examples/minimal_driver.c" "${flags[@]}" -llum_linux -o "$folder/by-pkg-config"
+  "$source/examples/minimal_driver.c" "${flags[@]}" -o "$folder/by-pkg-config"
 expect_usage env LD_LIBRARY_PATH="$libraries" "$folder/by-pkg-config"
 
 cmake -S "$source/examples/own_platform" -B "$folder/own-platform" \
   -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$cxx_compiler" \
   -DCMAKE_CXX_FLAGS="-Wall -Wextra -Wpedantic -Werror" >"$folder/cmake.log" || { cat "$folder/cmake.log"; exit 1; }
 cmake --build "$folder/own-platform"
+export LUM_STORE=$folder/store
 "$folder/own-platform/own_platform" >"$folder/out" 2>&1 || { cat "$folder/out"; exit 1; }
 diff - "$folder/out" <<END
 controllers created: 2
 OWN PLATFORM: 41.00 C, LED normal
 END
+LUM_STORE=$folder/conformance-store "$folder/own-platform/conformance" texts trees checkpoints \
+  >"$folder/out" 2>&1 || { cat "$folder/out"; exit 1; }
 
 [ "$(pkg-config --modversion lum)" = "$(sed -n 's/^project(lum VERSION \([0-9.]*\).*/\1/p' "$source/CMakeLists.txt")" ]
 for file in sbin/lumd bin/lumctl bin/lum-module-image lib/systemd/system/lumd.service \
             share/man/man8/lumd.8 share/man/man1/lumctl.1 share/bash-completion/completions/lumctl \
             share/zsh/site-functions/_lumctl share/fish/vendor_completions.d/lumctl.fish \
             lib/sysusers.d/lumd.conf lib/udev/rules.d/70-lumd.rules \
-            share/man/man1/lum-module-image.1 share/doc/lum/examples/node.toml; do
+            share/man/man1/lum-module-image.1 share/doc/lum/examples/node.toml \
+            share/doc/lum/examples/minimal_driver.c share/doc/lum/examples/own_platform/CMakeLists.txt \
+            share/doc/lum/examples/simulated/node.toml; do
   [ -s "$prefix/$file" ] || { echo "$file was not installed"; exit 1; }
 done
 # The unit names where things were to be installed; here they are elsewhere.

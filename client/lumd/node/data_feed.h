@@ -1,4 +1,5 @@
-// Hands what the library has polled to the performance-monitoring and alarm services, and to history.
+// Hands what the library has polled to the performance-monitoring and alarm services, and to
+// history.
 #pragma once
 
 #include <chrono>

@@ -30,8 +30,8 @@ class module_entry {
   // `bytes` is what to read into, or the one byte to write.
   cerrno transfer(transfer_kind kind, uint32_t page, uint32_t offset, std::span<uint8_t> bytes);
 
-  // Asks the memory whether there is a module, unless a transfer has told so just now. Waits a moment for the memory, and for as long as it
-  // takes to answer.
+  // Asks the memory whether there is a module, unless a transfer has told so just now. Waits a
+  // moment for the memory, and for as long as it takes to answer.
   void look();
   bool is_being_looked_at() const { return looking_.load(std::memory_order_relaxed); }
   // As known last.

@@ -113,8 +113,8 @@ class modules {
   std::vector<uint32_t> ports() const;
   // Looks into every cage, on threads of its own, and returns when all have been looked into or
   // those left over have not answered for a quarter of a second. Those go on, and are not asked
-  // again meanwhile. A transfer tells of its module's presence too: one that has answered within the
-  // last seconds is not asked besides.
+  // again meanwhile. A transfer tells of its module's presence too: one that has answered within
+  // the last seconds is not asked besides.
   void look() const;
   // Whether there was a module in the port's cage when it was last known. Waits for nothing.
   bool present(uint32_t rsip) const;
