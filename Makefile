@@ -52,6 +52,9 @@ bench:
 	tools/setup bench
 	cmake --preset bench
 	cmake --build build/bench -j $(JOBS) --target bench
+	cmake --preset release >/dev/null
+	cmake --build build -j $(JOBS) --target lumd
+	python3 bench/viewers.py --build build
 
 check:
 	tools/setup check

@@ -18,9 +18,11 @@ namespace {
 
 constexpr std::array<std::string_view, 8> bars = {"▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
 constexpr std::size_t width_of_name = 11;
-constexpr std::size_t width_of_numbers = 3 * 8;
+constexpr std::size_t width_of_numbers = 24;  // three of them
 constexpr std::size_t narrowest = 8;
 constexpr std::size_t width_in_a_file = 60;
+constexpr double rounding = 1e-6;
+constexpr double quiet_db = 0.5;  // a power that moves less fills no row: that is noise
 
 // The time that the rows stand for, and how many places they have.
 struct frame {
@@ -70,8 +72,8 @@ series series_of(const json &answer, const json &reading, double not_before) {
 }
 
 // In each place what is farthest from the average: what lasted one poll is seen too. A place
-// without a poll is blank.
-std::string bars_of(const std::vector<point> &points, const frame &within) {
+// without a poll is blank. What moves less than `least_range` stays in the middle.
+std::string bars_of(const std::vector<point> &points, const frame &within, double least_range) {
   double sum = 0;
   for (const point &one : points) sum += one.value;
   const double average = sum / static_cast<double>(points.size());
@@ -83,16 +85,17 @@ std::string bars_of(const std::vector<point> &points, const frame &within) {
   const auto [low, high] =
       std::minmax_element(points.begin(), points.end(),
                           [](const point &a, const point &b) { return a.value < b.value; });
-  const double range = high->value - low->value;
+  const double range = std::max(high->value - low->value, least_range);
+  const double bottom = (low->value + high->value - range) / 2;
   std::string text;
   for (const auto &value : shown) {
     if (!value) {
       text += ' ';
       continue;
     }
-    const double share = range > 0 ? (*value - low->value) / range : 0.5;
-    text += bars.at(std::min(bars.size() - 1,
-                             static_cast<std::size_t>(share * static_cast<double>(bars.size()))));
+    const double share = range > 0 ? (*value - bottom) / range : 0.5;
+    const double level = share * static_cast<double>(bars.size()) + rounding;
+    text += bars.at(std::min(bars.size() - 1, static_cast<std::size_t>(level)));
   }
   return text;
 }
@@ -159,10 +162,12 @@ std::string describe_history(const json &answer, double not_before, const style 
     }
     const series one = series_of(answer, reading, not_before);
     const std::string name = name_of_reading(reading);
-    const std::string shown =
-        one.points.empty() ? std::string(within.places, ' ') : bars_of(one.points, within);
-    text += fmt::format("{:<{}} {}{}\n", name, width_of_name, shown,
-                        numbers_of(one, reading.at("unit").is_null() ? 1 : 2));
+    const bool is_power = !reading.at("unit").is_null();
+    const std::string shown = one.points.empty()
+                                  ? std::string(within.places, ' ')
+                                  : bars_of(one.points, within, is_power ? quiet_db : 0);
+    text +=
+        fmt::format("{:<{}} {}{}\n", name, width_of_name, shown, numbers_of(one, is_power ? 2 : 1));
     if (one.left_out == 0) continue;
     notes += fmt::format("sub-port {}: {} of {} left out, which no module can have measured\n",
                          sub_port.get<unsigned>(), lum_wording::counted(one.left_out, "reading"),

@@ -60,6 +60,7 @@ void add_polling(driver &node, metrics_page &page) {
 // Of each there is a counter from the start, so that its first event is a rise.
 std::vector<std::string_view> event_kinds() {
   std::vector<std::string_view> kinds;
+  kinds.reserve(lum_words::events.size() + lum_words::findings.size());
   for (const auto &one : lum_words::events) kinds.push_back(one.name);
   for (const auto &one : lum_words::findings) kinds.push_back(one.name);
   return kinds;

@@ -4,6 +4,7 @@
 
 #include "node/driver.h"
 #include "node/readings.h"
+#include "views/times.h"
 
 namespace lumd {
 namespace {
@@ -25,14 +26,6 @@ json show_reading(const sample_block &block, std::size_t sub_port, std::size_t p
           {"name", word.name},
           {"unit", is_power ? json("dBm") : json()},
           {"values", std::move(values)}};
-}
-
-// As the times of polls.
-double seconds_now() {
-  using std::chrono::system_clock;
-  const auto now =
-      std::chrono::duration_cast<std::chrono::milliseconds>(system_clock::now().time_since_epoch());
-  return static_cast<double>(now.count() / 100) / 10;
 }
 
 // In seconds since the epoch, to the tenth.
@@ -61,7 +54,7 @@ json show_history(driver &node, const lum_linux::port_description &port,
     }
   }
   return {{"port", port.name},
-          {"now", seconds_now()},
+          {"now", epoch_seconds(std::chrono::system_clock::now())},
           {"span_s", std::chrono::seconds(reading_history::span).count()},
           {"times", show_times(block)},
           {"readings", std::move(readings)}};

@@ -88,6 +88,7 @@ struct verdict {
 [[noreturn]] void become(const std::string &name, int pipe) {
   std::vector<std::string> arguments = own_arguments();
   std::vector<char *> pointers;
+  pointers.reserve(arguments.size() + 1);
   for (std::string &one : arguments) pointers.push_back(one.data());
   pointers.push_back(nullptr);
   setenv(told_check, name.c_str(), 1);
@@ -145,7 +146,7 @@ verdict run_apart(const std::string &name, bool kills_itself) {
 }
 
 verdict run_check(const check &one) {
-  const verdict first = run_apart(one.name, one.after_kill != nullptr);
+  verdict first = run_apart(one.name, one.after_kill != nullptr);
   if (first.end != held || one.after_kill == nullptr) return first;
   return run_apart("+" + std::string(one.name), false);
 }
@@ -157,7 +158,7 @@ bool is_asked_for(const check &one, const std::string &name) {
 }
 
 std::vector<check> chosen(int count, const char *const *names) {
-  const std::vector<check> all = all_checks();
+  std::vector<check> all = all_checks();
   if (count == 0) return all;
   std::vector<check> found;
   for (int i = 0; i < count; ++i) {

@@ -62,8 +62,10 @@ void closed_channels_take_lines() {
 void threads_trace_at_once() {
   start_platform();
   const ctrace_handle handle = open_channel("lum_info");
+  constexpr int crowd = 4;
   std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
+  threads.reserve(crowd);
+  for (int t = 0; t < crowd; ++t) {
     threads.emplace_back([handle] {
       for (int i = 0; i < 500; ++i) trace(handle, "a line of several threads");
     });
