@@ -13,10 +13,20 @@ inline thread_local bool refuses_thread_ends = false;
 
 #ifndef LUM_SANITIZERS_NEW
 
-extern "C" void *__libc_calloc(size_t count, size_t size);
+// What is freed by AddressSanitizer is to come from it.
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define LUM_CALLOC_BEHIND __interceptor_calloc
+#endif
+#endif
+#ifndef LUM_CALLOC_BEHIND
+#define LUM_CALLOC_BEHIND __libc_calloc
+#endif
+
+extern "C" void *LUM_CALLOC_BEHIND(size_t count, size_t size);
 
 extern "C" void *calloc(size_t count, size_t size) noexcept {
-  return refuses_thread_ends ? nullptr : __libc_calloc(count, size);
+  return refuses_thread_ends ? nullptr : LUM_CALLOC_BEHIND(count, size);
 }
 
 extern "C" int pthread_setspecific(pthread_key_t key, const void *value) noexcept {
