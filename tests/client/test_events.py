@@ -152,7 +152,8 @@ class Events(Watched):
         record.write_bytes(b"no database at all" * 1000)
         self.driver.start()
         self.wait_for_event("ports-settled")
-        self.assertEqual(self.kinds(), ["driver-started", "ports-settled"])
+        self.assertEqual(self.kinds(), ["events-lost", "driver-started", "ports-settled"])
+        self.assertIn(f"it is now {record}.damaged", self.events()[0]["text"])
         self.assertTrue(self.driver.get("/v1/events")["kept"])
         self.assertTrue(record.with_name("records.db.damaged").exists())
 

@@ -102,8 +102,37 @@ class History(Monitored):
                          f"{bare} in that time has read its module\n")
         self.assertIn("nothing is known", self.says("show", "history", self.first.name,
                                                     "--since", "2999-01-01T00:00:00Z"))
+        self.assertEqual(self.does("show", "history", self.first.name, "--since",
+                                   "2999-01-01T00:00:00Z")["readings"][0]["values"], [])
         self.assertIn("expected", self.fails(2, "show", "history", self.first.name,
                                              "--since", "soon"))
+
+    def test_while_nothing_is_polled_it_says_so(self):
+        self.begin()
+        self.wait_for_polls(1)
+        self.driver.pause.touch()
+        self.assertIsNotNone(self.driver.wait_for(lambda _: self.history()["halt"], 20))
+        self.assertIn("No module has been polled for",
+                      self.says("show", "history", self.first.name))
+
+    def test_what_was_kept_by_a_clock_ahead_takes_nobodys_place(self):
+        self.begin()
+        self.wait_for_polls(1)
+        self.stop()
+        with self.record() as database:
+            name, start, numbers = database.execute(
+                "SELECT name, start, numbers FROM bins WHERE length=900").fetchone()
+            database.executemany(
+                "INSERT INTO bins VALUES(?,900,?,1,0,0,?)",
+                [(name, start + 900 * (later + 100), numbers) for later in range(40)])
+        self.again()
+        self.wait_for_polls(self.polls() + 1)
+        self.stop()
+        with self.record() as database:
+            starts = [row[0] for row in database.execute(
+                "SELECT start FROM bins WHERE name=? AND length=900 ORDER BY start", (name,))]
+        self.assertEqual(starts[0], start)
+        self.assertEqual(len(starts), 34, "of those ahead as many are left as of others")
 
     def test_it_is_kept_over_a_restart(self):
         self.begin()

@@ -1,8 +1,10 @@
 """A state directory on a disk that is mounted read-only: the node runs, with what it has saved."""
 
+import contextlib
 import os
 import re
 import socket
+import sqlite3
 import subprocess
 import time
 import unittest
@@ -52,6 +54,24 @@ class ReadOnly(Actions):
         self.assertEqual(self.shelf.socket.stat().st_mode & 0o777, 0o600)
         self.assertEqual(self.driver.stop(6), 0)
         self.assertFalse(self.shelf.socket.exists())
+
+    def test_what_was_recorded_is_told_all_the_same(self):
+        self.begin()
+        path = f"/v1/ports/{self.first.name.replace('/', '%2F')}/history"
+        self.assertIsNotNone(self.driver.wait_for(lambda _: self.driver.get(path)["times"], 20))
+        self.assertEqual(self.driver.stop(6), 0)
+        with contextlib.closing(sqlite3.connect(self.state / "records.db")) as database:
+            (polls,) = database.execute("SELECT count(*) FROM samples").fetchone()
+            (last,) = database.execute("SELECT max(number) FROM events").fetchone()
+        self.assertGreater(polls, 0)
+        self.set_read_only()
+        self.shelf.socket = self.runtime / "lumd.sock"
+        self.begin()
+        events = self.driver.get("/v1/events")
+        self.assertEqual([one["number"] for one in events["events"][:last]],
+                         list(range(1, last + 1)))
+        self.assertFalse(events["kept"])
+        self.assertGreater(len(self.driver.get(path)["times"]), 0)
 
     def test_a_socket_that_was_left_behind_is_in_nobodys_way(self):
         self.begin()

@@ -146,6 +146,25 @@ double seconds_of(moment when) {
   return std::chrono::duration<double>(when.time_since_epoch()).count();
 }
 
+int show_history(const session &now, const given &words) {
+  using std::chrono::microseconds;
+  const auto at = std::chrono::time_point_cast<microseconds>(std::chrono::system_clock::now());
+  const std::string since = words.text("since");
+  api_result result =
+      get(now.socket, "/v1/ports/" + encoded(words.text("name")) + "/history", now.patience);
+  try {
+    if (result.what == outcome::done && !since.empty()) {
+      json wanted = *result.body;
+      keep_polls_since(seconds_of(*read_moment(since, at)), wanted);
+      result.body = std::make_shared<const json>(std::move(wanted));
+    }
+  } catch (const json::exception &) {
+    return fail_for_missing_member();
+  }
+  return present(words, result,
+                 [&](const json &answer) { return describe_history(answer, now.output); });
+}
+
 command history() {
   return {
       .name = "history",
@@ -153,17 +172,7 @@ command history() {
       .arguments = {port_or_sub_port_name()},
       .options = {{"since", "Only from then on: how long ago, such as 30m, or when, such as 08:00",
                    value{.wrong = wrong_with_moment}}},
-      .action = [](const session &now, const given &words) {
-        using std::chrono::microseconds;
-        const auto at =
-            std::chrono::time_point_cast<microseconds>(std::chrono::system_clock::now());
-        const std::string since = words.text("since");
-        const double not_before = since.empty() ? 0 : seconds_of(*read_moment(since, at));
-        const printer print = [&](const json &answer) {
-          return describe_history(answer, not_before, now.output);
-        };
-        return show(now, words, "/v1/ports/" + encoded(words.text("name")) + "/history", print);
-      }};
+      .action = show_history};
 }
 
 command alarms_raised() {

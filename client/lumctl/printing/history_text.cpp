@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "printing/line.h"
+#include "printing/polling_text.h"
 #include "printing/port_cells.h"
 #include "wording/numbers.h"
 
@@ -21,6 +22,7 @@ constexpr std::size_t width_of_name = 11;
 constexpr std::size_t width_of_numbers = 24;  // three of them
 constexpr std::size_t narrowest = 8;
 constexpr std::size_t width_in_a_file = 60;
+constexpr double old_after = 15;  // seconds: three polls
 constexpr double rounding = 1e-6;
 constexpr double quiet_db = 0.5;  // a power that moves less fills no row: that is noise
 
@@ -54,12 +56,11 @@ std::size_t places_for(const style &output) {
   return output.columns < others + narrowest ? narrowest : output.columns - others;
 }
 
-series series_of(const json &answer, const json &reading, double not_before) {
+series series_of(const json &answer, const json &reading) {
   const json &times = answer.at("times");
   series found;
   for (std::size_t i = 0; i < times.size(); ++i) {
     const double time = times.at(i).get<double>();
-    if (time < not_before) continue;
     const json &value = reading.at("values").at(i);
     found.is_known_now = value.is_number();
     if (value.is_number()) {
@@ -135,20 +136,34 @@ std::string head_line(const frame &within, const json &sub_port, const style &ou
 
 }  // namespace
 
-std::string describe_history(const json &answer, double not_before, const style &output) {
-  const std::string port = text_or_dash(answer.at("port"));
-  const json &times = answer.at("times");
+void keep_polls_since(double not_before, json &answer) {
+  json &times = answer.at("times");
   const auto first = std::find_if(times.begin(), times.end(), [&](const json &time) {
     return time.get<double>() >= not_before;
   });
-  const auto polls = static_cast<std::size_t>(times.end() - first);
+  const auto earlier = first - times.begin();
+  times.erase(times.begin(), first);
+  for (json &reading : answer.at("readings")) {
+    json &values = reading.at("values");
+    values.erase(values.begin(),
+                 values.begin() + std::min<std::ptrdiff_t>(earlier, values.end() - values.begin()));
+  }
+}
+
+std::string describe_history(const json &answer, const style &output) {
+  const std::string port = text_or_dash(answer.at("port"));
+  const json &times = answer.at("times");
+  const std::string halt = describe_halt(answer.at("halt"));
+  const std::size_t polls = times.size();
   if (polls == 0) {
     return folded_lines(
-        fmt::format("nothing is known: no poll of port {} in that time has read its module\n",
-                    port),
-        output);
+               fmt::format(
+                   "nothing is known: no poll of port {} in that time has read its module\n", port),
+               output) +
+           folded_notes(halt, output);
   }
-  const frame within = {first->get<double>(), answer.at("now").get<double>(), places_for(output)};
+  const frame within = {times.front().get<double>(), answer.at("now").get<double>(),
+                        places_for(output)};
   std::string text = folded_lines(
       fmt::format("Port {}: {} from {:%Y-%m-%d %H:%M:%S} to {:%H:%M:%S} UTC\n", port,
                   lum_wording::counted(polls, "poll"), parts_of(within.from), parts_of(within.to)),
@@ -160,7 +175,7 @@ std::string describe_history(const json &answer, double not_before, const style 
       sub_port = reading.at("sub_port");
       text += "\n" + head_line(within, sub_port, output);
     }
-    const series one = series_of(answer, reading, not_before);
+    const series one = series_of(answer, reading);
     const std::string name = name_of_reading(reading);
     const bool is_power = !reading.at("unit").is_null();
     const std::string shown = one.points.empty()
@@ -173,6 +188,9 @@ std::string describe_history(const json &answer, double not_before, const style 
                          sub_port.get<unsigned>(), lum_wording::counted(one.left_out, "reading"),
                          text_or_dash(reading.at("name")));
   }
+  const double age = within.to - times.back().get<double>();
+  if (age > old_after) notes += fmt::format("the latest poll ended {:.0f} s ago\n", age);
+  notes += halt;
   return text + (notes.empty() ? "" : "\n" + folded_notes(notes, output));
 }
 

@@ -8,7 +8,9 @@
 
 namespace lumctl {
 
-// Only what was polled at `not_before` or later, in seconds since the epoch.
-std::string describe_history(const json &answer, double not_before, const style &output);
+// Leaves out of an answer what was polled before then, in seconds since the epoch.
+void keep_polls_since(double not_before, json &answer);
+
+std::string describe_history(const json &answer, const style &output);
 
 }  // namespace lumctl

@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "api/client.h"
+#include "printing/line.h"
 #include "printing/port_cells.h"
 #include "printing/table.h"
 #include "words/settings.h"
@@ -98,9 +99,11 @@ std::string describe_sub_port(const json &port, const json &sub_port, const std:
   for (const json &setting : settings) shown.records[0].lines[0].push_back(setting_row(setting));
   return fmt::format("{}:{}\n", text_or_dash(port.at("name")),
                      sub_port.at("sub_port").get<unsigned>()) +
-         render(shown, where) + reasons_for(settings, "saved", "Saved", asked_at) +
-         reasons_for(settings, "in_force", "In force", asked_at) +
-         reasons_for(settings, "module", "In module", asked_at);
+         render(shown, where) +
+         folded_notes(reasons_for(settings, "saved", "Saved", asked_at) +
+                          reasons_for(settings, "in_force", "In force", asked_at) +
+                          reasons_for(settings, "module", "In module", asked_at),
+                      where);
 }
 
 // "threshold 20 -> 30"
@@ -125,10 +128,11 @@ std::string describe_settings(const json &answer, const style &where) {
       text += describe_sub_port(port, sub_port, asked_at, where);
     }
   }
-  return text + fmt::format(
-                    "asked at {}; values are as \"lumctl set\" takes them, without a unit in tens "
-                    "of the module's own\n",
-                    asked_at);
+  return text +
+         folded_notes(fmt::format("asked at {}; values are as \"lumctl set\" takes them, without a "
+                                  "unit in tens of the module's own\n",
+                                  asked_at),
+                      where);
 }
 
 std::string describe_change(const json &reply) {

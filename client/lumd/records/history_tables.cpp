@@ -9,9 +9,14 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 using std::chrono::system_clock;
 
-// A block is of a minute or so, and whoever sets a clock back has what it said before in the
-// future.
-constexpr std::chrono::minutes slack(10);
+// A block is of ten minutes at most.
+constexpr std::chrono::minutes slack(15);
+
+// Of what is in the future so much is left: the clock may stand wrong only now.
+constexpr int most_later_blocks = 300;  // of a port
+
+// Moments beyond do not fit every clock.
+constexpr int64_t latest_second = int64_t{1} << 33;
 
 int64_t ms_of(system_clock::time_point time) {
   return std::chrono::floor<milliseconds>(time.time_since_epoch()).count();
@@ -38,7 +43,9 @@ std::vector<sample_block> read_samples(SQLite::Database &database) {
   while (all.executeStep()) {
     sample_block block;
     block.rsip = all.getColumn(0).getUInt();
-    block.begun = system_clock::time_point(milliseconds(all.getColumn(1).getInt64()));
+    const int64_t begun = all.getColumn(1).getInt64();
+    if (begun < 0 || begun / 1000 > latest_second) continue;
+    block.begun = system_clock::time_point(milliseconds(begun));
     block.samples = values_in<reading_sample>(all.getColumn(2));
     blocks.push_back(std::move(block));
   }
@@ -57,9 +64,14 @@ void write_samples(SQLite::Database &database, std::span<const sample_block> blo
     insert.exec();
   }
   const auto now = system_clock::now();
-  SQLite::Statement drop(database, "DELETE FROM samples WHERE time < ? OR time > ?");
+  SQLite::Statement drop(
+      database,
+      "DELETE FROM samples WHERE time < ? OR (rsip, time) IN (SELECT rsip, time FROM"
+      " (SELECT rsip, time, row_number() OVER (PARTITION BY rsip ORDER BY time) AS place FROM"
+      " samples WHERE time > ?) WHERE place > ?)");
   drop.bind(1, ms_of(now - reading_history::span - slack));
   drop.bind(2, ms_of(now + slack));
+  drop.bind(3, most_later_blocks);
   drop.exec();
 }
 
@@ -71,7 +83,9 @@ std::vector<lum_linux::pm_kept_bin> read_bins(SQLite::Database &database) {
     lum_linux::pm_kept_bin one;
     one.name = all.getColumn(0).getString();
     one.bin.length = seconds(all.getColumn(1).getInt64());
-    one.bin.start = system_clock::time_point(seconds(all.getColumn(2).getInt64()));
+    const int64_t start = all.getColumn(2).getInt64();
+    if (start < 0 || start > latest_second) continue;
+    one.bin.start = system_clock::time_point(seconds(start));
     one.bin.samples = static_cast<uint64_t>(all.getColumn(3).getInt64());
     one.bin.partial = all.getColumn(4).getInt() != 0;
     one.bin.tested = all.getColumn(5).getInt() != 0;
@@ -108,11 +122,13 @@ void write_bins(SQLite::Database &database, const lum_linux::pm_unkept &change) 
   SQLite::Statement drop(
       database,
       "DELETE FROM bins WHERE (name, length, start) IN (SELECT name, length, start FROM"
-      " (SELECT name, length, start, row_number() OVER (PARTITION BY name, length ORDER BY start"
-      " DESC) AS place FROM bins) WHERE place > CASE length WHEN ? THEN ? ELSE ? END)");
-  drop.bind(1, static_cast<int64_t>(lum_linux::pm_short_bin.count()));
-  drop.bind(2, static_cast<int64_t>(lum_linux::pm_short_history + 1));
-  drop.bind(3, static_cast<int64_t>(lum_linux::pm_long_history + 1));
+      " (SELECT name, length, start, row_number() OVER (PARTITION BY name, length, start > ?"
+      " ORDER BY start DESC) AS place FROM bins) WHERE place > CASE length WHEN ? THEN ? ELSE ?"
+      " END)");
+  drop.bind(1, ms_of(system_clock::now()) / 1000);
+  drop.bind(2, static_cast<int64_t>(lum_linux::pm_short_bin.count()));
+  drop.bind(3, static_cast<int64_t>(lum_linux::pm_short_history + 1));
+  drop.bind(4, static_cast<int64_t>(lum_linux::pm_long_history + 1));
   drop.exec();
 }
 

@@ -77,6 +77,7 @@ void record_keeper::open() {
     took_back_ = true;
   }
   file_ = std::move(found.file);
+  if (!found.put_aside.empty()) tell_of_damage(found.put_aside);
   set_problem(found.problem);
   const std::lock_guard lock(mutex_);
   read_ = true;
@@ -102,7 +103,7 @@ void record_keeper::write(bool is_last) {
 
 record_change record_keeper::changes(bool is_last) {
   record_change change;
-  change.events = events_.unkept(most_in_one_go);
+  change.events = events_.unkept(is_last ? event_log::most_events : most_in_one_go);
   change.next = events_.last() + 1;
   change.is_last = is_last;
   const auto now = std::chrono::steady_clock::now();
@@ -111,6 +112,15 @@ record_change record_keeper::changes(bool is_last) {
   change.samples = history_.unkept();
   change.bins = lum_linux::pm_not_kept_yet();
   return change;
+}
+
+void record_keeper::tell_of_damage(const std::string &put_aside) {
+  event told;
+  told.kind = name_of(lum_words::events, lum_words::event_id::events_lost);
+  told.how_bad = severity::warning;
+  told.text =
+      fmt::format("what was kept of events, readings and bins could not be read: {}", put_aside);
+  events_.add(std::move(told), "events-lost");
 }
 
 void record_keeper::tell_of_losses() {

@@ -39,6 +39,7 @@ class record_keeper {
   void open();
   void write(bool is_last);
   record_change changes(bool is_last);
+  void tell_of_damage(const std::string &put_aside);
   void tell_of_losses();
   void set_problem(const std::string &problem);
 

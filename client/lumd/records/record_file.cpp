@@ -17,7 +17,7 @@ namespace fs = std::filesystem;
 
 constexpr int patience_ms = 100;  // with whoever looks into the file with a tool of their own
 const int to_change = SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE | SQLite::OPEN_NOFOLLOW;
-const int to_read = SQLite::OPEN_READONLY | SQLite::OPEN_NOFOLLOW;
+const int to_read = SQLite::OPEN_READONLY | SQLite::OPEN_NOFOLLOW | SQLite::OPEN_URI;
 
 // What marks a database as one of these ("LUMR"), and the version of its tables.
 constexpr int file_mark = 1280658770;
@@ -41,6 +41,23 @@ bool put_aside(const fs::path &file) {
   fs::rename(file, file.native() + ".damaged", ignored);
   for (const char *ending : {"", "-wal", "-shm"}) fs::remove(file.native() + ending, ignored);
   return !fs::exists(file, ignored);
+}
+
+std::string words_for(const fs::path &file, const char *why) {
+  return fmt::format("{}; it is now {}.damaged", why, file.native());
+}
+
+// A database whose log has been merged can be read where nothing can be written too, as one that
+// nobody changes.
+std::string name_to_open(const fs::path &file, int flags) {
+  std::error_code unknown;
+  if (flags != to_read || fs::exists(file.native() + "-wal", unknown)) return file.native();
+  std::string uri = "file:";
+  for (const char c : file.native()) {
+    const bool is_plain = c != '%' && c != '?' && c != '#';
+    uri += is_plain ? std::string(1, c) : fmt::format("%{:02X}", static_cast<unsigned char>(c));
+  }
+  return uri + "?immutable=1";
 }
 
 std::string why_no_room(const fs::path &file) {
@@ -84,7 +101,8 @@ kept_record read_all(SQLite::Database &database, std::size_t most_events) {
 }  // namespace
 
 struct record_file::connection {
-  connection(const fs::path &file, int flags) : database(file.native(), flags, patience_ms) {
+  connection(const fs::path &file, int flags)
+      : database(name_to_open(file, flags), flags, patience_ms) {
     database.exec("PRAGMA locking_mode=EXCLUSIVE");
   }
 
@@ -129,6 +147,7 @@ record_file::opened record_file::open(const fs::path &file, std::size_t most_eve
         result.problem = fmt::format("{}: {}", file.native(), wrong.what());
         return result;
       }
+      result.put_aside = words_for(file, wrong.what());
     } catch (const SQLite::Exception &failure) {
       if (result.problem.empty()) {
         result.problem = fmt::format("{}: {}", file.native(), failure.what());
@@ -137,6 +156,7 @@ record_file::opened record_file::open(const fs::path &file, std::size_t most_eve
       made.reset();
       if (tells_of_damage(failure)) {
         if (!put_aside(file)) return result;
+        result.put_aside = words_for(file, failure.what());
         result.problem.clear();
       } else {
         flags = to_read;

@@ -21,6 +21,7 @@ class record_file {
   struct opened {
     std::unique_ptr<record_file> file;  // null when it cannot be used
     std::string problem;                // why, or why nothing can be kept in it; else empty
+    std::string put_aside;              // why what was there is now FILE.damaged; else empty
     bool was_read = false;              // `held` is all that there is
     kept_record held;
   };

@@ -4,6 +4,7 @@
 
 #include "node/driver.h"
 #include "node/readings.h"
+#include "views/polling_view.h"
 #include "views/times.h"
 
 namespace lumd {
@@ -56,6 +57,7 @@ json show_history(driver &node, const lum_linux::port_description &port,
   return {{"port", port.name},
           {"now", epoch_seconds(std::chrono::system_clock::now())},
           {"span_s", std::chrono::seconds(reading_history::span).count()},
+          {"halt", show_halt(node)},
           {"times", show_times(block)},
           {"readings", std::move(readings)}};
 }

@@ -212,7 +212,9 @@ bool can_have_been_kept(const pm_bin &bin, const store_stamp &now) {
                                     << 20;  // of a day's: the library polls each second at most
   const bool is_aligned = (bin.length == pm_short_bin || bin.length == pm_long_bin) &&
                           bin_start(bin.start, bin.length) == bin.start;
-  return is_aligned && bin.start <= now.time && bin.samples > 0 && bin.samples <= most_samples &&
+  return is_aligned && bin.start <= now.time &&
+         bin.start > now.time - 2 * pm_long_history * pm_long_bin && bin.samples > 0 &&
+         bin.samples <= most_samples &&
          std::all_of(bin.values.begin(), bin.values.end(), [](const pm_statistics &s) {
            return s.minimum <= s.current && s.current <= s.maximum && s.average >= s.minimum &&
                   s.average <= s.maximum;
