@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include "api/entity_tag.h"
+#include "api/problem.h"
 #include "panel/files.h"
 #include "views/json.h"
 #include "words/explanations.h"
@@ -50,10 +51,14 @@ const lum_panel::file *find_file(std::string_view path) {
 }  // namespace
 
 std::optional<http_reply> answer_with_panel(const http_request &request) {
-  if (request.method != "GET") return std::nullopt;
   const std::string_view target = request.target;
   const lum_panel::file *const file = find_file(target.substr(0, target.find('?')));
   if (file == nullptr) return std::nullopt;
+  if (request.method != "GET") {
+    http_reply refused = problem_reply(405, "this path takes GET, HEAD");
+    refused.allow = "GET, HEAD";
+    return refused;
+  }
   http_reply reply;
   reply.content_type = file->type;
   reply.policy = policy;

@@ -28,6 +28,30 @@ export function write(target, text) {
   if (target.textContent !== text) target.textContent = text;
 }
 
+// As replaceChildren, where something is different; the keys stay where they were, and what was
+// scrolled stays scrolled.
+export function renew(target, ...children) {
+  const made = element("div", {}, ...children);
+  const alike = made.childNodes.length === target.childNodes.length
+    && [...made.childNodes].every((node, place) => node.isEqualNode(target.childNodes[place]));
+  if (alike) return;
+  const held = place(target, document.activeElement);
+  const scrolled = [...target.querySelectorAll(".wide")].map((one) => one.scrollLeft);
+  target.replaceChildren(...made.childNodes);
+  [...target.querySelectorAll(".wide")].forEach((one, at) => { one.scrollLeft = scrolled[at] ?? 0; });
+  held?.()?.focus({ preventScroll: true });
+}
+
+// Finds again what is now in the place of an element: that of its event, which others push down, or
+// of its place among its like.
+function place(target, inner) {
+  if (!inner || inner === target || !target.contains(inner)) return null;
+  const number = inner.closest("[data-number]")?.dataset.number;
+  if (number) return () => target.querySelector(`[data-number="${CSS.escape(number)}"] ${inner.localName}`);
+  const at = [...target.querySelectorAll(inner.localName)].indexOf(inner);
+  return () => target.querySelectorAll(inner.localName)[at];
+}
+
 export function mark(target, name, value) {
   if (value === null || value === undefined) target.removeAttribute(name);
   else if (target.getAttribute(name) !== value) target.setAttribute(name, value);

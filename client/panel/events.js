@@ -1,6 +1,6 @@
 // What has happened, newest first.
 
-import { element } from "./dom.js";
+import { element, renew } from "./dom.js";
 import { moment } from "./words.js";
 
 // Of one port alone, or at most so many.
@@ -11,7 +11,7 @@ export function eventList(live, { port = null, most = 500, severity = null } = {
   function draw() {
     const wanted = live.events.filter((one) => (port === null || one.port === port)
       && (!least || least.includes(one.severity))).slice(0, most);
-    list.replaceChildren(...(wanted.length > 0 ? wanted.map((one) => line(one, port))
+    renew(list, ...(wanted.length > 0 ? wanted.map((one) => line(one, port))
       : [element("li", { class: "nothing" }, "nothing has happened")]));
   }
   live.addEventListener("events", draw);

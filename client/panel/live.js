@@ -138,11 +138,13 @@ export class Live extends EventTarget {
     const turn = {};
     this.#turn = turn;
     while (this.#turn === turn) {
-      this.#stream = new AbortController();
+      const stream = new AbortController();
+      this.#stream = stream;
       let pause = 1000;
       try {
         await this.#listAll();
-        await this.#read(this.#stream);
+        if (this.#turn !== turn) break;  // it was hidden, and another follows by now
+        await this.#read(stream);
       } catch (failure) {
         if (this.#turn !== turn) break;
         if (failure instanceof Refused) pause = 5000;

@@ -1,6 +1,6 @@
 // The node: how it fares, its clock of polling, the interface manager, the store, traces and events.
 
-import { card, columns, command, element, facts, mark, table } from "./dom.js";
+import { card, columns, command, element, facts, mark, renew, table } from "./dom.js";
 import { eventList } from "./events.js";
 import { get } from "./live.js";
 import { healthLine, lasting, lookWords, text, time, unknown, yes } from "./words.js";
@@ -36,7 +36,7 @@ export function nodeView(live) {
   function showHealth(health) {
     fared = health;
     const counts = Object.entries(health.port_states).map(([state, count]) => `${count} ${state}`).join(", ");
-    part.health.replaceChildren(
+    renew(part.health,
       element("p", { class: "line", "data-status": health.status }, healthLine(health)),
       element("p", {}, `${health.ports} ports: ${counts}`),
       ...health.findings.map((one) => found(one, meanings[one.kind])));
@@ -48,7 +48,7 @@ export function nodeView(live) {
     const ends = last ? polling.period_s - last.age_s : null;
     next = ends === null || polling.halt ? null : performance.now() + 1000 * ends;
     mark(clock, "data-running", polling.running ? "yes" : "no");
-    part.polling.replaceChildren(facts([
+    renew(part.polling, facts([
       ["Now", polling.halt ? `stands, for ${lasting(polling.halt.for_s)}: ${polling.halt.reason}` : polling.running ? "a cycle runs" : "between two cycles"],
       ["Cycles", String(polling.cycles)],
       ["Pause", `${polling.period_s} s`],
@@ -73,11 +73,11 @@ export function nodeView(live) {
     live.watch("v1/health", 5, showHealth),
     live.watch("v1/polling", 5, showPolling),
     live.watch("v1/node", 5, (node) => {
-      part.driver.replaceChildren(driver(node));
-      part.store.replaceChildren(...store(node));
-      part.traces.replaceChildren(traces(node));
+      renew(part.driver, driver(node));
+      renew(part.store, ...store(node));
+      renew(part.traces, traces(node));
     }),
-    live.watch("v1/im", 5, (im) => part.manager.replaceChildren(manager(im))),
+    live.watch("v1/im", 5, (im) => renew(part.manager, manager(im))),
     events.stop,
     () => live.removeEventListener("second", tick),
   ];

@@ -22,12 +22,14 @@ export function plot(live, path) {
   let chosen = null;
   let newest = 0;
   let span = 0;
+  let ahead = 0;  // of the viewer's clock, in seconds, the driver's: its times are what is plotted
   let stopped = false;
 
   function show(body) {
     groups = Map.groupBy(body.readings.map((one) => ({ ...one, points: pointsOf(body.times, one.values) })), kindOf);
     newest = body.times.at(-1) ?? 0;
     span = body.span_s;
+    ahead = body.now - Date.now() / 1000;
     if (!groups.has(chosen)) chosen = groups.keys().next().value ?? null;
     units.replaceChildren(...[...groups.keys()].map(choice));
     draw();
@@ -47,7 +49,7 @@ export function plot(live, path) {
   function add(port) {
     const polled = port.sub_ports.find((sub) => sub.readings.length > 0);
     if (!polled || newest === 0) return;
-    const when = Math.round(Date.now() / 1000 - polled.readings_age_s);
+    const when = Math.round(Date.now() / 1000 + ahead - polled.readings_age_s);
     if (when <= newest + 1) return;
     for (const one of [...groups.values()].flat()) one.points.push(...pointsOf([newest, when], [null, current(port, one)]).slice(1));
     newest = when;
@@ -59,7 +61,7 @@ export function plot(live, path) {
     const known = lines.some((one) => one.points.some(([, value]) => value !== null));
     frame.hidden = !known;
     keys.hidden = !known;
-    const end = Math.ceil(Date.now() / 1000);
+    const end = Math.ceil(Date.now() / 1000 + ahead);
     const first = Math.min(...lines.flatMap((one) => one.points.slice(0, 1)).map(([when]) => when));
     const begin = Math.max(end - span, Math.min(first, end - SHORTEST));
     write(said, known ? `the last ${lasting(end - begin)}; a gap is a time without a reading` : "no history yet");

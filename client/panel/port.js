@@ -1,11 +1,11 @@
 // One port: what is in its cage, what it measures, what is wrong and how it came to that.
 
-import { card, columns, command, element, facts, icon, mark, table, write } from "./dom.js";
+import { card, columns, command, element, facts, icon, mark, renew, table, write } from "./dom.js";
 import { eventList } from "./events.js";
 import { get } from "./live.js";
 import { plot } from "./plot.js";
 import { settingsCard } from "./settings.js";
-import { hex, lasting, ledOf, ledWords, lookOf, lookWords, number, readingTitle, text, unknown, yes } from "./words.js";
+import { hex, lasting, ledOf, ledWords, lookOf, lookWords, number, quoted, readingTitle, text, unknown, yes } from "./words.js";
 
 export function portView(live, name) {
   const path = encodeURIComponent(name);
@@ -38,10 +38,10 @@ export function portView(live, name) {
     sign.replaceChildren(icon(look));
     write(state, `${lookWords[look]}, for ${lasting(port.state_age_s)}; ${ledWords[ledOf(port)]}`);
     write(reason, [port.reason, port.led?.problem, port.module.problem].filter(Boolean).join("; "));
-    part.identity.replaceChildren(identity(port));
-    part.readings.replaceChildren(...readings(port));
-    part.alarms.replaceChildren(...alarms(port, meanings));
-    part.transfers.replaceChildren(transfers(port));
+    renew(part.identity, identity(port));
+    renew(part.readings, ...readings(port));
+    renew(part.alarms, ...alarms(port, meanings));
+    renew(part.transfers, transfers(port));
     history.add(port);
   }
 
@@ -63,7 +63,7 @@ export function portView(live, name) {
   }).catch(() => {});
   const stops = [
     live.watch(`v1/modules/${path}`, 5, show, refused),
-    live.watch(`v1/pm?port=${path}`, 15, (body) => part.bins.replaceChildren(...bins(body)), () => {}),
+    live.watch(`v1/pm?port=${path}`, 15, (body) => renew(part.bins, ...bins(body)), () => {}),
     live.watch("v1/ports", 3600, showSteps),
     history.stop, settings.stop, events.stop,
   ];
@@ -174,7 +174,7 @@ function transfers(port) {
 }
 
 function commands(name) {
-  const own = name.includes(" ") ? `'${name}'` : name;
+  const own = quoted(name);
   return [`lumctl show port ${own}`, `lumctl show module ${own}`, `lumctl events ${own}`,
     `lumctl show config ${own}`, `lumctl port update ${own} up`, `lumctl module release ${own}`]
     .map((line) => command(line));

@@ -1,8 +1,8 @@
 // The settings of a port's sub-ports: saved, in force, and in the module.
 
-import { card, command, element, table } from "./dom.js";
+import { card, command, element, renew, table } from "./dom.js";
 import { get } from "./live.js";
-import { unknown } from "./words.js";
+import { quoted, unknown } from "./words.js";
 
 export function settingsCard(live, name) {
   const body = element("div", {});
@@ -14,7 +14,7 @@ export function settingsCard(live, name) {
 
   function show(answer) {
     latest = answer.ports[0] ?? latest;
-    if (latest) body.replaceChildren(...latest.sub_ports.map((sub) => subPort(name, sub, heldOf(sub))));
+    if (latest) renew(body, ...latest.sub_ports.map((sub) => subPort(name, sub, heldOf(sub))));
   }
 
   function heldOf(sub) {
@@ -37,7 +37,7 @@ export function settingsCard(live, name) {
     }
   }
 
-  const stop = live.watch(path, 15, show, (failure) => body.replaceChildren(element("p", {}, failure.message)));
+  const stop = live.watch(path, 15, show, (failure) => renew(body, element("p", {}, failure.message)));
   return { whole: card("Settings", body, element("p", {}, ask, " ", said)), stop };
 }
 
@@ -46,7 +46,7 @@ function subPort(name, sub, held) {
     one.unit ? `${one.name} (${one.unit})` : one.name,
     differing(shown(one.saved), one, "saved"), shown(one.in_force),
     differing(module(held(one.name)), one, "module"),
-    command(`lumctl set ${name}:${sub.sub_port} ${one.name}=${one.in_force.value ?? "VALUE"}`),
+    command(`lumctl set ${quoted(`${name}:${sub.sub_port}`)} ${one.name}=${one.in_force.value ?? "VALUE"}`),
   ]);
   return element("div", {}, element("h3", {}, `Sub-port ${sub.sub_port}`),
     table(`Settings of sub-port ${sub.sub_port}`, ["Setting", "Saved", "In force", "In the module", "To change it"], rows));

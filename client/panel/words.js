@@ -118,3 +118,8 @@ export function readingTitle(name) {
   if (!place) return name.charAt(0).toUpperCase() + name.slice(1).replaceAll(/[-_]/g, " ");
   return `${place[1] === "power" ? "Power" : "Reading"} ${place[2]}${place[3] ?? ""}`;
 }
+
+// A name as a shell takes it.
+export function quoted(name) {
+  return /^[\w.:/+@-]+$/.test(name) ? name : `'${name.replaceAll("'", "'\\''")}'`;
+}

@@ -30,7 +30,9 @@ std::vector<event> read_events(SQLite::Database &database, std::size_t most) {
   while (all.executeStep()) {
     event one;
     one.number = static_cast<uint64_t>(all.getColumn(0).getInt64());
-    one.time = std::chrono::system_clock::time_point(milliseconds(all.getColumn(1).getInt64()));
+    const int64_t time = all.getColumn(1).getInt64();
+    one.time = std::chrono::system_clock::time_point(
+        milliseconds(std::clamp(time, int64_t{0}, latest_second * 1000)));
     one.how_bad = severity_from(all.getColumn(2).getInt());
     one.kind = all.getColumn(3).getString();
     one.port = all.getColumn(4).getString();

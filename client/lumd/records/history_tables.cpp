@@ -15,9 +15,6 @@ constexpr std::chrono::minutes slack(15);
 // Of what is in the future so much is left: the clock may stand wrong only now.
 constexpr int most_later_blocks = 300;  // of a port
 
-// Moments beyond do not fit every clock.
-constexpr int64_t latest_second = int64_t{1} << 33;
-
 int64_t ms_of(system_clock::time_point time) {
   return std::chrono::floor<milliseconds>(time.time_since_epoch()).count();
 }

@@ -11,6 +11,9 @@
 
 namespace lumd {
 
+// Since the epoch; moments beyond do not fit every clock.
+inline constexpr int64_t latest_second = int64_t{1} << 33;
+
 inline constexpr const char *event_tables =
     "CREATE TABLE numbers(next INTEGER NOT NULL, closed INTEGER NOT NULL);"
     "INSERT INTO numbers VALUES(1, 1);"
