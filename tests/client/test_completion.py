@@ -15,6 +15,8 @@ from terminal import Terminal, needs_a_terminal
 
 FILES = SOURCE / "packaging" / "completion"
 NOWHERE = {"LUMD_SOCKET": "/nowhere/socket"}
+# With a sanitizer each question takes ten times as long, and the words run through the same lines.
+EACH = 5 if os.environ.get("LUM_SANITIZE") else 1
 EVERYWHERE = ["--socket", "--json", "--timeout", "--help"]
 
 
@@ -32,10 +34,10 @@ class Offers(unittest.TestCase):
             words = offered(*path, "")
             self.assertLessEqual({*known.commands, *known.options}, set(words), path)
             self.assertEqual(len(words), len(set(words)), path)
-            for word in (*known.commands, *known.options):
+            for word in (*known.commands, *known.options)[::EACH]:
                 self.assertIn(word, offered(*path, word[:-1]))
                 seen += 1
-        self.assertGreater(seen, 150)
+        self.assertGreater(seen, 150 // EACH)
 
     def test_every_fixed_value_is_offered(self):
         seen = 0

@@ -10,6 +10,7 @@
 #include <exception>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string_view>
 
 #include "services/immortal.h"
@@ -189,6 +190,7 @@ struct pm_port {
   store_stamp seen;  // when it was last asked or stored
   bool latest_tested = false;
   bool tested = false;
+  bool may_be_kept = false;  // some of its bins
   bin_series quarters;
   bin_series days;
 };
@@ -198,7 +200,7 @@ struct pm_store {
   std::mutex lock;
   std::map<uint32_t, pm_port> ports;
   std::multimap<std::string, pm_bin> earlier;  // of interfaces that are not there yet, by name
-  std::vector<std::string> deleted;            // interfaces, whose bins may be kept still
+  std::set<std::string> deleted;               // interfaces, whose bins may be kept still
 };
 
 pm_store &store() {
@@ -225,6 +227,7 @@ bool can_have_been_kept(const pm_bin &bin, const store_stamp &now) {
 void take_earlier(pm_port &port) {
   const auto [first, last] = store().earlier.equal_range(port.name);
   for (auto one = first; one != last; ++one) {
+    port.may_be_kept = true;
     port.series_of(one->second.length).take_back(one->second);
   }
   store().earlier.erase(first, last);
@@ -272,7 +275,7 @@ cerrno pm_ui_port_delete(uint32_t ifhandle) {
   const auto found = store().ports.find(ifhandle);
   if (found == store().ports.end()) return ENOENT;
   try {
-    store().deleted.push_back(found->second.name);
+    if (found->second.may_be_kept) store().deleted.insert(found->second.name);
   } catch (const std::exception &) {  // its bins come back with the next process
   }
   store().ports.erase(found);
@@ -328,10 +331,11 @@ void pm_values_are_tested(uint32_t ifhandle, bool tested) {
 pm_unkept pm_not_kept_yet() {
   const std::lock_guard hold(store().lock);
   pm_unkept unkept;
-  unkept.deleted = store().deleted;
-  for (const auto &[ifhandle, port] : store().ports) {
-    const auto add = [&unkept, &name = port.name](const pm_bin &bin) {
-      unkept.bins.push_back({name, bin});
+  unkept.deleted.assign(store().deleted.begin(), store().deleted.end());
+  for (auto &[ifhandle, port] : store().ports) {
+    const auto add = [&unkept, &owner = port](const pm_bin &bin) {
+      unkept.bins.push_back({owner.name, bin});
+      owner.may_be_kept = true;
     };
     port.quarters.each_unkept(add);
     port.days.each_unkept(add);
@@ -341,9 +345,7 @@ pm_unkept pm_not_kept_yet() {
 
 void pm_mark_kept(const pm_unkept &kept) {
   const std::lock_guard hold(store().lock);
-  auto &deleted = store().deleted;
-  deleted.erase(deleted.begin(), deleted.begin() + static_cast<ptrdiff_t>(std::min(
-                                                       kept.deleted.size(), deleted.size())));
+  for (const std::string &name : kept.deleted) store().deleted.erase(name);
   std::map<std::string_view, pm_port *> by_name;
   for (auto &[ifhandle, port] : store().ports) by_name.emplace(port.name, &port);
   for (const pm_kept_bin &one : kept.bins) {

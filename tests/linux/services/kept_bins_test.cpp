@@ -143,6 +143,20 @@ TEST_F(kept_bins, those_of_a_deleted_interface_are_to_be_forgotten) {
   EXPECT_TRUE(pm_not_kept_yet().deleted.empty());
 }
 
+TEST_F(kept_bins, nothing_is_remembered_of_interfaces_that_nobody_keeps) {
+  sample(5, 10);
+  ASSERT_EQ(pm_ui_port_delete(5), 0u);
+  EXPECT_TRUE(pm_not_kept_yet().deleted.empty());
+}
+
+TEST_F(kept_bins, one_that_is_deleted_while_it_is_being_kept_is_to_be_forgotten) {
+  sample(5, 10);
+  const pm_unkept under_way = pm_not_kept_yet();
+  ASSERT_EQ(pm_ui_port_delete(5), 0u);
+  pm_mark_kept(under_way);
+  EXPECT_EQ(pm_not_kept_yet().deleted, std::vector<std::string>{"Ots0_1_0_3_0"});
+}
+
 TEST_F(kept_bins, those_that_nobody_can_have_kept_are_left_out) {
   sample(5, 10);
   const pm_kept_bin good = pm_not_kept_yet().bins.at(0);
