@@ -73,6 +73,8 @@ def measured(node, viewers, seconds):
     share = (processor_seconds(node.process) - used) / (time.monotonic() - begun)
     cycles = node.get("/v1/polling")["cycles"] - cycles
     answers = sum(one.answers for one in crowd) - answers
+    if not all(one.is_alive() for one in crowd):
+        sys.exit("a viewer was refused")
     ends.set()
     for one in crowd:
         one.join(10)
