@@ -46,11 +46,13 @@ class Changed(Actions):
         front = f"lumd: {self.shelf.description}: "
 
         def said():
-            return self.driver.log.read_text()[len(before):].splitlines()
+            lines = self.driver.log.read_text()[len(before):].splitlines()
+            events = tuple(f"<{priority}>" for priority in range(8))
+            return [line.removeprefix(front) for line in lines if not line.startswith(events)]
 
         self.assertTrue(self.driver.wait_for(
-            lambda _: said() and said()[-1].startswith(front + "read again"), 10), said())
-        return [line.removeprefix(front) for line in said()]
+            lambda _: said() and said()[-1].startswith("read again"), 10), said())
+        return said()
 
 
 class Check(Changed):
