@@ -14,7 +14,7 @@ from actions import Actions
 from support import LUMCTL, run
 
 VIEWS = {"node", "health", "liveness", "readiness", "polling", "ports", "controllers", "im", "alarms",
-         "pm", "pm-15min", "pm-24h", "events"}
+         "pm", "pm-15min", "pm-24h", "events", "settings", "description"}
 
 
 class BundleTest(Actions):

@@ -34,6 +34,8 @@ constexpr auto views = std::to_array<view>({{"views/node.json", node_target},
                                             {"views/pm-15min.json", "/v1/pm?bins=15min"},
                                             {"views/pm-24h.json", "/v1/pm?bins=24h"},
                                             {"views/events.json", "/v1/events"},
+                                            {"views/settings.json", "/v1/settings"},
+                                            {"views/description.json", "/v1/description"},
                                             {"metrics.txt", "/metrics"}});
 
 // The pages that the library reads or writes; the lower page comes with each.
