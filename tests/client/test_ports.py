@@ -69,7 +69,8 @@ class Ports(support.ShelfTest):
         self.start()
         port = self.wait_for_state(failing, "failing")
         self.assertIn("Remote I/O error", port["reason"])
-        self.assertEqual(port["led"]["state"], 3)
+        self.assertIsNotNone(self.driver.wait_for(
+            lambda now: now[failing.name]["led"]["state"] == 3, 5))
         self.assertEqual(port["module"]["last_error"]["code"], 121)
         self.assertIsNotNone(self.driver.wait_for(
             lambda now: now[good.name]["temperature_c"] == 38.5, 15))
