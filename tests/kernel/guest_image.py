@@ -156,9 +156,8 @@ def add_kernel_modules(image, kernel):
 def add_driver(image, build):
     """The driver as it is installed, with its unit, its udev rules and its user."""
     environment = dict(os.environ, DESTDIR=str(image.root))
-    subprocess.run(["cmake", "--install", build, "--strip"], env=environment, check=True,
-                   stdout=subprocess.DEVNULL)
-    shutil.rmtree(image.root / "usr" / "local" / "include", ignore_errors=True)
+    subprocess.run(["cmake", "--install", build, "--component", "driver", "--strip"],
+                   env=environment, check=True, stdout=subprocess.DEVNULL)
     image.programs += [build / "lumd", build / "lumctl"]
     for program in ("i2c_adapter", "stub_fill"):
         image.add(build / program, f"/usr/local/bin/{program}")

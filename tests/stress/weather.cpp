@@ -8,7 +8,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr cerrno try_again = 11;
+constexpr cerrno refused_for_now = 11;
 constexpr cerrno failing = 5;
 constexpr const char *channels[] = {"lum_error", "lum_info", "lum_debug"};
 
@@ -17,7 +17,7 @@ void trouble_interface_manager(lum_linux::interface_manager &im, worker &self) {
   switch (below(random, 20)) {
     case 0:
       self.doing("refusing batches");
-      return im.refuse_next(1 + below(random, 3), try_again);
+      return im.refuse_next(1 + below(random, 3), refused_for_now);
     case 1:
       self.doing("dropping a batch");
       return im.drop_next(1);

@@ -30,7 +30,7 @@ enum rank : unsigned {
   rank_of_firmware,
 };
 
-std::optional<double> number(const json &object, const char *name) {
+std::optional<double> number_at(const json &object, const char *name) {
   if (!object.is_object() || !object.contains(name) || !object.at(name).is_number()) return {};
   return object.at(name).get<double>();
 }
@@ -57,7 +57,7 @@ port_column word_column(const char *name, const char *title, const char *member,
   return {.name = name,
           .shown = {title, true},
           .cell_of = [member, digits](const json &port) { return word_cell(port, member, digits); },
-          .number_of = [member](const json &port) { return number(port, member); },
+          .number_of = [member](const json &port) { return number_at(port, member); },
           .rank = rank};
 }
 
@@ -72,7 +72,7 @@ std::optional<double> reading_number(const json &port, unsigned which, std::size
   const json *sub_port = sub_port_of(port, which);
   if (sub_port == nullptr || reading >= sub_port->at("readings").size()) return {};
   const json &value = sub_port->at("readings").at(reading);
-  return number(value, value.contains("dbm") ? "dbm" : "value");
+  return number_at(value, value.contains("dbm") ? "dbm" : "value");
 }
 
 // "P0 dBm" of sub-port 1 is headed "P0:1".
@@ -130,7 +130,7 @@ void add_identity(std::vector<port_column> &columns) {
                      .cell_of = [](const json &port) -> cell {
                        return {number_or_dash(port.at("state_age_s"), 0)};
                      },
-                     .number_of = [](const json &port) { return number(port, "state_age_s"); }});
+                     .number_of = [](const json &port) { return number_at(port, "state_age_s"); }});
   columns.push_back(
       {.name = "alarms",
        .shown = {"ALARMS", true},
@@ -148,7 +148,7 @@ void add_condition(std::vector<port_column> &columns) {
        .shown = {"AGE S", true, true},
        .cell_of = age_cell,
        .number_of =
-           [](const json &port) { return number(part_of(port, "dom"), "last_poll_age_s"); },
+           [](const json &port) { return number_at(part_of(port, "dom"), "last_poll_age_s"); },
        .rank = rank_of_age});
   for (std::size_t reading = 0; reading < lum_words::readings.size(); ++reading) {
     for (unsigned which = 0; which < sub_ports; ++which) {
@@ -171,7 +171,7 @@ void add_rest(std::vector<port_column> &columns) {
                      .cell_of = [](const json &port) -> cell {
                        return {fmt::format("{}", port.at("port_handle").get<std::uint32_t>())};
                      },
-                     .number_of = [](const json &port) { return number(port, "port_handle"); }});
+                     .number_of = [](const json &port) { return number_at(port, "port_handle"); }});
   for (unsigned which = 0; which < sub_ports; ++which) columns.push_back(controller_column(which));
   columns.push_back({.name = "reason", .shown = {"REASON"}, .cell_of = [](const json &port) {
                        return cell{text_or_dash(port.at("reason")), colour::warning};

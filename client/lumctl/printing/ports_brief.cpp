@@ -14,7 +14,6 @@
 namespace lumctl {
 namespace {
 
-constexpr std::size_t gap = 2;
 constexpr std::size_t shortest_name = 16;
 
 std::size_t longest_name(std::size_t columns) { return std::max(shortest_name, columns / 3); }
@@ -28,13 +27,13 @@ unsigned last_rank_with_room(const table &shown, const std::vector<const port_co
     for (const record &record : shown.records) {
       one.records.push_back({{{{record.lines.front().front()[i]}}}});
     }
-    widths[columns[i]->rank.value()] += table_width(one, output) + gap;
+    widths[columns[i]->rank.value()] += table_width(one, output) + column_gap;
   }
   std::size_t used = 0;
   unsigned last = 0;
   for (const auto &[rank, width] : widths) {
     used += width;
-    if (used > output.columns + gap) break;
+    if (used > output.columns + column_gap) break;
     last = rank;
   }
   return last;

@@ -8,7 +8,6 @@
 namespace lumctl {
 namespace {
 
-constexpr std::size_t gap = 2;
 constexpr std::size_t note_indent = 4;
 constexpr std::size_t fold_indent = 4;  // beyond the line that is folded
 
@@ -45,7 +44,7 @@ fitted_format fit(const table &shown, std::size_t line, const style &where) {
   std::size_t used = fitted.format.indent;
   for (std::size_t i = 0; i < fitted.widths.size(); ++i) {
     const bool first = i == fitted.starts.back();
-    const std::size_t width = fitted.widths[i] + (first ? 0 : gap);
+    const std::size_t width = fitted.widths[i] + (first ? 0 : column_gap);
     if (where.columns > 0 && !first && used + width > where.columns) {
       fitted.starts.push_back(i);
       used = fitted.format.indent + fold_indent + fitted.widths[i];
@@ -68,7 +67,7 @@ std::string render_line(const fitted_format &fitted, const row &cells, std::size
   for (std::size_t i = from; i < to; ++i) {
     const bool right = fitted.format.columns[i].right;
     const std::size_t fill = fitted.widths[i] - width_of(cells[i], where);
-    if (i > from) owed += gap;
+    if (i > from) owed += column_gap;
     if (right) owed += fill;
     if (!cells[i].text.empty()) {
       // Blanks go out only when something follows them.
@@ -119,8 +118,8 @@ std::size_t table_width(const table &shown, const style &where) {
   std::size_t widest = 0;
   for (std::size_t line = 0; line < shown.formats.size(); ++line) {
     std::size_t width = shown.formats[line].indent;
-    for (const std::size_t column : widths_of(shown, line, where)) width += column + gap;
-    widest = std::max(widest, width - gap);
+    for (const std::size_t column : widths_of(shown, line, where)) width += column + column_gap;
+    widest = std::max(widest, width - column_gap);
   }
   return widest;
 }

@@ -1,6 +1,7 @@
 // Tables whose records may take several lines each, every kind of line with columns of its own.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,8 @@ struct column {
   bool right = false;  // numbers stand to the right
   bool ticks = false;  // an age: changes with every look, which nobody needs to be told
 };
+
+constexpr std::size_t column_gap = 2;  // blanks between two columns
 
 struct line_format {
   std::vector<column> columns;

@@ -6,7 +6,7 @@
 namespace lumctl {
 namespace {
 
-constexpr char escape = '\x1b';
+constexpr char escape_byte = '\x1b';
 
 // What follows the escape, from xterm's and from the console's keys.
 constexpr std::array<std::pair<std::string_view, key_kind>, 16> sequences = {{
@@ -79,7 +79,8 @@ std::vector<key> key_reader::take(std::string_view bytes) {
 std::vector<key> key_reader::take_rest() {
   std::vector<key> keys;
   if (pending_.empty()) return keys;
-  keys.push_back({pending_ == std::string_view(&escape, 1) ? key_kind::escape : key_kind::other});
+  keys.push_back(
+      {pending_ == std::string_view(&escape_byte, 1) ? key_kind::escape : key_kind::other});
   pending_.clear();
   return keys;
 }
@@ -88,7 +89,7 @@ std::vector<key> key_reader::take_rest() {
 bool key_reader::take_one(std::vector<key> &keys) {
   const std::string_view text = pending_;
   std::size_t length = 1;
-  if (text[0] == escape) {
+  if (text[0] == escape_byte) {
     const std::size_t behind = length_of_sequence(text.substr(1));
     if (behind == 0) return false;
     length += behind;

@@ -29,14 +29,15 @@ api_reply post_resync(driver &node, const api_request &request) {
   });
 }
 
-constexpr route routes[] = {
-    {"GET", "/v1/controllers", get_controllers},
-    {"POST", "/v1/controllers/replay", post_replay},
-    {"POST", "/v1/controllers/resync", post_resync},
-};
-
 }  // namespace
 
-std::span<const route> controller_routes() { return routes; }
+std::span<const route> controller_routes() {
+  static constexpr route routes[] = {
+      {"GET", "/v1/controllers", get_controllers},
+      {"POST", "/v1/controllers/replay", post_replay},
+      {"POST", "/v1/controllers/resync", post_resync},
+  };
+  return routes;
+}
 
 }  // namespace lumd

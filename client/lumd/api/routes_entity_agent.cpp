@@ -20,7 +20,7 @@ namespace lumd {
 namespace {
 
 // Whatever waits in the library's answer to an agent waits for the provisioning lock at most.
-constexpr std::chrono::seconds bound(5);
+constexpr std::chrono::seconds agent_bound(5);
 
 struct named_operation {
   std::string_view name;
@@ -83,7 +83,7 @@ api_reply post_interface(driver &node, const api_request &request) {
                                    entry.ifname));
   }
   entry.ifhandle = ifhandle ? *ifhandle : *known;
-  return act(node, agent_lane, bound,
+  return act(node, agent_lane, agent_bound,
              [operation = found->operation, entry] { return run(operation, entry); });
 }
 
@@ -91,23 +91,27 @@ api_reply post_interface(driver &node, const api_request &request) {
 api_reply post_resync_end(driver &node, const api_request &request) {
   const request_body body(request.body);
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
-  return act(node, agent_lane, bound, [] { return run(lum_linux::ea_operation::resync_end, {}); });
+  return act(node, agent_lane, agent_bound,
+             [] { return run(lum_linux::ea_operation::resync_end, {}); });
 }
 
 api_reply post_connect(driver &node, const api_request &request) {
   const request_body body(request.body);
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
-  return act(node, agent_lane, bound, [] { return api_reply{200, show_agent(connect_agent())}; });
+  return act(node, agent_lane, agent_bound, [] {
+    return api_reply{200, show_agent(connect_agent())};
+  });
 }
-
-constexpr route routes[] = {
-    {"POST", "/v1/entity-agent/connect", post_connect},
-    {"POST", "/v1/entity-agent/resync-end", post_resync_end},
-    {"POST", "/v1/entity-agent/interfaces/{operation}", post_interface},
-};
 
 }  // namespace
 
-std::span<const route> entity_agent_routes() { return routes; }
+std::span<const route> entity_agent_routes() {
+  static constexpr route routes[] = {
+      {"POST", "/v1/entity-agent/connect", post_connect},
+      {"POST", "/v1/entity-agent/resync-end", post_resync_end},
+      {"POST", "/v1/entity-agent/interfaces/{operation}", post_interface},
+  };
+  return routes;
+}
 
 }  // namespace lumd

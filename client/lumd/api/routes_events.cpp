@@ -52,12 +52,13 @@ api_reply get_events(driver &node, const api_request &request) {
   return reply;
 }
 
-constexpr route routes[] = {
-    {"GET", "/v1/events", get_events, {"since", "port", "limit"}},
-};
-
 }  // namespace
 
-std::span<const route> event_routes() { return routes; }
+std::span<const route> event_routes() {
+  static constexpr route routes[] = {
+      {"GET", "/v1/events", get_events, {"since", "port", "limit"}},
+  };
+  return routes;
+}
 
 }  // namespace lumd

@@ -23,14 +23,15 @@ api_reply get_readiness(driver &node, const api_request &) {
   return judge(show_readiness(node), "ready");
 }
 
-constexpr route routes[] = {
-    {"GET", "/healthz", get_liveness},
-    {"GET", "/readyz", get_readiness},
-    {"GET", "/v1/health", get_health},
-};
-
 }  // namespace
 
-std::span<const route> health_routes() { return routes; }
+std::span<const route> health_routes() {
+  static constexpr route routes[] = {
+      {"GET", "/healthz", get_liveness},
+      {"GET", "/readyz", get_readiness},
+      {"GET", "/v1/health", get_health},
+  };
+  return routes;
+}
 
 }  // namespace lumd

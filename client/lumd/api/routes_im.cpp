@@ -20,7 +20,7 @@ using std::chrono::milliseconds;
 constexpr uint32_t most_batches = 1'000'000;
 constexpr uint32_t longest_delay_ms = 600'000;
 constexpr uint32_t any_code = std::numeric_limits<uint32_t>::max();
-constexpr milliseconds bound(5000);
+constexpr milliseconds manager_bound(5000);
 
 api_reply get_im(driver &node, const api_request &) { return {200, show_im(node)}; }
 
@@ -143,7 +143,7 @@ api_reply post_im(driver &node, const api_request &request) {
   request_body body(request.body);
   im_action action = read_action(body);
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
-  return act(node, interface_manager_lane, bound, [&node, action = std::move(action)] {
+  return act(node, interface_manager_lane, manager_bound, [&node, action = std::move(action)] {
     interface_manager &im = node.platform().im();
     const bool complete = action(im);
     json reply = {{"result", result_of(0)}, {"behaviour", show_behaviour(im.behaviour())}};
@@ -152,13 +152,14 @@ api_reply post_im(driver &node, const api_request &request) {
   });
 }
 
-constexpr route routes[] = {
-    {"GET", "/v1/im", get_im},
-    {"POST", "/v1/im", post_im},
-};
-
 }  // namespace
 
-std::span<const route> im_routes() { return routes; }
+std::span<const route> im_routes() {
+  static constexpr route routes[] = {
+      {"GET", "/v1/im", get_im},
+      {"POST", "/v1/im", post_im},
+  };
+  return routes;
+}
 
 }  // namespace lumd

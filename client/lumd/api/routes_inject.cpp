@@ -63,14 +63,15 @@ api_reply post_text(driver &node, const api_request &request) {
   return run(node, *wanted, text);
 }
 
-constexpr route routes[] = {
-    {"POST", "/v1/inject/alarm", post_alarm},
-    {"POST", "/v1/inject/readings", post_readings},
-    {"POST", "/v1/inject/text", post_text},
-};
-
 }  // namespace
 
-std::span<const route> inject_routes() { return routes; }
+std::span<const route> inject_routes() {
+  static constexpr route routes[] = {
+      {"POST", "/v1/inject/alarm", post_alarm},
+      {"POST", "/v1/inject/readings", post_readings},
+      {"POST", "/v1/inject/text", post_text},
+  };
+  return routes;
+}
 
 }  // namespace lumd

@@ -94,14 +94,15 @@ api_reply post_update(driver &node, const api_request &request) {
   });
 }
 
-constexpr route routes[] = {
-    {"POST", "/v1/ports/create", post_create},
-    {"POST", "/v1/ports/delete", post_delete},
-    {"POST", "/v1/ports/{name}/update", post_update},
-};
-
 }  // namespace
 
-std::span<const route> lifecycle_routes() { return routes; }
+std::span<const route> lifecycle_routes() {
+  static constexpr route routes[] = {
+      {"POST", "/v1/ports/create", post_create},
+      {"POST", "/v1/ports/delete", post_delete},
+      {"POST", "/v1/ports/{name}/update", post_update},
+  };
+  return routes;
+}
 
 }  // namespace lumd

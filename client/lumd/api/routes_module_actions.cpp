@@ -15,7 +15,7 @@ namespace {
 
 using lum_linux::port_description;
 
-constexpr std::chrono::seconds bound(5);
+constexpr std::chrono::seconds module_bound(5);
 
 using module_action = std::function<outcome<module_report>(driver &, const port_description &)>;
 
@@ -27,7 +27,7 @@ api_reply post(driver &node, const api_request &request, action_lane (*lane_of)(
   request_body body(request.body);
   module_action action = read(body);
   if (const auto wrong = body.wrong(); !wrong.empty()) return refuse(400, wrong);
-  return act(node, lane_of(port->rsip), bound, [&node, port, action = std::move(action)] {
+  return act(node, lane_of(port->rsip), module_bound, [&node, port, action = std::move(action)] {
     return reply_to(action(node, *port), [port](const module_report &report) {
       return show_module_action(report, *port);
     });
@@ -100,18 +100,19 @@ api_reply post_poke(driver &node, const api_request &request) {
   });
 }
 
-constexpr route routes[] = {
-    {"POST", "/v1/modules/{name}/insert", post_insert},
-    {"POST", "/v1/modules/{name}/remove", post_remove},
-    {"POST", "/v1/modules/{name}/faults", post_faults},
-    {"POST", "/v1/modules/{name}/release", post_release},
-    {"POST", "/v1/modules/{name}/reset", post_reset},
-    {"POST", "/v1/modules/{name}/low-power", post_low_power},
-    {"POST", "/v1/modules/{name}/poke", post_poke},
-};
-
 }  // namespace
 
-std::span<const route> module_action_routes() { return routes; }
+std::span<const route> module_action_routes() {
+  static constexpr route routes[] = {
+      {"POST", "/v1/modules/{name}/insert", post_insert},
+      {"POST", "/v1/modules/{name}/remove", post_remove},
+      {"POST", "/v1/modules/{name}/faults", post_faults},
+      {"POST", "/v1/modules/{name}/release", post_release},
+      {"POST", "/v1/modules/{name}/reset", post_reset},
+      {"POST", "/v1/modules/{name}/low-power", post_low_power},
+      {"POST", "/v1/modules/{name}/poke", post_poke},
+  };
+  return routes;
+}
 
 }  // namespace lumd

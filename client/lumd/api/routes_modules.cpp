@@ -70,12 +70,13 @@ api_reply get_module(driver &node, const api_request &request) {
   return {200, std::move(shown)};
 }
 
-constexpr route routes[] = {
-    {"GET", "/v1/modules/{name}", get_module, {"page"}},
-};
-
 }  // namespace
 
-std::span<const route> module_routes() { return routes; }
+std::span<const route> module_routes() {
+  static constexpr route routes[] = {
+      {"GET", "/v1/modules/{name}", get_module, {"page"}},
+  };
+  return routes;
+}
 
 }  // namespace lumd

@@ -51,14 +51,15 @@ api_reply post_clear(driver &node, const api_request &request) {
   return reply_to(clear_statistics(name ? port_list{port} : node.node().ports()), show_clear);
 }
 
-constexpr route routes[] = {
-    {"GET", "/v1/pm", get_pm, {"port", "bins"}},
-    {"GET", "/v1/alarms", get_alarms, {"all"}},
-    {"POST", "/v1/statistics/clear", post_clear},
-};
-
 }  // namespace
 
-std::span<const route> monitoring_routes() { return routes; }
+std::span<const route> monitoring_routes() {
+  static constexpr route routes[] = {
+      {"GET", "/v1/pm", get_pm, {"port", "bins"}},
+      {"GET", "/v1/alarms", get_alarms, {"all"}},
+      {"POST", "/v1/statistics/clear", post_clear},
+  };
+  return routes;
+}
 
 }  // namespace lumd

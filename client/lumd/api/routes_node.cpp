@@ -15,14 +15,15 @@ api_reply get_description(driver &node, const api_request &) {
 
 api_reply get_polling(driver &node, const api_request &) { return {200, show_polling(node)}; }
 
-constexpr route routes[] = {
-    {"GET", "/v1/node", get_node},
-    {"GET", "/v1/description", get_description},
-    {"GET", "/v1/polling", get_polling},
-};
-
 }  // namespace
 
-std::span<const route> node_routes() { return routes; }
+std::span<const route> node_routes() {
+  static constexpr route routes[] = {
+      {"GET", "/v1/node", get_node},
+      {"GET", "/v1/description", get_description},
+      {"GET", "/v1/polling", get_polling},
+  };
+  return routes;
+}
 
 }  // namespace lumd

@@ -30,14 +30,15 @@ api_reply get_history(driver &node, const api_request &request) {
   return {200, show_history(node, *place.port, place.sub_port)};
 }
 
-constexpr route routes[] = {
-    {"GET", "/v1/ports", get_ports, {"existing"}},
-    {"GET", "/v1/ports/{name}", get_port},
-    {"GET", "/v1/ports/{name}/history", get_history},
-};
-
 }  // namespace
 
-std::span<const route> port_routes() { return routes; }
+std::span<const route> port_routes() {
+  static constexpr route routes[] = {
+      {"GET", "/v1/ports", get_ports, {"existing"}},
+      {"GET", "/v1/ports/{name}", get_port},
+      {"GET", "/v1/ports/{name}/history", get_history},
+  };
+  return routes;
+}
 
 }  // namespace lumd

@@ -15,7 +15,7 @@
 namespace lumd {
 namespace {
 
-constexpr std::chrono::seconds bound(5);
+constexpr std::chrono::seconds settings_bound(5);
 
 wanted_settings read_settings(request_body &body) {
   wanted_settings wanted;
@@ -56,12 +56,13 @@ api_reply post_settings(driver &node, const api_request &request) {
       return show_rehearsal(report, *port, sub_port);
     });
   }
-  return act(node, lane_of_port(port->rsip), bound,
+  return act(node, lane_of_port(port->rsip), settings_bound,
              [&node, port, sub_port, wanted, by = request.user] {
-               return reply_to(change_settings(node, *port, sub_port, wanted, by, bound / 2),
-                               [&](const settings_report &report) {
-                                 return show_settings_change(report, *port, sub_port);
-                               });
+               return reply_to(
+                   change_settings(node, *port, sub_port, wanted, by, settings_bound / 2),
+                   [&](const settings_report &report) {
+                     return show_settings_change(report, *port, sub_port);
+                   });
              });
 }
 
@@ -84,13 +85,14 @@ api_reply get_settings(driver &node, const api_request &request) {
   return {200, {{"node", node.node().name}, {"asked_at", asked_at}, {"ports", std::move(shown)}}};
 }
 
-constexpr route routes[] = {
-    {"GET", "/v1/settings", get_settings, {"port", "module"}},
-    {"POST", "/v1/ports/{name}/settings", post_settings},
-};
-
 }  // namespace
 
-std::span<const route> settings_routes() { return routes; }
+std::span<const route> settings_routes() {
+  static constexpr route routes[] = {
+      {"GET", "/v1/settings", get_settings, {"port", "module"}},
+      {"POST", "/v1/ports/{name}/settings", post_settings},
+  };
+  return routes;
+}
 
 }  // namespace lumd

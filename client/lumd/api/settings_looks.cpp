@@ -6,7 +6,7 @@
 namespace lumd {
 namespace {
 
-constexpr std::chrono::seconds bound(2);
+constexpr std::chrono::seconds look_bound(2);
 
 using all_saved = std::vector<saved_settings>;
 
@@ -22,7 +22,7 @@ pending_look<all_saved> ask_store(const port_list &ports) {
 
 std::vector<settings_look> look_at_settings(driver &node, const port_list &ports,
                                             bool asks_modules) {
-  const auto deadline = std::chrono::steady_clock::now() + bound;
+  const auto deadline = std::chrono::steady_clock::now() + look_bound;
   auto store = ask_store(ports);
   std::vector<pending_look<held_settings>> modules;
   for (const auto *port : asks_modules ? ports : port_list{}) {

@@ -16,7 +16,7 @@ namespace {
 using lum_linux::node_description;
 using lum_linux::port_description;
 
-constexpr std::size_t most_names = 8;
+constexpr std::size_t most_names_told = 8;
 constexpr std::size_t longest_shown = 64;
 
 std::string position_of(const port_description &port) {
@@ -50,11 +50,11 @@ std::string unknown_port(const node_description &node, const std::string &name) 
   if (names.empty()) return text + "; it has none at all";
   text += lum_wording::did_you_mean(name, names);
   if (names.size() == 1) return text + fmt::format("; its only port is {}", names.front());
-  if (names.size() <= most_names) {
+  if (names.size() <= most_names_told) {
     return text + fmt::format("; its ports are {}", fmt::join(names, ", "));
   }
   const std::size_t all = names.size();
-  names.resize(most_names);
+  names.resize(most_names_told);
   return text + fmt::format("; the nearest of its {} ports are {}", all, fmt::join(names, ", "));
 }
 

@@ -17,7 +17,7 @@
 namespace lum_linux {
 namespace {
 
-constexpr std::size_t max_description_bytes = 1 << 20;
+constexpr std::size_t max_image_description_bytes = 1 << 20;
 
 // Reads a whole file of ordinary size, or says why not.
 std::string read_text(const std::filesystem::path &file, std::string &error) {
@@ -28,14 +28,14 @@ std::string read_text(const std::filesystem::path &file, std::string &error) {
     return text;
   }
   char buffer[16384];
-  while (text.size() <= max_description_bytes) {
+  while (text.size() <= max_image_description_bytes) {
     const ssize_t count = ::read(fd.get(), buffer, sizeof(buffer));
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) error = std::strerror(errno);
     if (count <= 0) return text;
     text.append(buffer, static_cast<std::size_t>(count));
   }
-  error = fmt::format("more than {} bytes", max_description_bytes);
+  error = fmt::format("more than {} bytes", max_image_description_bytes);
   return text;
 }
 

@@ -14,7 +14,7 @@ namespace {
 
 constexpr double max_amount = 100;
 constexpr double max_time_s = 86400;
-constexpr std::size_t max_text = 4096;
+constexpr std::size_t longest_reading_name = 4096;
 
 struct movable {
   std::string name;
@@ -53,7 +53,7 @@ class motion_reader {
   void complain(uint32_t line, std::string text) { problems_.add(line, std::move(text)); }
 
   bool read_place() {
-    const auto name = table_.text("reading", max_text);
+    const auto name = table_.text("reading", longest_reading_name);
     if (!name) {
       table_.integer("sub_port", 0, sub_ports_places.size() - 1, 0);
       return false;

@@ -21,7 +21,7 @@ namespace {
 using namespace lum_linux;
 using std::chrono::seconds;
 
-constexpr size_t longest_name = 63;
+constexpr size_t longest_interface_name = 63;
 constexpr seconds set_at_least{2};  // a leap second is no setting of the clock
 
 using pm_values = std::array<uint32_t, pm_value_count>;
@@ -256,7 +256,8 @@ const void *pm_ui_db_search_node(uint32_t ifhandle) {
 }
 
 cerrno pm_ui_port_create(uint32_t iftype, uint32_t ifhandle, const char *name) {
-  if (ifhandle == 0 || name == nullptr || strnlen(name, longest_name + 1) > longest_name) {
+  if (ifhandle == 0 || name == nullptr ||
+      strnlen(name, longest_interface_name + 1) > longest_interface_name) {
     return EINVAL;
   }
   try {

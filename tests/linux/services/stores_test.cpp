@@ -10,7 +10,7 @@ using namespace lum_linux;
 using namespace std::chrono_literals;
 
 // A time that starts a 15-minute and a 24-hour bin.
-const store_time midnight{std::chrono::hours(24 * 20000)};
+const store_time first_midnight{std::chrono::hours(24 * 20000)};
 
 class stores : public testing::Test {
  protected:
@@ -26,7 +26,7 @@ class stores : public testing::Test {
     const pm_ui_optics_record record = {value, {value, value, value}, value * 2, value * 3};
     ASSERT_EQ(pm_ui_set_optics_prim(ifhandle, &record, 1, 0), 0u);
   }
-  store_time now = midnight;
+  store_time now = first_midnight;
 };
 
 constexpr size_t index_of(pm_value value) { return static_cast<size_t>(value); }
@@ -73,7 +73,7 @@ TEST_F(stores, pm_keeps_the_latest_and_the_extremes) {
   EXPECT_EQ(port.latest->reading_3, 30u);
   EXPECT_EQ(port.updated.time, now);
   for (const pm_bin *bin : {&port.quarter, &port.day}) {
-    EXPECT_EQ(bin->start, midnight);
+    EXPECT_EQ(bin->start, first_midnight);
     EXPECT_EQ(bin->samples, 4u);
     EXPECT_FALSE(bin->partial);
     const pm_statistics &power = bin->values[index_of(pm_value::power_1)];
@@ -104,22 +104,22 @@ TEST_F(stores, pm_marks_the_bins_that_tests_have_touched) {
 }
 
 TEST_F(stores, pm_finishes_bins_as_time_goes_by) {
-  now = midnight + 7min;
+  now = first_midnight + 7min;
   ASSERT_EQ(pm_ui_port_create(188, 5, "x"), 0u);
   sample(5, 1);
-  now = midnight + 15min;
+  now = first_midnight + 15min;
   sample(5, 2);
-  now = midnight + 29min;
+  now = first_midnight + 29min;
   sample(5, 4);
-  now = midnight + 46min;
+  now = first_midnight + 46min;
   const pm_interface port = *pm_find(5);
-  EXPECT_EQ(port.quarter.start, midnight + 45min);
+  EXPECT_EQ(port.quarter.start, first_midnight + 45min);
   EXPECT_EQ(port.quarter.samples, 0u);
   ASSERT_EQ(port.quarters.size(), 2u);
-  EXPECT_EQ(port.quarters[0].start, midnight + 15min);
+  EXPECT_EQ(port.quarters[0].start, first_midnight + 15min);
   EXPECT_FALSE(port.quarters[0].partial);
   EXPECT_DOUBLE_EQ(port.quarters[0].values[0].average, 3.0);
-  EXPECT_EQ(port.quarters[1].start, midnight);
+  EXPECT_EQ(port.quarters[1].start, first_midnight);
   EXPECT_TRUE(port.quarters[1].partial);
   EXPECT_EQ(port.day.samples, 3u);
   EXPECT_TRUE(port.day.partial);
@@ -174,13 +174,13 @@ TEST_F(stores, pm_marks_the_bins_that_a_setting_of_the_clock_cuts) {
 TEST_F(stores, pm_outlives_a_clock_that_jumps) {
   ASSERT_EQ(pm_ui_port_create(188, 5, "x"), 0u);
   sample(5, 1);
-  now = midnight - 100h;
+  now = first_midnight - 100h;
   sample(5, 2);
   EXPECT_TRUE(pm_find(5)->quarter.partial);
   now = store_time(-1s);
   sample(5, 3);
   EXPECT_EQ(pm_find(5)->quarter.start, store_time(-15min));
-  now = midnight + 100000h;
+  now = first_midnight + 100000h;
   sample(5, 4);
   EXPECT_EQ(pm_find(5)->quarters.size(), 3u);
 }
