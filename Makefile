@@ -53,7 +53,8 @@ bench:
 	cmake --preset bench
 	cmake --build build/bench -j $(JOBS) --target bench
 	cmake --preset release >/dev/null
-	cmake --build build -j $(JOBS) --target lumd
+	cmake --build build -j $(JOBS) --target lumd lum-module-image
+	python3 bench/polling_cycle.py --build build
 	python3 bench/viewers.py --build build
 
 check:

@@ -1,5 +1,6 @@
 #include "node/cages.h"
 
+#include <algorithm>
 #include <chrono>
 
 #include "lum.h"
@@ -14,6 +15,14 @@ using clock = std::chrono::steady_clock;
 // A module that never gives its whole identity is let be after so many attempts.
 constexpr unsigned most_attempts = 5;
 constexpr std::chrono::seconds between_attempts(2);
+
+// What the library knows of a port whose module may be told of.
+const port_facts *find_settled(const std::vector<port_facts> &ports, uint32_t rsip) {
+  const auto found = std::lower_bound(ports.begin(), ports.end(), rsip,
+                                      [](const auto &one, uint32_t key) { return one.rsip < key; });
+  const bool is_there = found != ports.end() && found->rsip == rsip;
+  return is_there && found->created && !found->going ? &*found : nullptr;
+}
 
 // What could not be read is read again once the module answers.
 bool is_to_be_read_again(const cage &seen, const lum_linux::module_status &module) {
@@ -59,7 +68,8 @@ void cage_watch::renew_all() {
 
 void cage_watch::look(const lum_linux::node_description &node) {
   modules_.look();
-  for (const lum_linux::port_description *port : node.ports()) look_at(*port);
+  const auto facts = facts_of_ports();
+  for (const lum_linux::port_description *port : node.ports()) look_at(*port, facts);
 }
 
 cage cage_watch::seen(uint32_t rsip) const {
@@ -70,23 +80,29 @@ cage cage_watch::seen(uint32_t rsip) const {
   return result;
 }
 
-void cage_watch::look_at(const lum_linux::port_description &port) {
+void cage_watch::look_at(const lum_linux::port_description &port,
+                         const std::vector<port_facts> &facts) {
   const uint32_t rsip = port.rsip;
   const auto module = modules_.status(rsip);
-  const auto known = copy_port(rsip);
   if (module) tell_way(port, module->way);
-  if (!module || !module->is_known() || !known || !is_created(*known) || is_going(*known)) return;
+  const port_facts *known = find_settled(facts, rsip);
+  if (!module || !module->is_known() || !known) return;
   if (readers_.in_lane(rsip) > 0) return;
 
   const cage before = seen(rsip);
   const bool is_another = module->present && module->insertion != before.insertion;
   // The library takes a cage for filled each time its controllers are confirmed, so what it
   // believes is compared, not only what has changed in the cage.
-  const bool believed = known->data.inserted != 0;
+  const bool believed = known->inserted;
   const bool has_gone = believed && (!module->present || is_another);
   const bool has_come = module->present && (!believed || is_another);
   const bool to_be_read = has_come || (module->present && is_to_be_read_again(before, *module));
-  if (has_gone || to_be_read) tell_library(rsip, has_gone, to_be_read);
+  if (has_gone || to_be_read) {
+    // Whoever was reading it may have ended since the facts were gathered.
+    const auto copy = copy_port(rsip);
+    if (!copy || (copy->data.inserted != 0) != believed) return;
+    tell_library(rsip, has_gone, to_be_read);
+  }
 
   std::lock_guard lock(mutex_);
   cage &now = cages_[rsip];

@@ -7,6 +7,7 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "lum_linux/modules.h"
 #include "lum_linux/node_description.h"
@@ -48,7 +49,7 @@ class cage_watch {
   cage seen(uint32_t rsip) const;
 
  private:
-  void look_at(const lum_linux::port_description &port);
+  void look_at(const lum_linux::port_description &port, const std::vector<port_facts> &facts);
   void tell_way(const lum_linux::port_description &port, const std::string &way);
   void tell_library(uint32_t rsip, bool has_gone, bool to_be_read);
 

@@ -26,6 +26,8 @@ decltype(reading_sample::readings) readings_of(const port_copy &port) {
 void data_feed::feed_polled() {
   const std::unique_lock held(feeding_, std::try_to_lock);
   if (!held) return;
+  const uint64_t polls = node_.polling().polls();
+  if (fed_up_to_ == polls) return;
   const polling_report before = node_.polling().report();
   const auto ports = copy_ports();
   const polling_report after = node_.polling().report();
@@ -44,6 +46,7 @@ void data_feed::feed_polled() {
       if (!last || last->ended != poll->ended) hand_on(port, i, *poll);
     }
   }
+  if (is_at_rest) fed_up_to_ = polls;
 }
 
 // Handles are never given out twice.
@@ -72,6 +75,7 @@ cerrno data_feed::hand_on(const port_copy &port, std::size_t sub_port, const mod
                                   [](uint16_t offset) { return offset != 0; });
   lum_linux::pm_values_are_tested(ifhandle, tested || for_test);
   const cerrno rc = lum_update_pm_ptah_data(ifhandle);
+  ++handed_on_;
   if (!CERR_IS_OK(rc)) return rc;
   const std::lock_guard lock(mutex_);
   fed_[ifhandle] = {poll.ended, port.data.test[sub_port].test_alarm_bits};

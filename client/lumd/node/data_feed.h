@@ -2,6 +2,7 @@
 // history.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -41,6 +42,9 @@ class data_feed {
   cerrno hand_on(const port_copy &port, std::size_t sub_port, const module_poll &poll,
                  bool for_test = false);
 
+  // How often anything has been handed on.
+  uint64_t handed_on() const { return handed_on_; }
+
   // Nothing before the first.
   std::optional<fed_poll> fed(uint32_t ifhandle) const;
 
@@ -49,6 +53,8 @@ class data_feed {
 
   driver &node_;
   std::mutex feeding_;
+  std::optional<uint64_t> fed_up_to_;  // as many polls, all of them; under feeding_
+  std::atomic<uint64_t> handed_on_{0};
   mutable std::mutex mutex_;          // guards fed_
   std::map<uint32_t, fed_poll> fed_;  // by interface handle
 };

@@ -22,6 +22,7 @@ using lum_linux::periodic;
 constexpr const char *cage_thread_name = "lumd-cages";
 constexpr const char *feed_thread_name = "lumd-feed";
 constexpr std::chrono::seconds cage_period(1);
+constexpr unsigned rounds_of_a_led = 5;  // those that are well are read in every such round
 constexpr const char *event_thread_name = "lumd-events";
 constexpr const char *records_name = "records.db";
 constexpr std::chrono::seconds feed_period(1);
@@ -91,7 +92,9 @@ void driver::bring_up() {
   event_watch_.look();  // what is wrong from the start is told first
   cage_thread_ = std::make_unique<periodic>(cage_thread_name, cage_period, [this] {
     cages_.look(node());
-    platform_->leds().look();
+    if (cage_rounds_++ % rounds_of_a_led == 0 || platform_->leds().in_trouble()) {
+      platform_->leds().look();
+    }
   });
   feed_thread_ = std::make_unique<periodic>(feed_thread_name, feed_period, [this] {
     feed_.feed_polled();

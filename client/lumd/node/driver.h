@@ -108,6 +108,7 @@ class driver {
   reading_history history_;
   record_keeper records_;
   event_watch event_watch_;
+  unsigned cage_rounds_ = 0;  // of the cages' thread
   std::unique_ptr<lum_linux::periodic> cage_thread_;
   std::unique_ptr<lum_linux::periodic> feed_thread_;
   std::unique_ptr<lum_linux::periodic> event_thread_;

@@ -6,6 +6,7 @@
 
 #include "base/printable.h"
 #include "lum_linux/alarms.h"
+#include "lum_linux/leds.h"
 #include "node/alarms.h"
 #include "node/driver.h"
 #include "node/log.h"
@@ -25,6 +26,7 @@ constexpr std::chrono::seconds answer_limit(10);
 constexpr std::chrono::seconds late_limit(2);
 // Ports that have not come up by then are told as what they are.
 constexpr std::chrono::seconds settling_limit(30);
+constexpr std::chrono::seconds comparing_period(5);
 // As many events of a kind may be told in one look, each on a line of its own.
 constexpr std::size_t most_lines = 10;
 constexpr std::size_t most_names = 20;
@@ -99,6 +101,43 @@ std::string place_of(const event &one) {
 }  // namespace
 
 void event_watch::look() {
+  auto now = outline_now();
+  if (!is_at_rest(now)) {
+    outline_ = std::move(now);
+    compared_at_ = clock::now();
+    compare();
+  }
+  events_.sum_up();
+  tell();
+}
+
+event_watch::outline event_watch::outline_now() {
+  outline now;
+  now.ports = facts_of_ports();
+  for (const port_description *port : node_.node().ports()) {
+    now.modules.push_back(node_.platform().modules().glimpse(port->rsip));
+    now.upgrades.push_back(node_.platform().fw_upgrade(port->rsip));
+  }
+  now.manager = node_.platform().im().statistics();
+  const polling_report polling = node_.polling().report();
+  now.cycles = polling.cycles;
+  now.paused = polling.paused;
+  now.handed_on = node_.feed().handed_on();
+  now.led_trouble = node_.platform().leds().in_trouble();
+  return now;
+}
+
+// Nothing has changed, nothing is under way, and what only time changes can wait.
+bool event_watch::is_at_rest(const outline &now) const {
+  const auto passes = [](const port_facts &port) { return !port.created || port.going; };
+  return settled_ && now == outline_ && now.manager.pending == 0 &&
+         std::none_of(now.ports.begin(), now.ports.end(), passes) &&
+         std::none_of(now.modules.begin(), now.modules.end(),
+                      [](const auto &module) { return module.busy || !module.known; }) &&
+         clock::now() - *compared_at_ < comparing_period;
+}
+
+void event_watch::compare() {
   const auto snapshots = look_at_ports(node_);
   for (const port_description *port : node_.node().ports()) {
     const port_snapshot &at = snapshots.at(port->rsip);
@@ -111,8 +150,6 @@ void event_watch::look() {
   see_findings(findings_of(node_, snapshots));
   see_interface_manager();
   see_polling();
-  events_.sum_up();
-  tell();
 }
 
 void event_watch::tell_the_rest() {

@@ -6,6 +6,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "lum_linux/interface_manager.h"
 #include "node/findings.h"
@@ -22,7 +23,8 @@ class event_watch {
   // Both must live as long as the watch.
   event_watch(driver &node, event_log &events) : node_(node), events_(events) {}
 
-  // Compares the node with what it was at the last look, and tells what has come in since then.
+  // Compares the node with what it was at the last look, and tells what has come in since then. A
+  // node whose outline is as it was is compared every five seconds only.
   void look();
 
   // Tells what has come in, and all that has been held back because it came too fast.
@@ -37,6 +39,23 @@ class event_watch {
     uint64_t alarms[LUM_SUB_PORTS] = {};
   };
 
+  // What changes first when anything does that is to be told at once.
+  struct outline {
+    std::vector<port_facts> ports;
+    std::vector<lum_linux::module_glimpse> modules;  // of the description's ports
+    std::vector<uint32_t> upgrades;
+    lum_linux::im_statistics manager;
+    uint64_t cycles = 0;
+    uint64_t handed_on = 0;
+    bool paused = false;
+    bool led_trouble = false;
+
+    bool operator==(const outline &) const = default;
+  };
+
+  outline outline_now();
+  bool is_at_rest(const outline &now) const;
+  void compare();
   void see_module(const lum_linux::port_description &port, const port_snapshot &at,
                   known_port &known);
   void see_state(const lum_linux::port_description &port, const port_snapshot &at,
@@ -51,6 +70,8 @@ class event_watch {
 
   driver &node_;
   event_log &events_;
+  outline outline_;  // before the node was compared last
+  std::optional<std::chrono::steady_clock::time_point> compared_at_;
   std::map<uint32_t, known_port> ports_;     // by rsip
   std::map<std::string, finding> findings_;  // by kind, port and place among those
   lum_linux::im_statistics manager_;

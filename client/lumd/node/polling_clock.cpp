@@ -104,6 +104,12 @@ std::optional<module_poll> polling_clock::last_poll(uint32_t rsip) {
   return found == polls_.end() ? std::nullopt : std::optional(found->second);
 }
 
+uint64_t polling_clock::polls() {
+  std::lock_guard lock(mutex_);
+  end_when_quiet(clock::now());
+  return stored_;
+}
+
 // The ports are visited in ascending order, so one that does not follow the last begins a cycle.
 void polling_clock::visit(uint32_t rsip) {
   std::lock_guard lock(mutex_);
@@ -151,6 +157,7 @@ void polling_clock::end_visit() {
   const bool good = blocks_read_ >= blocks_of_a_poll;
   blocks_read_ = 0;
   if (!good) return;
+  ++stored_;
   try {
     polls_[last_rsip_] = {visit_began_, last_activity_};
   } catch (const std::bad_alloc &) {

@@ -55,6 +55,10 @@ class polling_clock {
   // then is in its database, unless it has been cleared since.
   std::optional<module_poll> last_poll(uint32_t rsip);
 
+  // How many good polls have been stored, of any modules: as long as that is the same, so is what
+  // was polled.
+  uint64_t polls();
+
   // For the callbacks, on the polling thread.
   void visit(uint32_t rsip);
   void enter();
@@ -74,7 +78,8 @@ class polling_clock {
   bool inside_ = false;   // a callback is running
   uint32_t last_rsip_ = 0;
   clock::time_point visit_began_;
-  unsigned blocks_read_ = 0;               // by the visit under way
+  unsigned blocks_read_ = 0;  // by the visit under way
+  uint64_t stored_ = 0;
   std::map<uint32_t, module_poll> polls_;  // by rsip
   clock::time_point last_activity_ = clock::now();
   polling_cycle current_;

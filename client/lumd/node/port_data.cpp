@@ -30,6 +30,44 @@ port_copy copy_node(const lum_port_node_info &node) {
   return copy;
 }
 
+template <typename Word>
+bool is_set(const Word &word) {
+  return __atomic_load_n(&word, __ATOMIC_RELAXED) != 0;
+}
+
+port_facts facts_of(const lum_port_node_info &node) {
+  const lum_port_data &data = node.data;
+  port_facts facts;
+  facts.rsip = node.rsip;
+  facts.created = is_set(data.sub_port[0].created) && is_set(data.sub_port[1].created);
+  facts.going = is_set(data.deletion_asked);
+  facts.inserted = is_set(data.inserted);
+  facts.to_be_polled = facts.created && !facts.going && facts.inserted &&
+                       is_set(data.is_dom_enabled) && !is_set(data.transceiver_disabled);
+  return facts;
+}
+
+struct gathered_facts {
+  std::vector<port_facts> ports;
+  bool memory_ended = false;
+};
+
+int add_to_facts(void *node, void *context) {
+  auto &gathered = *static_cast<gathered_facts *>(context);
+  try {
+    gathered.ports.push_back(facts_of(*static_cast<const lum_port_node_info *>(node)));
+  } catch (const std::bad_alloc &) {
+    gathered.memory_ended = true;
+  }
+  return gathered.memory_ended ? 1 : 0;
+}
+
+int look_for_work(void *node, void *context) {
+  auto &found = *static_cast<bool *>(context);
+  found = facts_of(*static_cast<const lum_port_node_info *>(node)).to_be_polled;
+  return found ? 1 : 0;
+}
+
 struct wanted_port {
   uint32_t rsip = 0;
   std::optional<port_copy> found;
@@ -74,10 +112,19 @@ std::optional<port_copy> copy_port(uint32_t rsip) {
   return wanted.found;
 }
 
+std::vector<port_facts> facts_of_ports() {
+  gathered_facts gathered;
+  lum_ports_db_walk_via_rsip(add_to_facts, &gathered);
+  if (gathered.memory_ended) throw std::bad_alloc();
+  std::sort(gathered.ports.begin(), gathered.ports.end(),
+            [](const auto &a, const auto &b) { return a.rsip < b.rsip; });
+  return std::move(gathered.ports);
+}
+
 bool has_work_for_polling() {
-  const auto copies = copy_ports();
-  return std::any_of(copies.begin(), copies.end(),
-                     [](const auto &one) { return is_to_be_polled(one.second); });
+  bool found = false;
+  lum_ports_db_walk_via_rsip(look_for_work, &found);
+  return found;
 }
 
 }  // namespace lumd

@@ -6,6 +6,7 @@
 #include <sys/vfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -323,6 +324,11 @@ std::optional<led_status> leds::status(uint32_t rsip) const {
 std::optional<led_trouble> leds::trouble(uint32_t rsip) const {
   const auto known = status(rsip);
   return known ? known->trouble : std::nullopt;
+}
+
+bool leds::in_trouble() const {
+  return std::any_of(pairs_.begin(), pairs_.end(),
+                     [](const auto &one) { return one.second && one.second->status().trouble; });
 }
 
 void leds::look() {

@@ -13,13 +13,18 @@ void look_round::run(lanes &threads) {
     held.unlock();
     const auto verdict = threads.post(lane, [self = shared_from_this()] { self->go_on(); });
     held.lock();
-    bool goes_on = true;
-    while (goes_on && ended_ < looks.size()) {
-      goes_on =
-          changed_.wait_for(held, patience, [&, before = ended_] { return ended_ != before; });
-    }
+    wait_while_it_goes_on(held);
     // Without a thread, what is known has to do until the next round.
     if (verdict != lane_verdict::taken) return;
+  }
+}
+
+// A thread that ends one look after the other is let be, and wakes nobody until it has ended all.
+void look_round::wait_while_it_goes_on(std::unique_lock<std::mutex> &held) {
+  for (bool goes_on = true; goes_on && ended_ < looks.size();) {
+    const std::size_t before = ended_;
+    all_ended_.wait_for(held, patience, [this] { return ended_ == looks.size(); });
+    goes_on = ended_ != before;
   }
 }
 
@@ -30,8 +35,7 @@ void look_round::go_on() {
     held.unlock();
     look();
     held.lock();
-    ++ended_;
-    changed_.notify_all();
+    if (++ended_ == looks.size()) all_ended_.notify_all();
   }
 }
 

@@ -22,10 +22,11 @@ struct look_round : std::enable_shared_from_this<look_round> {
   void run(lanes &threads);
 
  private:
+  void wait_while_it_goes_on(std::unique_lock<std::mutex> &held);
   void go_on();
 
   std::mutex mutex_;  // guards the rest; never held during a look
-  std::condition_variable changed_;
+  std::condition_variable all_ended_;
   std::size_t next_ = 0;
   std::size_t ended_ = 0;
 };

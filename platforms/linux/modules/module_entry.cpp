@@ -14,6 +14,8 @@ constexpr std::chrono::milliseconds look_bound(1000);
 // and a pass over all ports, tells otherwise.
 constexpr std::chrono::seconds trusted_for(7);
 
+constexpr std::chrono::seconds glimpsed_busy_after(1);
+
 std::optional<presence_line> make_line(std::filesystem::path file, std::string value) {
   if (file.empty()) return std::nullopt;
   return presence_line(std::move(file), std::move(value));
@@ -167,6 +169,19 @@ module_status module_entry::status() {
   }
   result.faults = faults_.script();
   result.statistics = statistics_;
+  return result;
+}
+
+module_glimpse module_entry::glimpse() {
+  const lock held(mutex_);
+  module_glimpse result;
+  result.known = !stopped_ && known_at_ != clock::time_point();
+  result.present = there_ && !pulled_ && !stopped_;
+  result.busy = busy_ && clock::now() - busy_since_ > glimpsed_busy_after;
+  result.place_code = pulled_ ? module_ok : place_code_;
+  result.insertion = insertion_;
+  result.failed = statistics_.failed;
+  result.failed_last = statistics_.last_failure > statistics_.last_success;
   return result;
 }
 

@@ -36,6 +36,7 @@ class module_entry {
   bool is_being_looked_at() const { return looking_.load(std::memory_order_relaxed); }
   // As known last.
   module_status status();
+  module_glimpse glimpse();
 
   void set_faults(const fault_script &faults);
   void release();

@@ -145,6 +145,11 @@ std::optional<module_status> modules::status(uint32_t rsip) const {
   return entry->status();
 }
 
+module_glimpse modules::glimpse(uint32_t rsip) const {
+  module_entry *entry = find(rsip);
+  return entry ? entry->glimpse() : module_glimpse();
+}
+
 cerrno modules::set_faults(uint32_t rsip, const fault_script &faults) {
   module_entry *entry = find(rsip);
   if (!entry) return module_bad_argument;

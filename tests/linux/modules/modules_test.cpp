@@ -118,6 +118,24 @@ TEST(Modules, TransfersAreCounted) {
   EXPECT_GE(counted.last_failure, counted.last_success);
 }
 
+TEST(Modules, GlimpseIsTheSameAsLongAsTransfersSucceed) {
+  const auto rack = simulated_rack();
+  uint8_t value = 0;
+  EXPECT_EQ(rack->read_byte(slot, instance, port, 0, 0, &value), 0u);
+  const module_glimpse well = rack->glimpse(rsip);
+  EXPECT_TRUE(well.known && well.present && !well.failed_last);
+  EXPECT_EQ(rack->read_byte(slot, instance, port, 0, 1, &value), 0u);
+  EXPECT_EQ(rack->glimpse(rsip), well);
+  EXPECT_EQ(rack->read_byte(slot, instance, port, 9, 128, &value), 5u);
+  EXPECT_NE(rack->glimpse(rsip), well);
+  EXPECT_TRUE(rack->glimpse(rsip).failed_last);
+  EXPECT_EQ(rack->remove(rsip), 0u);
+  EXPECT_FALSE(rack->glimpse(rsip).present);
+  EXPECT_EQ(rack->insert(rsip), 0u);
+  EXPECT_NE(rack->glimpse(rsip).insertion, well.insertion);
+  EXPECT_EQ(rack->glimpse(0), module_glimpse());
+}
+
 TEST(Modules, ModuleNeverAskedHasNothingCounted) {
   const module_statistics counted = statistics(*simulated_rack());
   EXPECT_EQ(counted.attempted, 0u);

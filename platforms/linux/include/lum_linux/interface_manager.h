@@ -49,6 +49,8 @@ struct im_statistics {
   uint64_t failed_elements = 0;
   uint64_t restarts = 0;
   uint64_t pending = 0;  // batches accepted and neither answered nor dropped yet
+
+  bool operator==(const im_statistics &) const = default;
 };
 
 // What has been asked of the manager and is still to come: batches left, and what is in force.

@@ -56,6 +56,8 @@ class leds {
   // As known last; nothing for a port without LEDs. Waits for nothing.
   std::optional<led_status> status(uint32_t rsip) const;
   std::optional<led_trouble> trouble(uint32_t rsip) const;
+  // Of any pair.
+  bool in_trouble() const;
   // Reads every pair, and sets once more what could not be set. Returns when all have been looked
   // at or those left over have not answered for a quarter of a second; those go on, and are not
   // looked at again meanwhile. One thread at a time.

@@ -65,6 +65,20 @@ struct module_status {
   module_statistics statistics;
 };
 
+// Whether a module is as it was, in a few words: differs once anything of module_status has changed
+// that is not the same after every good transfer.
+struct module_glimpse {
+  bool known = false;
+  bool present = false;
+  bool busy = false;  // with a transfer that has gone on for more than a second
+  cerrno place_code = 0;
+  uint64_t insertion = 0;
+  uint64_t failed = 0;  // transfers
+  bool failed_last = false;
+
+  bool operator==(const module_glimpse &) const = default;
+};
+
 // One module and where it belongs.
 struct module_placement {
   uint32_t rsip = 0;
@@ -120,6 +134,8 @@ class modules {
   bool present(uint32_t rsip) const;
   // What is known of a module; nothing for an unknown port. Waits for nothing.
   std::optional<module_status> status(uint32_t rsip) const;
+  // The same for whoever only asks whether anything has changed.
+  module_glimpse glimpse(uint32_t rsip) const;
 
   // Replaces the module's faults; a transfer that hangs goes on unless the new script hangs too.
   cerrno set_faults(uint32_t rsip, const fault_script &faults);
