@@ -153,6 +153,13 @@ scrape_configs:
             raise RuntimeError(f"Prometheus refuses {expression}: {said}") from None
         return answer["data"]["result"]
 
+    def series(self, expression, seconds):
+        """The series that an expression has had within the last seconds."""
+        now = time.time()
+        answer = ask(self.url("prometheus", "/api/v1/query_range", query=expression,
+                              start=now - seconds, end=now, step=self.scrape_s))
+        return answer["data"]["result"]
+
     def firing(self):
         """The labels of every alert that fires, by Prometheus."""
         answer = ask(self.url("prometheus", "/api/v1/alerts"))
