@@ -81,9 +81,6 @@ class Story:
         return all(sight.resolved for sight in self.sights)
 
     def look(self):
-        for fault in self.broken:
-            if fault not in self.healed:
-                fault.keep_up()
         self.look_at_nodes()
         firing = self.engine.firing()
         known = self.engine.told()
