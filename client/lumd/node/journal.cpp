@@ -56,6 +56,7 @@ bool tell_journal(int priority, const std::string &message,
                                      "SYSLOG_IDENTIFIER=lumd"};
   for (const auto &[name, value] : facts) fields.push_back(journal_field(name, value));
   std::vector<iovec> parts;
+  parts.reserve(fields.size());
   for (std::string &field : fields) parts.push_back({field.data(), field.size()});
   // Without the place in the source, which the macro of this name adds.
   return (sd_journal_sendv)(parts.data(), static_cast<int>(parts.size())) == 0;
