@@ -3,6 +3,7 @@
 #   make demo                 a simulated shelf, every step of its tour checked
 #   make shelf                the demo's shelf with readings that move, in a browser, until it is stopped
 #   make demo MODULES=DIR     a shelf of the module dumps (*.eeprom) in DIR
+#   make demo-network NODES=30   so many nodes under a real Prometheus and Alertmanager, broken and healed
 #   make test                 every test
 #   make pictures             the pictures of the page in docs, taken anew
 #   make test-kernel          the driver on a real Linux kernel under QEMU, every step checked
@@ -15,7 +16,7 @@
 
 JOBS ?= $(shell nproc)
 
-.PHONY: demo shelf pictures test test-kernel test-deb bench check check-fast deb dist
+.PHONY: demo demo-network shelf pictures test test-kernel test-deb bench check check-fast deb dist
 .SILENT:
 
 demo:
@@ -23,6 +24,12 @@ demo:
 	cmake --preset release >/dev/null
 	cmake --build build -j $(JOBS) --target lumd lumctl lum-module-image
 	python3 tools/demo --build build $(if $(MODULES),--modules "$(MODULES)")
+
+demo-network:
+	tools/setup test
+	cmake --preset release >/dev/null
+	cmake --build build -j $(JOBS) --target lumd lumctl lum-module-image
+	python3 tools/demo_network --build build $(if $(NODES),--nodes "$(NODES)")
 
 shelf:
 	tools/setup test

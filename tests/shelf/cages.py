@@ -43,8 +43,10 @@ class Shelf:
         self.cages.append(cage)
         return cage
 
-    def write_description(self):
+    def write_description(self, *node_keys):
+        """With these lines of keys of the node besides."""
         lines = [
+            *node_keys,
             f'name = "{self.name}"',
             'state_directory = "state"',
             'trace_directory = "traces"',

@@ -43,7 +43,8 @@ CASES = {
                       ("lum_port_trouble", f'{PORT},kind="place"', "0x64", "1x64")],
     "LumPlaceMissing": [("lum_port_trouble", f'{PORT},kind="place"', "0x50 1x14", "0x64"),
                         ("lum_port_trouble", f'{PORT},kind="led"', "0x64", "1x64")],
-    "LumPowerFell": [("lum_power_dbm", f'{SUB},reading="power-1"', "-2x60 -6x4", "-2x60 -4x4")],
+    "LumPowerFell": [("lum_power_dbm", f'{SUB},reading="power-1"', "-2.85x60 -5.85x4",
+                      "-2.85x60 -5.84x4")],
     "LumModuleHot": [("lum_module_temperature_celsius", PORT, "40x50 80x14", "40x60 80 40x3")],
     "LumImplausible": [("lum_implausible_readings", PORT, "0x50 1x14", "0x64")],
 }

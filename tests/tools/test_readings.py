@@ -84,7 +84,7 @@ class Readings(unittest.TestCase):
 
     def test_the_dashboard(self):
         names = [name for name, *_ in readings()]
-        self.says("docs/grafana/lum-dashboard.json",
+        self.says("docs/grafana/lum-node.json",
                   f'"{listed(names[len(self.powers):])}"',
                   *(f'"{name}"' for name in names[:len(self.powers)]),
                   *('reading=\\"' + name for name in names[:len(self.powers)]))

@@ -40,9 +40,7 @@ def make_shelf(folder):
     failing = shelf.add_cage(2, "failing.toml", backend="simulated")
     cages.copy_description(tour.EXAMPLES / "accelink-new-map.toml", failing.module,
                            faults="refuse-every=1,code=121")
-    shelf.write_description()
-    text = shelf.description.read_text()
-    shelf.description.write_text(f"http_port = 0\n{text}")
+    shelf.write_description("http_port = 0")
     return shelf, alarmed
 
 

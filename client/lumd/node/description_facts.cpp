@@ -91,6 +91,8 @@ description_facts facts_of(const node_description &node) {
   facts.add("api_socket", node.api_socket.native());
   facts.add("http_port", node.http_port ? fmt::format("{}", *node.http_port) : "none");
   facts.add_live("http_names", or_none(fmt::format("{}", fmt::join(node.http_names, ", "))));
+  facts.add("syslog_receiver",
+            node.syslog_receiver ? lum_linux::to_string(*node.syslog_receiver) : "none");
   add_interface_manager(node.interface_manager, facts);
   add_units(node.units, facts);
   for (const auto &slot : node.slots) {

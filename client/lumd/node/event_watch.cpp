@@ -9,7 +9,6 @@
 #include "lum_linux/leds.h"
 #include "node/alarms.h"
 #include "node/driver.h"
-#include "node/log.h"
 #include "wording/numbers.h"
 #include "words/events.h"
 
@@ -78,20 +77,6 @@ bool is_told_otherwise(const finding &one) {
          one.kind == name_of(lum_words::port_states, port_state::stale);
 }
 
-// As the system log and the journal number them.
-int priority_of(severity how_bad) {
-  switch (how_bad) {
-    case severity::critical:
-      return 3;
-    case severity::warning:
-    case severity::unknown:
-      return 4;
-    case severity::ok:
-      return 6;
-  }
-  return 6;
-}
-
 std::string place_of(const event &one) {
   if (one.port.empty()) return {};
   return fmt::format("port {}{}: ", one.port,
@@ -99,6 +84,9 @@ std::string place_of(const event &one) {
 }
 
 }  // namespace
+
+event_watch::event_watch(driver &node, event_log &events)
+    : node_(node), events_(events), outlets_(node.node()) {}
 
 void event_watch::look() {
   auto now = outline_now();
@@ -341,7 +329,7 @@ void event_watch::tell() {
       text += fmt::format("{}): {}", same.size() > most_names ? ", ..." : "", one.text);
     }
     if (one.left_out != 0) text += fmt::format(" (and {} like it before)", one.left_out);
-    say_at(priority_of(one.how_bad), text);
+    outlets_.tell({one, is_many, std::move(text), node_.node().name});
   }
 }
 

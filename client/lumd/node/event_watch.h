@@ -1,5 +1,5 @@
-// Sees what changes on the node, and tells of it: in the log of events and, each event once, on
-// standard error.
+// Sees what changes on the node, and tells of it: in the log of events and, each event once, at its
+// outlets.
 #pragma once
 
 #include <cstdint>
@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "lum_linux/interface_manager.h"
+#include "node/event_outlets.h"
 #include "node/findings.h"
 #include "node/port_snapshot.h"
 #include "records/event_log.h"
@@ -21,7 +22,7 @@ class driver;
 class event_watch {
  public:
   // Both must live as long as the watch.
-  event_watch(driver &node, event_log &events) : node_(node), events_(events) {}
+  event_watch(driver &node, event_log &events);
 
   // Compares the node with what it was at the last look, and tells what has come in since then. A
   // node whose outline is as it was is compared every five seconds only.
@@ -72,6 +73,7 @@ class event_watch {
   event_log &events_;
   outline outline_;  // before the node was compared last
   std::optional<std::chrono::steady_clock::time_point> compared_at_;
+  event_outlets outlets_;
   std::map<uint32_t, known_port> ports_;     // by rsip
   std::map<std::string, finding> findings_;  // by kind, port and place among those
   lum_linux::im_statistics manager_;

@@ -13,6 +13,7 @@
 
 #include "description/control_characters.h"
 #include "description/port_names.h"
+#include "description/receiver_address.h"
 #include "description/toml_table.h"
 #include "lum_linux/disks.h"
 #include "wording/nearest.h"
@@ -29,6 +30,7 @@ constexpr size_t max_path_bytes = 1024;
 // What a socket's address holds behind its folder's place below /proc.
 constexpr size_t max_socket_name_bytes = 80;
 constexpr size_t max_host_name_bytes = 253;
+constexpr size_t max_receiver_bytes = 63;
 constexpr std::array<std::string_view, 3> backends = {"file", "i2c-dev", "simulated"};
 
 // Finds the things that may be there once only.
@@ -81,6 +83,7 @@ class node_reader {
   void read_directories(toml_table &table);
   void read_api_socket(toml_table &table, const std::optional<located<std::string>> &state);
   void read_interface_manager(toml_table &table);
+  void read_syslog_receiver(toml_table &table);
   void read_units(toml_table &table);
   void read_slot(toml_table &table);
   void read_instance(toml_table &table, place where, slot_description &into);
@@ -122,6 +125,7 @@ node_description node_reader::read(toml_table &table) {
                    [](unsigned char letter) { return std::tolower(letter); });
     node_.http_names.push_back(std::move(name));
   }
+  read_syslog_receiver(table);
   if (auto im = table.table("interface_manager", "the interface manager")) {
     read_interface_manager(*im);
   }
@@ -177,6 +181,17 @@ void node_reader::read_interface_manager(toml_table &table) {
   im.handle_base =
       value_or(table.integer("handle_base", 1, 0xFFF00000, im.handle_base), im.handle_base);
   table.refuse_unknown_keys();
+}
+
+void node_reader::read_syslog_receiver(toml_table &table) {
+  const auto text = table.text("syslog_receiver", max_receiver_bytes, "");
+  if (!text || text->value.empty()) return;
+  node_.syslog_receiver = read_receiver_address(text->value);
+  if (node_.syslog_receiver) return;
+  problems_.add(text->line,
+                fmt::format("'syslog_receiver' is '{}', expected an address and a port, such as "
+                            "192.0.2.1:514 or [2001:db8::1]:514",
+                            text->value));
 }
 
 void node_reader::read_units(toml_table &table) {

@@ -71,10 +71,13 @@ std::string two_ports(const std::string &first, const std::string &second) {
 
 const std::string all_node_keys =
     "expected one of name, rack, state_directory, trace_directory, led_directory, api_socket, "
-    "http_port, http_names, interface_manager, units, slot";
+    "http_port, http_names, syslog_receiver, interface_manager, units, slot";
 const std::string lines_of_cage =
     "reset, reset_value, reset_idle_value, low_power, low_power_value, low_power_idle_value, led";
 const std::string text_1024 = "expected a text of 1 to 1024 bytes";
+
+const std::string receiver_expected =
+    "expected an address and a port, such as 192.0.2.1:514 or [2001:db8::1]:514";
 
 const std::vector<refusal> refusals = {
     {"UnknownNodeKey",
@@ -112,6 +115,18 @@ const std::vector<refusal> refusals = {
     {"HttpPortIsArray",
      node("http_port = [1]\n"),
      {"4: 'http_port' is an array, expected an integer from 0 to 65535"}},
+    {"SyslogReceiverIsAName",
+     node("syslog_receiver = 'log.example.net:514'\n"),
+     {"4: 'syslog_receiver' is 'log.example.net:514', " + receiver_expected}},
+    {"SyslogReceiverWithoutPort",
+     node("syslog_receiver = '192.0.2.1'\n"),
+     {"4: 'syslog_receiver' is '192.0.2.1', " + receiver_expected}},
+    {"SyslogReceiverPortIsTooLarge",
+     node("syslog_receiver = '192.0.2.1:65536'\n"),
+     {"4: 'syslog_receiver' is '192.0.2.1:65536', " + receiver_expected}},
+    {"SyslogReceiverIpv6WithoutBrackets",
+     node("syslog_receiver = '2001:db8::1:514'\n"),
+     {"4: 'syslog_receiver' is '2001:db8::1:514', " + receiver_expected}},
     {"LedDirectoryIsBoolean",
      node("led_directory = true\n"),
      {"4: 'led_directory' is a boolean, " + text_1024}},

@@ -45,6 +45,7 @@ TEST_F(NodeDescription, FillsInEveryDefault) {
   EXPECT_EQ(node.led_directory, "/sys/class/leds");
   EXPECT_EQ(node.api_socket, folder.path() / "state/lumd.sock");
   EXPECT_FALSE(node.http_port);
+  EXPECT_FALSE(node.syslog_receiver);
   EXPECT_EQ(node.interface_manager.delay_min_ms, 0u);
   EXPECT_EQ(node.interface_manager.delay_max_ms, 0u);
   EXPECT_EQ(node.interface_manager.seed, 1u);
@@ -76,6 +77,7 @@ trace_directory = "/tmp"
 led_directory = "leds"
 api_socket = "api.sock"
 http_port = 8080
+syslog_receiver = "[2001:db8::1]:1514"
 
 [interface_manager]
 delay_ms = 5
@@ -123,6 +125,8 @@ module = "modules/one.toml"
   EXPECT_EQ(node.led_directory, folder.path() / "leds");
   EXPECT_EQ(node.api_socket, folder.path() / "api.sock");
   EXPECT_EQ(node.http_port, 8080);
+  ASSERT_TRUE(node.syslog_receiver);
+  EXPECT_EQ(to_string(*node.syslog_receiver), "[2001:db8::1]:1514");
   EXPECT_EQ(node.interface_manager.delay_min_ms, 5u);
   EXPECT_EQ(node.interface_manager.delay_max_ms, 20u);
   EXPECT_EQ(node.interface_manager.seed, 9u);

@@ -79,6 +79,16 @@ struct setting_units {
   std::string setting_b;
 };
 
+// Who takes datagrams.
+struct receiver_address {
+  std::string host;  // an IPv4 or IPv6 address, no name
+  uint16_t port = 0;
+
+  bool is_ipv6() const { return host.find(':') != std::string::npos; }
+};
+// "192.0.2.1:514", "[2001:db8::1]:514"
+std::string to_string(const receiver_address &address);
+
 struct node_description {
   std::filesystem::path source;  // the description's own file
   std::string name;
@@ -89,6 +99,7 @@ struct node_description {
   std::filesystem::path api_socket;
   std::optional<uint16_t> http_port;    // absent: no HTTP; 0: any free port
   std::vector<std::string> http_names;  // by which HTTP may be asked for, in small letters
+  std::optional<receiver_address> syslog_receiver;  // of events, over UDP
   im_description interface_manager;
   setting_units units;
   std::vector<slot_description> slots;
