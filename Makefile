@@ -55,6 +55,7 @@ bench:
 	cmake --preset release >/dev/null
 	cmake --build build -j $(JOBS) --target lumd
 	python3 bench/viewers.py --build build
+	/usr/bin/python3 bench/drawing.py --build build
 
 check:
 	tools/setup check

@@ -22,10 +22,10 @@ from shelf import cages, driver  # noqa: E402
 
 # As client/panel asks: path, seconds. PORT is a port of its own for each viewer.
 HEAD = (("/v1/health", 5), ("/v1/polling", 5))
-SHELF = HEAD + (("/v1/ports", 5), ("/v1/pm", 120))
+SHELF = HEAD + (("/v1/ports", 10), ("/v1/pm", 120))
 PORT = HEAD + (("/v1/modules/PORT", 5), ("/v1/pm?port=PORT", 15), ("/v1/settings?port=PORT", 15),
                ("/v1/ports/PORT/history", 60), ("/v1/ports", 3600))
-SPACING = 2  # live.js asks for nothing more often, however much happens
+SPACING = 5  # live.js asks for nothing more often, however much happens
 HURRIED = 15  # and only what it asks for at least as often
 BEGINNING = ("/", "/panel/explanations.json", "/v1/events?limit=500")
 MOST_OF_ONE = 1.0  # what a viewer may cost, in polling's own costs
@@ -130,7 +130,8 @@ def main():
             assert node.wait_for(lambda ports: all(port.get("temperature_c") is not None
                                                    for port in ports.values()), 60)
             print(f"{wanted.ports} ports, {wanted.seconds} s each\n\n"
-                  "viewers  of                     processor  beside polling alone  answers/s  cycles  slowest cycle")
+                  "viewers  of                     processor  beside polling alone  answers/s  "
+                  "cycles  slowest cycle")
             alone, verdicts = None, []
             for who, viewers, asked in CROWDS:
                 share, answers, cycles, slowest = measured(node, viewers, asked, wanted.seconds)

@@ -3,7 +3,8 @@
 
 const PATIENCE = 8000;  // milliseconds for an answer
 const SILENCE = 40000;  // the stream says something every 15 s
-const SPACING = 2000;   // between two requests for one document
+const SPACING = 5000;   // between two requests for one document, a polling cycle
+const RETRY = 2000;     // after one that failed
 const KEPT_EVENTS = 500;
 
 export async function get(path) {
@@ -112,7 +113,8 @@ export class Live extends EventTarget {
         one.refused(failure);
       } else {
         this.#failed(failure);
-        one.due = performance.now() + 2000;
+        one.due = performance.now() + RETRY;
+        one.asked = -SPACING;
       }
     } finally {
       one.busy = false;

@@ -22,8 +22,8 @@ const BELOW = 14;      // dB under it at a bar's beginning
 const NOTABLE = 3;     // dB off it
 const ENOUGH = 12;     // samples that an average is of before it is called usual
 const USUAL_S = 120;   // between two looks at the averages
-const SOON_S = 15;     // while some are of too few samples and get more
-const FRESH_S = 30;    // since the latest of them
+const SOON_S = 15;     // while some are of too few samples
+const READINGS_S = 10; // between two looks at the ports, where events tell of what changes
 
 export function shelfView(live) {
   const cages = new Map();
@@ -105,11 +105,14 @@ export function shelfView(live) {
   const resized = new ResizeObserver(() => requestAnimationFrame(fit));
   resized.observe(rack);
   const stops = [
-    live.watch("v1/ports", 5, show),
+    live.watch("v1/ports", 5, (body) => {
+      show(body);
+      return live.streaming ? READINGS_S : undefined;
+    }),
     live.watch("v1/pm", USUAL_S, (body) => {
-      const early = keep(body, averages);
+      keep(body, averages);
       if (latest) show(latest);
-      return early ? SOON_S : USUAL_S;
+      return latest && !awaitsMore(latest.ports, averages) ? USUAL_S : SOON_S;
     }),
     events.stop,
     () => resized.disconnect(),
@@ -119,21 +122,23 @@ export function shelfView(live) {
 
 const keyOf = (port, sub, place) => `${port} ${sub} ${place}`;
 
-// The day's averages, by port, sub-port and reading. Returns whether some are soon.
+// The day's averages, by port, sub-port and reading; null where samples are enough and tell nothing.
 function keep(body, averages) {
-  let early = false;
   averages.clear();
   for (const one of body.interfaces) {
     const day = one.bins.find((bin) => bin.length === "24h");
-    if (!day || day.tested || day.samples === 0) continue;
-    early ||= day.samples < ENOUGH && one.age_s < FRESH_S;
-    if (day.samples < ENOUGH) continue;
+    if (!day || day.samples < ENOUGH) continue;
     for (const place of SHOWN) {
       const dbm = day.values.find((value) => value.name === `power-${place}`)?.dbm;
-      if (typeof dbm?.average === "number") averages.set(keyOf(one.port, one.sub_port, place), dbm.average);
+      averages.set(keyOf(one.port, one.sub_port, place), day.tested ? null : dbm?.average ?? null);
     }
   }
-  return early;
+}
+
+// Whether there is a power whose samples are not enough yet.
+function awaitsMore(ports, averages) {
+  return ports.some((port) => port.state === "up" && port.sub_ports.some((sub) => SHOWN.some((place) =>
+    sub.readings[place]?.plausible && !averages.has(keyOf(port.name, sub.sub_port, place)))));
 }
 
 // What there is for cages, and what goes between and around them. What scrolls now counts as room.
