@@ -135,10 +135,12 @@ function keep(body, averages) {
   }
 }
 
-// Whether there is a power whose samples are not enough yet.
+// Whether there is, or soon will be, a power whose samples are not enough yet.
 function awaitsMore(ports, averages) {
-  return ports.some((port) => port.state === "up" && port.sub_ports.some((sub) => SHOWN.some((place) =>
-    sub.readings[place]?.plausible && !averages.has(keyOf(port.name, sub.sub_port, place)))));
+  const isAwaited = (port, sub, place) => (sub.readings[place]?.plausible ?? true)
+    && !averages.has(keyOf(port.name, sub.sub_port, place));
+  return ports.some((port) => ["up", "coming up"].includes(port.state)
+    && port.sub_ports.some((sub) => SHOWN.some((place) => isAwaited(port, sub, place))));
 }
 
 // What there is for cages, and what goes between and around them. What scrolls now counts as room.
