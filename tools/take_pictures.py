@@ -18,7 +18,7 @@ import living  # noqa: E402
 from shelf.driver import Driver  # noqa: E402
 
 MOST_BYTES = 200 * 1024  # of all together
-MOVING_S = 60  # how long the readings have moved before
+MOVING_S = 75  # how long the readings have moved before
 
 
 def main():

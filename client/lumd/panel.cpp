@@ -5,6 +5,7 @@
 
 #include "api/entity_tag.h"
 #include "api/problem.h"
+#include "api/query.h"
 #include "panel/files.h"
 #include "views/json.h"
 #include "words/explanations.h"
@@ -52,12 +53,18 @@ const lum_panel::file *find_file(std::string_view path) {
 
 std::optional<http_reply> answer_with_panel(const http_request &request) {
   const std::string_view target = request.target;
-  const lum_panel::file *const file = find_file(target.substr(0, target.find('?')));
+  const std::size_t question = target.find('?');
+  const lum_panel::file *const file = find_file(target.substr(0, question));
   if (file == nullptr) return std::nullopt;
   if (request.method != "GET") {
     http_reply refused = problem_reply(405, "this path takes GET, HEAD");
     refused.allow = "GET, HEAD";
     return refused;
+  }
+  if (question != std::string_view::npos) {
+    query_members none;
+    const std::string wrong = read_query(target.substr(question + 1), {}, none);
+    if (!wrong.empty()) return problem_reply(400, wrong);
   }
   http_reply reply;
   reply.content_type = file->type;

@@ -3,7 +3,8 @@
 
 const PATIENCE = 8000;  // milliseconds for an answer
 const SILENCE = 40000;  // the stream says something every 15 s
-const SPACING = 2000;   // between two requests for one document
+const SPACING = 5000;   // between two requests for one document, a polling cycle
+const RETRY = 2000;     // after one that failed
 const KEPT_EVENTS = 500;
 
 export async function get(path) {
@@ -46,8 +47,8 @@ export class Live extends EventTarget {
     this.#look();
   }
 
-  // Asks for the document now, and every so many seconds; a refusal goes to `refused`, or is a
-  // sign that the driver is not well. Returns what stops it.
+  // Asks for the document now, and every so many seconds, or after as many as `apply` returns; a
+  // refusal goes to `refused`, or is a sign that the driver is not well. Returns what stops it.
   watch(path, seconds, apply, refused = null) {
     const one = { path, every: seconds * 1000, apply, refused, due: 0, asked: -SPACING, busy: false };
     this.#watches.add(one);
@@ -103,14 +104,17 @@ export class Live extends EventTarget {
     try {
       const body = await get(one.path);
       this.#answered();
-      if (this.#watches.has(one)) one.apply(body);
+      if (!this.#watches.has(one)) return;
+      const next = one.apply(body);
+      if (next !== undefined) one.due = one.asked + 1000 * next;
     } catch (failure) {
       if (!this.#clock || !this.#watches.has(one)) return;
       if (failure instanceof Refused && one.refused) {
         one.refused(failure);
       } else {
         this.#failed(failure);
-        one.due = performance.now() + 2000;
+        one.due = performance.now() + RETRY;
+        one.asked = -SPACING;
       }
     } finally {
       one.busy = false;

@@ -3,7 +3,7 @@
 import { card, columns, command, element, facts, mark, renew, table } from "./dom.js";
 import { eventList } from "./events.js";
 import { get } from "./live.js";
-import { healthLine, lasting, lookWords, text, time, unknown, yes } from "./words.js";
+import { healthLine, lasting, lookWords, none, text, time, unknown, yes } from "./words.js";
 
 const SEVERITIES = [["everything", null], ["warnings and worse", ["warning", "critical"]]];
 
@@ -54,7 +54,7 @@ export function nodeView(live) {
       ["Pause", `${polling.period_s} s`],
       ["Last cycle", last ? `${lasting(last.age_s)} ago, ${last.ports} ports` : unknown(why)],
       ["It took", last ? milliseconds(last.duration_s) : unknown(why)],
-      ["It was late by", last?.lateness_s === undefined ? unknown("the first cycle has nothing to be late for") : milliseconds(last.lateness_s)],
+      ["It was late by", last?.lateness_s === undefined ? none("nothing: it was the first") : milliseconds(last.lateness_s)],
     ]));
   }
 
@@ -132,9 +132,9 @@ function store(node) {
     ["Takes changes", node.store.usable ? "yes" : element("span", { class: "bad" }, `no: ${node.store.reason ?? "–"}`)],
     ["File", kept.file], ["Records", text(kept.entries, node.store.reason)],
     ["Writes", `${kept.writes}, ${kept.failures} failed`],
-    ["Last failure", text(kept.last_failure, "there has been none")],
+    ["Last failure", kept.last_failure || none()],
     ["Set aside", kept.set_aside ? `${kept.set_aside.file}: ${kept.set_aside.reason}` : "nothing"],
-    ["Doubt", text(node.store.doubt, "there is none")],
+    ["Doubt", node.store.doubt || none()],
     ["Events", node.events.kept ? "are kept" : text(node.events.problem)],
   ]), ...troubles];
 }

@@ -16,7 +16,8 @@ export function plot(live, path) {
   const keys = element("div", { class: "keys" });
   const said = element("p", { class: "age" }, "no history yet");
   const frame = element("div", { class: "plot", hidden: true }, canvas);
-  const whole = element("div", { class: "history" }, units, frame, keys, said);
+  const whole = element("div", { class: "history" }, units, frame, keys, said,
+    element("p", { class: "age" }, "No history is kept of temperature and supply."));
   let chart = null;
   let groups = new Map();
   let chosen = null;

@@ -5,7 +5,7 @@ import { eventList } from "./events.js";
 import { get } from "./live.js";
 import { plot } from "./plot.js";
 import { settingsCard } from "./settings.js";
-import { hex, lasting, ledOf, ledWords, lookOf, lookWords, number, quoted, readingTitle, text, unknown, yes } from "./words.js";
+import { hex, lasting, ledOf, ledWords, lookOf, lookWords, none, number, quoted, readingTitle, text, unknown, yes } from "./words.js";
 
 export function portView(live, name) {
   const path = encodeURIComponent(name);
@@ -73,22 +73,28 @@ export function portView(live, name) {
 function identity(port) {
   const vendor = port.vendor ?? {};
   const why = port.reason || "the module has not been read";
-  return facts([
-    ["Position", `rack ${port.rack}, slot ${port.slot}, instance ${port.instance}, port ${port.port}`],
-    ["Vendor", text(vendor.name, why)], ["Part", text(vendor.part, why)],
-    ["Serial", text(vendor.serial, why)], ["Revision", text(vendor.revision, why)],
-    ["Date", text(vendor.date, why)], ["OUI", text(vendor.oui, why)],
-    ["Extra", text([vendor.extra_code, vendor.extra_id].filter(Boolean).join(" "), why)],
+  const isRead = Boolean(vendor.name || vendor.part || vendor.serial);
+  const said = (value) => value || (isRead ? none("blank in the module") : unknown(why));
+  const ofModule = port.state === "empty" ? [["Module", none("none: the cage is empty")]] : [
+    ["Vendor", said(vendor.name)], ["Part", said(vendor.part)],
+    ["Serial", said(vendor.serial)], ["Revision", said(vendor.revision)],
+    ["Date", said(vendor.date)], ["OUI", said(vendor.oui)],
+    ["Extra", said([vendor.extra_code, vendor.extra_id].filter(Boolean).join(" "))],
     ["Firmware", text(port.firmware?.text, why)],
     ["Memory map", port.new_memmap === true ? "new" : port.new_memmap === false ? "old" : unknown(why)],
+  ];
+  return facts([
+    ["Position", `rack ${port.rack}, slot ${port.slot}, instance ${port.instance}, port ${port.port}`],
+    ...ofModule,
     ["Port handle", String(port.port_handle)],
-    ["Controllers", element("span", {}, port.sub_ports.length === 0 ? unknown(port.reason)
+    ["Controllers", element("span", {}, port.sub_ports.length === 0 ? none()
       : port.sub_ports.map((sub) => element("div", {}, `${sub.ifname || "–"} `, hex(sub.ifhandle),
         sub.told ? `, told ${sub.told}` : "")))],
   ]);
 }
 
 function readings(port) {
+  if (port.state === "empty") return [element("p", {}, none("none: there is no module to measure in the cage"))];
   const known = port.sub_ports.find((sub) => sub.readings.length > 0);
   const why = port.reason || "no poll has come to the module yet";
   const age = known ? `read ${lasting(known.readings_age_s)} ago` : `not known: ${why}`;
@@ -159,11 +165,11 @@ function transfers(port) {
     ["Where", `${module.location} (${module.backend}${module.way ? `, ${module.way}` : ""})`],
     ["Module", module.present === null ? unknown(module.problem ?? port.reason) : module.present ? "in the cage" : "none in the cage"],
     ["Transfers", String(module.transfers)], ["Failed", String(module.failed_transfers)],
-    ["Last good", module.last_success_age_s === undefined ? unknown("none yet") : `${lasting(module.last_success_age_s)} ago`],
+    ["Last good", module.last_success_age_s === undefined ? none("none yet") : `${lasting(module.last_success_age_s)} ago`],
     ["Last failure", module.last_failure_age_s === undefined ? "none"
       : `${lasting(module.last_failure_age_s)} ago: ${module.last_error.reason ?? module.last_error.text}`],
     ["Bytes", `${module.bytes_read} read, ${module.bytes_written} written`],
-    ["Last took", module.last_transfer_us === null ? unknown("none yet") : `${module.last_transfer_us} µs`],
+    ["Last took", module.last_transfer_us === null ? none("no transfer yet") : `${module.last_transfer_us} µs`],
     ["Goes on for", module.busy_ms === 0 ? "nothing goes on" : `${(module.busy_ms / 1000).toFixed(1)} s`],
     ...["reset", "low_power"].filter((line) => module[line]).map((line) =>
       [line === "reset" ? "Reset line" : "Low power line", yes(module[line].on, module[line].problem)]),

@@ -2,7 +2,7 @@
 
 import { card, command, element, renew, table } from "./dom.js";
 import { get } from "./live.js";
-import { quoted, unknown } from "./words.js";
+import { none, quoted, unknown } from "./words.js";
 
 export function settingsCard(live, name) {
   const body = element("div", {});
@@ -63,7 +63,7 @@ function shown(one) {
 
 function module(held) {
   if (!held) return unknown("the module has not been asked");
-  if (held.exists === false) return unknown("the module has no register for it");
+  if (held.exists === false) return none("no register");
   if (held.value !== null) return String(held.value);
   return held.register === null ? unknown(held.reason) : `register ${held.register}`;
 }

@@ -9,6 +9,11 @@ export function unknown(reason) {
     element("span", { class: "unseen" }, ` not known: ${reason}`));
 }
 
+// What is known not to exist.
+export function none(why = "none") {
+  return element("span", { class: "none" }, why);
+}
+
 export function number(value, digits, reason) {
   return typeof value === "number" ? value.toFixed(digits) : unknown(reason);
 }
@@ -30,7 +35,7 @@ export function lasting(seconds) {
 }
 
 export function hex(handle) {
-  return handle ? `0x${handle.toString(16).padStart(8, "0")}` : unknown("no controller");
+  return handle ? `0x${handle.toString(16).padStart(8, "0")}` : none("no controller");
 }
 
 let utc = recalled() === "utc";
@@ -119,7 +124,8 @@ export function readingTitle(name) {
   return `${place[1] === "power" ? "Power" : "Reading"} ${place[2]}${place[3] ?? ""}`;
 }
 
-// A name as a shell takes it.
+// A name as a shell takes it, and lumctl behind it, which takes no option from there on.
 export function quoted(name) {
-  return /^[\w.:/+@-]+$/.test(name) ? name : `'${name.replaceAll("'", "'\\''")}'`;
+  const own = /^[\w.:/+@-]+$/.test(name) ? name : `'${name.replaceAll("'", "'\\''")}'`;
+  return name.startsWith("-") ? `-- ${own}` : own;
 }

@@ -43,6 +43,16 @@ class Page(support.ShelfTest):
             answer, _ = self.fetch(target, method="POST")
             self.assertEqual((answer.status, answer.getheader("Allow")), (405, "GET, HEAD"))
 
+    def test_no_file_takes_a_query(self):
+        self.add_empty()
+        self.start()
+        for target in ("/?x=1", "/panel/main.js?v=2", "/panel/explanations.json?x"):
+            answer, body = self.fetch(target)
+            self.assertEqual((answer.status, answer.getheader("Content-Type")),
+                             (400, "application/problem+json"), target)
+            self.assertIn("expected no query", json.loads(body)["detail"])
+        self.assertEqual(self.fetch("/?")[0].status, 200)
+
     def test_no_page_changes_anything(self):
         """A web page somewhere else may send requests to a socket that is passed on to a browser."""
         cage = self.add_module("iivi-new-map")

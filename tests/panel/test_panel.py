@@ -12,12 +12,15 @@ HERE = pathlib.Path(__file__).resolve().parent
 sys.path[:0] = [str(HERE), str(HERE.parent / "client")]
 
 import browser  # noqa: E402
+import drawing  # noqa: E402
 import support  # noqa: E402
 from shelf import cages  # noqa: E402
 
 FLAG_BYTE = 10  # of the lower page; these bits of it turn the LED to fault
 FLAG_BITS = 0x02
 POWER_0 = 18  # the word of sub-port 0's first power
+KINDS = ("iivi-old-map", "accelink-old-map", "iivi-new-map", "accelink-new-map")
+LAPTOPS = ((1366, 768), (1280, 800), (1280, 720))
 FAINT_POWER = (0xFB, 0x51)  # -12 dBm
 
 
@@ -83,8 +86,7 @@ class Panel(support.ShelfTest):
 class Shelf(Panel):
     def test_comes_up_on_a_shelf_of_all_kinds(self):
         """Modules of every kind, an empty and a failing cage: accessible, light, dark and narrow."""
-        filled = [self.add_module(kind, slot) for slot in (1, 2) for kind in (
-            "iivi-old-map", "accelink-old-map", "iivi-new-map", "accelink-new-map")]
+        filled = [self.add_module(kind, slot) for slot in (1, 2) for kind in KINDS]
         empty = self.add_empty()
         failing = self.add_module("accelink-new-map", slot=2, faults="refuse-every=1,code=121")
         self.open()
@@ -190,13 +192,16 @@ class Shelf(Panel):
         self.shows(lambda: any("v1/ports" in one for one in self.browser.requests()))
 
     def test_a_power_off_what_is_usual_is_marked(self):
+        """What is usual is not claimed before there are samples enough to tell."""
         cage = self.add_file()
-        self.start(extra=f"http_port = {self.port}")
-        self.assertIsNotNone(self.driver.wait_for(
-            lambda ports: "power_0" in ports[cage.name]["sub_ports"][0].get("pm", {}), 20))
-        self.browser.open(self.origin())
-        bar = f"{cage_of(cage)} .bars .row:first-child .bar"
-        self.shows(lambda: self.browser.attribute(bar, "data-is") == "usual")
+        self.open()
+        bar = f"{cage_of(cage)} .bars .row:not(.heads) .bar"
+        self.shows(lambda: self.browser.attribute(bar, "data-is") == "alone")
+        self.shows(lambda: "not known yet what is usual" in self.browser.text(".legend"))
+        self.assertIn("what is usual is not known yet of 4",
+                      self.browser.attribute(cage_of(cage), "aria-label"))
+        self.shows(lambda: self.browser.attribute(bar, "data-is") == "usual", 90)
+        self.assertNotIn("not known yet", self.browser.text(".legend"))
         for place, value in enumerate(FAINT_POWER):
             cages.poke(cage.module, POWER_0 + place, value)
         self.shows(lambda: self.browser.attribute(bar, "data-is") == "low")
@@ -231,26 +236,53 @@ class Shelf(Panel):
 
 class Crowd(Panel):
     def test_240_ports_fit_a_screen(self):
-        kinds = ("iivi-old-map", "accelink-old-map", "iivi-new-map", "accelink-new-map")
         for number in range(240):
-            self.add_module(kinds[number % 4], slot=number // 15)
+            self.add_module(KINDS[number % 4], slot=number // 15)
+        self.fits_a_laptop()
+        print(drawing.told(240, drawing.measured(self.browser)))
+
+    def test_240_ports_of_two_instances_a_slot_fit_a_screen(self):
+        for number in range(240):
+            cage = self.shelf.add_cage(number // 20, f"{number}.toml", "simulated",
+                                       instance=number // 10 % 2)
+            support.cages.copy_description(
+                support.EXAMPLES / f"{KINDS[number % 4]}.toml", cage.module)
+        self.fits_a_laptop()
+
+    def fits_a_laptop(self):
         self.start(extra=f"http_port = {self.port}")
         self.assertIsNotNone(self.driver.wait_for(lambda ports: all(
             port["state"] == "up" and port["sub_ports"][0]["readings"]
             for port in ports.values()), 60))
         begun = time.monotonic()
         self.browser.open(self.origin())
-        self.shows(lambda: len(self.browser.all(".cage")) == 240)
-        self.assertEqual(len(self.browser.all('.cage[data-look="up"]')), 240)
+        self.shows(lambda: len(self.browser.all('.cage[data-look="up"]')) == 240)
         print(f"240 ports were drawn {time.monotonic() - begun:.2f} s after they were asked for")
-        for size in ((1366, 768), (1366, 650)):
+        for size in LAPTOPS:
             self.browser.look(size)
             self.shows(lambda: self.browser.run(
                 "const rack = document.querySelector('.rack');"
-                "return rack.scrollHeight <= rack.clientHeight"
-                "  && document.documentElement.scrollHeight <= innerHeight"), 5)
+                "const within = rack.getBoundingClientRect();"
+                "return document.documentElement.scrollHeight <= innerHeight"
+                "  && [...document.querySelectorAll('.cage')].every((cage) => {"
+                "    const box = cage.getBoundingClientRect();"
+                "    const last = cage.querySelector('.bars').getBoundingClientRect();"
+                "    return box.right <= within.right && box.bottom <= within.bottom"
+                "      && last.bottom <= box.bottom; })"), 5)
+            self.assertIn("OAP-2B-AA1", self.browser.text(".cage"), size)
         self.assert_accessible(".slot:first-child")
         self.assert_clean()
+
+    def test_2_ports_are_large(self):
+        first, second = self.add_module("iivi-new-map"), self.add_module("iivi-new-map")
+        self.open()
+        self.becomes(first, "up")
+        self.becomes(second, "up")
+        for size in LAPTOPS:
+            self.browser.look(size)
+            self.shows(lambda: self.browser.run(
+                "const box = document.querySelector(arguments[0]).getBoundingClientRect();"
+                "return box.width >= 380 && box.height >= 170", cage_of(second)), 5)
 
 
 class Views(Panel):
@@ -277,6 +309,18 @@ class Views(Panel):
         self.assert_accessible()
         self.assertLessEqual(self.browser.run("return document.body.scrollWidth"), 390)
         self.assertEqual(self.browser.complaints(), [])
+
+    def test_an_empty_cage_has_no_part(self):
+        self.add_empty()
+        self.open("#/port/0%2F1%2F0%2F1")
+        identity = "[data-part=identity]"
+        self.shows(lambda: "none: the cage is empty" in (self.browser.text(identity) or ""))
+        self.assertNotIn("not known", self.browser.text(identity))
+        self.assertIn("there is no module to measure", self.browser.text("[data-part=readings]"))
+        self.assertIn("No history is kept of temperature and supply",
+                      self.browser.text(".history"))
+        self.assert_accessible()
+        self.assert_clean()
 
     def test_the_node_tells_all_of_itself(self):
         self.add_module("iivi-alarm")

@@ -15,14 +15,16 @@ class Cage:
     handle: int
     module: pathlib.Path
     backend: str = "file"
+    instance: int = 0
 
     @property
     def name(self):
-        return f"0/{self.slot}/0/{self.port}"
+        return f"0/{self.slot}/{self.instance}/{self.port}"
 
     @property
     def led(self):
-        return f"slot{self.slot}-port{self.port}"
+        instance = f"-instance{self.instance}" if self.instance else ""
+        return f"slot{self.slot}{instance}-port{self.port}"
 
 
 class Shelf:
@@ -36,10 +38,10 @@ class Shelf:
         self.socket = self.folder / "state" / "lumd.sock"
         (self.folder / "modules").mkdir()
 
-    def add_cage(self, slot, file_name, backend="file"):
-        port = 1 + sum(cage.slot == slot for cage in self.cages)
+    def add_cage(self, slot, file_name, backend="file", instance=0):
+        port = 1 + sum((cage.slot, cage.instance) == (slot, instance) for cage in self.cages)
         handle = 1 + len(self.cages)
-        cage = Cage(slot, port, handle, self.folder / "modules" / file_name, backend)
+        cage = Cage(slot, port, handle, self.folder / "modules" / file_name, backend, instance)
         self.cages.append(cage)
         return cage
 
@@ -53,18 +55,25 @@ class Shelf:
             'led_directory = "leds"',
         ]
         for slot in sorted({cage.slot for cage in self.cages}):
-            lines += ["", "[[slot]]", f"number = {slot}", "", "[[slot.instance]]", "number = 0"]
-            for cage in (cage for cage in self.cages if cage.slot == slot):
-                lines += [
-                    "",
-                    "[[slot.instance.port]]",
-                    f"number = {cage.port}",
-                    f"handle = {cage.handle}",
-                    f'backend = "{cage.backend}"',
-                    f'module = "modules/{cage.module.name}"',
-                    f'led = "{cage.led}"',
-                ]
+            lines += ["", "[[slot]]", f"number = {slot}"]
+            for instance in sorted({cage.instance for cage in self.cages if cage.slot == slot}):
+                lines += ["", "[[slot.instance]]", f"number = {instance}"]
+                for cage in self.cages:
+                    if (cage.slot, cage.instance) == (slot, instance):
+                        lines += self.port_lines(cage)
         self.description.write_text("\n".join(lines) + "\n")
+
+    @staticmethod
+    def port_lines(cage):
+        return [
+            "",
+            "[[slot.instance.port]]",
+            f"number = {cage.port}",
+            f"handle = {cage.handle}",
+            f'backend = "{cage.backend}"',
+            f'module = "modules/{cage.module.name}"',
+            f'led = "{cage.led}"',
+        ]
 
     def led_is_lit(self, cage, which):
         """Whether the LED `which`, "green:status" or "red:fault", is lit."""

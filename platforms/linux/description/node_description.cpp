@@ -108,6 +108,10 @@ class node_reader {
   node_description node_;
 };
 
+// Browsers take these out of a path, encoded or not, so that a port of this name could not be asked
+// for.
+bool is_path_step(std::string_view name) { return name == "." || name == ".."; }
+
 template <typename T>
 T value_or(const std::optional<located<int64_t>> &found, T fallback) {
   return found ? static_cast<T>(found->value) : fallback;
@@ -268,6 +272,12 @@ void node_reader::read_position(toml_table &table, place where, port_description
   const std::string position =
       fmt::format("{}/{}/{}/{}", node_.rack, where.slot, where.instance, port.number);
   const auto name = table.text("name", max_name_bytes, position);
+  if (name && is_path_step(name->value)) {
+    problems_.add(name->line, fmt::format("port name '{}' is taken out of the path of every "
+                                          "address; expected a name other than . and ..",
+                                          name->value));
+    return;
+  }
   if (name && (position_is_known || table.has("name"))) {
     port.name = name->value;
     names_.add({port.name, name->line, position_is_known ? position : ""});

@@ -284,6 +284,13 @@ const std::vector<refusal> refusals = {
                "number = 2\nhandle = 2\nmodule = 'b'\nname = '0/1/0/1:0'\n"),
      {"16: port name '0/1/0/1:0' is also sub-port 0 of port 'west', named in line 11; expected a "
       "name that means one port"}},
+    {"NamesThatNoAddressHolds",
+     two_ports("number = 1\nhandle = 1\nmodule = 'a'\nname = '.'\n",
+               "number = 2\nhandle = 2\nmodule = 'b'\nname = '..'\n"),
+     {"11: port name '.' is taken out of the path of every address; expected a name other than . "
+      "and ..",
+      "16: port name '..' is taken out of the path of every address; expected a name other than . "
+      "and .."}},
     {"SameModuleTwice",
      two_ports("number = 1\nhandle = 1\nmodule = 'a'\n",
                "number = 2\nhandle = 2\nmodule = 'modules/../a'\n"),
