@@ -7,6 +7,7 @@
 #include "callbacks.h"
 #include "checkpoints.h"
 #include "interface_manager.h"
+#include "library.h"
 #include "lum_ports_db/node_keeper.h"
 #include "lum_utils/lum_utils.h"
 #include "module_bays.h"
@@ -66,6 +67,7 @@ void node_model::look_at_call(const std::string &thread, const std::string &text
     if (polls || last == 2) look_at_transfer(thread, place{slot, port}.rsip(), polls);
     return;
   }
+  if (text.find("module access failed") != std::string::npos) poll_has_failed_ = true;
   uint32_t rsip = 0;
   const auto at = text.find("ports DB delete done, rsip ");
   if (at != std::string::npos && std::sscanf(text.c_str() + at + 27, "%x", &rsip) == 1) {
@@ -78,7 +80,7 @@ void node_model::look_at_call(const std::string &thread, const std::string &text
 void node_model::look_at_transfer(const std::string &thread, uint32_t rsip, bool polls) {
   const scheduler::holding held = scheduler_.held();
   if (held.mutexes == 0) {
-    if (!polls || moving_.empty()) {
+    if (!polls || !poll_has_failed_) {
       found(named(rsip) + (polls ? " is polled" : " is set") + " by a thread without a mutex");
     }
     return;
@@ -112,6 +114,13 @@ void node_model::look_at_port(place where) {
     found(named(rsip) + (wanted ? " has no record" : " has left its record behind"));
   }
   if (!wanted) return;
+  const uint32_t handle = support::handle_for(rsip);
+  if (node->port_handle != handle || lum_get_port_node_from_port_handle(handle) != node) {
+    found(named(rsip) + " has not its port handle");
+  }
+  if (lum_plat_get_port_handle(where.slot, 0, static_cast<uint16_t>(where.port)) != handle) {
+    found(named(rsip) + " is not in the slot table");
+  }
   const lum_port_data &port = node->data;
   if (scheduler_.is_held(&port.port_mutex)) found(named(rsip) + ": its mutex is still held");
   if (port.led_state != support::client.led(rsip)) found(named(rsip) + " shows another LED");

@@ -79,6 +79,7 @@ class node_model {
   std::set<uint32_t> gone_;
   std::set<uint32_t> moving_;
   std::map<uint32_t, module_visits> visits_;
+  bool poll_has_failed_ = false;
   std::vector<std::string> findings_;
 };
 

@@ -73,6 +73,7 @@ void program::fill_modules() {
   for (const place &where : places_) {
     support::module_memory &module = support::modules.at(where.slot, 0, where.port);
     for (uint32_t offset = 0; offset < 128; ++offset) module.put(0, offset, {0x11});
+    for (uint32_t flags = 9; flags < 14; ++flags) module.put(0, flags, {0});
   }
 }
 
