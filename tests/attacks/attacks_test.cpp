@@ -68,6 +68,7 @@ class Attacks : public testing::Test {
       const rlimit no_core = {0, 0};
       setrlimit(RLIMIT_CORE, &no_core);
       static_cast<void>(std::freopen(errors.c_str(), "w", stderr));
+      std::setvbuf(stderr, nullptr, _IONBF, 0);
       alarm(stuck_seconds);
       what();
       _exit(0);

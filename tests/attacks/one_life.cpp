@@ -273,6 +273,7 @@ lum_linux::node_description small_node_in(const std::filesystem::path &folder) {
 
 void live(const lum_linux::node_description &node, const attack &planned, ledger &left) {
   spare_this_thread();
+  stress::poll_on_demand();  // what the tests' own seams keep is made before the attack
   life one(node, left);
   if (!one.start(planned)) {
     left.calls = end();
