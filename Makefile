@@ -9,6 +9,7 @@
 #   make test-kernel          the driver on a real Linux kernel under QEMU, every step checked
 #   make bench                the benchmarks, beside reference points, and what can be counted
 #   make check-fast           what takes no second build: before a commit
+#   make check-long           the attacks at full length: every allocation, 100,000 schedules; about an hour
 #   make deb                  the Debian packages, in build/deb
 #   make test-deb             these in a fresh Debian: installed, run, upgraded, built against, purged; as root
 #   make dist                 the source archive and its bill of materials, in build/dist
@@ -16,7 +17,7 @@
 
 JOBS ?= $(shell nproc)
 
-.PHONY: demo demo-network shelf pictures test test-kernel test-deb bench check check-fast deb dist
+.PHONY: demo demo-network shelf pictures test test-kernel test-deb bench check check-fast check-long deb dist
 .SILENT:
 
 demo:
@@ -72,6 +73,14 @@ check:
 check-fast:
 	tools/setup check
 	tools/check.sh fast
+
+check-long:
+	tools/setup test
+	cmake --preset release >/dev/null
+	cmake --build build -j $(JOBS) --target schedules_test attacks_test lumd lumctl lum-module-image
+	LUM_SCHEDULES=$${LUM_SCHEDULES:-100000} build/schedules_test --gtest_filter='*whatever*'
+	LUM_ATTACK_STRIDE=1 build/attacks_test
+	cd tests/client && LUM_MEMORY_TRIALS=1000000 LUM_BUILD=$(CURDIR)/build python3 -m unittest -v test_without_memory
 
 deb:
 	tools/setup deb

@@ -171,6 +171,7 @@ run_fuzzer() {
   local work
   work=$(mktemp -d)
   mkdir "$work/corpus"
+  cp tests/fuzz/corpora/"$(basename "$1" | sed s/^fuzz_//)"/* "$work/corpus" 2>/dev/null || true
   "$1" -max_total_time="$FUZZ_SECONDS" -rss_limit_mb=2048 -print_final_stats=1 \
     -artifact_prefix=build/asan/ "$work/corpus" >"$work/log" 2>&1 || {
     cat "$work/log" >&2

@@ -13,6 +13,7 @@
 #include "confine.h"
 #include "description_file.h"
 #include "lum_linux/disks.h"
+#include "memory_reserve.h"
 #include "node/driver.h"
 #include "node/log.h"
 #include "open_api.h"
@@ -93,7 +94,10 @@ int run(const lum_linux::node_description &as_read, const command_line &chosen) 
     server->stop();
     leave(0);
   }
-  server->serve([&driver = *node](const http_request &request) { return answer(driver, request); });
+  server->serve([&driver = *node](const http_request &request) {
+    renew_memory_reserve();
+    return answer(driver, request);
+  });
   node->events().on_more([server] { server->wake_streams(); });
   report_ready(*server);
   node->bring_up();
@@ -116,6 +120,7 @@ int run(const lum_linux::node_description &as_read, const command_line &chosen) 
 int main(int argc, char **argv) {
   fill_standard_descriptors();
   ignore_needless_signals();
+  keep_memory_reserve();
   int status = 0;
   try {
     const auto chosen = read_command_line(argc, argv, status);

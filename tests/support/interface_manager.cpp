@@ -34,6 +34,15 @@ std::vector<uint32_t> interface_manager::answer(batch &which) {
 }
 
 std::vector<uint32_t> interface_manager::answer(batch &which, const batch_reply &reply) {
+  std::vector<uint32_t> ifhandles;
+  std::thread own([&] { ifhandles = complete(which, reply); });
+  own.join();
+  return ifhandles;
+}
+
+void interface_manager::answer_here(batch &which) { complete(which, success(which)); }
+
+std::vector<uint32_t> interface_manager::complete(batch &which, const batch_reply &reply) {
   const std::size_t size = reply.elements.size();
   std::vector<uint32_t> ifhandles(size);
   std::vector<cerrno> results(size);
@@ -56,8 +65,7 @@ std::vector<uint32_t> interface_manager::answer(batch &which, const batch_reply 
   info.data_sizes = sizes.data();
   info.data = data.data();
   which.answered = true;
-  std::thread own([&] { which.complete(&info, which.context); });
-  own.join();
+  which.complete(&info, which.context);
   return ifhandles;
 }
 

@@ -57,6 +57,8 @@ class interface_manager {
   // library wrote into the reply come back.
   std::vector<uint32_t> answer(batch &which);
   std::vector<uint32_t> answer(batch &which, const batch_reply &reply);
+  // Success, on the calling thread.
+  void answer_here(batch &which);
   // Answers everything not yet answered, also what comes in meanwhile.
   void answer_all();
   // Answers every batch with success before its request call returns.
@@ -68,6 +70,8 @@ class interface_manager {
   cerrno take(const char *call, batch incoming);
 
  private:
+  static std::vector<uint32_t> complete(batch &which, const batch_reply &reply);
+
   spin lock_;
   std::map<std::string, uint32_t> handles_;
   uint32_t last_handle_ = 0x1000;

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <mutex>
 
+#include "director.h"
 #include "spin.h"
 
 namespace support {
@@ -51,11 +52,14 @@ std::ostream &operator<<(std::ostream &out, const trace_line &line) {
 void record_call(std::string_view name, std::vector<std::string> arguments) {
   std::string text = std::string(name) + "(";
   for (std::size_t i = 0; i < arguments.size(); ++i) text += (i == 0 ? "" : ", ") + arguments[i];
-  append({std::string(name), text + ")", std::nullopt});
+  text += ")";
+  if (thread_director *chooser = directed()) return chooser->at_call(name, text);
+  append({std::string(name), std::move(text), std::nullopt});
 }
 
 void record_trace(const trace_line &line) {
   std::string text = line.tag + ": " + line.text;
+  if (thread_director *chooser = directed()) return chooser->at_call("ctrace_internal", text);
   append({"ctrace_internal", std::move(text), line});
   static thread_local bool busy = false;
   if (busy || !at_trace) return;

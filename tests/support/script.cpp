@@ -26,13 +26,30 @@ void script_book::fail_always(std::string_view call, cerrno code, const void *ob
   fail(call, 0, code, object);
 }
 
+void script_book::fail_any(unsigned nth, cerrno code) {
+  const std::lock_guard hold(lock_);
+  nth_of_any_ = nth;
+  seen_of_any_ = 0;
+  code_of_any_ = code;
+  any_rule.store(true);
+}
+
 void script_book::forget() {
   const std::lock_guard hold(lock_);
   rules_.clear();
+  nth_of_any_ = 0;
+}
+
+static bool may_fail(std::string_view call) {
+  return !call.starts_with("pthread_mutex_") && !call.starts_with("wavl_delete");
 }
 
 std::optional<cerrno> script_book::verdict(std::string_view call, const void *object) {
   const std::lock_guard hold(lock_);
+  if (nth_of_any_ != 0 && may_fail(call) && ++seen_of_any_ == nth_of_any_) {
+    failed_of_any_ = call;
+    return code_of_any_;
+  }
   const rule *met = nullptr;
   for (rule &each : rules_) {
     if (each.call != call || (each.object != nullptr && each.object != object)) continue;

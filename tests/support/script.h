@@ -27,6 +27,11 @@ class script_book {
   void fail_first(std::string_view call, unsigned count, cerrno code, const void *object = nullptr);
   // Every call fails.
   void fail_always(std::string_view call, cerrno code, const void *object = nullptr);
+  // The nth call of any name fails, but for those on mutexes, and for a tree's of taking a node
+  // out, which refuses only what it does not have.
+  void fail_any(unsigned nth, cerrno code);
+  unsigned calls_of_any() const { return seen_of_any_; }
+  const std::string &failed_of_any() const { return failed_of_any_; }
   // Nothing fails any more.
   void forget();
 
@@ -50,6 +55,10 @@ class script_book {
 
   spin lock_;
   std::vector<rule> rules_;
+  unsigned nth_of_any_ = 0;  // 0: none
+  unsigned seen_of_any_ = 0;
+  cerrno code_of_any_ = 0;
+  std::string failed_of_any_;
 };
 
 extern script_book &script;

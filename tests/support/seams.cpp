@@ -1,16 +1,20 @@
 #include "seams.h"
 
+#include <linux/futex.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <cstdarg>
 #include <cstring>
 #include <map>
 #include <mutex>
 
 #include "blocks.h"
+#include "director.h"
 #include "lum.h"
 #include "provisioning_step.h"
 #include "record.h"
@@ -83,6 +87,7 @@ std::string members_of(const sigset_t *set) {
 }  // namespace
 
 polling_gate polling;
+constinit thread_director *director = nullptr;
 std::function<cerrno(lum_port_data *, uint32_t)> &provisioning_step =
     *new std::function<cerrno(lum_port_data *, uint32_t)>;
 
@@ -141,8 +146,10 @@ int __real_pthread_mutexattr_settype(pthread_mutexattr_t *attributes, int type);
 unsigned __real_sleep(unsigned seconds);
 int __real_stat(const char *path, struct stat *found);
 lum_ctx *__real_lum_get_ctx(void);
+long __real_syscall(long number, ...);
 
 void *__wrap_calloc(size_t count, size_t size) {
+  if (thread_director *chooser = directed()) chooser->at_seam();
   if (planned("calloc")) {
     errno = ENOMEM;
     return nullptr;
@@ -153,6 +160,7 @@ void *__wrap_calloc(size_t count, size_t size) {
 }
 
 void __wrap_free(void *block) {
+  if (thread_director *chooser = directed()) chooser->at_seam();
   forget_block(block);
   __real_free(block);
 }
@@ -206,6 +214,7 @@ int __wrap_pthread_mutex_trylock(pthread_mutex_t *mutex) {
   if (const auto code = planned("pthread_mutex_trylock", mutex)) {
     return static_cast<int>(*code);
   }
+  if (thread_director *chooser = directed()) return chooser->trylock(mutex);
   return __real_pthread_mutex_trylock(mutex);
 }
 
@@ -214,6 +223,7 @@ int __wrap_pthread_mutex_lock(pthread_mutex_t *mutex) {
   if (const auto code = planned("pthread_mutex_lock", mutex)) {
     return static_cast<int>(*code);
   }
+  if (thread_director *chooser = directed()) return chooser->lock(mutex);
   return __real_pthread_mutex_lock(mutex);
 }
 
@@ -222,6 +232,7 @@ int __wrap_pthread_mutex_unlock(pthread_mutex_t *mutex) {
   if (const auto code = planned("pthread_mutex_unlock", mutex)) {
     return static_cast<int>(*code);
   }
+  if (thread_director *chooser = directed()) return chooser->unlock(mutex);
   return __real_pthread_mutex_unlock(mutex);
 }
 
@@ -240,6 +251,10 @@ int __wrap_pthread_mutexattr_settype(pthread_mutexattr_t *attributes, int type) 
 unsigned __wrap_sleep(unsigned seconds) {
   if (seconds != polling_seconds) return __real_sleep(seconds);
   note("sleep", seconds);
+  if (thread_director *chooser = directed()) {
+    chooser->sleep();
+    return 0;
+  }
   sleep_at_the_gate();
   return 0;
 }
@@ -259,6 +274,29 @@ int __wrap_stat(const char *path, struct stat *found) {
 
 lum_ctx *__wrap_lum_get_ctx(void) {
   return seams().hidden.load() != 0 ? nullptr : __real_lum_get_ctx();
+}
+
+// What an atomic's wait and notify come to.
+long __wrap_syscall(long number, ...) {
+  va_list list;
+  va_start(list, number);
+  long arguments[6];
+  for (long &argument : arguments) argument = va_arg(list, long);
+  va_end(list);
+  thread_director *chooser = number == SYS_futex ? directed() : nullptr;
+  if (chooser != nullptr) {
+    const auto *word = reinterpret_cast<const uint32_t *>(arguments[0]);
+    switch (arguments[1] & FUTEX_CMD_MASK) {
+      case FUTEX_WAIT:
+        return chooser->futex_wait(word, static_cast<uint32_t>(arguments[2]));
+      case FUTEX_WAKE:
+        return chooser->futex_wake(word, static_cast<int>(arguments[2]));
+      default:
+        break;
+    }
+  }
+  return __real_syscall(number, arguments[0], arguments[1], arguments[2], arguments[3],
+                        arguments[4], arguments[5]);
 }
 
 }  // extern "C"

@@ -1,0 +1,16 @@
+// Memory kept for the moment in which there is none: a JSON document that goes takes memory for it,
+// and without any the process would end. What cannot be served for want of memory is refused
+// instead.
+#pragma once
+
+namespace lumd {
+
+// To be called once, before any thread is started. From then on an allocation that fails is tried
+// again with a first part of the reserve given up, and after that fails for good with the second
+// given up, for what its refusal takes.
+void keep_memory_reserve();
+
+// Takes back what was given up, as far as there is memory. Any thread; to be called now and then.
+void renew_memory_reserve();
+
+}  // namespace lumd

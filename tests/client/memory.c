@@ -1,0 +1,59 @@
+/* Preloaded into lumd by the tests: one of its allocations fails, the one whose number stands in
+ * the file of LUM_TEST_MEMORY. The file holds three numbers of 64 bits, in the machine's order:
+ * which allocation fails, 0 for none; how many there have been; how many of them have failed.
+ * Whoever writes it counts from anew by setting the second to 0. */
+#define _GNU_SOURCE
+#include <dlfcn.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <stdatomic.h>
+#include <stddef.h>
+#include <stdint.h>
+#include <stdlib.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+void *__libc_malloc(size_t size);
+void *__libc_calloc(size_t count, size_t size);
+void *__libc_realloc(void *block, size_t size);
+
+struct plan {
+  _Atomic uint64_t fails;
+  _Atomic uint64_t asked;
+  _Atomic uint64_t failed;
+};
+static struct plan *plan = NULL;
+
+__attribute__((constructor)) static void begin(void) {
+  const char *name = getenv("LUM_TEST_MEMORY");
+  if (name == NULL) return;
+  const int file = open(name, O_RDWR | O_CLOEXEC);
+  if (file < 0) return;
+  void *shared = mmap(NULL, sizeof *plan, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+  close(file);
+  if (shared != MAP_FAILED) plan = shared;
+}
+
+/* The driver begins with its signals; what is allocated before is the loader's. */
+static atomic_bool driver_has_begun = 0;
+
+sighandler_t signal(int number, sighandler_t handler) {
+  static sighandler_t (*real)(int, sighandler_t) = NULL;
+  if (real == NULL) *(void **)&real = dlsym(RTLD_NEXT, "signal");
+  driver_has_begun = 1;
+  return real(number, handler);
+}
+
+static int fails(void) {
+  if (!driver_has_begun) return 0;
+  if (plan == NULL || plan->fails == 0) return 0;
+  if (atomic_fetch_add(&plan->asked, 1) + 1 != plan->fails) return 0;
+  atomic_fetch_add(&plan->failed, 1);
+  errno = ENOMEM;
+  return 1;
+}
+
+void *malloc(size_t size) { return fails() ? NULL : __libc_malloc(size); }
+void *calloc(size_t count, size_t size) { return fails() ? NULL : __libc_calloc(count, size); }
+void *realloc(void *block, size_t size) { return fails() ? NULL : __libc_realloc(block, size); }
