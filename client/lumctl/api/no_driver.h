@@ -12,7 +12,7 @@ namespace lumctl {
 std::string why_no_driver(const std::string &socket, const std::error_code &error,
                           std::chrono::milliseconds patience);
 
-// What answers is no driver: `why` says what is wrong with the answer.
-std::string why_no_answer(const std::string &socket, const std::string &why);
+// What answers at a socket or URL is no driver: `why` says what is wrong with the answer.
+std::string why_no_answer(const std::string &place, const std::string &why);
 
 }  // namespace lumctl

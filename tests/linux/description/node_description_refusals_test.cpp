@@ -71,7 +71,9 @@ std::string two_ports(const std::string &first, const std::string &second) {
 
 const std::string all_node_keys =
     "expected one of name, rack, state_directory, trace_directory, led_directory, api_socket, "
-    "http_port, http_names, interface_manager, units, slot";
+    "socket_group, http_port, http_names, http_address, http_certificate, http_key, "
+    "http_client_ca, "
+    "interface_manager, units, slot";
 const std::string lines_of_cage =
     "reset, reset_value, reset_idle_value, low_power, low_power_value, low_power_idle_value, led";
 const std::string text_1024 = "expected a text of 1 to 1024 bytes";
@@ -112,6 +114,21 @@ const std::vector<refusal> refusals = {
     {"HttpPortIsArray",
      node("http_port = [1]\n"),
      {"4: 'http_port' is an array, expected an integer from 0 to 65535"}},
+    {"HttpAddressIsName",
+     node("http_port = 0\nhttp_address = 'localhost'\n"),
+     {"5: 'http_address' is \"localhost\", expected an address of this machine such as "
+      "\"192.0.2.7\" "
+      "or \"2001:db8::7\", or \"0.0.0.0\" or \"::\" for all"}},
+    {"HttpAddressWithoutPort",
+     node("http_address = '::1'\n"),
+     {"4: there is 'http_address' without 'http_port', expected both"}},
+    {"HttpCertificateAlone",
+     node("http_certificate = 'c'\n"),
+     {"4: there is 'http_certificate' without 'http_port', expected both",
+      "4: there is 'http_certificate' without 'http_key', expected both"}},
+    {"HttpClientCaAlone",
+     node("http_port = 0\nhttp_client_ca = 'c'\n"),
+     {"5: there is 'http_client_ca' without 'http_certificate', expected both"}},
     {"LedDirectoryIsBoolean",
      node("led_directory = true\n"),
      {"4: 'led_directory' is a boolean, " + text_1024}},

@@ -45,6 +45,7 @@ TEST_F(NodeDescription, FillsInEveryDefault) {
   EXPECT_EQ(node.led_directory, "/sys/class/leds");
   EXPECT_EQ(node.api_socket, folder.path() / "state/lumd.sock");
   EXPECT_FALSE(node.http_port);
+  EXPECT_EQ(node.http_address, "127.0.0.1");
   EXPECT_EQ(node.interface_manager.delay_min_ms, 0u);
   EXPECT_EQ(node.interface_manager.delay_max_ms, 0u);
   EXPECT_EQ(node.interface_manager.seed, 1u);
@@ -75,7 +76,12 @@ state_directory = "/tmp"
 trace_directory = "/tmp"
 led_directory = "leds"
 api_socket = "api.sock"
+socket_group = "readers"
 http_port = 8080
+http_address = "2001:db8::7"
+http_certificate = "tls/node.pem"
+http_key = "/etc/node.key"
+http_client_ca = "clients.pem"
 
 [interface_manager]
 delay_ms = 5
@@ -122,7 +128,12 @@ module = "modules/one.toml"
   EXPECT_EQ(node.rack, 255u);
   EXPECT_EQ(node.led_directory, folder.path() / "leds");
   EXPECT_EQ(node.api_socket, folder.path() / "api.sock");
+  EXPECT_EQ(node.socket_group, "readers");
   EXPECT_EQ(node.http_port, 8080);
+  EXPECT_EQ(node.http_address, "2001:db8::7");
+  EXPECT_EQ(node.http_certificate, folder.path() / "tls/node.pem");
+  EXPECT_EQ(node.http_key, "/etc/node.key");
+  EXPECT_EQ(node.http_client_ca, folder.path() / "clients.pem");
   EXPECT_EQ(node.interface_manager.delay_min_ms, 5u);
   EXPECT_EQ(node.interface_manager.delay_max_ms, 20u);
   EXPECT_EQ(node.interface_manager.seed, 9u);
