@@ -21,6 +21,14 @@ class Authority:
              *added, *options],
             check=True, capture_output=True, timeout=30)
 
+    def run_out(self):
+        """The files of one that signs itself and was good until yesterday."""
+        file, key = self.folder / "old.pem", self.folder / "old.key"
+        self.make(file, key, "old", "subjectAltName=DNS:localhost")
+        subprocess.run(["openssl", "x509", "-in", file, "-signkey", key, "-days", "-1", "-out", file],
+                       check=True, capture_output=True, timeout=30)
+        return file, key
+
     def sign(self, name, names="DNS:localhost,IP:127.0.0.1", days=30):
         """The files of a certificate and its key."""
         file, key = self.folder / f"{name}.pem", self.folder / f"{name}.key"
