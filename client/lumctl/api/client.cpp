@@ -17,7 +17,7 @@ api_result call(const destination &driver, const question &asked,
   if (answer.what != outcome::done) return {answer.what, nullptr, answer.error};
   std::string why;
   const auto shown = std::make_shared<const json>(lum_json::read(answer.body, why));
-  if (!why.empty()) return {outcome::unreachable, nullptr, why_no_answer(driver.name(), why)};
+  if (!why.empty()) return {outcome::unreachable, nullptr, why_no_answer(driver, why)};
   if (answer.status / 100 != 2) {
     return {outcome::refused, nullptr,
             reason_in(*shown).value_or(fmt::format("the driver refused ({})", answer.status))};

@@ -15,6 +15,7 @@ namespace fs = std::filesystem;
 
 constexpr mode_t permissions = 07777;
 constexpr const char *other_socket = "Another socket: --socket or LUMD_SOCKET";
+constexpr const char *other_port = "Its description has the port, as http_port";
 
 std::string name_of_user(uid_t user) {
   const passwd *known = ::getpwuid(user);
@@ -60,9 +61,10 @@ std::string why_no_driver(const std::string &socket, const std::error_code &erro
                      socket, error.message(), other_socket);
 }
 
-std::string why_no_answer(const std::string &place, const std::string &why) {
-  return fmt::format("what answers at {} is no driver that this lumctl can talk to: the answer {}",
-                     place, why);
+std::string why_no_answer(const destination &driver, const std::string &why) {
+  return fmt::format(
+      "what answers at {} is no driver that this lumctl can talk to: the answer {}. {}",
+      driver.name(), why, driver.url.empty() ? other_socket : other_port);
 }
 
 }  // namespace lumctl

@@ -5,6 +5,8 @@
 #include <string>
 #include <system_error>
 
+#include "api/destination.h"
+
 namespace lumctl {
 
 // In one line. `error` is what the attempt to open the socket, to ask and to read has come to, and
@@ -12,7 +14,7 @@ namespace lumctl {
 std::string why_no_driver(const std::string &socket, const std::error_code &error,
                           std::chrono::milliseconds patience);
 
-// What answers at a socket or URL is no driver: `why` says what is wrong with the answer.
-std::string why_no_answer(const std::string &place, const std::string &why);
+// What answers is no driver: `why` says what is wrong with the answer.
+std::string why_no_answer(const destination &driver, const std::string &why);
 
 }  // namespace lumctl

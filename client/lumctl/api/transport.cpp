@@ -101,7 +101,7 @@ raw_answer ask_socket(const destination &to, const question &asked,
   loop.run();
   if (!now.result) return answer_of(now);
   if (is_of_the_answer(now.result)) {
-    return unanswered(why_no_answer(socket, "is none: " + now.result.message()));
+    return unanswered(why_no_answer(to, "is none: " + now.result.message()));
   }
   if (has_ended(now.result) && asked.is_change) {
     return {outcome::refused,
@@ -203,7 +203,7 @@ raw_answer ask_securely(const destination &to, const node_address &node, const a
 raw_answer judge(const destination &to, talk &now, std::chrono::milliseconds patience) {
   if (!now.result) return answer_of(now);
   if (is_of_the_answer(now.result)) {
-    return unanswered(why_no_answer(to.url, "is none: " + now.result.message()));
+    return unanswered(why_no_answer(to, "is none: " + now.result.message()));
   }
   return unanswered(why_no_node(to, as_standard(now.result), patience));
 }

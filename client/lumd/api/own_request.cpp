@@ -14,7 +14,7 @@
 namespace lumd {
 namespace {
 
-constexpr const char *target = "/v1/polling";
+constexpr const char *own_target = "/v1/polling";
 constexpr std::string_view good = "HTTP/1.1 200";
 
 // A connected socket, or -1. The bound holds for connecting, sending and receiving each.
@@ -39,7 +39,7 @@ int connect_to(const std::filesystem::path &socket, std::chrono::seconds bound) 
 bool answers_within(const http_server &api, std::chrono::seconds bound) {
   http_request request;
   request.method = "GET";
-  request.target = target;
+  request.target = own_target;
   return api.comes_round(request, bound);
 }
 
@@ -47,7 +47,7 @@ bool answers_within(const http_server &api, std::chrono::seconds bound) {
 
 bool api_answers(const http_server &api, std::chrono::seconds bound) {
   if (api.socket().empty()) return answers_within(api, bound);
-  const std::string question = std::string("GET ") + target + " HTTP/1.0\r\n\r\n";
+  const std::string question = std::string("GET ") + own_target + " HTTP/1.0\r\n\r\n";
   const lum_client::descriptor connection(connect_to(api.socket(), bound));
   if (connection.get() < 0 || ::send(connection.get(), question.data(), question.size(),
                                      MSG_NOSIGNAL) != static_cast<ssize_t>(question.size())) {
