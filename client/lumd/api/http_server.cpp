@@ -28,8 +28,8 @@ std::string in_url(const net::ip::tcp::endpoint &endpoint) {
 }
 
 std::string why_not_listening(const net::ip::tcp::endpoint &endpoint, const error_code &failure) {
-  const std::string text = "cannot listen on " + in_url(endpoint) +
-                           " (http_address and http_port in the description): " + failure.message();
+  std::string text = "cannot listen on " + in_url(endpoint) +
+                     " (http_address and http_port in the description): " + failure.message();
   if (failure == net::error::address_family_not_supported) {
     return text + ". IPv6 is off here, or the unit's RestrictAddressFamilies lacks AF_INET6";
   }
