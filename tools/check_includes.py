@@ -34,7 +34,9 @@ FORBIDDEN = {
 
 # Headers that are slow to compile, and the only places in lumd that may have them.
 HEAVY = {
-    "boost/": f"{LUMD}/api/http_server.cpp",
+    "boost/": f"{LUMD}/api/http_",
+    "api/http_message.h": f"{LUMD}/api/http_session.h",
+    "api/http_session.h": f"{LUMD}/api/http_server.cpp",
     "CLI/": f"{LUMD}/command_line.cpp",
     "prometheus/": f"{LUMD}/metrics/",
 }

@@ -13,6 +13,7 @@
 #include "api/http_server.h"
 #include "base/output.h"
 #include "base/printable.h"
+#include "exposure.h"
 #include "lum_linux/image.h"
 #include "node/driver.h"
 #include "node/log.h"
@@ -48,11 +49,46 @@ bool modules_are_good(const node_description &node) {
   return good;
 }
 
+// The group and the files of TLS that it names.
+bool surroundings_are_good(const node_description &node) {
+  bool good = true;
+  const auto refuse = [&](const std::string &why) {
+    if (why.empty()) return;
+    lum_linux::say_line(fmt::format("{}: {}\n", node.source.native(), lum_client::printable(why)));
+    good = false;
+  };
+  std::string why;
+  group_of(node, why);
+  refuse(why);
+  tls_of(node, why);
+  refuse(why);
+  return good;
+}
+
 // What is right as a description and yet most likely not what was meant.
 void warn(const node_description &node) {
-  for (const std::string &reason : never_polled(node)) {
-    lum_linux::say_line(fmt::format("{}: warning: {}\n", node.source.native(), reason));
+  std::vector<std::string> reasons = never_polled(node);
+  for (std::string &risk : risks_of(node)) reasons.push_back(std::move(risk));
+  for (const std::string &reason : reasons) {
+    lum_linux::say_line(
+        fmt::format("{}: warning: {}\n", node.source.native(), lum_client::printable(reason)));
   }
+}
+
+// Files that are the ones in force already change nothing.
+bool take_over_tls(const node_description &fresh, http_server &server, const std::string &file) {
+  std::string why;
+  const auto tls = tls_of(fresh, why);
+  if (!why.empty()) {
+    say("{}: {}: TLS stays as it is", file, lum_client::printable(why));
+    return false;
+  }
+  if (!server.set_tls(tls)) return false;
+  if (tls) {
+    say("{}: taken over: the files of TLS, whose certificate is good until {}", file,
+        tls->last_day());
+  }
+  return true;
 }
 
 void print_line(const node_description &node, const std::string &text) {
@@ -76,14 +112,16 @@ void take_over_interface_manager(driver &node, const lum_linux::im_description &
 
 std::optional<node_description> read_description(const std::string &file) {
   auto result = lum_linux::read_node_description(file);
-  if (!is_good(result) || !modules_are_good(*result.node)) return std::nullopt;
+  if (!is_good(result) || !modules_are_good(*result.node) || !surroundings_are_good(*result.node)) {
+    return std::nullopt;
+  }
   warn(*result.node);
   return std::move(result.node);
 }
 
 void compare_with_running(const node_description &node, const std::string &socket) {
   const std::string asked = socket.empty() ? node.api_socket.native() : socket;
-  const auto answer = lumctl::get(asked, "/v1/description", patience);
+  const auto answer = lumctl::get({asked}, "/v1/description", patience);
   if (answer.what != lumctl::outcome::done) {
     print_line(node, "not compared with a running driver: " + answer.error);
     return;
@@ -106,7 +144,11 @@ void reload_description(driver &node, http_server &server, const std::string &fi
   if (!fresh) return say("{}: read again: it is wrong, so nothing is taken over", file);
   const lum_linux::im_description before = node.node().interface_manager;
   const auto changes = node.described().take_over(*fresh);
-  if (changes.empty()) return say("{}: read again: nothing has changed", file);
+  const bool has_other_tls = take_over_tls(*fresh, server, file);
+  if (changes.empty()) {
+    if (!has_other_tls) say("{}: read again: nothing has changed", file);
+    return;
+  }
   server.set_names(node.node().http_names);
   take_over_interface_manager(node, before);
   for (const description_change &one : changes) {

@@ -11,8 +11,9 @@ namespace lumd {
 class driver;
 class http_server;
 
-// Reads and checks the description, with those of its simulated modules, and warns of what is most
-// likely not meant. Nothing when anything is wrong; everything that is has been said.
+// Reads and checks the description, with those of its simulated modules and the files of TLS, and
+// warns of what is most likely not meant. Nothing when anything is wrong; everything that is has
+// been said.
 std::optional<lum_linux::node_description> read_description(const std::string &file);
 
 // Says on standard output what a restart would change of the driver that answers on the

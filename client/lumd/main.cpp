@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <system_error>
@@ -12,6 +13,7 @@
 #include "command_line.h"
 #include "confine.h"
 #include "description_file.h"
+#include "exposure.h"
 #include "lum_linux/disks.h"
 #include "memory_reserve.h"
 #include "node/driver.h"
@@ -19,6 +21,7 @@
 #include "open_api.h"
 #include "reload_signal.h"
 #include "stop_signal.h"
+#include "unit_filters.h"
 #include "watchdog.h"
 #include "wording/numbers.h"
 
@@ -60,8 +63,10 @@ void make_own_folders(const lum_linux::node_description &node) {
   }
 }
 
-void report_ready(const http_server &server) {
-  if (server.tcp_port() != 0) say("read-only API on http://127.0.0.1:{}/", server.tcp_port());
+void report_ready(const http_server &server, const lum_linux::node_description &node) {
+  for (const std::string &lack : server.lacks()) say_at(LOG_WARNING, lack);
+  if (const std::string url = server.tcp_url(); !url.empty()) say("read-only API on {}", url);
+  if (is_open_to_others(node)) tell_of_unit_filters(node.http_address);
 }
 
 int run(const lum_linux::node_description &as_read, const command_line &chosen) {
@@ -99,7 +104,7 @@ int run(const lum_linux::node_description &as_read, const command_line &chosen) 
     return answer(driver, request);
   });
   node->events().on_more([server] { server->wake_streams(); });
-  report_ready(*server);
+  report_ready(*server, description);
   node->bring_up();
   reload_signal::listen([node, server, file = std::filesystem::absolute(chosen.config)] {
     reload_description(*node, *server, file);

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <string_view>
 
+#include "exposure.h"
 #include "lum_linux/disks.h"
 #include "node/log.h"
 
@@ -63,7 +64,11 @@ std::unique_ptr<http_server> open_elsewhere(const http_options &options, const s
 std::unique_ptr<http_server> open_api(const lum_linux::node_description &node, std::string &error) {
   http_options options;
   options.tcp_port = node.http_port;
+  options.tcp_address = node.http_address;
   options.names = node.http_names;
+  options.group = group_of(node, error);
+  if (error.empty()) options.tls = tls_of(node, error);
+  if (!error.empty()) return nullptr;
   http_refusal refusal;
   auto server = open_at(node.api_socket, options, refusal);
   if (server) return server;

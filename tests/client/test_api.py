@@ -83,7 +83,12 @@ class Api(support.ShelfTest):
         for host in ("localhost", "LOCALHOST:80", f"127.0.0.1:{self.port}", "127.1.2.3", "[::1]:9",
                      "node7.example.net", "Node7.Example.NET:80"):
             self.assertEqual(self.ask("GET", "/v1/ports", tcp=True, host=host)[0], 200, host)
-        for host in ("evil.example.net", "128.0.0.1", "localhost.example.net", "[::2]", "[", "x"):
+        for host in ("[::1", "[", "[]", "[::1]x", "[::1]:x", "[localhost]", "[127.0.0.1]", "localhost:evil@x",
+                     "localhost:80:80", "localhost@evil", "localhost/", "user@localhost", ":80", "local host"):
+            status, _, body = self.ask("GET", "/v1/ports", tcp=True, host=host)
+            self.assertEqual(status, 400, host)
+            self.assertIn("Host is none", body["detail"])
+        for host in ("evil.example.net", "128.0.0.1", "localhost.example.net", "[::2]", "x", "1", "0:0"):
             status, _, body = self.ask("GET", "/v1/ports", tcp=True, host=host)
             self.assertEqual(status, 421, host)
             self.assertIn("http_names", body["detail"])

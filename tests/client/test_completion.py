@@ -17,7 +17,7 @@ FILES = SOURCE / "packaging" / "completion"
 NOWHERE = {"LUMD_SOCKET": "/nowhere/socket"}
 # With a sanitizer each question takes ten times as long, and the words run through the same lines.
 EACH = 5 if os.environ.get("LUM_SANITIZE") else 1
-EVERYWHERE = ["--socket", "--json", "--timeout", "--help"]
+EVERYWHERE = ["--socket", "--url", "--ca", "--cert", "--key", "--json", "--timeout", "--help"]
 
 
 def offered(*words, **environment):
@@ -245,8 +245,8 @@ class Shells(support.ShelfTest):
                                ("lumctl port update fa", ["far west"]),
                                ("lumctl show port fa", ["far west", "far west:0", "far west:1"]),
                                ("lumctl --json show port far\\ west:", ["far west:0", "far west:1"]),
-                               ("lumctl show alarms --", ["--all", "--help", "--json", "--socket",
-                                                          "--timeout"]),
+                               ("lumctl show alarms --", ["--all", "--ca", "--cert", "--help", "--json", "--key",
+                                                          "--socket", "--timeout", "--url"]),
                                ("lumctl show ports --sort w", ["worst"]),
                                ("lumctl inject alarm 0/1/0/1:", ["0/1/0/1:0", "0/1/0/1:1"]),
                                ("lumctl set 0/1/0/1 mode=3 setting-", ["setting-a=", "setting-b="])):

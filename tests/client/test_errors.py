@@ -232,7 +232,7 @@ class Starting(support.ShelfTest):
         with socket.create_server(("127.0.0.1", 0)) as taken:
             port = taken.getsockname()[1]
             said = self.refused(f"http_port = {port}")
-        self.assertIn(f"lumd: cannot listen on 127.0.0.1:{port} (http_port in the description): "
+        self.assertIn(f"lumd: cannot listen on 127.0.0.1:{port} (http_address and http_port in the description): "
                       "Address already in use.", said)
         self.assertIn(f"Another lumd or another program has it; \"ss -ltnp 'sport = :{port}'\"", said)
 

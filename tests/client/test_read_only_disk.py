@@ -8,8 +8,10 @@ import sqlite3
 import subprocess
 import time
 import unittest
+from unittest import mock
 
 from actions import Actions
+from certificates import Authority
 from support import BUILD, Driver, QUICK
 
 
@@ -92,6 +94,24 @@ class ReadOnly(Actions):
             connection.sendall(b"GET /v1/ports HTTP/1.0\r\nHost: localhost\r\n\r\n")
             self.assertIn(b" 200 ", connection.recv(100))
         self.assertEqual(self.driver.stop(6), 0)
+
+    def test_the_service_manager_hears_of_it_there_too(self):
+        """Also where who asks over TCP would need a certificate."""
+        authority = Authority(self.shelf.folder, "ca")
+        certificate, key = authority.sign("node")
+        self.set_read_only()
+        self.runtime.rmdir()
+        self.runtime.write_text("no folder")
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as manager:
+            manager.bind(str(self.shelf.folder / "notify.sock"))
+            manager.settimeout(10)
+            with mock.patch.dict(os.environ, NOTIFY_SOCKET=str(self.shelf.folder / "notify.sock"),
+                                 WATCHDOG_USEC="2000000"):
+                self.start_driver(f'http_port = 0\nhttp_certificate = "{certificate}"\nhttp_key = "{key}"\n'
+                                  f'http_client_ca = "{authority.file}"')
+            heard = 0
+            while heard < 3:
+                heard += manager.recv(4096).decode().splitlines().count("WATCHDOG=1")
 
     def test_without_any_api_it_says_what_to_do(self):
         self.set_read_only()

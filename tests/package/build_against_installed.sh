@@ -52,7 +52,7 @@ for file in sbin/lumd bin/lumctl bin/lum-module-image lib/systemd/system/lumd.se
             share/man/man8/lumd.8 share/man/man1/lumctl.1 share/bash-completion/completions/lumctl \
             share/zsh/site-functions/_lumctl share/fish/vendor_completions.d/lumctl.fish \
             lib/sysusers.d/lumd.conf lib/udev/rules.d/70-lumd.rules \
-            share/man/man1/lum-module-image.1 share/doc/lum/examples/node.toml \
+            share/man/man1/lum-module-image.1 share/doc/lum/examples/node.toml share/doc/lum/examples/lumd-network.conf \
             share/doc/lum/examples/minimal_driver.c share/doc/lum/examples/own_platform/CMakeLists.txt \
             share/doc/lum/examples/simulated/node.toml; do
   [ -s "$prefix/$file" ] || { echo "$file was not installed"; exit 1; }
@@ -60,4 +60,9 @@ done
 # The unit names where things were to be installed; here they are elsewhere.
 sed "s|^ExecStart=[^ ]*|ExecStart=$prefix/sbin/lumd|" "$prefix/lib/systemd/system/lumd.service" >"$folder/lumd.service"
 systemd-analyze verify --man=no "$folder/lumd.service"
+# With the drop-in for the network, every line of which is in force.
+mkdir "$folder/lumd.service.d"
+sed 's/^#\([A-Z][A-Za-z]*=\)/\1/' "$prefix/share/doc/lum/examples/lumd-network.conf" >"$folder/lumd.service.d/network.conf"
+systemd-analyze verify --man=no "$folder/lumd.service" 2>&1 | tee "$folder/out"
+[ ! -s "$folder/out" ]
 LD_LIBRARY_PATH=$libraries "$prefix/sbin/lumd" --check --config "$prefix/share/doc/lum/examples/node.toml"

@@ -1,4 +1,4 @@
-// Asks the driver through its socket.
+// Asks the driver, through its socket or from afar.
 #pragma once
 
 #include <chrono>
@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "api/destination.h"
 #include "api/json.h"
 
 namespace lumctl {
@@ -22,10 +23,11 @@ struct api_result {
   std::string error;                 // else: why, in one line
 };
 
-// One request, and its answer, within `patience`. `target` is the encoded path and query.
-api_result get(const std::string &socket, const std::string &target,
+// One request, and its answer, within `patience`. `target` is the encoded path and query. From
+// afar nothing is changed, and a post refused.
+api_result get(const destination &driver, const std::string &target,
                std::chrono::milliseconds patience);
-api_result post(const std::string &socket, const std::string &target, const json &body,
+api_result post(const destination &driver, const std::string &target, const json &body,
                 std::chrono::milliseconds patience);
 
 struct raw_answer {
@@ -36,7 +38,7 @@ struct raw_answer {
 };
 
 // The same for an answer of any status and any kind of text.
-raw_answer get_as_it_is(const std::string &socket, const std::string &target,
+raw_answer get_as_it_is(const destination &driver, const std::string &target,
                         std::chrono::milliseconds patience);
 
 // Why the driver refuses, as its problem document says; nothing when it is none.

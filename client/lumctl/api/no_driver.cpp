@@ -15,6 +15,7 @@ namespace fs = std::filesystem;
 
 constexpr mode_t permissions = 07777;
 constexpr const char *other_socket = "Another socket: --socket or LUMD_SOCKET";
+constexpr const char *other_port = "Its description has the port, as http_port";
 
 std::string name_of_user(uid_t user) {
   const passwd *known = ::getpwuid(user);
@@ -39,11 +40,11 @@ std::string why_not_allowed(const std::string &socket) {
   const fs::path barrier = nearest_visible(fs::absolute(socket, ignored), found);
   return fmt::format(
       "{} may not open {}: {} has the owner {}, the group {} and the mode {:04o}. Use the account "
-      "that lumd runs as, or root. {}",
+      "that lumd runs as, or root{}. {}",
       name_of_user(::geteuid()), socket,
       S_ISDIR(found.st_mode) ? "the folder " + barrier.native() : std::string("it"),
       name_of_user(found.st_uid), name_of_group(found.st_gid), found.st_mode & permissions,
-      other_socket);
+      (found.st_mode & S_IWGRP) != 0 ? ", or to look be in that group" : "", other_socket);
 }
 
 }  // namespace
@@ -60,10 +61,10 @@ std::string why_no_driver(const std::string &socket, const std::error_code &erro
                      socket, error.message(), other_socket);
 }
 
-std::string why_no_answer(const std::string &socket, const std::string &why) {
+std::string why_no_answer(const destination &driver, const std::string &why) {
   return fmt::format(
-      "what answers at {} is no driver that this lumctl can talk to: the answer {}. {}", socket,
-      why, other_socket);
+      "what answers at {} is no driver that this lumctl can talk to: the answer {}. {}",
+      driver.name(), why, driver.url.empty() ? other_socket : other_port);
 }
 
 }  // namespace lumctl

@@ -5,6 +5,8 @@
 #include <string>
 #include <system_error>
 
+#include "api/destination.h"
+
 namespace lumctl {
 
 // In one line. `error` is what the attempt to open the socket, to ask and to read has come to, and
@@ -13,6 +15,6 @@ std::string why_no_driver(const std::string &socket, const std::error_code &erro
                           std::chrono::milliseconds patience);
 
 // What answers is no driver: `why` says what is wrong with the answer.
-std::string why_no_answer(const std::string &socket, const std::string &why);
+std::string why_no_answer(const destination &driver, const std::string &why);
 
 }  // namespace lumctl

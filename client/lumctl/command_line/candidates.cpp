@@ -32,11 +32,11 @@ void add_names(const json &port, known_names which, std::vector<std::string> &wo
 
 // Names of the ports that exist, or numbers of the slots that are described, in the driver's order,
 // when it tells them in time.
-std::vector<std::string> names_from_driver(const std::string &socket, known_names which) {
+std::vector<std::string> names_from_driver(const destination &driver, known_names which) {
   std::vector<std::string> words;
   if (which == known_names::none) return words;
   const char *const target = which == known_names::slots ? "/v1/ports" : "/v1/ports?existing";
-  const api_result answer = get(socket, target, patience);
+  const api_result answer = get(driver, target, patience);
   if (answer.what != outcome::done) return words;
   try {
     for (const json &port : answer.body->at("ports")) add_names(port, which, words);
@@ -46,9 +46,9 @@ std::vector<std::string> names_from_driver(const std::string &socket, known_name
   return words;
 }
 
-std::vector<std::string> values_of(const value &takes, const std::string &socket) {
+std::vector<std::string> values_of(const value &takes, const destination &driver) {
   std::vector<std::string> words = takes.words;
-  for (std::string &name : names_from_driver(socket, takes.names)) words.push_back(std::move(name));
+  for (std::string &name : names_from_driver(driver, takes.names)) words.push_back(std::move(name));
   return words;
 }
 
@@ -56,7 +56,7 @@ std::vector<std::string> values_of(const value &takes, const std::string &socket
 std::vector<std::string> assignments(const position &now, std::string_view word) {
   const option *found = option_at(now, name_of_option(word));
   if (found == nullptr || !found->takes) return {};
-  std::vector<std::string> words = values_of(*found->takes, now.socket);
+  std::vector<std::string> words = values_of(*found->takes, now.driver);
   for (std::string &one : words) one.insert(0, word.substr(0, word.find('=') + 1));
   return words;
 }
@@ -70,7 +70,7 @@ void go_on_list(std::string_view last, std::vector<std::string> &words) {
 
 std::vector<std::string> values_waited_for(const position &now, std::string_view last) {
   const value &takes = *now.waiting->takes;
-  std::vector<std::string> words = values_of(takes, now.socket);
+  std::vector<std::string> words = values_of(takes, now.driver);
   if (takes.list) go_on_list(last, words);
   return words;
 }
@@ -81,7 +81,7 @@ std::vector<std::string> words_at(const position &now, std::string_view last) {
   if (!now.at->commands.empty() && now.arguments > 0) return {};  // no such command
   std::vector<std::string> words = names_below(*now.at);
   if (const argument *next = next_argument(now); next != nullptr) {
-    words = values_of(next->takes, now.socket);
+    words = values_of(next->takes, now.driver);
   }
   for (const option *one : options_at(now)) words.push_back("--" + one->name);
   words.push_back(std::string("--") + help_option);
@@ -93,7 +93,7 @@ std::vector<std::string> words_at(const position &now, std::string_view last) {
 
 std::vector<std::string> candidates(const command &lumctl, const session &now,
                                     const std::vector<std::string> &words) {
-  position reached = start_at(lumctl, now.socket);
+  position reached = start_at(lumctl, now.driver);
   const std::string last = words.empty() ? "" : words.back();
   for (std::size_t i = 0; i + 1 < words.size(); ++i) pass(reached, words[i]);
 

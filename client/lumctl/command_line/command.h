@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "api/destination.h"
 #include "command_line/given.h"
 #include "terminal/style.h"
 
@@ -17,7 +18,7 @@ constexpr std::chrono::seconds usual_patience(30);
 
 // What every command knows besides its own words.
 struct session {
-  std::string socket;  // the driver's
+  destination driver;
   style output;
   std::chrono::milliseconds patience = usual_patience;  // with each of its answers
 };
@@ -69,12 +70,17 @@ struct command {
   // Returns the exit status.
   std::function<int(const session &, const given &)> action = {};
   std::vector<command> commands = {};
-  bool hidden = false;  // from help and completion
-  bool asks = true;     // the driver; only then lumctl's own options have a meaning
+  bool hidden = false;   // from help and completion
+  bool asks = true;      // the driver; only then lumctl's own options have a meaning
+  bool on_node = false;  // it looks at the node's files too, so a driver from afar is none for it
 };
 
 // The options of lumctl itself. They stand before a command or behind it.
 constexpr const char *socket_option = "socket";
+constexpr const char *url_option = "url";
+constexpr const char *ca_option = "ca";
+constexpr const char *cert_option = "cert";
+constexpr const char *key_option = "key";
 constexpr const char *json_option = "json";
 constexpr const char *timeout_option = "timeout";
 

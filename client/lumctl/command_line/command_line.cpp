@@ -8,6 +8,7 @@
 
 #include "base/output.h"
 #include "command_line/complaint.h"
+#include "command_line/position.h"
 #include "command_line/status.h"
 #include "wording/nearest.h"
 
@@ -159,11 +160,32 @@ std::string useless_option(const reading &typed) {
   return {};
 }
 
+// Returns what is wrong with what was typed of where the driver is, or nothing.
+std::string take_destination(const reading &typed, destination &driver) {
+  for (const char *name : {socket_option, url_option, ca_option, cert_option, key_option}) {
+    if (!typed.words.has(name)) continue;
+    const std::string text = typed.words.text(name);
+    if (text.empty() && name != std::string_view(socket_option)) {
+      return fmt::format("--{} is empty", name);
+    }
+    put_destination(driver, name, text);
+  }
+  if (typed.words.has(url_option) && typed.words.has(socket_option)) {
+    return "--socket and --url are two ways to a driver, give one of them";
+  }
+  if (!driver.url.empty() && typed.chosen->on_node) {
+    return fmt::format("\"{}\" looks at the node's own files: use it on the node", typed.path);
+  }
+  return complaint_of(driver);
+}
+
 int act(const reading &typed, session now) {
   if (const std::string useless = useless_option(typed); !useless.empty()) {
     return fail_for_usage(useless);
   }
-  now.socket = typed.words.text(socket_option, now.socket);
+  if (const std::string wrong = take_destination(typed, now.driver); !wrong.empty()) {
+    return fail_for_usage(wrong);
+  }
   if (typed.words.has(timeout_option)) {
     now.patience = std::chrono::duration_cast<std::chrono::milliseconds>(
         std::chrono::duration<double>(typed.words.real(timeout_option)));

@@ -18,23 +18,31 @@ void pass_option(position &now, std::string_view word) {
   const std::size_t equals = word.find('=');
   if (equals == std::string_view::npos) {
     now.waiting = found;
-  } else if (found->name == socket_option) {
-    now.socket = word.substr(equals + 1);
+  } else {
+    put_destination(now.driver, found->name, std::string(word.substr(equals + 1)));
   }
 }
 
 }  // namespace
 
-position start_at(const command &lumctl, const std::string &socket) {
+void put_destination(destination &driver, std::string_view option, const std::string &text) {
+  if (option == socket_option) driver.socket = text;
+  if (option == url_option) driver.url = text;
+  if (option == ca_option) driver.ca = text;
+  if (option == cert_option) driver.certificate = text;
+  if (option == key_option) driver.key = text;
+}
+
+position start_at(const command &lumctl, const destination &driver) {
   position start;
   start.lumctl = start.at = &lumctl;
-  start.socket = socket;
+  start.driver = driver;
   return start;
 }
 
 void pass(position &now, const std::string &word) {
   if (now.waiting != nullptr) {
-    if (now.waiting->name == socket_option) now.socket = word;
+    put_destination(now.driver, now.waiting->name, word);
     now.waiting = nullptr;
   } else if (is_option(word)) {
     pass_option(now, word);

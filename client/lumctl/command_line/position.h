@@ -15,10 +15,13 @@ struct position {
   std::string path;                 // the words that lead there, such as "show ports"
   std::size_t arguments = 0;        // that stand behind it
   const option *waiting = nullptr;  // for its value
-  std::string socket;               // the driver's
+  destination driver;
 };
 
-position start_at(const command &lumctl, const std::string &socket);
+position start_at(const command &lumctl, const destination &driver);
+
+// Takes in what an option of lumctl itself says of where the driver is; of another, nothing.
+void put_destination(destination &driver, std::string_view option, const std::string &text);
 
 // Takes the next word in.
 void pass(position &now, const std::string &word);

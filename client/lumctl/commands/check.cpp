@@ -72,7 +72,7 @@ int conclude(severity how_bad, const std::string &text) {
 }
 
 int check(const session &now, const given &words) {
-  const api_result answer = get(now.socket, "/v1/health", now.patience);
+  const api_result answer = get(now.driver, "/v1/health", now.patience);
   if (answer.what != outcome::done) {
     return conclude(severity::critical, headline(severity::critical, answer.error));
   }

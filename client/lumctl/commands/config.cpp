@@ -20,7 +20,7 @@ namespace {
 
 // What an exported file lacks is told, and is a failure; what is saved otherwise is only told.
 int export_config(const session &now, const given &words) {
-  const api_result result = get(now.socket, "/v1/settings", now.patience);
+  const api_result result = get(now.driver, "/v1/settings", now.patience);
   if (result.what != outcome::done) return fail_for(result);
   try {
     const exported_settings exported = export_settings(*result.body);
@@ -41,7 +41,7 @@ api_result send(const session &now, const listed_settings &one, bool is_rehearsa
   json body = one.settings;
   if (one.sub_port) body["sub_port"] = *one.sub_port;
   if (is_rehearsal) body["dry_run"] = true;
-  return post(now.socket, settings_path(one.port), body, now.patience);
+  return post(now.driver, settings_path(one.port), body, now.patience);
 }
 
 std::string place_of(const json &reply) {

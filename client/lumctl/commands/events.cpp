@@ -61,7 +61,7 @@ std::string one_line(const json &event) {
                          std::uint64_t last) {
   for (bool is_there = true;;) {
     std::this_thread::sleep_for(between_questions);
-    const api_result result = get(now.socket, target_of(wanted, last), now.patience);
+    const api_result result = get(now.driver, target_of(wanted, last), now.patience);
     if (result.what != outcome::done) {
       if (std::exchange(is_there, false))
         lum_client::complain("lumctl: " + result.error + "; waiting for it\n");
@@ -94,7 +94,7 @@ int events(const session &now, const given &words) {
     last = answer.at("last").get<std::uint64_t>();
     return answer;
   };
-  const api_result result = get(now.socket, target_of(wanted, 0), now.patience);
+  const api_result result = get(now.driver, target_of(wanted, 0), now.patience);
   if (result.what != outcome::done) return fail_for(result);
   try {
     const json answer = print(*result.body);

@@ -57,7 +57,7 @@ int fail_for_missing_member() {
 int show(const session &now, const given &words, const std::string &target, const printer &print) {
   const api_result result = [&] {
     const progress bar("waiting for the driver");
-    return get(now.socket, target, now.patience);
+    return get(now.driver, target, now.patience);
   }();
   return present(words, result, print);
 }
@@ -81,7 +81,7 @@ int change(const session &now, const given &words, const std::string &target, co
   const api_result result = [&] {
     const auto wait = wait_of(body);
     const progress bar("waiting for the driver", wait);
-    return post(now.socket, target, body, now.patience + wait.value_or(milliseconds(0)));
+    return post(now.driver, target, body, now.patience + wait.value_or(milliseconds(0)));
   }();
   if (result.what != outcome::done) return fail_for(result);
   try {

@@ -38,7 +38,7 @@ int create_ports(const session &now, const given &words) {
 // at. Returns the exit status, nothing when the deletion is to go on.
 std::optional<int> look_at_deletion(const session &now, const given &words, json body) {
   body["dry_run"] = true;
-  const api_result plan = post(now.socket, "/v1/ports/delete", body, now.patience);
+  const api_result plan = post(now.driver, "/v1/ports/delete", body, now.patience);
   if (plan.what != outcome::done) return fail_for(plan);
   const bool is_all = words.has("dry-run");
   try {

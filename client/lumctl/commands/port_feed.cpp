@@ -51,7 +51,7 @@ std::thread start_quietly(const std::function<void()> &run) {
 
 port_news ask_for_news(const session &now, const port_selection &wanted) {
   port_news news;
-  news.polling = get(now.socket, "/v1/polling", now.patience);
+  news.polling = get(now.driver, "/v1/polling", now.patience);
   if (news.polling.what == outcome::done) news.ports = ask_for_ports(now, wanted);
   return news;
 }
@@ -67,7 +67,7 @@ void wait_for_next(const session &now, const port_news &shown, double interval,
     const auto pause = std::chrono::ceil<milliseconds>(std::min<seconds>(left, between_questions));
     if (is_over(pause)) return;
     if (counts_seconds) continue;
-    const api_result polling = get(now.socket, "/v1/polling", now.patience);
+    const api_result polling = get(now.driver, "/v1/polling", now.patience);
     if (polling.what != shown.polling.what || cycles_of(polling) != cycles_of(shown.polling)) {
       return;
     }

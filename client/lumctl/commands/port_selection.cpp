@@ -62,7 +62,7 @@ bool is_wanted(const json &port, const port_selection &wanted) {
 
 // The driver's own words about a name that is none of its ports'.
 api_result complaint_about(const session &now, const std::string &name) {
-  api_result result = get(now.socket, "/v1/ports/" + encoded(name), now.patience);
+  api_result result = get(now.driver, "/v1/ports/" + encoded(name), now.patience);
   if (result.what != outcome::done) return result;
   return {outcome::refused, nullptr,
           fmt::format("\"{}\" is not the name of a whole port: expected NAME without a sub-port",
@@ -126,7 +126,7 @@ ports_wish wish_of(const given &words) {
 
 api_result ask_for_ports(const session &now, const port_selection &wanted) {
   api_result result =
-      get(now.socket, wanted.also_absent ? "/v1/ports" : "/v1/ports?existing", now.patience);
+      get(now.driver, wanted.also_absent ? "/v1/ports" : "/v1/ports?existing", now.patience);
   if (result.what != outcome::done) return result;
   const json &ports = result.body->at("ports");
   for (const std::string &name : wanted.names) {

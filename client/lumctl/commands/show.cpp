@@ -151,7 +151,7 @@ int show_history(const session &now, const given &words) {
   const auto at = std::chrono::time_point_cast<microseconds>(std::chrono::system_clock::now());
   const std::string since = words.text("since");
   api_result result =
-      get(now.socket, "/v1/ports/" + encoded(words.text("name")) + "/history", now.patience);
+      get(now.driver, "/v1/ports/" + encoded(words.text("name")) + "/history", now.patience);
   try {
     if (result.what == outcome::done && !since.empty()) {
       json wanted = *result.body;

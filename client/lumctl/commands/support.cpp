@@ -63,7 +63,7 @@ int make_bundle(const session &now, const given &words) {
                 fmt::format("{} is {}", printable(file.string()),
                             fs::is_directory(there) ? "a folder" : "there; --force replaces it"));
   }
-  const support_wish wanted = {now.socket, words.has(timeout_option) ? now.patience : patience,
+  const support_wish wanted = {now.driver, words.has(timeout_option) ? now.patience : patience,
                                words.text("config")};
   bundle collected;
   std::string why_gone;
@@ -93,7 +93,8 @@ command support_command() {
           .arguments = {{"file", "The archive, FILE.tar.gz", value{}}},
           .options = {{"force", "Replace a file that is there"},
                       {"config", "The node's description, instead of the driver's", value{}}},
-          .action = make_bundle};
+          .action = make_bundle,
+          .on_node = true};
 }
 
 }  // namespace lumctl

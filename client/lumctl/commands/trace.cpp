@@ -246,7 +246,8 @@ command trace_command() {
                       {"follow", "Go on with what is traced from now on, until interrupted"},
                       {"directory", "The folder of the traces; then no driver is asked", value{}},
                       {"config", "The node's description, instead of asking the driver", value{}}},
-          .action = trace};
+          .action = trace,
+          .on_node = true};
 }
 
 }  // namespace lumctl

@@ -6,13 +6,14 @@
 #include <string>
 #include <vector>
 
+#include "api/destination.h"
 #include "support/bundle.h"
 
 namespace lumctl {
 
 // The driver, which may be gone or hang.
 struct support_wish {
-  std::string socket;
+  destination driver;
   std::chrono::milliseconds patience;  // with each answer
   std::string config;                  // the description; empty: the driver's, or the service's
 };

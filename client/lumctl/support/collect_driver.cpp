@@ -72,7 +72,7 @@ class collector {
  private:
   raw_answer ask(const std::string &target) {
     if (!gone_.empty()) return {outcome::unreachable, 0, {}, "not asked for: " + gone_};
-    raw_answer answer = get_as_it_is(wanted_.socket, target, wanted_.patience);
+    raw_answer answer = get_as_it_is(wanted_.driver, target, wanted_.patience);
     if (answer.what != outcome::done) gone_ = answer.error;
     return answer;
   }

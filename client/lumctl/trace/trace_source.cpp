@@ -90,7 +90,7 @@ trace_source by_driver(const session &now, const json &node, const trace_wish &w
   found.folder = folder_of(node);
   if (found.folder.empty()) return refused(exit_refused, "the driver has no trace channel open");
   if (wanted.port.empty()) return found;
-  const api_result port = get(now.socket, "/v1/ports/" + encoded(wanted.port), now.patience);
+  const api_result port = get(now.driver, "/v1/ports/" + encoded(wanted.port), now.patience);
   if (port.what != outcome::done) {
     return refused(port.what == outcome::refused ? exit_refused : exit_unreachable, port.error);
   }
@@ -108,7 +108,7 @@ trace_source by_driver(const session &now, const json &node, const trace_wish &w
 trace_source find_traces(const session &now, const trace_wish &wanted) {
   if (!wanted.config.empty()) return by_description(wanted.config, wanted);
   if (!wanted.directory.empty()) return by_folder(wanted);
-  const api_result node = get(now.socket, "/v1/node", now.patience);
+  const api_result node = get(now.driver, "/v1/node", now.patience);
   if (node.what == outcome::done) return by_driver(now, *node.body, wanted);
   trace_source found = by_description(usual_description, wanted);
   if (found.wrong.empty()) return found;

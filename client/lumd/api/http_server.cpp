@@ -4,124 +4,38 @@
 
 #include "api/http_server.h"
 
-#include <sys/socket.h>
+#include <netinet/in.h>
 
-#include <algorithm>
-#include <array>
 #include <atomic>
-#include <boost/asio.hpp>
-#include <boost/beast/core.hpp>
-#include <boost/beast/http.hpp>
 #include <condition_variable>
+#include <future>
 #include <list>
 #include <mutex>
 #include <thread>
-#include <vector>
 
-#include "api/connections.h"
-#include "api/own_host.h"
-#include "api/peer_user.h"
-#include "api/problem.h"
+#include "api/http_session.h"
 #include "api/unix_listener.h"
-#include "lum_linux/lanes.h"
 
 namespace lumd {
 namespace {
 
-namespace net = boost::asio;
-namespace beast = boost::beast;
-namespace http = boost::beast::http;
-using boost::system::error_code;
-
-constexpr unsigned http_version = 11;
 constexpr std::chrono::milliseconds out_of_memory_pause(100);
-// So often something goes out on a stream that has nothing to tell: whoever reads it sees that it
-// is there, and the server whether anybody does.
-constexpr std::chrono::seconds sign_of_life(15);
 
-http::response<http::string_body> to_message(const http_reply &reply, bool keep_alive) {
-  http::response<http::string_body> message(static_cast<http::status>(reply.status), http_version);
-  if (reply.status != 304) message.set(http::field::content_type, reply.content_type);
-  message.set("X-Content-Type-Options", "nosniff");  // a module's texts are never markup
-  // What has a tag may be kept, and is asked for again each time.
-  message.set(http::field::cache_control, reply.entity_tag.empty() ? "no-store" : "no-cache");
-  if (!reply.entity_tag.empty()) message.set(http::field::etag, reply.entity_tag);
-  if (!reply.policy.empty()) message.set("Content-Security-Policy", reply.policy);
-  if (!reply.allow.empty()) message.set(http::field::allow, reply.allow);
-  message.keep_alive(keep_alive);
-  message.body() = reply.body;
-  message.prepare_payload();
-  if (reply.status == 304) message.erase(http::field::content_length);  // it would be the body's
-  return message;
+std::string in_url(const net::ip::tcp::endpoint &endpoint) {
+  const std::string address = endpoint.address().to_string();
+  const std::string port = std::to_string(endpoint.port());
+  return (endpoint.address().is_v6() ? "[" + address + "]" : address) + ":" + port;
 }
 
-// What goes back for a request that could not be read; nothing does when the peer just went away.
-std::optional<http_reply> answer_to_unreadable(const error_code &error) {
-  if (error == http::error::header_limit || error == http::error::buffer_overflow) {
-    return problem_reply(431, "the request's header is too long");
+std::string why_not_listening(const net::ip::tcp::endpoint &endpoint, const error_code &failure) {
+  std::string text = "cannot listen on " + in_url(endpoint) +
+                     " (http_address and http_port in the description): " + failure.message();
+  if (failure == net::error::address_family_not_supported) {
+    return text + ". IPv6 is off here, or the unit's RestrictAddressFamilies lacks AF_INET6";
   }
-  if (error == http::error::body_limit) {
-    return problem_reply(413, "the request's body is too long");
-  }
-  if (error.category() == http::make_error_code(http::error::bad_method).category() &&
-      error != http::error::end_of_stream && error != http::error::partial_message) {
-    return problem_reply(400, "not a valid HTTP request");
-  }
-  return std::nullopt;
-}
-
-std::string why_not_listening(std::uint16_t port, const error_code &failure) {
-  const std::string number = std::to_string(port);
-  std::string text = "cannot listen on 127.0.0.1:" + number +
-                     " (http_port in the description): " + failure.message();
   if (failure != net::error::address_in_use) return text;
-  return text + ". Another lumd or another program has it; \"ss -ltnp 'sport = :" + number +
-         "'\" names it";
-}
-
-// A connection that waits for what there is to tell.
-struct waiting_stream {
-  virtual ~waiting_stream() = default;
-  virtual void wake() = 0;  // any thread
-};
-
-// A header that may be given several times, as the one list that it means.
-std::string list_of(const http::fields &fields, http::field header) {
-  std::string list;
-  const auto [first, last] = fields.equal_range(header);
-  std::for_each(first, last, [&list](const auto &one) {
-    list += (list.empty() ? "" : ",") + std::string(one.value());
-  });
-  return list;
-}
-
-// What a reader of a stream gives back.
-constexpr const char *last_event_id = "Last-Event-ID";
-
-// Whether a header is given with anything but `known`.
-bool has_other(const http::fields &fields, http::field header, const char *known) {
-  const auto [first, last] = fields.equal_range(header);
-  return std::any_of(first, last,
-                     [&](const auto &one) { return !beast::iequals(one.value(), known); });
-}
-
-// Of a request that is not what it seems. Where its body ends may not be known either, so nothing
-// that comes behind it is a request.
-std::optional<http_reply> refusal_of_header(const http::fields &fields) {
-  if (has_other(fields, http::field::transfer_encoding, "chunked")) {
-    return problem_reply(
-        501, "the request's Transfer-Encoding is unknown here, expected chunked or none");
-  }
-  if (has_other(fields, http::field::content_encoding, "identity")) {
-    return problem_reply(415,
-                         "the request's Content-Encoding is unknown here: send the body as it is");
-  }
-  for (const char *const header : {"Host", last_event_id}) {
-    if (fields.count(header) > 1) {
-      return problem_reply(400, "the request has more than one " + std::string(header));
-    }
-  }
-  return std::nullopt;
+  return text + ". Another lumd or another program has it; \"ss -ltnp 'sport = :" +
+         std::to_string(endpoint.port()) + "'\" names it";
 }
 
 }  // namespace
@@ -142,11 +56,14 @@ struct http_server::core : std::enable_shared_from_this<http_server::core> {
   net::io_context loop;
   net::local::stream_protocol::acceptor local{loop};
   net::ip::tcp::acceptor tcp{loop};
-  std::uint16_t port = 0;
+  net::ip::tcp::endpoint tcp_at;  // once it is open
+  std::vector<std::string> lacks;
   unix_listener listener;
   http_handler handler;
-  std::mutex names_mutex;
-  std::vector<std::string> names = options.names;  // under names_mutex
+
+  std::mutex calls_mutex;  // guards names and spoken_tls
+  std::vector<std::string> names = options.names;
+  std::shared_ptr<http_tls> spoken_tls;
 
   std::mutex streams_mutex;  // guards streams
   std::list<std::weak_ptr<waiting_stream>> streams;
@@ -156,254 +73,41 @@ struct http_server::core : std::enable_shared_from_this<http_server::core> {
   unsigned running = 0;
   std::vector<std::thread> threads;
 
-  bool is_called(const std::string &host) {
-    const std::lock_guard lock(names_mutex);
-    return is_own_host(host, names);
+  bool is_called(const std::string &host, const std::string &address) {
+    const std::lock_guard lock(calls_mutex);
+    return is_own_host(host, address, names);
+  }
+  // Null where none is spoken.
+  std::shared_ptr<http_tls> tls() {
+    const std::lock_guard lock(calls_mutex);
+    return spoken_tls;
+  }
+  void set_tls(std::shared_ptr<const lum_client::tls_context> own) {
+    auto made = own ? std::make_shared<http_tls>(std::move(own)) : nullptr;
+    const std::lock_guard lock(calls_mutex);
+    spoken_tls.swap(made);
   }
   bool open_local(std::string &error);
   bool open_tcp(std::string &error);
+  void bind_tcp(const net::ip::tcp::endpoint &endpoint, error_code &failure);
   bool add_stream(const std::shared_ptr<waiting_stream> &added);
   void run();
   template <typename Protocol>
-  void accept(net::basic_socket_acceptor<Protocol> &acceptor, connections &from);
+  void accept(net::basic_socket_acceptor<Protocol> &acceptor);
   template <typename Protocol>
-  void begin(net::basic_socket_acceptor<Protocol> &acceptor, connections &from);
+  void begin(net::basic_socket_acceptor<Protocol> &acceptor);
+  void meet(net::local::stream_protocol::socket socket);
+  void meet(net::ip::tcp::socket socket);
 };
-
-namespace {
-
-// One connection: reads a request, answers it, and so on until either side has had enough.
-template <typename Protocol, typename Core>
-class session : public std::enable_shared_from_this<session<Protocol, Core>>,
-                public waiting_stream,
-                private connections::one {
- public:
-  session(typename Protocol::socket socket, std::shared_ptr<Core> core, connections &from)
-      : stream_(std::move(socket)), core_(std::move(core)), from_(from) {
-    has_room_ = from_.add(*this);
-  }
-  ~session() override { leave_connections(); }
-  session(const session &) = delete;
-  session &operator=(const session &) = delete;
-
-  void wake() override {
-    net::post(stream_.get_executor(), [weak = this->weak_from_this()] {
-      const auto self = weak.lock();
-      if (self && !self->is_sending_) self->send_more();
-    });
-  }
-
-  void start() {
-    if (has_room_) {
-      read();
-    } else {
-      send(problem_reply(503, "too many connections"), false);
-    }
-  }
-
- private:
-  void read() {
-    parser_.emplace();
-    parser_->header_limit(static_cast<std::uint32_t>(core_->options.header_limit));
-    parser_->body_limit(core_->options.body_limit);
-    stream_.expires_after(core_->options.idle);
-    from_.waits(*this, true);
-    http::async_read(
-        stream_, buffer_, *parser_,
-        [self = this->shared_from_this()](error_code error, std::size_t) { self->on_read(error); });
-  }
-
-  // The clock runs out for it, as it would have later.
-  void give_way() override {
-    net::post(stream_.get_executor(), [weak = this->weak_from_this()] {
-      if (const auto self = weak.lock()) self->stream_.cancel();
-    });
-  }
-
-  void on_read(const error_code &error) {
-    from_.waits(*this, false);
-    if (error) {
-      if (const auto reply = answer_to_unreadable(error)) {
-        send(*reply, false);
-      } else {
-        close();
-      }
-      return;
-    }
-    const auto message = parser_->release();
-    const bool keep_alive = message.keep_alive();
-    http_request request;
-    request.method = std::string(message.method_string());
-    request.target = std::string(message.target());
-    request.body = message.body();
-    request.accept = list_of(message, http::field::accept);
-    request.if_none_match = list_of(message, http::field::if_none_match);
-    request.last_event_id = std::string(message[last_event_id]);
-    if (request.method != "GET") request.user = peer();
-    request.read_only = is_stranger();
-    head_ = request.method == "HEAD";
-    if (head_) request.method = "GET";
-    stream_.expires_never();
-    if (const auto refused = refusal_of_header(message)) {
-      send(*refused, false);
-      return;
-    }
-    // Nobody's page changes anything, even where the socket has been passed on to a browser.
-    if (request.method != "GET" && message.find(http::field::origin) != message.end()) {
-      send(problem_reply(403, "a page in a browser may only look"), false);
-      return;
-    }
-    if (is_stranger() && !core_->is_called(std::string(message[http::field::host]))) {
-      send(problem_reply(421, "this node has another name: see http_names in its description"),
-           false);
-      return;
-    }
-    pass_on(std::move(request), keep_alive);
-  }
-
-  bool is_stranger() const { return &from_ == &core_->strangers; }
-
-  // An answer may have to wait for a module or the disk; nobody else's waits with it.
-  void pass_on(http_request request, bool keep_alive) {
-    const auto verdict = core_->handlers.post(
-        core_->next_lane++,
-        [self = this->shared_from_this(), request = std::move(request), keep_alive] {
-          auto reply = std::make_shared<http_reply>(self->handle(request));
-          net::post(self->stream_.get_executor(),
-                    [self, reply, keep_alive] { self->send(*reply, keep_alive); });
-        });
-    if (verdict != lum_linux::lane_verdict::taken) {
-      send(problem_reply(503, "the system has no thread or memory for this request"), keep_alive);
-    }
-  }
-
-  // Without memory even for that reply it throws; the connection then ends with this object.
-  http_reply handle(const http_request &request) {
-    try {
-      return core_->handler(request);
-    } catch (const std::exception &) {
-    }
-    return problem_reply(500, "the driver could not answer");
-  }
-
-  // The peer's user; nothing on a socket that does not tell.
-  std::string peer() {
-    ucred credentials = {};
-    socklen_t size = sizeof credentials;
-    if (is_stranger() || ::getsockopt(stream_.socket().native_handle(), SOL_SOCKET, SO_PEERCRED,
-                                      &credentials, &size) != 0) {
-      return {};
-    }
-    return name_of_user(credentials.uid);
-  }
-
-  void leave_connections() {
-    if (!std::exchange(is_counted_, false)) return;
-    from_.remove(*this);
-  }
-
-  // From here on it is one of the streams.
-  void begin_stream(const http_reply &reply) {
-    if (!core_->add_stream(this->shared_from_this())) {
-      return send(problem_reply(503, "too many streams"), false);
-    }
-    leave_connections();
-    told_ = reply.stream;
-    text_ = "HTTP/1.1 200 OK\r\nContent-Type: " + reply.content_type +
-            "\r\nX-Content-Type-Options: nosniff\r\nCache-Control: no-store\r\nConnection: close"
-            "\r\n\r\n";
-    timer_.emplace(stream_.get_executor());
-    stream_.expires_never();
-    watch_peer();
-    send_text();
-  }
-
-  // Reads what nobody asked for: the end is among it.
-  void watch_peer() {
-    stream_.async_read_some(net::buffer(unasked_),
-                            [self = this->shared_from_this()](error_code error, std::size_t) {
-                              if (error) return self->end_stream();
-                              self->watch_peer();
-                            });
-  }
-
-  void send_text() {
-    is_sending_ = true;
-    stream_.expires_after(core_->options.idle);
-    net::async_write(stream_, net::buffer(text_),
-                     [self = this->shared_from_this()](error_code error, std::size_t) {
-                       self->is_sending_ = false;
-                       if (error) return self->end_stream();
-                       self->send_more();
-                     });
-  }
-
-  void send_more() {
-    if (!told_) return;
-    text_ = told_->next();
-    if (!text_.empty()) return send_text();
-    timer_->expires_after(sign_of_life);
-    timer_->async_wait([weak = this->weak_from_this()](error_code error) {
-      const auto self = weak.lock();
-      if (error || !self || !self->told_ || self->is_sending_) return;
-      self->text_ = ":\n\n";  // a comment
-      self->send_text();
-    });
-  }
-
-  void end_stream() {
-    if (!std::exchange(told_, nullptr)) return;
-    timer_->cancel();
-    error_code ignored;
-    stream_.socket().shutdown(Protocol::socket::shutdown_both, ignored);
-  }
-
-  void send(const http_reply &reply, bool keep_alive) {
-    if (reply.stream && !head_) return begin_stream(reply);
-    message_ = to_message(reply, keep_alive);
-    if (head_) message_.body().clear();  // its length stays
-    stream_.expires_after(core_->options.idle);
-    http::async_write(
-        stream_, message_,
-        [self = this->shared_from_this()](error_code error, std::size_t) { self->on_sent(error); });
-  }
-
-  void on_sent(const error_code &error) {
-    if (error || !message_.keep_alive()) {
-      close();
-    } else {
-      read();
-    }
-  }
-
-  void close() {
-    error_code ignored;
-    stream_.socket().shutdown(Protocol::socket::shutdown_send, ignored);
-  }
-
-  beast::basic_stream<Protocol> stream_;
-  std::shared_ptr<Core> core_;
-  connections &from_;
-  bool is_counted_ = true;  // among the connections
-  bool has_room_ = false;
-  bool head_ = false;
-  beast::flat_buffer buffer_{std::size_t{64} * 1024};
-  std::optional<http::request_parser<http::string_body>> parser_;
-  http::response<http::string_body> message_;
-
-  // Of a stream.
-  std::shared_ptr<http_stream> told_;
-  std::string text_;
-  bool is_sending_ = false;
-  std::array<char, 256> unasked_{};
-  std::optional<net::steady_timer> timer_;
-};
-
-}  // namespace
 
 bool http_server::core::open_local(std::string &error) {
-  const int fd = listener.open(options.socket, error);
+  const int fd = listener.open(options.socket, options.group, error);
   if (fd < 0) return false;
+  if (const std::string &why = listener.why_no_group(); !why.empty()) {
+    lacks.push_back(options.socket.native() + " is not for its socket_group: " + why +
+                    ". The driver's user has to be in it; in a drop-in of the unit, "
+                    "SupplementaryGroups=");
+  }
   error_code failure;
   local.assign(net::local::stream_protocol(), fd, failure);
   if (failure) error = options.socket.native() + ": " + failure.message();
@@ -418,24 +122,57 @@ bool http_server::core::add_stream(const std::shared_ptr<waiting_stream> &added)
   return true;
 }
 
-bool http_server::core::open_tcp(std::string &error) {
-  const net::ip::tcp::endpoint endpoint(net::ip::address_v4::loopback(), *options.tcp_port);
-  error_code failure;
-  tcp.open(endpoint.protocol(), failure);
-  if (!failure) tcp.set_option(net::socket_base::reuse_address(true), failure);
+// A node is up before its network may be: it then listens where its address is going to be.
+void http_server::core::bind_tcp(const net::ip::tcp::endpoint &endpoint, error_code &failure) {
+  tcp.bind(endpoint, failure);
+  if (failure != boost::system::errc::address_not_available) return;
+  tcp.set_option(net::detail::socket_option::boolean<IPPROTO_IP, IP_FREEBIND>(true), failure);
   if (!failure) tcp.bind(endpoint, failure);
+  lacks.push_back("this machine does not have the address " + endpoint.address().to_string() +
+                  " (http_address in the description) now: nobody reaches the driver there until "
+                  "it has");
+}
+
+bool http_server::core::open_tcp(std::string &error) {
+  error_code failure;
+  const auto address = net::ip::make_address(options.tcp_address, failure);
+  const net::ip::tcp::endpoint endpoint(address, *options.tcp_port);
+  if (!failure) tcp.open(endpoint.protocol(), failure);
+  if (!failure && address.is_v6())
+    tcp.set_option(net::ip::v6_only(!address.is_unspecified()), failure);
+  if (!failure) tcp.set_option(net::socket_base::reuse_address(true), failure);
+  if (!failure) bind_tcp(endpoint, failure);
   if (!failure) tcp.listen(net::socket_base::max_listen_connections, failure);
-  if (!failure) port = tcp.local_endpoint(failure).port();
-  if (failure) error = why_not_listening(*options.tcp_port, failure);
+  if (!failure) tcp_at = tcp.local_endpoint(failure);
+  if (failure) error = why_not_listening(endpoint, failure);
   return !failure;
+}
+
+void http_server::core::meet(net::local::stream_protocol::socket socket) {
+  std::make_shared<http_session<local_stream, core>>(shared_from_this(), owners, nullptr,
+                                                     std::move(socket))
+      ->start();
+}
+
+void http_server::core::meet(net::ip::tcp::socket socket) {
+  if (auto tls = this->tls()) {
+    net::ssl::context &context = tls->context;
+    std::make_shared<http_session<tls_stream, core>>(shared_from_this(), strangers, std::move(tls),
+                                                     std::move(socket), context)
+        ->start();
+  } else {
+    std::make_shared<http_session<plain_stream, core>>(shared_from_this(), strangers, nullptr,
+                                                       std::move(socket))
+        ->start();
+  }
 }
 
 // Whatever goes wrong with one connection, a lack of memory included, the next one is waited for.
 template <typename Protocol>
-void http_server::core::accept(net::basic_socket_acceptor<Protocol> &acceptor, connections &from) {
+void http_server::core::accept(net::basic_socket_acceptor<Protocol> &acceptor) {
   for (;;) {
     try {
-      return begin(acceptor, from);
+      return begin(acceptor);
     } catch (const std::exception &) {
       std::this_thread::sleep_for(out_of_memory_pause);
     }
@@ -443,23 +180,19 @@ void http_server::core::accept(net::basic_socket_acceptor<Protocol> &acceptor, c
 }
 
 template <typename Protocol>
-void http_server::core::begin(net::basic_socket_acceptor<Protocol> &acceptor, connections &from) {
-  acceptor.async_accept(
-      net::make_strand(loop),
-      [this, &acceptor, &from](error_code error, typename Protocol::socket socket) {
-        if (error == net::error::operation_aborted) return;
-        try {
-          if (!error) {
-            std::make_shared<session<Protocol, core>>(std::move(socket), shared_from_this(), from)
-                ->start();
-          }
-        } catch (const std::exception &) {
-          error = net::error::no_memory;
-        }
-        // Out of descriptors, most likely: some may come free.
-        if (error) std::this_thread::sleep_for(out_of_memory_pause);
-        accept(acceptor, from);
-      });
+void http_server::core::begin(net::basic_socket_acceptor<Protocol> &acceptor) {
+  acceptor.async_accept(net::make_strand(loop),
+                        [this, &acceptor](error_code error, typename Protocol::socket socket) {
+                          if (error == net::error::operation_aborted) return;
+                          try {
+                            if (!error) meet(std::move(socket));
+                          } catch (const std::exception &) {
+                            error = net::error::no_memory;
+                          }
+                          // Out of descriptors, most likely: some may come free.
+                          if (error) std::this_thread::sleep_for(out_of_memory_pause);
+                          accept(acceptor);
+                        });
 }
 
 void http_server::core::run() {
@@ -480,6 +213,7 @@ http_server::http_server(std::shared_ptr<core> state) : core_(std::move(state)) 
 
 std::unique_ptr<http_server> http_server::open(const http_options &options, http_refusal &refusal) {
   auto state = std::make_shared<core>(options);
+  state->set_tls(options.tls);
   auto server = std::unique_ptr<http_server>(new http_server(state));
   refusal.is_of_folder = false;
   if (!options.socket.empty() && !state->open_local(refusal.text)) {
@@ -492,19 +226,48 @@ std::unique_ptr<http_server> http_server::open(const http_options &options, http
 
 http_server::~http_server() { stop(); }
 
-std::uint16_t http_server::tcp_port() const { return core_->port; }
+std::string http_server::tcp_url() const {
+  if (core_->tcp_at.port() == 0) return {};
+  return (core_->tls() ? "https://" : "http://") + in_url(core_->tcp_at) + "/";
+}
+
+const std::vector<std::string> &http_server::lacks() const { return core_->lacks; }
 
 const std::filesystem::path &http_server::socket() const { return core_->options.socket; }
 
 void http_server::set_names(std::vector<std::string> names) {
-  const std::lock_guard lock(core_->names_mutex);
+  const std::lock_guard lock(core_->calls_mutex);
   core_->names = std::move(names);
+}
+
+bool http_server::set_tls(std::shared_ptr<const lum_client::tls_context> tls) {
+  const auto before = core_->tls();
+  const bool is_same =
+      (before == nullptr) == (tls == nullptr) && (!tls || before->own->digest() == tls->digest());
+  if (!is_same) core_->set_tls(std::move(tls));
+  return !is_same;
+}
+
+bool http_server::comes_round(const http_request &request, std::chrono::milliseconds bound) const {
+  const auto answered = std::make_shared<std::promise<bool>>();
+  auto answer = answered->get_future();
+  net::post(core_->loop, [state = core_, request, answered] {
+    state->handlers.post(state->next_lane++, [state, request, answered] {
+      bool good = false;
+      try {
+        good = state->handler(request).status == 200;
+      } catch (const std::exception &) {
+      }
+      answered->set_value(good);
+    });
+  });
+  return answer.wait_for(bound) == std::future_status::ready && answer.get();
 }
 
 void http_server::serve(http_handler handler) {
   core_->handler = std::move(handler);
-  if (core_->local.is_open()) core_->accept(core_->local, core_->owners);
-  if (core_->tcp.is_open()) core_->accept(core_->tcp, core_->strangers);
+  if (core_->local.is_open()) core_->accept(core_->local);
+  if (core_->tcp.is_open()) core_->accept(core_->tcp);
   core_->running = core_->options.threads;
   for (unsigned i = 0; i < core_->options.threads; ++i) {
     core_->threads.emplace_back([state = core_] { state->run(); });

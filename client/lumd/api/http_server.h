@@ -1,7 +1,10 @@
-// The server of the JSON API: HTTP/1.1 on a Unix socket and, read-only, on a loopback TCP port.
-// Everything a stranger can do to it is bounded: header and body sizes, idle time, connections, of
-// which the Unix socket has its own. One that waits for nothing goes when another needs its place.
+// The server of the JSON API: HTTP/1.1 on a Unix socket and, read-only, on a TCP port, there with
+// or without TLS. Everything a stranger can do to it is bounded: header and body sizes, handshakes,
+// idle time, connections, of which the Unix socket has its own. One that waits for nothing goes
+// when another needs its place.
 #pragma once
+
+#include <sys/types.h>
 
 #include <chrono>
 #include <cstdint>
@@ -12,6 +15,10 @@
 #include <string>
 #include <vector>
 
+namespace lum_client {
+class tls_context;
+}
+
 namespace lumd {
 
 struct http_request {
@@ -21,8 +28,8 @@ struct http_request {
   std::string accept;         // what the peer would like to get; empty: anything
   std::string if_none_match;  // tags of what the peer has already
   std::string last_event_id;  // the header of that name: what the peer has of a stream already
-  std::string user;        // whose process it comes from, for people; empty where that is not known
-  bool read_only = false;  // came in where nothing may be changed
+  std::string user;    // whose process it comes from, for people; empty where that is not known
+  std::string barred;  // why it may change nothing; empty where it may, and of one that only asks
 };
 
 // A reply without an end.
@@ -47,11 +54,14 @@ struct http_reply {
 using http_handler = std::function<http_reply(const http_request &)>;
 
 struct http_options {
-  // Made with mode 0600; an abandoned one is replaced. Empty: none.
+  // Made with mode 0600, or 0660 for `group`; an abandoned one is replaced. Empty: none.
   std::filesystem::path socket;
-  std::optional<std::uint16_t> tcp_port;  // 0: any free port
-  std::vector<std::string> names = {};    // that the TCP port may be called by, in small letters
-  unsigned threads = 2;                   // for connections; each request has one of its own
+  std::optional<gid_t> group;                          // whose members may look through the socket
+  std::optional<std::uint16_t> tcp_port;               // 0: any free port
+  std::string tcp_address = "127.0.0.1";               // of IPv4 or IPv6; "::" is every one of both
+  std::shared_ptr<const lum_client::tls_context> tls;  // null: the TCP port speaks none
+  std::vector<std::string> names = {};  // that the TCP port may be called by, in small letters
+  unsigned threads = 2;                 // for connections; each request has one of its own
   std::size_t header_limit = std::size_t{8} * 1024;
   std::size_t body_limit = std::size_t{256} * 1024;
   std::size_t connections = 64;   // on each of the two
@@ -76,12 +86,23 @@ class http_server {
   http_server(const http_server &) = delete;
   http_server &operator=(const http_server &) = delete;
 
-  // The TCP port taken, or 0; the Unix socket, or nothing.
-  std::uint16_t tcp_port() const;
+  // Where the TCP port is asked, such as "https://[::1]:9464/", or empty; the Unix socket, or
+  // nothing.
+  std::string tcp_url() const;
   const std::filesystem::path &socket() const;
+
+  // What is not as the options have it, and has been done without.
+  const std::vector<std::string> &lacks() const;
 
   // What the TCP port may be called by from now on, in small letters. Any thread.
   void set_names(std::vector<std::string> names);
+
+  // What new connections to the TCP port speak TLS with; those that there are end with the request
+  // that they are at. Returns false when that is what is in force already. One thread at a time.
+  bool set_tls(std::shared_ptr<const lum_client::tls_context> tls);
+
+  // Whether a request that comes from within is answered with `bound`.
+  bool comes_round(const http_request &request, std::chrono::milliseconds bound) const;
 
   // Starts to answer. Once.
   void serve(http_handler handler);

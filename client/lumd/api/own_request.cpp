@@ -1,13 +1,12 @@
 #include "api/own_request.h"
 
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 #include <array>
-#include <cstdint>
 #include <filesystem>
+#include <string>
 #include <string_view>
 
 #include "base/unix_address.h"
@@ -15,14 +14,13 @@
 namespace lumd {
 namespace {
 
-constexpr std::string_view question = "GET /v1/polling HTTP/1.0\r\nHost: localhost\r\n\r\n";
+constexpr const char *own_target = "/v1/polling";
 constexpr std::string_view good = "HTTP/1.1 200";
 
 // A connected socket, or -1. The bound holds for connecting, sending and receiving each.
-template <typename Address>
-int connect_within(std::chrono::seconds bound, const Address &address) {
+int connect_within(std::chrono::seconds bound, const sockaddr_un &address) {
   const auto *const to = reinterpret_cast<const sockaddr *>(&address);
-  const int connection = ::socket(to->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const int connection = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (connection < 0) return -1;
   timeval limit = {};
   limit.tv_sec = bound.count();
@@ -38,19 +36,19 @@ int connect_to(const std::filesystem::path &socket, std::chrono::seconds bound) 
   return place.problem() ? -1 : connect_within(bound, place.socket_address());
 }
 
-int connect_to(std::uint16_t port, std::chrono::seconds bound) {
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  return connect_within(bound, address);
+bool answers_within(const http_server &api, std::chrono::seconds bound) {
+  http_request request;
+  request.method = "GET";
+  request.target = own_target;
+  return api.comes_round(request, bound);
 }
 
 }  // namespace
 
 bool api_answers(const http_server &api, std::chrono::seconds bound) {
-  const lum_client::descriptor connection(api.socket().empty() ? connect_to(api.tcp_port(), bound)
-                                                               : connect_to(api.socket(), bound));
+  if (api.socket().empty()) return answers_within(api, bound);
+  const std::string question = std::string("GET ") + own_target + " HTTP/1.0\r\n\r\n";
+  const lum_client::descriptor connection(connect_to(api.socket(), bound));
   if (connection.get() < 0 || ::send(connection.get(), question.data(), question.size(),
                                      MSG_NOSIGNAL) != static_cast<ssize_t>(question.size())) {
     return false;

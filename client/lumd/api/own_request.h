@@ -7,8 +7,8 @@
 
 namespace lumd {
 
-// Whether a request through its socket, or without one through its TCP port, is answered within
-// about `bound`.
+// Whether a request through its socket, or without one from within, is answered within about
+// `bound`.
 bool api_answers(const http_server &api, std::chrono::seconds bound);
 
 }  // namespace lumd

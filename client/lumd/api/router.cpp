@@ -43,9 +43,7 @@ std::string read_request(const http_request &source, const route &wanted,
 api_reply answer_by(driver &node, const route &chosen,
                     const std::vector<std::string_view> &parameters, std::string_view query_text,
                     const http_request &request) {
-  if (request.read_only && request.method != "GET") {
-    return refuse(403, "only the driver's own socket takes changes");
-  }
+  if (!request.barred.empty() && request.method != "GET") return refuse(403, request.barred);
   api_request parsed;
   for (const std::string_view parameter : parameters) {
     const auto decoded = percent_decode(parameter);

@@ -97,7 +97,8 @@ class right_to_take {
 
 }  // namespace
 
-int unix_listener::open(const std::filesystem::path &path, std::string &error) {
+int unix_listener::open(const std::filesystem::path &path, std::optional<gid_t> group,
+                        std::string &error) {
   path_ = path;
   address_.emplace(path);
   if (const std::error_code problem = address_->problem()) {
@@ -111,7 +112,7 @@ int unix_listener::open(const std::filesystem::path &path, std::string &error) {
   } else if (code != 0) {
     return fail(code, std::strerror(code), error);
   }
-  return clear_place(error) ? listen(error) : -1;
+  return clear_place(error) ? listen(group, error) : -1;
 }
 
 // Takes away what an ended driver has left, and nothing else.
@@ -131,14 +132,26 @@ bool unix_listener::clear_place(std::string &error) {
   return false;
 }
 
-int unix_listener::listen(std::string &error) {
+// The mode that goes with it. A group that the process is not in cannot be given the socket.
+mode_t unix_listener::give_to(std::optional<gid_t> group) {
+  why_no_group_.clear();
+  if (!group) return S_IRUSR | S_IWUSR;
+  if (::fchownat(address_->folder(), address_->name().c_str(), static_cast<uid_t>(-1), *group,
+                 AT_SYMLINK_NOFOLLOW) == 0) {
+    return S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP;
+  }
+  why_no_group_ = std::strerror(errno);
+  return S_IRUSR | S_IWUSR;
+}
+
+int unix_listener::listen(std::optional<gid_t> group, std::string &error) {
   const char *const name = address_->name().c_str();
   const sockaddr_un address = address_->socket_address();
   const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (fd < 0) return fail(errno, std::strerror(errno), error);
   // Nobody can connect between bind and listen, so the mode is right from the first connection on.
   if (::bind(fd, as_sockaddr(address), sizeof address) != 0 ||
-      ::fchmodat(address_->folder(), name, S_IRUSR | S_IWUSR, 0) != 0 ||
+      ::fchmodat(address_->folder(), name, give_to(group), 0) != 0 ||
       ::listen(fd, SOMAXCONN) != 0) {
     const int code = errno;
     ::close(fd);

@@ -24,6 +24,9 @@ void take_over_rest(const node_description &fresh, node_description &into) {
   const uint32_t handle_base = into.interface_manager.handle_base;
   into.name = fresh.name;
   into.http_names = fresh.http_names;
+  into.http_certificate = fresh.http_certificate;
+  into.http_key = fresh.http_key;
+  into.http_client_ca = fresh.http_client_ca;
   into.units = fresh.units;
   into.interface_manager = fresh.interface_manager;
   into.interface_manager.handle_base = handle_base;

@@ -89,7 +89,12 @@ description_facts facts_of(const node_description &node) {
   facts.add("trace_directory", node.trace_directory.native());
   facts.add("led_directory", node.led_directory.native());
   facts.add("api_socket", node.api_socket.native());
+  facts.add("socket_group", or_none(node.socket_group));
   facts.add("http_port", node.http_port ? fmt::format("{}", *node.http_port) : "none");
+  facts.add("http_address", node.http_address);
+  facts.add_live("http_certificate", or_none(node.http_certificate.native()));
+  facts.add_live("http_key", or_none(node.http_key.native()));
+  facts.add_live("http_client_ca", or_none(node.http_client_ca.native()));
   facts.add_live("http_names", or_none(fmt::format("{}", fmt::join(node.http_names, ", "))));
   facts.add("syslog_receiver",
             node.syslog_receiver ? lum_linux::to_string(*node.syslog_receiver) : "none");

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "description/control_characters.h"
+#include "description/http_keys.h"
 #include "description/port_names.h"
 #include "description/receiver_address.h"
 #include "description/toml_table.h"
@@ -29,7 +30,7 @@ constexpr size_t max_unit_bytes = 15;
 constexpr size_t max_path_bytes = 1024;
 // What a socket's address holds behind its folder's place below /proc.
 constexpr size_t max_socket_name_bytes = 80;
-constexpr size_t max_host_name_bytes = 253;
+constexpr size_t max_group_name_bytes = 63;
 constexpr size_t max_receiver_bytes = 63;
 constexpr std::array<std::string_view, 3> backends = {"file", "i2c-dev", "simulated"};
 
@@ -82,6 +83,7 @@ class node_reader {
  private:
   void read_directories(toml_table &table);
   void read_api_socket(toml_table &table, const std::optional<located<std::string>> &state);
+  void read_socket_group(toml_table &table);
   void read_interface_manager(toml_table &table);
   void read_syslog_receiver(toml_table &table);
   void read_units(toml_table &table);
@@ -121,14 +123,7 @@ node_description node_reader::read(toml_table &table) {
   if (auto name = table.text("name", max_name_bytes)) node_.name = name->value;
   node_.rack = value_or(table.integer("rack", 0, 255, 0), 0u);
   read_directories(table);
-  const bool serves_http = table.has("http_port");
-  const auto http_port = table.integer("http_port", 0, 65535, 0);
-  if (serves_http && http_port) node_.http_port = static_cast<uint16_t>(http_port->value);
-  for (std::string &name : table.texts("http_names", max_host_name_bytes)) {
-    std::transform(name.begin(), name.end(), name.begin(),
-                   [](unsigned char letter) { return std::tolower(letter); });
-    node_.http_names.push_back(std::move(name));
-  }
+  read_http_keys(table, folder_, problems_, node_);
   read_syslog_receiver(table);
   if (auto im = table.table("interface_manager", "the interface manager")) {
     read_interface_manager(*im);
@@ -155,6 +150,7 @@ void node_reader::read_directories(toml_table &table) {
     want_folder_or_nothing("led_directory", node_.led_directory, led->line);
   }
   read_api_socket(table, state);
+  read_socket_group(table);
 }
 
 void node_reader::read_api_socket(toml_table &table,
@@ -169,6 +165,12 @@ void node_reader::read_api_socket(toml_table &table,
     problems_.add(given ? socket->line : state->line,
                   fmt::format("the name of 'api_socket' is {} bytes long, expected 1 to {}: {}",
                               name.size(), max_socket_name_bytes, node_.api_socket.native()));
+  }
+}
+
+void node_reader::read_socket_group(toml_table &table) {
+  if (auto group = table.text("socket_group", max_group_name_bytes, "")) {
+    node_.socket_group = std::move(group->value);
   }
 }
 

@@ -71,7 +71,9 @@ std::string two_ports(const std::string &first, const std::string &second) {
 
 const std::string all_node_keys =
     "expected one of name, rack, state_directory, trace_directory, led_directory, api_socket, "
-    "http_port, http_names, syslog_receiver, interface_manager, units, slot";
+    "socket_group, http_port, http_names, http_address, http_certificate, http_key, "
+    "http_client_ca, "
+    "syslog_receiver, interface_manager, units, slot";
 const std::string lines_of_cage =
     "reset, reset_value, reset_idle_value, low_power, low_power_value, low_power_idle_value, led";
 const std::string text_1024 = "expected a text of 1 to 1024 bytes";
@@ -127,6 +129,21 @@ const std::vector<refusal> refusals = {
     {"SyslogReceiverIpv6WithoutBrackets",
      node("syslog_receiver = '2001:db8::1:514'\n"),
      {"4: 'syslog_receiver' is '2001:db8::1:514', " + receiver_expected}},
+    {"HttpAddressIsName",
+     node("http_port = 0\nhttp_address = 'localhost'\n"),
+     {"5: 'http_address' is \"localhost\", expected an address of this machine such as "
+      "\"192.0.2.7\" "
+      "or \"2001:db8::7\", or \"0.0.0.0\" or \"::\" for all"}},
+    {"HttpAddressWithoutPort",
+     node("http_address = '::1'\n"),
+     {"4: there is 'http_address' without 'http_port', expected both"}},
+    {"HttpCertificateAlone",
+     node("http_certificate = 'c'\n"),
+     {"4: there is 'http_certificate' without 'http_port', expected both",
+      "4: there is 'http_certificate' without 'http_key', expected both"}},
+    {"HttpClientCaAlone",
+     node("http_port = 0\nhttp_client_ca = 'c'\n"),
+     {"5: there is 'http_client_ca' without 'http_certificate', expected both"}},
     {"LedDirectoryIsBoolean",
      node("led_directory = true\n"),
      {"4: 'led_directory' is a boolean, " + text_1024}},

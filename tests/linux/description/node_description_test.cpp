@@ -46,6 +46,7 @@ TEST_F(NodeDescription, FillsInEveryDefault) {
   EXPECT_EQ(node.api_socket, folder.path() / "state/lumd.sock");
   EXPECT_FALSE(node.http_port);
   EXPECT_FALSE(node.syslog_receiver);
+  EXPECT_EQ(node.http_address, "127.0.0.1");
   EXPECT_EQ(node.interface_manager.delay_min_ms, 0u);
   EXPECT_EQ(node.interface_manager.delay_max_ms, 0u);
   EXPECT_EQ(node.interface_manager.seed, 1u);
@@ -76,8 +77,13 @@ state_directory = "/tmp"
 trace_directory = "/tmp"
 led_directory = "leds"
 api_socket = "api.sock"
+socket_group = "readers"
 http_port = 8080
 syslog_receiver = "[2001:db8::1]:1514"
+http_address = "2001:db8::7"
+http_certificate = "tls/node.pem"
+http_key = "/etc/node.key"
+http_client_ca = "clients.pem"
 
 [interface_manager]
 delay_ms = 5
@@ -124,9 +130,14 @@ module = "modules/one.toml"
   EXPECT_EQ(node.rack, 255u);
   EXPECT_EQ(node.led_directory, folder.path() / "leds");
   EXPECT_EQ(node.api_socket, folder.path() / "api.sock");
+  EXPECT_EQ(node.socket_group, "readers");
   EXPECT_EQ(node.http_port, 8080);
   ASSERT_TRUE(node.syslog_receiver);
   EXPECT_EQ(to_string(*node.syslog_receiver), "[2001:db8::1]:1514");
+  EXPECT_EQ(node.http_address, "2001:db8::7");
+  EXPECT_EQ(node.http_certificate, folder.path() / "tls/node.pem");
+  EXPECT_EQ(node.http_key, "/etc/node.key");
+  EXPECT_EQ(node.http_client_ca, folder.path() / "clients.pem");
   EXPECT_EQ(node.interface_manager.delay_min_ms, 5u);
   EXPECT_EQ(node.interface_manager.delay_max_ms, 20u);
   EXPECT_EQ(node.interface_manager.seed, 9u);

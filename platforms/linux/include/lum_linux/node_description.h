@@ -97,8 +97,14 @@ struct node_description {
   std::filesystem::path trace_directory;
   std::filesystem::path led_directory;
   std::filesystem::path api_socket;
-  std::optional<uint16_t> http_port;    // absent: no HTTP; 0: any free port
-  std::vector<std::string> http_names;  // by which HTTP may be asked for, in small letters
+  std::string socket_group;  // whose members may look through the socket; empty: nobody else may
+  std::optional<uint16_t> http_port;       // absent: no HTTP; 0: any free port
+  std::vector<std::string> http_names;     // by which HTTP may be asked for, in small letters
+  std::string http_address = "127.0.0.1";  // of IPv4 or IPv6
+  // Of TLS, in PEM; without a certificate HTTP is plain, without a CA it asks for no certificate.
+  std::filesystem::path http_certificate;
+  std::filesystem::path http_key;
+  std::filesystem::path http_client_ca;
   std::optional<receiver_address> syslog_receiver;  // of events, over UDP
   im_description interface_manager;
   setting_units units;

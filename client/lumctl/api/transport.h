@@ -1,0 +1,22 @@
+// Requests and answers as they go over the wire. Heavy headers are in its source alone.
+#pragma once
+
+#include <chrono>
+#include <string>
+
+#include "api/client.h"
+#include "api/destination.h"
+
+namespace lumctl {
+
+struct question {
+  bool is_change = false;  // a POST; else a GET
+  std::string target;
+  std::string body = {};
+};
+
+// All of it within `patience`, but for the look for a name's addresses, which comes before.
+raw_answer exchange(const destination &to, const question &asked,
+                    std::chrono::milliseconds patience);
+
+}  // namespace lumctl
