@@ -22,9 +22,9 @@ from shelf import cages, driver  # noqa: E402
 
 # As client/panel asks: path, seconds. PORT is a port of its own for each viewer.
 HEAD = (("/v1/health", 5), ("/v1/polling", 5))
-SHELF = HEAD + (("/v1/ports", 10), ("/v1/pm", 120))
+SHELF = HEAD + (("/v1/shelf", 10), ("/v1/pm", 120))
 PORT = HEAD + (("/v1/modules/PORT", 5), ("/v1/pm?port=PORT", 15), ("/v1/settings?port=PORT", 15),
-               ("/v1/ports/PORT/history", 60), ("/v1/ports", 3600))
+               ("/v1/ports/PORT/history", 60), ("/v1/shelf", 3600))
 SPACING = 5  # live.js asks for nothing more often, however much happens
 HURRIED = 15  # and only what it asks for at least as often
 BEGINNING = ("/", "/panel/explanations.json", "/v1/events?limit=500")

@@ -64,7 +64,7 @@ export function portView(live, name) {
   const stops = [
     live.watch(`v1/modules/${path}`, 5, show, refused),
     live.watch(`v1/pm?port=${path}`, 15, (body) => renew(part.bins, ...bins(body)), () => {}),
-    live.watch("v1/ports", 3600, showSteps),
+    live.watch("v1/shelf", 3600, showSteps),
     history.stop, settings.stop, events.stop,
   ];
   return { whole, stop: () => stops.forEach((stop) => stop()), title: `Port ${name}` };

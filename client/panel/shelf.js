@@ -105,7 +105,7 @@ export function shelfView(live) {
   const resized = new ResizeObserver(() => requestAnimationFrame(fit));
   resized.observe(rack);
   const stops = [
-    live.watch("v1/ports", 5, (body) => {
+    live.watch("v1/shelf", 5, (body) => {
       show(body);
       return live.streaming ? READINGS_S : undefined;
     }),
@@ -137,7 +137,7 @@ function keep(body, averages) {
 
 // Whether there is, or soon will be, a power whose samples are not enough yet.
 function awaitsMore(ports, averages) {
-  const isAwaited = (port, sub, place) => (sub.readings[place]?.plausible ?? true)
+  const isAwaited = (port, sub, place) => (sub.powers[place]?.plausible ?? true)
     && !averages.has(keyOf(port.name, sub.sub_port, place));
   return ports.some((port) => ["up", "coming up"].includes(port.state)
     && port.sub_ports.some((sub) => SHOWN.some((place) => isAwaited(port, sub, place))));
@@ -246,13 +246,13 @@ function cage(port) {
     mark(led, "data-led", lit);
     if (look !== seen) sign.replaceChildren(icon(seen));
     look = seen;
-    const raised = now.sub_ports.flatMap((sub) => sub.pm?.raised ?? []);
+    const raised = now.sub_ports.flatMap((sub) => sub.raised ?? []);
     mark(whole, "data-alarms", String(raised.length));
     write(alarms, raised.length === 0 ? "" : `${raised.length}!`);
-    write(part, now.vendor?.part || "");
+    write(part, now.part || "");
     write(state, lookWords[seen]);
     const early = bars.flatMap((row, place) => row.filter((one, sub) =>
-      one.show(now.sub_ports[sub]?.readings[SHOWN[place]], usual[place][sub]) === "alone")).length;
+      one.show(now.sub_ports[sub]?.powers[SHOWN[place]], usual[place][sub]) === "alone")).length;
     const words = saying(now, seen, lit, raised)
       + (early > 0 ? `; what is usual is not known yet of ${early} of its powers` : "");
     mark(whole, "aria-label", words);
@@ -263,12 +263,12 @@ function cage(port) {
 }
 
 function saying(port, look, lit, raised) {
-  const powers = SHOWN.map((place) => port.sub_ports.map((sub) => sub.readings[place]?.dbm)
+  const powers = SHOWN.map((place) => port.sub_ports.map((sub) => sub.powers[place]?.dbm)
     .filter((dbm) => typeof dbm === "number").map((dbm) => dbm.toFixed(2)).join(" and "))
     .map((values, place) => (values ? `, P${SHOWN[place]} ${values} dBm` : "")).join("");
   return `Port ${port.name}: ${lookWords[look]}${port.reason ? `, ${port.reason}` : ""}, ${ledWords[lit]}` +
     `${raised.length ? `, alarms: ${[...new Set(raised)].join(", ")}` : ""}` +
-    `${port.vendor?.part ? `, ${port.vendor.part}` : ""}${powers}`;
+    `${port.part ? `, ${port.part}` : ""}${powers}`;
 }
 
 // A power against what is usual, which every bar has at the same place.

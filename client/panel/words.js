@@ -98,7 +98,7 @@ export function lookOf(port) {
 }
 
 function isPolled(port) {
-  return port.sub_ports.some((sub) => sub.readings.length > 0);
+  return port.sub_ports.some((sub) => (sub.readings ?? sub.powers).length > 0);
 }
 
 export const lookWords = {

@@ -29,7 +29,7 @@ using testing::IsEmpty;
 using testing::Not;
 using words = std::vector<std::string>;
 
-const session nowhere = {"/nowhere/socket", {}};
+const session nowhere = {{"/nowhere/socket"}, {}};
 
 words offered(words typed) {
   typed.emplace_back();

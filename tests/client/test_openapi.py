@@ -89,8 +89,8 @@ class OpenApi(Monitored):
         return self.ask("POST", path, body=body, **given)
 
     def look_at_everything(self):
-        for path in ("/v1", "/v1/", "/v1/openapi.json", "/v1/node", "/v1/health", "/v1/ports",
-                     "/v1/settings", "/v1/controllers", "/v1/polling", "/v1/pm", "/v1/alarms",
+        for path in ("/v1", "/v1/", "/v1/openapi.json", "/v1/node", "/v1/health", "/v1/shelf",
+                     "/v1/ports", "/v1/settings", "/v1/controllers", "/v1/polling", "/v1/pm", "/v1/alarms",
                      "/v1/events", "/v1/description", "/v1/im", "/healthz", "/readyz", "/metrics"):
             self.get(path)
         self.get("/v1/ports", query="?existing")

@@ -5,10 +5,10 @@ SCRIPT = """
 const [done] = [arguments[arguments.length - 1]];
 (async () => {
   const { shelfView } = await import("/panel/shelf.js");
-  const body = await (await fetch("/v1/ports")).json();
+  const body = await (await fetch("/v1/shelf")).json();
   const live = { events: [], addEventListener() {}, removeEventListener() {},
     watch: (path, seconds, apply) => {
-      if (path === "v1/ports") setTimeout(() => apply(body));
+      if (path === "v1/shelf") setTimeout(() => apply(body));
       return () => {};
     } };
   const content = document.getElementById("content");

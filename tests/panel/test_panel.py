@@ -189,7 +189,7 @@ class Shelf(Panel):
         self.assertEqual(self.browser.requests(), [])
         self.browser.run("delete document.visibilityState;"
                          "document.dispatchEvent(new Event('visibilitychange'))")
-        self.shows(lambda: any("v1/ports" in one for one in self.browser.requests()))
+        self.shows(lambda: any("v1/shelf" in one for one in self.browser.requests()))
 
     def test_a_power_off_what_is_usual_is_marked(self):
         """What is usual is not claimed before there are samples enough to tell."""

@@ -16,6 +16,8 @@ api_reply get_ports(driver &node, const api_request &request) {
   return {200, show_ports(node, existing_only)};
 }
 
+api_reply get_shelf(driver &node, const api_request &) { return {200, show_shelf(node)}; }
+
 api_reply get_port(driver &node, const api_request &request) {
   const port_place place = find_place(node.node(), request.parameters[0]);
   if (!place) return refuse_port(node.node(), request.parameters[0]);
@@ -35,6 +37,7 @@ api_reply get_history(driver &node, const api_request &request) {
 std::span<const route> port_routes() {
   static constexpr route routes[] = {
       {"GET", "/v1/ports", get_ports, {"existing"}},
+      {"GET", "/v1/shelf", get_shelf},
       {"GET", "/v1/ports/{name}", get_port},
       {"GET", "/v1/ports/{name}/history", get_history},
   };

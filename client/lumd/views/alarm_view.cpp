@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include "json/object.h"
 #include "lum_linux/stores.h"
 #include "node/alarms.h"
 #include "node/driver.h"
@@ -16,6 +17,8 @@
 
 namespace lumd {
 namespace {
+
+using lum_client::object;
 
 using lum_words::alarm;
 using lum_words::alarms;
@@ -53,14 +56,14 @@ json show_sub_port(driver &node, const lum_linux::port_description &port, const 
   const json told = show_alarms_age(node, port.rsip, ifhandle);
   const auto stored = ifhandle == 0 ? std::nullopt : lum_linux::ptah_find(ifhandle);
   if (!stored) return nullptr;
-  json shown = {{"port", port.name},
-                {"sub_port", sub_port},
-                {"ifname", stored->name},
-                {"ifhandle", ifhandle},
-                {"inserted", show_inserted(node, port, copy)},
-                {"bitmap", stored->all.bitmap},
-                {"raised", alarm_names(stored->all.bitmap)},
-                {"injected", injected_alarms(node, ifhandle)}};
+  json shown = object({{"port", port.name},
+                       {"sub_port", sub_port},
+                       {"ifname", stored->name},
+                       {"ifhandle", ifhandle},
+                       {"inserted", show_inserted(node, port, copy)},
+                       {"bitmap", stored->all.bitmap},
+                       {"raised", alarm_names(stored->all.bitmap)},
+                       {"injected", injected_alarms(node, ifhandle)}});
   if (told.is_null()) {
     shown["bitmap"] = nullptr;
     shown["raised"] = nullptr;
@@ -69,20 +72,21 @@ json show_sub_port(driver &node, const lum_linux::port_description &port, const 
   }
   if (stored->changed) shown["changed_age_s"] = seconds_since(stored->changed->moment);
   if (stored->cleared) shown["cleared_age_s"] = seconds_since(stored->cleared->moment);
-  shown["counters"] = {{"publishes", stored->all.values[lum_linux::ptah_publishes]},
-                       {"bitmap_changes", stored->all.values[lum_linux::ptah_bitmap_changes]},
-                       {"raised", show_raise_counts(stored->all)}};
+  shown["counters"] =
+      object({{"publishes", stored->all.values[lum_linux::ptah_publishes]},
+              {"bitmap_changes", stored->all.values[lum_linux::ptah_bitmap_changes]},
+              {"raised", show_raise_counts(stored->all)}});
   return shown;
 }
 
 json show_kinds() {
   json kinds = json::array();
   for (const alarm &kind : alarms) {
-    kinds.push_back({{"name", kind.name},
-                     {"bit", bit_of(kind)},
-                     {"test_id", kind.test_id},
-                     {"sub_port_1_only", kind.sub_port_1_only},
-                     {"source", kind.source}});
+    kinds.push_back(object({{"name", kind.name},
+                            {"bit", bit_of(kind)},
+                            {"test_id", kind.test_id},
+                            {"sub_port_1_only", kind.sub_port_1_only},
+                            {"source", kind.source}}));
   }
   return kinds;
 }
@@ -108,8 +112,8 @@ json injected_alarms(driver &node, uint32_t ifhandle) {
 json show_alarms_age(driver &node, uint32_t rsip, uint32_t ifhandle) {
   const auto fed = node.feed().fed(ifhandle);
   if (!fed) return nullptr;
-  return {{"alarms_age_s", seconds_since(fed->ended)},
-          {"waiting", fed->ended < node.cages().seen(rsip).begun}};
+  return object({{"alarms_age_s", seconds_since(fed->ended)},
+                 {"waiting", fed->ended < node.cages().seen(rsip).begun}});
 }
 
 json alarm_names(uint64_t bitmap) {
@@ -134,22 +138,22 @@ json show_alarms(driver &node, bool all) {
                   const bool is_raised = !shown["bitmap"].is_null() && shown["bitmap"] != 0;
                   if (all || is_raised) interfaces.push_back(std::move(shown));
                 });
-  return {{"interfaces", std::move(interfaces)},
-          {"known", known},
-          {"unknown", unknown},
-          {"waiting", waiting},
-          {"halt", show_halt(node)},
-          {"kinds", show_kinds()}};
+  return object({{"interfaces", std::move(interfaces)},
+                 {"known", known},
+                 {"unknown", unknown},
+                 {"waiting", waiting},
+                 {"halt", show_halt(node)},
+                 {"kinds", show_kinds()}});
 }
 
 json show_alarm_test(const alarm_test_report &report, const alarm_test_request &request,
                      const std::string &text) {
-  json shown = {{"result", result_of(report.rc)},
-                {"port", report.port->name},
-                {"sub_port", request.place.sub_port},
-                {"text", text},
-                {"alarms", alarm_names(report.injected.test_alarm_bits)},
-                {"offsets", show_offsets(report.injected)}};
+  json shown = object({{"result", result_of(report.rc)},
+                       {"port", report.port->name},
+                       {"sub_port", request.place.sub_port},
+                       {"text", text},
+                       {"alarms", alarm_names(report.injected.test_alarm_bits)},
+                       {"offsets", show_offsets(report.injected)}});
   conclude(shown, report);
   return shown;
 }

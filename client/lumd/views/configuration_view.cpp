@@ -3,17 +3,20 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "json/object.h"
 #include "node/settings_look.h"
 
 namespace lumd {
 namespace {
+
+using lum_client::object;
 
 json value_or_null(const std::optional<int64_t> &value) {
   return value ? json(*value) : json(nullptr);
 }
 
 json value_or_reason(const std::optional<int64_t> &value, const std::string &reason) {
-  json shown = {{"value", value_or_null(value)}};
+  json shown = object({{"value", value_or_null(value)}});
   if (!value) shown["reason"] = reason;
   return shown;
 }
@@ -29,7 +32,7 @@ json show_saved(const settings_look &at, uint32_t sub_port, const setting &setti
 }
 
 json show_held(const held_setting &held, bool has_register) {
-  json shown = {{"value", nullptr}, {"register", nullptr}};
+  json shown = object({{"value", nullptr}, {"register", nullptr}});
   if (!has_register) shown["exists"] = false;
   if (held.value) shown["value"] = *held.value;
   if (held.raw) shown["register"] = *held.raw;
@@ -56,10 +59,10 @@ json show_setting(const settings_look &at, const lum_linux::setting_units &units
                   std::size_t place) {
   const setting &setting = settings[place];
   const std::string &unit = unit_of(units, setting.id);
-  json shown = {{"name", setting.name()},
-                {"unit", unit.empty() ? json(nullptr) : json(unit)},
-                {"saved", show_saved(at, sub_port, setting)},
-                {"in_force", show_in_force(at, sub_port, setting)}};
+  json shown = object({{"name", setting.name()},
+                       {"unit", unit.empty() ? json(nullptr) : json(unit)},
+                       {"saved", show_saved(at, sub_port, setting)},
+                       {"in_force", show_in_force(at, sub_port, setting)}});
   if (at.held)
     shown["module"] = show_held(at.held->of[sub_port][place], has_register(setting.id, sub_port));
   shown["differs"] = show_differences(at, sub_port, setting);
@@ -94,10 +97,10 @@ json show_changes(const settings_report &report) {
     const int64_t value = setting.value(report.wanted);
     const bool is_asked = report.asked.contains(&setting);
     if (!is_asked && was_set && old == value) continue;
-    shown.push_back({{"name", setting.name()},
-                     {"old", was_set ? json(old) : json(nullptr)},
-                     {"new", value},
-                     {"asked", is_asked}});
+    shown.push_back(object({{"name", setting.name()},
+                            {"old", was_set ? json(old) : json(nullptr)},
+                            {"new", value},
+                            {"asked", is_asked}}));
   }
   return shown;
 }
@@ -109,9 +112,9 @@ json show_settings(const settings_look &at, const lum_linux::setting_units &unit
     for (std::size_t i = 0; i < settings.size(); ++i) {
       shown.push_back(show_setting(at, units, sub_port, i));
     }
-    sub_ports.push_back({{"sub_port", sub_port}, {"settings", std::move(shown)}});
+    sub_ports.push_back(object({{"sub_port", sub_port}, {"settings", std::move(shown)}}));
   }
-  return {{"name", at.port->name}, {"sub_ports", std::move(sub_ports)}};
+  return object({{"name", at.port->name}, {"sub_ports", std::move(sub_ports)}});
 }
 
 json show_dropped(const settings_look &at) {
@@ -124,8 +127,8 @@ json show_dropped(const settings_look &at) {
       if (value) dropped[lum_words::member_of(setting.name())] = *value;
     }
     if (dropped.empty()) continue;
-    shown.push_back(
-        {{"port", at.port->name}, {"sub_port", sub_port}, {"settings", std::move(dropped)}});
+    shown.push_back(object(
+        {{"port", at.port->name}, {"sub_port", sub_port}, {"settings", std::move(dropped)}}));
   }
   return shown;
 }

@@ -2,10 +2,13 @@
 
 #include <nlohmann/json.hpp>
 
+#include "json/object.h"
 #include "views/port_view.h"
 
 namespace lumd {
 namespace {
+
+using lum_client::object;
 
 const char *backend_name(lum_linux::module_backend backend) {
   switch (backend) {
@@ -20,7 +23,7 @@ const char *backend_name(lum_linux::module_backend backend) {
 }
 
 json show_line(const lum_linux::line_status &line) {
-  json shown = {{"file", line.file}, {"on", nullptr}};
+  json shown = object({{"file", line.file}, {"on", nullptr}});
   if (line.is_on) shown["on"] = *line.is_on;
   if (line.code != 0) shown["problem"] = cerr_strerror(line.code);
   return shown;
@@ -49,7 +52,7 @@ json show_module(driver &node, const lum_linux::port_description &port,
 }
 
 json show_page(uint32_t number, std::span<const uint8_t> bytes) {
-  return {{"number", number}, {"bytes", bytes}};
+  return object({{"number", number}, {"bytes", bytes}});
 }
 
 }  // namespace lumd

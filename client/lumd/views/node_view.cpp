@@ -5,6 +5,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
+#include "json/object.h"
 #include "lum.h"
 #include "lum_linux/services.h"
 #include "node/driver.h"
@@ -19,18 +20,21 @@
 namespace lumd {
 namespace {
 
+using lum_client::object;
+
 std::string version() {
   return fmt::format("{}.{}.{}", LUM_VERSION_MAJOR, LUM_VERSION_MINOR, LUM_VERSION_PATCH);
 }
 
 json show_checkpoints(const lum_linux::checkpoint_status &store) {
-  json shown = {{"file", store.file.string()},
-                {"entries", store.open ? json(store.entries) : json()},
-                {"writes", store.writes},
-                {"failures", store.failures}};
+  json shown = object({{"file", store.file.string()},
+                       {"entries", store.open ? json(store.entries) : json()},
+                       {"writes", store.writes},
+                       {"failures", store.failures}});
   if (!store.last_failure.empty()) shown["last_failure"] = store.last_failure;
   if (!store.set_aside.empty()) {
-    shown["set_aside"] = {{"file", store.set_aside.string()}, {"reason", store.set_aside_reason}};
+    shown["set_aside"] =
+        object({{"file", store.set_aside.string()}, {"reason", store.set_aside_reason}});
   }
   return shown;
 }
@@ -38,12 +42,13 @@ json show_checkpoints(const lum_linux::checkpoint_status &store) {
 json show_traces() {
   json channels = json::array();
   for (const auto &channel : lum_linux::traces_status()) {
-    channels.push_back({{"name", channel.name},
-                        {"file", channel.file.string()},
-                        {"enabled", channel.enabled},
-                        {"lines", channel.lines},
-                        {"failures", channel.failures},
-                        {"reason", channel.reason.empty() ? json(nullptr) : json(channel.reason)}});
+    channels.push_back(
+        object({{"name", channel.name},
+                {"file", channel.file.string()},
+                {"enabled", channel.enabled},
+                {"lines", channel.lines},
+                {"failures", channel.failures},
+                {"reason", channel.reason.empty() ? json(nullptr) : json(channel.reason)}}));
   }
   return channels;
 }
@@ -51,7 +56,7 @@ json show_traces() {
 json show_troubles(driver &node) {
   json shown = json::array();
   for (const trouble &one : troubles_of(node)) {
-    shown.push_back({{"port", one.port->name}, {"kind", one.kind}, {"reason", one.reason}});
+    shown.push_back(object({{"port", one.port->name}, {"kind", one.kind}, {"reason", one.reason}}));
   }
   return shown;
 }
@@ -73,26 +78,26 @@ json show_node(driver &node) {
   const lum_ctx &context = *lum_get_ctx();
   const auto store = lum_linux::checkpoints_status();
   const std::chrono::duration<double> uptime = node.uptime();
-  return {{"name", description.name},
-          {"rack", description.rack},
-          {"version", version()},
-          {"description", std::filesystem::absolute(description.source).string()},
-          {"started", utc_text(node.started())},
-          {"uptime_s", std::max<int64_t>(0, static_cast<int64_t>(uptime.count()))},
-          {"restart", node.restarted()},
-          {"ports", description.ports().size()},
-          {"port_states", count_states(node)},
-          {"controllers", counted_controllers()},
-          {"controllers_existing", node.platform().created_controllers()},
-          {"polling_halted", node.count().halts_polling()},
-          {"halt", show_halt(node)},
-          {"never_polled", never_polled(description)},
-          {"troubles", show_troubles(node)},
-          {"resync", __atomic_load_n(&context.resync, __ATOMIC_RELAXED) != 0},
-          {"checkpoints", show_checkpoints(store)},
-          {"store", show_store(store, description)},
-          {"events", show_event_record(node)},
-          {"traces", show_traces()}};
+  return object({{"name", description.name},
+                 {"rack", description.rack},
+                 {"version", version()},
+                 {"description", std::filesystem::absolute(description.source).string()},
+                 {"started", utc_text(node.started())},
+                 {"uptime_s", std::max<int64_t>(0, static_cast<int64_t>(uptime.count()))},
+                 {"restart", node.restarted()},
+                 {"ports", description.ports().size()},
+                 {"port_states", count_states(node)},
+                 {"controllers", counted_controllers()},
+                 {"controllers_existing", node.platform().created_controllers()},
+                 {"polling_halted", node.count().halts_polling()},
+                 {"halt", show_halt(node)},
+                 {"never_polled", never_polled(description)},
+                 {"troubles", show_troubles(node)},
+                 {"resync", __atomic_load_n(&context.resync, __ATOMIC_RELAXED) != 0},
+                 {"checkpoints", show_checkpoints(store)},
+                 {"store", show_store(store, description)},
+                 {"events", show_event_record(node)},
+                 {"traces", show_traces()}});
 }
 
 }  // namespace lumd

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
+#include "json/object.h"
 #include "lum_linux/stores.h"
 #include "node/driver.h"
 #include "node/port_data.h"
@@ -16,16 +17,18 @@
 namespace lumd {
 namespace {
 
+using lum_client::object;
+
 using lum_linux::pm_bin;
 
 double to_hundredths(double value) { return std::round(value * 100) / 100; }
 
 json in_unit(const lum_linux::pm_statistics &kept, const kept_value &as) {
   const auto shown = [&](double number) { return to_hundredths(number / as.per_unit); };
-  return {{"current", shown(kept.current)},
-          {"minimum", shown(kept.minimum)},
-          {"maximum", shown(kept.maximum)},
-          {"average", shown(kept.average)}};
+  return object({{"current", shown(kept.current)},
+                 {"minimum", shown(kept.minimum)},
+                 {"maximum", shown(kept.maximum)},
+                 {"average", shown(kept.average)}});
 }
 
 // Null for what cannot be told.
@@ -34,10 +37,10 @@ json in_dbm(const lum_linux::pm_statistics &kept) {
     const auto dbm = kept_power_dbm(number);
     return dbm ? json(*dbm) : json();
   };
-  return {{"current", shown(kept.current)},
-          {"minimum", shown(kept.minimum)},
-          {"maximum", shown(kept.maximum)},
-          {"average", shown(kept.average)}};
+  return object({{"current", shown(kept.current)},
+                 {"minimum", shown(kept.minimum)},
+                 {"maximum", shown(kept.maximum)},
+                 {"average", shown(kept.average)}});
 }
 
 // What was measured is between these two.
@@ -49,7 +52,7 @@ bool is_plausible(const lum_linux::pm_statistics &kept) {
 // Without samples there are no numbers.
 json show_value(std::size_t number, const pm_bin &bin) {
   const kept_value &as = kept_values()[number];
-  json shown = {{"name", as.name}};
+  json shown = object({{"name", as.name}});
   const bool known = bin.samples != 0;
   const lum_linux::pm_statistics &kept = bin.values[number];
   if (as.is_power()) {
@@ -66,13 +69,13 @@ json show_value(std::size_t number, const pm_bin &bin) {
 json show_bin(const pm_bin &bin, std::string_view length) {
   json values = json::array();
   for (std::size_t i = 0; i < lum_linux::pm_value_count; ++i) values.push_back(show_value(i, bin));
-  return {{"length", length},
-          {"length_s", bin.length.count()},
-          {"start", utc_text(bin.start)},
-          {"samples", bin.samples},
-          {"partial", bin.partial},
-          {"tested", bin.tested},
-          {"values", std::move(values)}};
+  return object({{"length", length},
+                 {"length_s", bin.length.count()},
+                 {"start", utc_text(bin.start)},
+                 {"samples", bin.samples},
+                 {"partial", bin.partial},
+                 {"tested", bin.tested},
+                 {"values", std::move(values)}});
 }
 
 json show_bins(const lum_linux::pm_interface &interface, std::optional<pm_bins> bins) {
@@ -110,16 +113,16 @@ json show_pm(driver &node, const port_list &ports, std::optional<pm_bins> bins) 
     const auto age = age_of_kept(node, ifhandle);
     const auto pm = lum_linux::pm_find(ifhandle);
     if (!pm) return;
-    json shown = {{"port", port.name},
-                  {"sub_port", sub_port},
-                  {"ifname", pm->name},
-                  {"ifhandle", pm->ifhandle}};
+    json shown = object({{"port", port.name},
+                         {"sub_port", sub_port},
+                         {"ifname", pm->name},
+                         {"ifhandle", pm->ifhandle}});
     if (pm->latest && age) shown["age_s"] = seconds_of(*age);
     shown["polled"] = poll_of(node, port.rsip).has_value() && copy.data.inserted != 0;
     shown["bins"] = show_bins(*pm, bins);
     interfaces.push_back(std::move(shown));
   });
-  return {{"interfaces", std::move(interfaces)}, {"halt", show_halt(node)}};
+  return object({{"interfaces", std::move(interfaces)}, {"halt", show_halt(node)}});
 }
 
 }  // namespace lumd

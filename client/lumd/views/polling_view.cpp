@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "json/object.h"
 #include "node/driver.h"
 #include "node/polling_halt.h"
 #include "views/times.h"
@@ -9,10 +10,13 @@
 namespace lumd {
 namespace {
 
+using lum_client::object;
+
 constexpr int polling_period_s = 5;
 
 json show_cycle(const polling_cycle &cycle) {
-  json shown = {{"duration_s", seconds_of(cycle.ended - cycle.started)}, {"ports", cycle.ports}};
+  json shown =
+      object({{"duration_s", seconds_of(cycle.ended - cycle.started)}, {"ports", cycle.ports}});
   if (cycle.lateness) shown["lateness_s"] = seconds_of(*cycle.lateness);
   return shown;
 }
@@ -21,11 +25,11 @@ json show_cycle(const polling_cycle &cycle) {
 
 json show_polling(driver &node) {
   const polling_report report = node.polling().report();
-  json shown = {{"cycles", report.cycles},
-                {"running", report.running},
-                {"paused", report.paused},
-                {"period_s", polling_period_s},
-                {"last", nullptr}};
+  json shown = object({{"cycles", report.cycles},
+                       {"running", report.running},
+                       {"paused", report.paused},
+                       {"period_s", polling_period_s},
+                       {"last", nullptr}});
   shown["halt"] = show_halt(node);
   if (report.last) {
     shown["last"] = show_cycle(*report.last);
@@ -37,7 +41,7 @@ json show_polling(driver &node) {
 json show_halt(driver &node) {
   const auto halt = halt_of(node);
   if (!halt) return nullptr;
-  return {{"reason", halt->reason}, {"for_s", seconds_of(halt->lasting)}};
+  return object({{"reason", halt->reason}, {"for_s", seconds_of(halt->lasting)}});
 }
 
 }  // namespace lumd

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "base/module_flags.h"
+#include "json/object.h"
 #include "lum_linux/checkpoints.h"
 #include "lum_linux/leds.h"
 #include "lum_linux/modules.h"
@@ -24,6 +25,8 @@
 namespace lumd {
 namespace {
 
+using lum_client::object;
+
 using lum_client::flag_places;
 using lum_client::raised_flags;
 using lum_linux::module_status;
@@ -35,16 +38,17 @@ bool is_read(const lum_vendor_info &vendor) {
 }
 
 json show_vendor(const lum_vendor_info &vendor) {
-  return {{"name", text_of(vendor.vendor_name)},
-          {"part", text_of(vendor.vendor_part_number)},
-          {"serial", text_of(vendor.vendor_serial_number)},
-          {"revision", text_of(vendor.vendor_rev)},
-          {"date", text_of(vendor.vendor_date_code)},
-          {"oui", !is_read(vendor) ? ""
-                                   : fmt::format("{:02x}.{:02x}.{:02x}", vendor.vendor_oui[0],
-                                                 vendor.vendor_oui[1], vendor.vendor_oui[2])},
-          {"extra_code", text_of(vendor.vendor_extra_code)},
-          {"extra_id", text_of(vendor.vendor_extra_id)}};
+  return object(
+      {{"name", text_of(vendor.vendor_name)},
+       {"part", text_of(vendor.vendor_part_number)},
+       {"serial", text_of(vendor.vendor_serial_number)},
+       {"revision", text_of(vendor.vendor_rev)},
+       {"date", text_of(vendor.vendor_date_code)},
+       {"oui", !is_read(vendor) ? ""
+                                : fmt::format("{:02x}.{:02x}.{:02x}", vendor.vendor_oui[0],
+                                              vendor.vendor_oui[1], vendor.vendor_oui[2])},
+       {"extra_code", text_of(vendor.vendor_extra_code)},
+       {"extra_id", text_of(vendor.vendor_extra_id)}});
 }
 
 std::string_view led_name(uint32_t state) {
@@ -58,9 +62,9 @@ std::string_view led_name(uint32_t state) {
 json show_led(driver &node, uint32_t rsip) {
   const auto known = node.platform().leds().status(rsip);
   if (!known) return nullptr;
-  json shown = {{"state", nullptr}, {"name", nullptr}};
+  json shown = object({{"state", nullptr}, {"name", nullptr}});
   if (known->state) {
-    shown = {{"state", *known->state}, {"name", led_name(*known->state)}};
+    shown = object({{"state", *known->state}, {"name", led_name(*known->state)}});
     shown["known_age_s"] = seconds_since(known->known_at);
   }
   if (!known->trouble) return shown;
@@ -76,7 +80,7 @@ json show_readings(const lum_dom_area &area) {
   for (std::size_t i = 0; i < lum_words::readings.size(); ++i) {
     const lum_words::reading &word = lum_words::readings[i];
     const uint16_t raw = area.readings[i];
-    json one = {{"name", word.name}, {"raw", raw}};
+    json one = object({{"name", word.name}, {"raw", raw}});
     if (word.unit == lum_words::reading_unit::dbm) {
       one["dbm"] = power_dbm(raw);
       one["microwatt"] = power_microwatt(raw);
@@ -91,8 +95,8 @@ json show_readings(const lum_dom_area &area) {
 
 json show_kept(const kept_value &reading, const pm_ui_optics_record &record) {
   const uint32_t kept = reading.value(record);
-  if (!reading.is_power()) return {{"value", kept / reading.per_unit}};
-  json shown = {{"microwatt", kept / reading.per_unit}, {"dbm", nullptr}};
+  if (!reading.is_power()) return object({{"value", kept / reading.per_unit}});
+  json shown = object({{"microwatt", kept / reading.per_unit}, {"dbm", nullptr}});
   if (const auto dbm = kept_power_dbm(kept)) shown["dbm"] = *dbm;
   return shown;
 }
@@ -131,10 +135,10 @@ json show_sub_port(driver &node, uint32_t rsip, const port_snapshot &at, std::si
   const port_copy &port = *at.copy;
   const lum_sub_port_intf &controller = port.data.sub_port[number];
   const bool exists = controller.created != 0;
-  json shown = {{"sub_port", number},
-                {"ifname", text_of(controller.ifname)},
-                {"ifhandle", controller.ifhandle},
-                {"created", exists}};
+  json shown = object({{"sub_port", number},
+                       {"ifname", text_of(controller.ifname)},
+                       {"ifhandle", controller.ifhandle},
+                       {"created", exists}});
   shown["told"] = show_told(node, controller.ifhandle);
   shown["configuration"] = show_configuration(port.data.port_cfg[number], saved_are_known);
   json readings = json::array();
@@ -152,10 +156,10 @@ json show_sub_port(driver &node, uint32_t rsip, const port_snapshot &at, std::si
 
 json show_module(const module_status &module) {
   const auto &statistics = module.statistics;
-  json shown = {{"location", module.location},
-                {"present", nullptr},
-                {"transfers", statistics.attempted},
-                {"failed_transfers", statistics.failed}};
+  json shown = object({{"location", module.location},
+                       {"present", nullptr},
+                       {"transfers", statistics.attempted},
+                       {"failed_transfers", statistics.failed}});
   if (knows_presence(module)) shown["present"] = module.present;
   if (module.is_known()) shown["known_age_s"] = seconds_since(module.known_at);
   if (module.place_code != 0) shown["problem"] = why_unreachable(module);
@@ -164,15 +168,16 @@ json show_module(const module_status &module) {
   }
   if (statistics.failed > 0) {
     shown["last_failure_age_s"] = seconds_since(statistics.last_failure);
-    shown["last_error"] = {{"code", statistics.last_error},
-                           {"text", cerr_strerror(statistics.last_error)}};
+    shown["last_error"] =
+        object({{"code", statistics.last_error}, {"text", cerr_strerror(statistics.last_error)}});
     if (!statistics.last_reason.empty()) shown["last_error"]["reason"] = statistics.last_reason;
   }
   return shown;
 }
 
 json show_dom(const port_snapshot &at) {
-  json shown = {{"enabled", at.copy->data.is_dom_enabled != 0}, {"transceiver_disabled", nullptr}};
+  json shown =
+      object({{"enabled", at.copy->data.is_dom_enabled != 0}, {"transceiver_disabled", nullptr}});
   if (knows_presence(at.module)) {
     shown["transceiver_disabled"] = at.copy->data.transceiver_disabled != 0;
   }
@@ -192,8 +197,9 @@ void add_module_data(const port_snapshot &at, json &shown) {
   shown["raised"] = nullptr;
   if (at.is_filled && (at.polled || data.vendor.fw_version != 0)) {
     const uint32_t version = data.vendor.fw_version;
-    shown["firmware"] = {{"version", version},
-                         {"text", fmt::format("{}.{:02}", version >> 8 & 0xFF, version & 0xFF)}};
+    shown["firmware"] =
+        object({{"version", version},
+                {"text", fmt::format("{}.{:02}", version >> 8 & 0xFF, version & 0xFF)}});
   }
   if (!at.polled) return;
   shown["temperature_c"] = temperature_celsius(data.module_temperature);
@@ -206,35 +212,84 @@ void add_module_data(const port_snapshot &at, json &shown) {
 // Without a store it is not known whether there is a record.
 json show_record(const lum_chkpt_record &record) {
   if (lum_linux::checkpoint_is_unknown(record.chkpt_id)) {
-    return {{"id", nullptr}, {"created", nullptr}};
+    return object({{"id", nullptr}, {"created", nullptr}});
   }
-  return {{"id", record.chkpt_id}, {"created", record.created != 0}};
+  return object({{"id", record.chkpt_id}, {"created", record.created != 0}});
 }
 
 // The port's checkpoint record, the lock that a deletion keeps, and what provisioning has marked.
 void add_upkeep(const port_copy &port, json &shown) {
   shown["checkpoint"] = show_record(port.data.chkpt);
   shown["mutex_kept"] = port.data.mutex_kept_by != 0;
-  shown["provisioning"] = {{"needed", port.data.provisioning_needed != 0},
-                           {"forced", port.data.force_reprovisioning != 0}};
+  shown["provisioning"] = object({{"needed", port.data.provisioning_needed != 0},
+                                  {"forced", port.data.force_reprovisioning != 0}});
+}
+
+// What a view of any extent begins with. Members are put in one by one here and below: lists of
+// them would be made twice, and the shelf is asked for by whoever looks at the page.
+json show_state(driver &node, const lum_linux::port_description &port, const port_snapshot &at) {
+  json shown = json::object();
+  shown["name"] = port.name;
+  shown["rack"] = port.rsip >> 24;
+  shown["slot"] = port.rsip >> 16 & 0xFF;
+  shown["instance"] = port.rsip >> 8 & 0xFF;
+  shown["port"] = port.rsip & 0xFF;
+  shown["rsip"] = port.rsip;
+  shown["port_handle"] = port.handle;
+  shown["state"] = name_of(lum_words::port_states, at.state);
+  shown["reason"] = at.reason;
+  shown["state_age_s"] = seconds_since(at.since);
+  shown["led"] = show_led(node, port.rsip);
+  shown["sub_ports"] = json::array();
+  return shown;
+}
+
+json show_powers(const lum_dom_area &area) {
+  json shown = json::array();
+  for (std::size_t i = 0; i < lum_words::readings.size(); ++i) {
+    const lum_words::reading &word = lum_words::readings[i];
+    if (word.unit != lum_words::reading_unit::dbm) continue;
+    json &one = shown.emplace_back(json::object());
+    one["name"] = word.name;
+    one["dbm"] = power_dbm(area.readings[i]);
+    one["plausible"] = is_plausible_power(area.readings[i]);
+  }
+  return shown;
+}
+
+json show_brief_sub_port(driver &node, uint32_t rsip, const port_snapshot &at, std::size_t number) {
+  const lum_sub_port_intf &controller = at.copy->data.sub_port[number];
+  json shown = json::object();
+  shown["sub_port"] = number;
+  shown["powers"] = json::array();
+  if (at.polled) {
+    shown["powers_age_s"] = seconds_since(at.polled->ended);
+    shown["powers"] = show_powers(at.copy->data.dom[number]);
+  }
+  if (controller.created == 0) return shown;
+  const auto ptah = lum_linux::ptah_find(controller.ifhandle);
+  if (ptah && !show_alarms_age(node, rsip, controller.ifhandle).is_null()) {
+    shown["raised"] = alarm_names(ptah->all.bitmap);
+  }
+  return shown;
+}
+
+json show_brief_port(driver &node, const lum_linux::port_description &port,
+                     const port_snapshot &at) {
+  json shown = show_state(node, port, at);
+  if (!at.copy) return shown;
+  shown["part"] = at.is_filled ? text_of(at.copy->data.vendor.vendor_part_number) : "";
+  for (std::size_t i = 0; i < LUM_SUB_PORTS; ++i) {
+    shown["sub_ports"].push_back(show_brief_sub_port(node, port.rsip, at, i));
+  }
+  return shown;
 }
 
 json show_port(driver &node, const lum_linux::port_description &port, const port_snapshot &at,
                const lum_linux::checkpoint_status &store) {
-  json shown = {{"name", port.name},
-                {"rack", port.rsip >> 24},
-                {"slot", port.rsip >> 16 & 0xFF},
-                {"instance", port.rsip >> 8 & 0xFF},
-                {"port", port.rsip & 0xFF},
-                {"rsip", port.rsip},
-                {"port_handle", port.handle},
-                {"state", name_of(lum_words::port_states, at.state)},
-                {"reason", at.reason},
-                {"state_age_s", seconds_since(at.since)},
-                {"module", show_module(at.module)},
-                {"store", show_store_of(store, port.rsip)}};
-  shown["led"] = show_led(node, port.rsip);
-  shown["sub_ports"] = json::array();
+  json shown = show_state(node, port, at);
+  shown["module"] = show_module(at.module);
+  shown["store"] = show_store_of(store, port.rsip);
   if (!at.copy) return shown;
   shown["inserted"] = knows_presence(at.module) ? json(at.is_filled) : json(nullptr);
   shown["new_memmap"] = nullptr;
@@ -268,9 +323,18 @@ json show_ports(driver &node, bool existing_only) {
     if (existing_only && !at.copy) continue;
     shown.push_back(show_port(node, *port, at, store));
   }
-  return {{"ports", std::move(shown)},
-          {"store", show_store(store, node.node())},
-          {"halt", show_halt(node)}};
+  return object({{"ports", std::move(shown)},
+                 {"store", show_store(store, node.node())},
+                 {"halt", show_halt(node)}});
+}
+
+json show_shelf(driver &node) {
+  const auto snapshots = look_at_ports(node);
+  json shown = json::array();
+  for (const lum_linux::port_description *port : node.node().ports()) {
+    shown.push_back(show_brief_port(node, *port, snapshots.at(port->rsip)));
+  }
+  return object({{"ports", std::move(shown)}});
 }
 
 }  // namespace lumd

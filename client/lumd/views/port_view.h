@@ -14,4 +14,8 @@ json show_port(driver &node, const lum_linux::port_description &port);
 // Those of every port; with `existing_only` of those alone that the library knows.
 json show_ports(driver &node, bool existing_only);
 
+// What a picture of the shelf shows of every port: its state, LED, identity, readings and alarms,
+// at a small part of the cost.
+json show_shelf(driver &node);
+
 }  // namespace lumd

@@ -1,4 +1,5 @@
 #include "views/store_view.h"
+#include "json/object.h"
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
@@ -6,13 +7,15 @@
 namespace lumd {
 namespace {
 
+using lum_client::object;
+
 using lum_linux::record_trouble;
 
 json text_or_null(const std::string &text) { return text.empty() ? json(nullptr) : json(text); }
 
 json show_usability(const lum_linux::checkpoint_status &store) {
-  return {
-      {"usable", store.usable}, {"readable", store.open}, {"reason", text_or_null(store.reason)}};
+  return object(
+      {{"usable", store.usable}, {"readable", store.open}, {"reason", text_or_null(store.reason)}});
 }
 
 }  // namespace
@@ -46,10 +49,10 @@ json show_store(const lum_linux::checkpoint_status &store,
   shown["records"] = json::array();
   for (const auto &one : store.troubled) {
     const auto *port = node.find(one.key);
-    shown["records"].push_back({{"port", port == nullptr ? json(nullptr) : json(port->name)},
-                                {"key", one.key},
-                                {"trouble", trouble_name(one.trouble)},
-                                {"reason", one.reason}});
+    shown["records"].push_back(object({{"port", port == nullptr ? json(nullptr) : json(port->name)},
+                                       {"key", one.key},
+                                       {"trouble", trouble_name(one.trouble)},
+                                       {"reason", one.reason}}));
   }
   return shown;
 }
@@ -59,7 +62,8 @@ json show_store_of(const lum_linux::checkpoint_status &store, uint32_t rsip) {
   shown["troubles"] = json::array();
   for (const auto &one : store.troubled) {
     if (one.key != rsip) continue;
-    shown["troubles"].push_back({{"trouble", trouble_name(one.trouble)}, {"reason", one.reason}});
+    shown["troubles"].push_back(
+        object({{"trouble", trouble_name(one.trouble)}, {"reason", one.reason}}));
   }
   return shown;
 }
