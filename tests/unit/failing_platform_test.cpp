@@ -337,7 +337,7 @@ TEST_F(failing_platform, whatever_call_of_it_fails_the_next_ones_work) {
     if (only != nullptr && name != only) continue;
     for (unsigned nth = 1; nth < 100000; nth += stride) {
       std::string said;
-      const int ended = in_process([&] { return try_one(operate, nth); }, said);
+      const int ended = in_process([&, &call = operate] { return try_one(call, nth); }, said);
       if (ended == not_met) break;
       ++tried;
       const bool is_fatal = ended == -SIGABRT && said.find("Assertion `") != std::string::npos;
