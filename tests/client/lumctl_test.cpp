@@ -78,8 +78,8 @@ TEST(Completion, OffersEveryCommandOptionAndFixedWord) {
 
 TEST(Completion, OffersAnArgumentAgainOnlyWhereItMayBeRepeated) {
   EXPECT_THAT(offered({"module", "fault", "west", "hang"}), Contains("none"));
-  EXPECT_THAT(offered({"im", "hold", "on"}),
-              ElementsAre("--socket", "--json", "--timeout", "--help"));
+  EXPECT_THAT(offered({"im", "hold", "on"}), ElementsAre("--socket", "--url", "--ca", "--cert",
+                                                         "--key", "--json", "--timeout", "--help"));
 }
 
 TEST(Completion, GoesOnWithAList) {
