@@ -133,8 +133,8 @@ build_counts() {
   cmake --build --preset release -j "$jobs" --target lum_counts >/dev/null
 }
 
-# The screens on the pages are what lumctl prints. It is one of the tests of the client too, which
-# the steps of the sanitizers run.
+# The screens on the pages are what lumctl prints. It is one of the tests of the client too, which the
+# step asan runs.
 check_screens() {
   build_client
   python3 tools/refresh_screens.py --build build --check
