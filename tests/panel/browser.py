@@ -28,13 +28,21 @@ def free_port():
 
 
 def axe_source(build):
-    """The accessibility checker, of the version in the lock file, fetched once into the build."""
+    """The accessibility checker, of the version in the lock file, fetched once into the build; None
+    where npm cannot fetch it, which is tried once too."""
     folder = build / "panel-axe"
     lock = (HERE / "package-lock.json").read_text()
     script = folder / "node_modules" / "axe-core" / "axe.min.js"
     with open(build / "panel-axe.lock", "w") as others:
         fcntl.flock(others, fcntl.LOCK_EX)
-        fetch_axe(folder, lock, script)
+        missing = folder / "cannot-be-fetched"
+        if missing.exists():
+            return None
+        try:
+            fetch_axe(folder, lock, script)
+        except (subprocess.SubprocessError, OSError) as why:
+            missing.write_text(str(why))
+            return None
     return script.read_text()
 
 
