@@ -1,14 +1,15 @@
 #include "description/http_keys.h"
 
-#include <arpa/inet.h>
 #include <fmt/format.h>
+#include <sys/socket.h>
 
 #include <algorithm>
-#include <array>
 #include <cctype>
 #include <optional>
 #include <string>
 #include <string_view>
+
+#include "description/receiver_address.h"
 
 namespace lum_linux {
 namespace {
@@ -18,12 +19,6 @@ namespace fs = std::filesystem;
 constexpr size_t max_host_name_bytes = 253;
 constexpr size_t max_address_bytes = 63;
 constexpr size_t max_http_path_bytes = 1024;
-
-bool is_address(const std::string &text) {
-  std::array<unsigned char, sizeof(in6_addr)> parsed{};
-  return inet_pton(AF_INET, text.c_str(), parsed.data()) == 1 ||
-         inet_pton(AF_INET6, text.c_str(), parsed.data()) == 1;
-}
 
 using found_text = std::optional<located<std::string>>;
 
@@ -39,7 +34,8 @@ void read_address(toml_table &table, problem_list &problems, node_description &n
   want_beside(table, "http_address", found, "http_port", problems);
   if (!found) return;
   node.http_address = found->value;
-  if (is_address(found->value)) return;
+  if (is_numeric_address(AF_INET, found->value) || is_numeric_address(AF_INET6, found->value))
+    return;
   problems.add(found->line,
                fmt::format("'http_address' is \"{}\", expected an address of this machine such as "
                            "\"192.0.2.7\" or \"2001:db8::7\", or \"0.0.0.0\" or \"::\" for all",

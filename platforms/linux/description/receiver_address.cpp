@@ -7,11 +7,6 @@
 namespace lum_linux {
 namespace {
 
-bool is_address(int family, const std::string &host) {
-  in6_addr taken = {};
-  return inet_pton(family, host.c_str(), &taken) == 1;
-}
-
 // 0 for what is no port to send to.
 uint16_t port_of(const std::string &digits) {
   const bool are_digits =
@@ -23,6 +18,11 @@ uint16_t port_of(const std::string &digits) {
 
 }  // namespace
 
+bool is_numeric_address(int family, const std::string &text) {
+  in6_addr taken = {};
+  return inet_pton(family, text.c_str(), &taken) == 1;
+}
+
 std::optional<receiver_address> read_receiver_address(const std::string &text) {
   const std::size_t colon = text.rfind(':');
   if (colon == std::string::npos) return {};
@@ -30,7 +30,7 @@ std::optional<receiver_address> read_receiver_address(const std::string &text) {
   std::string &host = found.host;
   const bool in_brackets = host.size() > 2 && host.front() == '[' && host.back() == ']';
   if (in_brackets) host = host.substr(1, host.size() - 2);
-  if (found.port == 0 || !is_address(in_brackets ? AF_INET6 : AF_INET, host)) return {};
+  if (found.port == 0 || !is_numeric_address(in_brackets ? AF_INET6 : AF_INET, host)) return {};
   return found;
 }
 

@@ -65,8 +65,8 @@ struct module_status {
   module_statistics statistics;
 };
 
-// Whether a module is as it was, in a few words: differs once anything of module_status has changed
-// that is not the same after every good transfer.
+// What of module_status does not change with a good transfer, in a few words, by which it is seen
+// that a module is as it was. Its lines and the way to it are not in it.
 struct module_glimpse {
   bool known = false;
   bool present = false;
