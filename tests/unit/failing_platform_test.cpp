@@ -21,6 +21,8 @@
 #include "controllers.h"
 #include "lum_api/lum_api.h"
 
+namespace failing_platform_test {
+
 using namespace support;
 
 namespace {
@@ -358,3 +360,5 @@ TEST_F(failing_platform, whatever_call_of_it_fails_the_next_ones_work) {
   EXPECT_EQ(survived, tried);
   EXPECT_TRUE(only != nullptr || tried > fewest) << tried;
 }
+
+}  // namespace failing_platform_test

@@ -3,6 +3,8 @@
 
 #include "lum.h"
 
+namespace layouts_test {
+
 static_assert(offsetof(lum_device_id_td, valid) == 0);
 static_assert(offsetof(lum_device_id_td, port_handle) == 4);
 static_assert(offsetof(lum_device_id_td, iftype) == 8);
@@ -20,3 +22,5 @@ static_assert(offsetof(lum_port_node_info, port_handle) ==
               offsetof(lum_port_node_info, rsip) + sizeof(uint32_t));
 static_assert(offsetof(lum_port_node_info, data) ==
               offsetof(lum_port_node_info, port_handle) + sizeof(uint32_t));
+
+}  // namespace layouts_test

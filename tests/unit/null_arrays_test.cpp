@@ -5,6 +5,8 @@
 
 #include "controllers.h"
 
+namespace null_arrays_test {
+
 using namespace support;
 using testing::IsEmpty;
 
@@ -70,3 +72,5 @@ TEST_F(null_arrays, delete_batch_without_handles_or_types_is_refused) {
 }
 
 }  // namespace
+
+}  // namespace null_arrays_test

@@ -10,6 +10,8 @@
 #include "blocks.h"
 #include "controllers.h"
 
+namespace ownership_test {
+
 using namespace support;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -375,3 +377,5 @@ TEST_F(ownership, slot_opened_again_frees_its_array) {
 }
 
 }  // namespace
+
+}  // namespace ownership_test

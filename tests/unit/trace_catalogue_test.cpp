@@ -6,6 +6,8 @@
 
 #include "catalogue.h"
 
+namespace trace_catalogue_test {
+
 using support::catalogue_entry;
 using support::trace_catalogue;
 
@@ -67,3 +69,5 @@ TEST(TraceCatalogue, WritesNothingToThePeriodicChannel) {
         << entry.point;
   }
 }
+
+}  // namespace trace_catalogue_test

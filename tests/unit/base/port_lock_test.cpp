@@ -8,6 +8,8 @@
 #include "base/locks.h"
 #include "controllers.h"
 
+namespace port_lock_test {
+
 using namespace support;
 
 namespace {
@@ -75,3 +77,5 @@ TEST_F(created_ports, kept_mutex_that_is_made_anew_is_free_and_error_checking) {
 }
 
 }  // namespace
+
+}  // namespace port_lock_test

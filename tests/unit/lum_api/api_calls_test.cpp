@@ -8,6 +8,8 @@
 #include "controllers.h"
 #include "one_port.h"
 
+namespace api_calls_test {
+
 using namespace support;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -90,3 +92,5 @@ TEST_F(api_calls, ready_info_takes_a_name_that_fills_its_element_without_an_end)
 }
 
 }  // namespace
+
+}  // namespace api_calls_test

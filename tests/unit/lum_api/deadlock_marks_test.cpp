@@ -7,6 +7,8 @@
 #include "deadlock_marks.h"
 #include "lum_api/lum_api.h"
 
+namespace deadlock_marks_test {
+
 using namespace support;
 using testing::SizeIs;
 
@@ -65,3 +67,5 @@ TEST_F(marks, of_a_port_that_is_polled) {
 }
 
 }  // namespace
+
+}  // namespace deadlock_marks_test

@@ -12,6 +12,9 @@
 
 #include "dom_thread_fixture.h"
 
+namespace dom_thread_degraded_test {
+
+using namespace dom_thread_fixture;
 using namespace support;
 using testing::Each;
 using testing::ElementsAre;
@@ -192,9 +195,11 @@ TEST_F(dom_thread, visit_is_made_without_a_mutex_that_is_not_to_be_had) {
   cycle();
   EXPECT_THAT(calls(port_locks),
               ElementsAre("pthread_mutex_trylock(port)", "pthread_mutex_unlock(port)"));
-  EXPECT_THAT(calls(transfers), SizeIs(2));
+  EXPECT_THAT(calls(transfer_calls), SizeIs(2));
   EXPECT_EQ(port.module_temperature, 0x1900);
   EXPECT_THAT(traces(), IsEmpty());
 }
 
 }  // namespace
+
+}  // namespace dom_thread_degraded_test

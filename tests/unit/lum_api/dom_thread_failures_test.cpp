@@ -7,6 +7,9 @@
 
 #include "dom_thread_fixture.h"
 
+namespace dom_thread_failures_test {
+
+using namespace dom_thread_fixture;
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
@@ -220,3 +223,5 @@ TEST_F(dom_thread, ports_may_come_and_go_while_it_polls) {
 }
 
 }  // namespace
+
+}  // namespace dom_thread_failures_test

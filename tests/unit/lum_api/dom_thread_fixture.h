@@ -13,10 +13,12 @@
 #include "base/shared.h"
 #include "library.h"
 
+namespace dom_thread_fixture {
+
 inline constexpr uint32_t rsip = 0x30007;
 
-inline const std::initializer_list<std::string_view> transfers = {"i2c_read_byte", "i2c_read_block",
-                                                                  "i2c_write_byte"};
+inline const std::initializer_list<std::string_view> transfer_calls = {
+    "i2c_read_byte", "i2c_read_block", "i2c_write_byte"};
 inline const std::initializer_list<std::string_view> port_locks = {
     "pthread_mutex_trylock", "pthread_mutex_lock", "pthread_mutex_unlock"};
 
@@ -53,3 +55,5 @@ class dom_thread : public support::running_library {
     return support::modules.at(3, 0, port);
   }
 };
+
+}  // namespace dom_thread_fixture

@@ -9,6 +9,9 @@
 #include "blocks.h"
 #include "dom_thread_fixture.h"
 
+namespace dom_thread_test {
+
+using namespace dom_thread_fixture;
 using namespace support;
 using testing::AllOf;
 using testing::Contains;
@@ -70,10 +73,10 @@ TEST_F(dom_thread, marker_file_is_looked_for_in_every_cycle) {
   cycle();
   set_skip_file(false);
   cycle();
-  EXPECT_THAT(calls(transfers), SizeIs(2));
+  EXPECT_THAT(calls(transfer_calls), SizeIs(2));
   set_skip_file(true);
   cycle();
-  EXPECT_THAT(calls(transfers), IsEmpty());
+  EXPECT_THAT(calls(transfer_calls), IsEmpty());
 }
 
 TEST_F(dom_thread, without_controllers_nothing_is_polled) {
@@ -84,7 +87,7 @@ TEST_F(dom_thread, without_controllers_nothing_is_polled) {
   EXPECT_THAT(traces(), IsEmpty());
   set_controller_count(1);
   cycle();
-  EXPECT_THAT(calls(transfers), SizeIs(2));
+  EXPECT_THAT(calls(transfer_calls), SizeIs(2));
 }
 
 TEST_F(dom_thread, empty_database_ends_the_cycle) {
@@ -98,7 +101,7 @@ TEST_F(dom_thread, empty_database_ends_the_cycle) {
 TEST_F(dom_thread, port_that_is_not_enabled_is_traced_and_not_read) {
   lum::shared_store(add(rsip).is_dom_enabled, 0);
   cycle();
-  EXPECT_THAT(calls(transfers), IsEmpty());
+  EXPECT_THAT(calls(transfer_calls), IsEmpty());
   EXPECT_THAT(traces(), ElementsAre(info(13, not_polled("0x30007", 0, 0, 0)).of("lum_api")));
 }
 
@@ -106,14 +109,14 @@ TEST_F(dom_thread, port_whose_module_is_upgrading_is_traced_with_the_status_and_
   add(rsip);
   client.set_upgrade(rsip, 42);
   cycle();
-  EXPECT_THAT(calls(transfers), IsEmpty());
+  EXPECT_THAT(calls(transfer_calls), IsEmpty());
   EXPECT_THAT(traces(), ElementsAre(info(13, not_polled("0x30007", 1, 42, 0))));
 }
 
 TEST_F(dom_thread, port_without_a_module_is_traced_and_not_read) {
   lum::shared_store(add(rsip).transceiver_disabled, 1);
   cycle();
-  EXPECT_THAT(calls(transfers), IsEmpty());
+  EXPECT_THAT(calls(transfer_calls), IsEmpty());
   EXPECT_THAT(traces(), ElementsAre(info(13, not_polled("0x30007", 1, 0, 1))));
 }
 
@@ -144,8 +147,8 @@ TEST_F(dom_thread, upgrade_status_that_is_not_written_is_0_and_not_the_port_befo
   script.fail("fw_upgrade_status", 2, 33);
   cycle();
   EXPECT_THAT(traces(), ElementsAre(info(13, not_polled("0x30007", 1, 42, 0))));
-  EXPECT_THAT(calls(transfers), ElementsAre("i2c_read_block(3, 0, 8, 0, 0, 128)",
-                                            "i2c_read_block(3, 0, 8, 3, 128, 23)"));
+  EXPECT_THAT(calls(transfer_calls), ElementsAre("i2c_read_block(3, 0, 8, 0, 0, 128)",
+                                                 "i2c_read_block(3, 0, 8, 3, 128, 23)"));
 }
 
 TEST_F(dom_thread, upgrade_status_counts_also_when_the_callback_fails) {
@@ -155,7 +158,7 @@ TEST_F(dom_thread, upgrade_status_counts_also_when_the_callback_fails) {
     return 33;
   };
   cycle();
-  EXPECT_THAT(calls(transfers), IsEmpty());
+  EXPECT_THAT(calls(transfer_calls), IsEmpty());
   EXPECT_THAT(traces(), ElementsAre(info(13, not_polled("0x30007", 1, 1, 0))));
 }
 
@@ -219,15 +222,15 @@ TEST_F(dom_thread, visit_makes_two_block_reads_under_the_ports_mutex) {
 TEST_F(dom_thread, old_memory_map_has_the_chunk_on_page_3_at_128) {
   lum::shared_store(add(rsip).new_memmap, 0);
   cycle();
-  EXPECT_THAT(calls(transfers), ElementsAre("i2c_read_block(3, 0, 7, 0, 0, 128)",
-                                            "i2c_read_block(3, 0, 7, 3, 128, 23)"));
+  EXPECT_THAT(calls(transfer_calls), ElementsAre("i2c_read_block(3, 0, 7, 0, 0, 128)",
+                                                 "i2c_read_block(3, 0, 7, 3, 128, 23)"));
 }
 
 TEST_F(dom_thread, new_memory_map_has_the_chunk_on_page_1_at_192) {
   lum::shared_store(add(rsip).new_memmap, 1);
   cycle();
-  EXPECT_THAT(calls(transfers), ElementsAre("i2c_read_block(3, 0, 7, 0, 0, 128)",
-                                            "i2c_read_block(3, 0, 7, 1, 192, 23)"));
+  EXPECT_THAT(calls(transfer_calls), ElementsAre("i2c_read_block(3, 0, 7, 0, 0, 128)",
+                                                 "i2c_read_block(3, 0, 7, 1, 192, 23)"));
 }
 
 class new_memory_map : public dom_thread, public testing::WithParamInterface<uint32_t> {};
@@ -393,3 +396,5 @@ TEST(polling_road, created_ports_are_polled_once_the_interface_manager_has_confi
 }
 
 }  // namespace
+
+}  // namespace dom_thread_test

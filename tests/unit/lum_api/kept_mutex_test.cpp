@@ -12,6 +12,8 @@
 #include "controllers.h"
 #include "lum_ports_db/node_keeper.h"
 
+namespace kept_mutex_test {
+
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
@@ -271,3 +273,5 @@ TEST_F(kept_mutex, new_node_takes_nothing_of_it_from_its_template) {
 }
 
 }  // namespace
+
+}  // namespace kept_mutex_test

@@ -11,6 +11,8 @@
 #include "blocks.h"
 #include "controllers.h"
 
+namespace lifecycle_test {
+
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
@@ -261,3 +263,5 @@ TEST_F(creation, puts_all_ports_on_the_slot_and_instance_of_the_last_entry) {
 }
 
 }  // namespace
+
+}  // namespace lifecycle_test

@@ -14,6 +14,8 @@
 #include "controllers.h"
 #include "lum_ports_db/node_keeper.h"
 
+namespace port_deletion_test {
+
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
@@ -364,3 +366,5 @@ TEST_F(deletion, port_can_be_created_again) {
 }
 
 }  // namespace
+
+}  // namespace port_deletion_test

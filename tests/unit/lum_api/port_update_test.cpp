@@ -5,6 +5,8 @@
 
 #include "controllers.h"
 
+namespace port_update_test {
+
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
@@ -103,3 +105,5 @@ TEST_F(port_update, port_number_above_255_means_the_port_of_the_sum_but_not_its_
 }
 
 }  // namespace
+
+}  // namespace port_update_test

@@ -8,6 +8,8 @@
 
 #include "controllers.h"
 
+namespace resync_marker_test {
+
 using namespace support;
 using testing::ElementsAre;
 
@@ -71,3 +73,5 @@ TEST_F(resync_without_ports, replay_has_nothing_to_do_and_sets_the_marker) {
 }
 
 }  // namespace
+
+}  // namespace resync_marker_test

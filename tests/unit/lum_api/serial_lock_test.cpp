@@ -4,6 +4,8 @@
 #include "controllers.h"
 #include "lum_api/lum_api.h"
 
+namespace serial_lock_test {
+
 using namespace support;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -65,3 +67,5 @@ TEST_F(serial_lock, failing_release_is_traced_on_the_info_channel) {
 }
 
 }  // namespace
+
+}  // namespace serial_lock_test

@@ -12,6 +12,8 @@
 #include "lum_api/lum_api.h"
 #include "lum_modules.h"
 
+namespace start_up_locks_test {
+
 using namespace support;
 using testing::Contains;
 using testing::Each;
@@ -153,3 +155,5 @@ TEST(new_serial_lock, second_start_up_leaves_it_to_its_holder) {
 }
 
 }  // namespace
+
+}  // namespace start_up_locks_test

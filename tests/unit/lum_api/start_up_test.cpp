@@ -12,6 +12,8 @@
 #include "lum_api/lum_api.h"
 #include "lum_modules.h"
 
+namespace start_up_test {
+
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
@@ -352,3 +354,5 @@ TEST_F(infra_init_death, failing_sigmask_ends_the_process) {
 }
 
 }  // namespace
+
+}  // namespace start_up_test

@@ -9,6 +9,8 @@
 
 #include "chkpt_helpers.h"
 
+namespace chkpt_recovery_test {
+
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
@@ -263,3 +265,5 @@ TEST_F(chkpt_restart, next_update_pushes_the_recovered_settings_into_the_module)
 }
 
 }  // namespace
+
+}  // namespace chkpt_recovery_test

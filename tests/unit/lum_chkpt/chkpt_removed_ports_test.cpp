@@ -11,6 +11,8 @@
 #include "controllers.h"
 #include "lum_ports_db/node_keeper.h"
 
+namespace chkpt_removed_ports_test {
+
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
@@ -170,3 +172,5 @@ TEST_F(removed_ports, record_is_not_held_against_its_own_thread) {
 }
 
 }  // namespace
+
+}  // namespace chkpt_removed_ports_test

@@ -8,6 +8,8 @@
 
 #include "chkpt_helpers.h"
 
+namespace chkpt_test {
+
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
@@ -345,3 +347,5 @@ TEST_F(chkpt, record_goes_with_the_ports_controllers) {
 }
 
 }  // namespace
+
+}  // namespace chkpt_test

@@ -10,6 +10,8 @@
 #include "controllers.h"
 #include "performance.h"
 
+namespace create_done_test {
+
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
@@ -360,3 +362,5 @@ TEST_P(create_done_without_memory, does_everything_but_notify) {
 INSTANTIATE_TEST_SUITE_P(each_array, create_done_without_memory, testing::Range(1u, 4u));
 
 }  // namespace
+
+}  // namespace create_done_test

@@ -12,6 +12,8 @@
 #include "controllers.h"
 #include "performance.h"
 
+namespace delete_done_test {
+
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
@@ -364,3 +366,5 @@ TEST_F(delete_done, searches_run_from_the_first_node_for_every_handle) {
 }
 
 }  // namespace
+
+}  // namespace delete_done_test

@@ -5,6 +5,8 @@
 
 #include "hw_info_fixture.h"
 
+namespace hw_info_calls_test {
+
 using namespace support;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -183,3 +185,5 @@ TEST_F(hw_info, by_ifh_is_the_same) {
 }
 
 }  // namespace
+
+}  // namespace hw_info_calls_test

@@ -6,6 +6,8 @@
 
 #include "hw_info_fixture.h"
 
+namespace hw_info_test {
+
 using namespace support;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -228,3 +230,5 @@ TEST_F(hw_info, text_without_an_end_stays_within_its_field) {
 }
 
 }  // namespace
+
+}  // namespace hw_info_test

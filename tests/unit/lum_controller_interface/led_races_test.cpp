@@ -8,6 +8,8 @@
 
 #include "controllers.h"
 
+namespace led_races_test {
+
 using namespace support;
 
 namespace {
@@ -131,3 +133,5 @@ TEST_F(created_ports, led_of_a_port_that_goes_while_it_is_set_is_not_found_any_m
 }
 
 }  // namespace
+
+}  // namespace led_races_test

@@ -4,6 +4,8 @@
 #include "base/shared.h"
 #include "library.h"
 
+namespace leds_test {
+
 using namespace support;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -199,3 +201,5 @@ INSTANTIATE_TEST_SUITE_P(
                     merge_case{1, 0xFFFFFFFF, 1}, merge_case{0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF}));
 
 }  // namespace
+
+}  // namespace leds_test

@@ -8,6 +8,8 @@
 #include "base/shared.h"
 #include "library.h"
 
+namespace module_access_test {
+
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
@@ -299,3 +301,5 @@ TEST_F(module_access, callbacks_are_those_of_the_context_at_the_moment_of_the_ca
 }
 
 }  // namespace
+
+}  // namespace module_access_test

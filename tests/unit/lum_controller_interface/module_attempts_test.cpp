@@ -9,6 +9,8 @@
 #include "blocks.h"
 #include "library.h"
 
+namespace module_attempts_test {
+
 using namespace support;
 using testing::Each;
 using testing::ElementsAre;
@@ -169,3 +171,5 @@ TEST_F(module_attempts, write_takes_no_block) {
 }
 
 }  // namespace
+
+}  // namespace module_attempts_test

@@ -10,6 +10,8 @@
 #include "checkpoints.h"
 #include "controllers.h"
 
+namespace orchestration_test {
+
 using namespace support;
 using testing::Contains;
 using testing::Each;
@@ -277,3 +279,5 @@ TEST_F(orchestration, create_of_more_ports_than_can_be_counted_returns_12) {
 }
 
 }  // namespace
+
+}  // namespace orchestration_test

@@ -7,6 +7,8 @@
 
 #include "lum_controller_interface/lum_controller_interface.h"
 
+namespace power_test {
+
 using testing::IsEmpty;
 
 namespace {
@@ -53,3 +55,5 @@ TEST(power, all_65536_readings_agree_with_an_independent_computation) {
 }
 
 }  // namespace
+
+}  // namespace power_test

@@ -8,6 +8,8 @@
 
 #include "provisioning_fixture.h"
 
+namespace provisioning_test {
+
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
@@ -287,3 +289,5 @@ TEST_F(provisioning, update_pushes_every_setting_ever_changed_of_both_sub_ports)
 }
 
 }  // namespace
+
+}  // namespace provisioning_test

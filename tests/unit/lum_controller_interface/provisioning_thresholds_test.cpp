@@ -3,6 +3,8 @@
 
 #include "provisioning_fixture.h"
 
+namespace provisioning_thresholds_test {
+
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
@@ -150,3 +152,5 @@ TEST_F(provisioning, threshold_of_sub_port_1_is_traced_with_its_number) {
 }
 
 }  // namespace
+
+}  // namespace provisioning_thresholds_test

@@ -9,6 +9,8 @@
 #include "blocks.h"
 #include "controllers.h"
 
+namespace replay_test {
+
 using namespace support;
 using testing::Contains;
 using testing::Each;
@@ -244,3 +246,5 @@ TEST_F(replay_call, leaves_the_resync_marker_set_until_resync_slot_or_creation) 
 }
 
 }  // namespace
+
+}  // namespace replay_test

@@ -7,6 +7,8 @@
 
 #include "one_port.h"
 
+namespace set_hw_info_test {
+
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
@@ -257,3 +259,5 @@ TEST_F(set_hw_info, by_ifh_is_the_same) {
 }
 
 }  // namespace
+
+}  // namespace set_hw_info_test

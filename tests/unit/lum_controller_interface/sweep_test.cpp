@@ -6,6 +6,8 @@
 
 #include "library.h"
 
+namespace sweep_test {
+
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
@@ -163,3 +165,5 @@ TEST_F(sweep, deinit_port_returns_the_last_traces_result) {
 TEST_F(sweep, module_hw_status_is_always_0) { EXPECT_EQ(lum_module_get_hw_status(), 0u); }
 
 }  // namespace
+
+}  // namespace sweep_test

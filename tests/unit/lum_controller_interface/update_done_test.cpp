@@ -9,6 +9,8 @@
 #include "blocks.h"
 #include "controllers.h"
 
+namespace update_done_test {
+
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
@@ -256,3 +258,5 @@ INSTANTIATE_TEST_SUITE_P(each_name, sub_port_out_of_range,
                          testing::Values("Ots0_3_0_7_2", "Ots0_3_0_7_4294967295"));
 
 }  // namespace
+
+}  // namespace update_done_test

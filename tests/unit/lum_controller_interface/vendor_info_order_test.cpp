@@ -8,6 +8,8 @@
 
 #include "vendor_info_fixture.h"
 
+namespace vendor_info_order_test {
+
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
@@ -159,3 +161,5 @@ TEST_F(vendor_info_order, no_lock_of_the_port_is_taken) {
 }
 
 }  // namespace
+
+}  // namespace vendor_info_order_test

@@ -8,6 +8,8 @@
 
 #include "vendor_info_fixture.h"
 
+namespace vendor_info_test {
+
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
@@ -322,3 +324,5 @@ TEST(vendor_span, has_196_bytes_and_the_fields_in_order) {
 }
 
 }  // namespace
+
+}  // namespace vendor_info_test

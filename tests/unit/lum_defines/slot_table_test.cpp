@@ -8,6 +8,8 @@
 
 #include "library.h"
 
+namespace slot_table_test {
+
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
@@ -351,3 +353,5 @@ TEST_F(slot_table, corners_of_the_table_are_inside) {
 }
 
 }  // namespace
+
+}  // namespace slot_table_test

@@ -11,6 +11,8 @@
 #include "blocks.h"
 #include "controllers.h"
 
+namespace completions_test {
+
 using namespace support;
 using testing::Contains;
 using testing::Each;
@@ -377,3 +379,5 @@ TEST_F(create_completion, reply_without_arrays_but_the_data_completes) {
 }
 
 }  // namespace
+
+}  // namespace completions_test

@@ -7,6 +7,8 @@
 
 #include "payload_images.h"
 
+namespace controller_attributes_test {
+
 using namespace support;
 using testing::Each;
 using testing::ElementsAre;
@@ -203,3 +205,5 @@ TEST(attribute_block, copying_does_not_take_presence_bits_from_the_source) {
 }
 
 }  // namespace
+
+}  // namespace controller_attributes_test

@@ -8,6 +8,8 @@
 #include "blocks.h"
 #include "controller_requests_fixture.h"
 
+namespace controller_delete_requests_test {
+
 using namespace support;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -176,3 +178,5 @@ TEST(request_names, empty_database_is_22) {
 }
 
 }  // namespace
+
+}  // namespace controller_delete_requests_test

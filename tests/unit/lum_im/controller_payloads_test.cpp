@@ -6,6 +6,8 @@
 
 #include "payload_images.h"
 
+namespace controller_payloads_test {
+
 using namespace support;
 using testing::ElementsAre;
 
@@ -160,3 +162,5 @@ TEST_F(payloads, delete_elements) {
 }
 
 }  // namespace
+
+}  // namespace controller_payloads_test

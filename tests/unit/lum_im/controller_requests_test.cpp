@@ -8,6 +8,8 @@
 #include "blocks.h"
 #include "controller_requests_fixture.h"
 
+namespace controller_requests_test {
+
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
@@ -288,3 +290,5 @@ TEST_F(requests, update_leaves_the_request_alone_and_frees_the_payload) {
 }
 
 }  // namespace
+
+}  // namespace controller_requests_test

@@ -3,6 +3,8 @@
 
 #include "controllers.h"
 
+namespace early_answers_test {
+
 using namespace support;
 
 namespace {
@@ -36,3 +38,5 @@ TEST_F(early_answers, creation_and_deletion_are_counted_all_the_same) {
 }
 
 }  // namespace
+
+}  // namespace early_answers_test

@@ -6,6 +6,8 @@
 
 #include "controllers.h"
 
+namespace update_delete_batches_test {
+
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
@@ -266,3 +268,5 @@ TEST_F(delete_batch, of_more_ports_than_can_be_counted_returns_12) {
 }
 
 }  // namespace
+
+}  // namespace update_delete_batches_test

@@ -10,6 +10,8 @@
 #include "library.h"
 #include "lum_modules.h"
 
+namespace lum_modules_test {
+
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
@@ -243,3 +245,5 @@ TEST_F(module_hooks, with_the_built_in_table_only_the_look_up_is_made) {
 }
 
 }  // namespace
+
+}  // namespace lum_modules_test

@@ -12,6 +12,8 @@
 #include "library.h"
 #include "lum_ports_db/lum_ports_db.h"
 
+namespace lum_pd_data_test {
+
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
@@ -314,3 +316,5 @@ TEST(platform_hooks, have_fixed_answers) {
 }
 
 }  // namespace
+
+}  // namespace lum_pd_data_test

@@ -5,6 +5,8 @@
 
 #include "controllers.h"
 
+namespace slot_nodes_test {
+
 using namespace support;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -92,3 +94,5 @@ TEST_F(removing_nodes, of_count_0_does_nothing) {
 }
 
 }  // namespace
+
+}  // namespace slot_nodes_test

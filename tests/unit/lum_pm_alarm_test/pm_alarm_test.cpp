@@ -8,6 +8,8 @@
 #include "one_port.h"
 #include "performance.h"
 
+namespace pm_alarm_test {
+
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
@@ -378,3 +380,5 @@ TEST_F(pm_ptah_data, clear_without_handles_is_traced) {
 }
 
 }  // namespace
+
+}  // namespace pm_alarm_test

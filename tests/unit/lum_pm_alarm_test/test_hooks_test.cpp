@@ -9,6 +9,8 @@
 #include "one_port.h"
 #include "performance.h"
 
+namespace test_hooks_test {
+
 using namespace support;
 using testing::Contains;
 using testing::Each;
@@ -411,3 +413,5 @@ TEST_F(test_hook, bits_change_while_bitmaps_are_sent) {
 }
 
 }  // namespace
+
+}  // namespace test_hooks_test

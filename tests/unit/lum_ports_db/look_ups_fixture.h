@@ -8,6 +8,8 @@
 #include "library.h"
 #include "lum_ports_db/lum_ports_db.h"
 
+namespace look_ups_fixture {
+
 inline constexpr uint32_t rsip = 0x30007;
 inline constexpr uint32_t handle = support::handle_for(rsip);
 inline constexpr uint32_t ifh_0 = 0x1000;
@@ -35,3 +37,5 @@ class look_ups : public support::running_library {
     support::clear_record();
   }
 };
+
+}  // namespace look_ups_fixture

@@ -11,6 +11,9 @@
 #include "ports_db_fixture.h"
 #include "tree_comparators.h"
 
+namespace lum_ports_db_test {
+
+using namespace ports_db_fixture;
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
@@ -386,3 +389,5 @@ TEST_F(ports_db, remove_that_cannot_unlock_returns_the_unlocks_code) {
 }
 
 }  // namespace
+
+}  // namespace lum_ports_db_test

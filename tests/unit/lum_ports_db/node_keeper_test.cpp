@@ -28,6 +28,10 @@ void *operator new(std::size_t size, const std::nothrow_t &) noexcept {
   }
 }
 
+namespace node_keeper_test {
+
+using namespace ports_db_fixture;
+
 namespace {
 
 // A reader section on a thread of its own.
@@ -158,3 +162,5 @@ TEST_F(node_keeper, threads_that_come_one_after_the_other_share_a_slot) {
 }
 
 }  // namespace
+
+}  // namespace node_keeper_test

@@ -7,6 +7,9 @@
 
 #include "look_ups_fixture.h"
 
+namespace ports_db_edges_test {
+
+using namespace look_ups_fixture;
 using namespace support;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -203,3 +206,5 @@ TEST_F(look_up_edges, intfname_for_port_that_cannot_be_made_is_traced_and_its_co
 }
 
 }  // namespace
+
+}  // namespace ports_db_edges_test

@@ -14,6 +14,9 @@
 #include "blocks.h"
 #include "ports_db_fixture.h"
 
+namespace ports_db_failures_test {
+
+using namespace ports_db_fixture;
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
@@ -209,3 +212,5 @@ TEST_F(ports_db_failures, new_nodes_mutex_is_free_whatever_the_template_says) {
 }
 
 }  // namespace
+
+}  // namespace ports_db_failures_test

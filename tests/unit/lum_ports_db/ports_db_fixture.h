@@ -8,6 +8,8 @@
 #include "library.h"
 #include "lum_ports_db/lum_ports_db.h"
 
+namespace ports_db_fixture {
+
 inline constexpr uint32_t rsip = 0x30007;
 
 // The database set up, without the rest of the library.
@@ -24,3 +26,5 @@ class ports_db : public testing::Test {
     return lum_ports_db_add_entry(at, data.get());
   }
 };
+
+}  // namespace ports_db_fixture

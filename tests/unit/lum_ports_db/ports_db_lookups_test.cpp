@@ -7,6 +7,9 @@
 
 #include "look_ups_fixture.h"
 
+namespace ports_db_lookups_test {
+
+using namespace look_ups_fixture;
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
@@ -319,3 +322,5 @@ TEST_F(look_ups, intfname_for_port_traces_on_the_debug_channel) {
 }
 
 }  // namespace
+
+}  // namespace ports_db_lookups_test

@@ -5,6 +5,9 @@
 
 #include "ports_db_fixture.h"
 
+namespace ports_db_update_test {
+
+using namespace ports_db_fixture;
 using namespace support;
 using testing::ElementsAre;
 
@@ -140,3 +143,5 @@ TEST_F(ports_db_update, that_cannot_lock_may_be_made_again) {
 }
 
 }  // namespace
+
+}  // namespace ports_db_update_test

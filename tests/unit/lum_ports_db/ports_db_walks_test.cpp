@@ -7,6 +7,9 @@
 
 #include "ports_db_fixture.h"
 
+namespace ports_db_walks_test {
+
+using namespace ports_db_fixture;
 using namespace support;
 using testing::ElementsAre;
 
@@ -109,3 +112,5 @@ TEST_F(ports_db_walks, ports_come_and_go_beside_walks_and_look_ups) {
 }
 
 }  // namespace
+
+}  // namespace ports_db_walks_test

@@ -11,6 +11,8 @@
 #include "library.h"
 #include "lum_api/lum_api.h"
 
+namespace safe_queries_test {
+
 using namespace support;
 using testing::ElementsAre;
 
@@ -234,3 +236,5 @@ TEST_F(safe_queries, answers_stay_whole_while_ports_come_and_go) {
 }
 
 }  // namespace
+
+}  // namespace safe_queries_test

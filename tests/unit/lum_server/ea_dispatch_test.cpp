@@ -8,6 +8,8 @@
 #include "lum_modules.h"
 #include "one_port.h"
 
+namespace ea_dispatch_test {
+
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
@@ -358,3 +360,5 @@ TEST_F(ea_dispatch, replay_request_only_reads_the_counter) {
 }
 
 }  // namespace
+
+}  // namespace ea_dispatch_test

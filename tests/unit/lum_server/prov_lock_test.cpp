@@ -8,6 +8,8 @@
 
 #include "library.h"
 
+namespace prov_lock_test {
+
 using namespace support;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -127,3 +129,5 @@ TEST_F(prov_lock_test, prov_lock_keeps_another_thread_waiting) {
 }
 
 }  // namespace
+
+}  // namespace prov_lock_test

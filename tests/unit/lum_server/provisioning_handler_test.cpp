@@ -7,6 +7,8 @@
 #include "library.h"
 #include "provisioning_step.h"
 
+namespace provisioning_handler_test {
+
 using namespace support;
 using testing::ElementsAre;
 using testing::Pair;
@@ -58,3 +60,5 @@ TEST_F(provisioning_handler, hands_each_ports_data_and_handle_to_the_step) {
 }
 
 }  // namespace
+
+}  // namespace provisioning_handler_test

@@ -3,6 +3,8 @@
 
 #include "library.h"
 
+namespace server_calls_test {
+
 using namespace support;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -63,3 +65,5 @@ TEST_F(server_calls, port_update_state_of_an_unknown_handle_is_traced_and_22) {
 }
 
 }  // namespace
+
+}  // namespace server_calls_test

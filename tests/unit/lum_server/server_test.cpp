@@ -9,6 +9,8 @@
 #include "base/shared.h"
 #include "one_port.h"
 
+namespace server_test {
+
 using namespace support;
 using testing::Contains;
 using testing::ElementsAre;
@@ -339,3 +341,5 @@ TEST_F(server, wakeups_race_with_the_handler) {
 }
 
 }  // namespace
+
+}  // namespace server_test

@@ -9,6 +9,8 @@
 #include "lum_ports_db/lum_ports_db.h"
 #include "node_ids.h"
 
+namespace lum_names_test {
+
 using namespace support;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -249,3 +251,5 @@ TEST_F(names, null_name_is_the_parsers_error) {
 }
 
 }  // namespace
+
+}  // namespace lum_names_test

@@ -10,6 +10,8 @@
 #include "library.h"
 #include "lum_utils/lum_utils.h"
 
+namespace lum_utils_test {
+
 using namespace support;
 using testing::ElementsAre;
 
@@ -203,3 +205,5 @@ TEST_P(hex_dump_at_the_edge, of_a_byte_that_cannot_be_read_ends_the_process) {
 INSTANTIATE_TEST_SUITE_P(lengths, hex_dump_at_the_edge, testing::Values(0, -3));
 
 }  // namespace
+
+}  // namespace lum_utils_test

@@ -9,6 +9,8 @@
 #include "library.h"
 #include "trace_service.h"
 
+namespace trace_channels_test {
+
 using namespace support;
 using testing::Each;
 using testing::ElementsAre;
@@ -189,3 +191,5 @@ TEST(trace_calls, have_the_prefix_one_letter_per_argument_and_a_single_1) {
 }
 
 }  // namespace
+
+}  // namespace trace_channels_test
