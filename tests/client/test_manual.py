@@ -1,16 +1,9 @@
 """The examples of the manual pages are commands that do what is said: each is run."""
 
-import os
-import pathlib
 import re
-import shutil
-import subprocess
-import tempfile
-import time
 import unittest
 
-SOURCE = pathlib.Path(__file__).resolve().parents[2]
-BUILD = pathlib.Path(os.environ.get("LUM_BUILD", SOURCE / "build"))
+from example_node import SOURCE, ExampleNode
 
 
 def examples(page):
@@ -20,29 +13,8 @@ def examples(page):
     return [line.replace("\\-", "-") for block in blocks for line in block.splitlines()]
 
 
-class Manual(unittest.TestCase):
+class Manual(ExampleNode):
     """On the example node, whose port west the pages name."""
-
-    def setUp(self):
-        self.folder = pathlib.Path(tempfile.mkdtemp())
-        self.addCleanup(shutil.rmtree, self.folder)
-        shutil.copytree(SOURCE / "examples", self.folder, dirs_exist_ok=True)
-        self.environment = {**os.environ, "PATH": f"{BUILD}:{os.environ['PATH']}", "LUMD_SOCKET": "run/lumd.sock"}
-
-    def shell(self, command):
-        return subprocess.run(command, shell=True, cwd=self.folder, env=self.environment, text=True,
-                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
-
-    def start_driver(self, command):
-        driver = subprocess.Popen(command.split(), cwd=self.folder, env=self.environment,
-                                  stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        self.addCleanup(driver.wait)
-        self.addCleanup(driver.terminate)
-        for _ in range(600):
-            if self.shell("lumctl show port west --json").stdout.count('"up"'):
-                return
-            time.sleep(0.1)
-        self.fail(f"{command} does not bring up the port west")
 
     def test_the_drivers(self):
         commands = examples("lumd.8")
