@@ -38,11 +38,14 @@ class Narrow(Actions):
         self.second = self.add_module("iivi-new-map", faults="refuse-every=3,code=121")
         self.begin_with_names()
         self.does("inject", "alarm", self.first.name + ":0", "all", "on")
+        settings = ("p2-setting=31", "setting-a=12", "setting-b=4", "mode=1")
         for words in (("show", "ports"), ("show", "ports", "-b"), ("show", "port", self.first.name),
                       ("show", "port", self.first.name, "--verbose"), ("show", "pm"),
                       ("show", "pm", "--bins", "24h"), ("show", "alarms"),
                       ("show", "alarms", "--all"), ("show", "controllers"),
-                      ("show", "module", self.first.name, "--page", "0"), ("watch", "--count", "1")):
+                      ("show", "module", self.first.name, "--page", "0"), ("watch", "--count", "1"),
+                      ("events",), ("set", self.first.name, *settings, "--dry-run"),
+                      ("set", self.first.name, *settings)):
             for line in self.shown(60, *words).splitlines():
                 if "/" in line and " " not in line.strip():
                     continue  # the path of a file

@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "base/output.h"
+#include "printing/line.h"
 #include "terminal/progress.h"
 
 namespace lumctl {
@@ -28,11 +29,12 @@ std::optional<milliseconds> wait_of(const json &body) {
   return milliseconds(body.at("wait_ms").get<unsigned>());
 }
 
-int finish_change(const given &words, const json &reply, const printer &print, enough wanted) {
+int finish_change(const session &now, const given &words, const json &reply, const printer &print,
+                  enough wanted) {
   if (wants_json(words)) {
     print_as_json(reply);
   } else if (reply.at("result").is_object()) {
-    lum_client::print(print(reply));
+    lum_client::print(folded_notes(print(reply), now.output));
   }
   const bool complete = reply.at("complete").get<bool>() ||
                         (wanted == enough::accepted && was_accepted(reply)) ||
@@ -85,7 +87,7 @@ int change(const session &now, const given &words, const std::string &target, co
   }();
   if (result.what != outcome::done) return fail_for(result);
   try {
-    return finish_change(words, *result.body, print, wanted);
+    return finish_change(now, words, *result.body, print, wanted);
   } catch (const json::exception &) {
     return fail_for_missing_member();
   }

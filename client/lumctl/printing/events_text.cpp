@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "printing/line.h"
 #include "printing/port_cells.h"
 #include "wording/numbers.h"
 #include "words/severities.h"
@@ -39,24 +40,27 @@ std::string describe_event(const json &event, const style &output) {
     text += fmt::format(" (and {} like it before)", event.at("left_out").get<std::uint64_t>());
   }
   const std::string how_bad = fmt::format("{:<8}", severity_text(event));
-  return fmt::format("{}  {}  {}\n", text_or_dash(event.at("time")),
-                     painted(output, how_bad, paint_of(event)), text);
+  return folded_notes(fmt::format("{}  {}  {}\n", text_or_dash(event.at("time")),
+                                  painted(output, how_bad, paint_of(event)), text),
+                      output);
 }
 
 std::string describe_events(const json &answer, const style &output) {
   std::string text;
+  std::string notes;
   if (const auto earlier = answer.at("earlier").get<std::uint64_t>(); earlier > 0) {
     text += lum_wording::counted(earlier, "earlier event") + " not shown\n";
   }
   for (const json &event : answer.at("events")) text += describe_event(event, output);
   if (answer.at("events").empty()) text += "nothing has happened\n";
   if (!answer.at("problem").is_null()) {
-    text += "What happens is not kept over a restart: " + text_or_dash(answer.at("problem")) + "\n";
+    notes +=
+        "What happens is not kept over a restart: " + text_or_dash(answer.at("problem")) + "\n";
   }
   if (const auto lost = answer.at("lost").get<std::uint64_t>(); lost > 0) {
-    text += lum_wording::counted(lost, "event") + " since the start could not be kept\n";
+    notes += lum_wording::counted(lost, "event") + " since the start could not be kept\n";
   }
-  return text;
+  return text + folded_notes(notes, output);
 }
 
 }  // namespace lumctl
