@@ -48,7 +48,7 @@ test:
 	tools/setup test
 	cmake --preset release
 	cmake --build build -j $(JOBS)
-	ctest --test-dir build -j $$(($(JOBS) * 2)) --output-on-failure
+	ctest --test-dir build -j $$(($(JOBS) * 3)) --output-on-failure
 
 test-kernel:
 	tools/setup kernel
