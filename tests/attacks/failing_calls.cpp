@@ -9,6 +9,7 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstring>
+#include <iterator>
 
 extern "C" {
 void *__libc_malloc(size_t size);
