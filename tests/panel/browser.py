@@ -27,16 +27,19 @@ def free_port():
         return probe.getsockname()[1]
 
 
+NOT_AGAIN_FOR = 900  # seconds: longer than the tests of one run take
+
+
 def axe_source(build):
     """The accessibility checker, of the version in the lock file, fetched once into the build; None
-    where npm cannot fetch it, which is tried once too."""
+    where npm cannot fetch it, which is not tried again for a quarter of an hour."""
     folder = build / "panel-axe"
     lock = (HERE / "package-lock.json").read_text()
     script = folder / "node_modules" / "axe-core" / "axe.min.js"
     with open(build / "panel-axe.lock", "w") as others:
         fcntl.flock(others, fcntl.LOCK_EX)
         missing = folder / "cannot-be-fetched"
-        if missing.exists():
+        if missing.exists() and time.time() - missing.stat().st_mtime < NOT_AGAIN_FOR:
             return None
         try:
             fetch_axe(folder, lock, script)
