@@ -1,15 +1,15 @@
-"""Every command of lumd, lumctl and lum-module-image that README and docs show does what it says."""
+"""Every command of lumd, lumctl and lum-module-image that README and docs show comes to a good end."""
 
 import re
 import shlex
 import signal
-import socket
 import unittest
 
 from certificates import Authority
 from example_node import SOURCE, ExampleNode
 from helps import every_help
 from support import LUMCTL, run
+from shelf.network import free_ports
 
 PAGES = [SOURCE / "README.md", SOURCE / "CONTRIBUTING.md", *sorted((SOURCE / "docs").rglob("*.md"))]
 BLOCK = re.compile(r"^ *```.*?\n(.*?)^ *```", re.MULTILINE | re.DOTALL)
@@ -17,7 +17,8 @@ COMMAND = re.compile(r"(?:build/)?(lumd|lumctl|lum-module-image) (?=-?-?[a-zA-Z]
 
 # What is on the example node where a page speaks of something else.
 HERE = {
-    "NAME": "west", "[NAME]": "west", "SLOT": "1", "STATE": "failing", "KIND": "alarm-raised", "FILE.tar.gz": "node.tar.gz",
+    "NAME": "west", "[NAME]": "west", "SLOT": "1", "STATE": "failing", "KIND": "alarm-raised",
+    "FILE.tar.gz": "node.tar.gz",
     "0/1/0/3:0": "west:0", "0/1/0/3:1": "west:1", "x#Ots0_1_0_3_1#1#11#1": "x#Ots0_1_0_0_1#1#11#1",
     "/etc/lumd/node.toml": "node.toml", "examples/run/lumd.sock": "run/lumd.sock",
     "examples/node.toml": "node.toml", "examples/modules/iivi-new-map.toml": "modules/iivi-new-map.toml",
@@ -59,8 +60,7 @@ class Pages(ExampleNode):
         (self.folder / "line").write_text("0")
         node = self.folder / "node.toml"
         text = node.read_text() + 'reset = "line"\nlow_power = "line"\n'
-        with socket.create_server(("127.0.0.1", 0)) as free:
-            self.port = free.getsockname()[1]
+        [self.port] = free_ports(1)
         node.write_text(f'http_port = {self.port}\nhttp_certificate = "{certificate}"\nhttp_key = "{key}"\n{text}')
 
     def as_here(self, command):

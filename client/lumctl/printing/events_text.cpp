@@ -47,20 +47,18 @@ std::string describe_event(const json &event, const style &output) {
 
 std::string describe_events(const json &answer, const style &output) {
   std::string text;
-  std::string notes;
   if (const auto earlier = answer.at("earlier").get<std::uint64_t>(); earlier > 0) {
     text += lum_wording::counted(earlier, "earlier event") + " not shown\n";
   }
   for (const json &event : answer.at("events")) text += describe_event(event, output);
   if (answer.at("events").empty()) text += "nothing has happened\n";
   if (!answer.at("problem").is_null()) {
-    notes +=
-        "What happens is not kept over a restart: " + text_or_dash(answer.at("problem")) + "\n";
+    text += "What happens is not kept over a restart: " + text_or_dash(answer.at("problem")) + "\n";
   }
   if (const auto lost = answer.at("lost").get<std::uint64_t>(); lost > 0) {
-    notes += lum_wording::counted(lost, "event") + " since the start could not be kept\n";
+    text += lum_wording::counted(lost, "event") + " since the start could not be kept\n";
   }
-  return text + folded_notes(notes, output);
+  return folded_notes(text, output);
 }
 
 }  // namespace lumctl
