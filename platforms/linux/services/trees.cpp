@@ -22,16 +22,38 @@ namespace {
 using lum_linux::sharing_lock;
 
 class ordered_index;
+struct tree_state;
+using slot = std::atomic<void *>;
 
 // Where the thread's latest step has come to: nearly always where the next one starts. Holds for as
-// long as the index is what it was.
+// long as the index is what it was, which its version tells.
 struct walk_position {
-  const ordered_index *index = nullptr;
+  const tree_state *tree = nullptr;
+  uint32_t index = 0;
+  void *node = nullptr;
+  const slot *place = nullptr;
+  const std::atomic<uint64_t> *version_of_index = nullptr;
   uint64_t version = 0;
-  const void *node = nullptr;
-  size_t at = 0;
+
+  // To the node at `next`, without the lock. False when that needs it.
+  bool try_move(const slot *next, void *&found) {
+    if (version_of_index->load(std::memory_order_acquire) != version) return false;
+    found = next->load(std::memory_order_acquire);
+    if (version_of_index->load(std::memory_order_relaxed) != version) return false;
+    node = found;
+    place = next;
+    return true;
+  }
 };
 [[gnu::tls_model("initial-exec")]] constinit thread_local walk_position latest_step;
+
+// What the thread's latest search has found. Searches come in the order of keys, or twice for the
+// same node, more often than not.
+struct search_position {
+  const ordered_index *index = nullptr;
+  size_t at = 0;
+};
+[[gnu::tls_model("initial-exec")]] constinit thread_local search_position latest_search;
 
 // One index. Changed with the tree's lock held exclusively; searched with it held shared; walked
 // without, which the version makes safe: a step counts when the version was the same even number
@@ -80,38 +102,46 @@ class ordered_index {
     return true;
   }
 
+  // Looked for where the latest search ended, then behind it, then everywhere.
   void *find(const void *key_node) const {
+    search_position &latest = latest_search;
+    if (latest.index == this) {
+      for (size_t at = latest.at; at < size_ && at <= latest.at + 1; ++at) {
+        const int order = compare_(node_at(at), key_node);
+        if (order == 1) {
+          latest.at = at;
+          return node_at(at);
+        }
+        if (order != 0) break;
+      }
+    }
     const size_t place = first_not_below(key_node);
-    return place < size_ && is_equal(node_at(place), key_node) ? node_at(place) : nullptr;
+    if (place >= size_ || !is_equal(node_at(place), key_node)) return nullptr;
+    latest = {this, place};
+    return node_at(place);
   }
 
-  // The first node, or the one behind `node`, found without the lock. False when that needs it.
-  bool try_first(void *&found) const {
-    const uint64_t version = version_.load(std::memory_order_relaxed);
-    if (version % 2 != 0 || !try_step(version, 0, found)) return false;
-    latest_step = {this, version, found, 0};
-    return true;
-  }
-  bool try_after(const void *node, void *&found) const {
-    walk_position &from = latest_step;
-    if (from.node != node || from.index != this) return false;
-    if (!try_step(from.version, from.at + 1, found)) return false;
-    from.node = found;
-    ++from.at;
-    return true;
+  // Where a walk begins, before its first step.
+  walk_position beginning(const tree_state *tree, uint32_t index) const {
+    walk_position here = {tree, index};
+    here.version_of_index = &version_;
+    here.version = version_.load(std::memory_order_acquire);
+    here.place = nodes_.load(std::memory_order_acquire);  // of that version or a later one
+    return here;
   }
 
-  // The same with it.
-  void *first() const { return step(0); }
-  // Behind the node's key, whether the node is linked or not.
-  void *after(const void *node) const {
+  // The same with the lock held: the walk stands at the first node, or at the one behind the key of
+  // `node`, whether that is linked or not.
+  walk_position first(const tree_state *tree, uint32_t index) const {
+    return standing_at(0, tree, index);
+  }
+  walk_position after(const void *node, const tree_state *tree, uint32_t index) const {
     size_t place = first_not_below(node);
     if (place < size_ && is_equal(node_at(place), node)) ++place;
-    return step(place);
+    return standing_at(place, tree, index);
   }
 
  private:
-  using slot = std::atomic<void *>;
   static constexpr size_t smallest_capacity = 16;
 
   // The version is odd for as long as it lives.
@@ -130,17 +160,11 @@ class ordered_index {
     std::atomic<uint64_t> &version_;
   };
 
-  // The version is an even one; an array that an index once had reaches as far as it had nodes.
-  bool try_step(uint64_t version, size_t at, void *&found) const {
-    if (version_.load(std::memory_order_acquire) != version) return false;
-    found = nodes_.load(std::memory_order_acquire)[at].load(std::memory_order_acquire);
-    return version_.load(std::memory_order_relaxed) == version;
-  }
-
-  void *step(size_t at) const {
-    void *node = node_at(at);
-    latest_step = {this, version_.load(std::memory_order_relaxed), node, at};
-    return node;
+  walk_position standing_at(size_t at, const tree_state *tree, uint32_t index) const {
+    walk_position here = beginning(tree, index);
+    here.place += at;
+    here.node = node_at(at);
+    return here;
   }
 
   // Null behind the last.
@@ -196,7 +220,7 @@ class ordered_index {
 };
 
 struct tree_state {
-  sharing_lock lock;
+  mutable sharing_lock lock;
   std::array<std::unique_ptr<ordered_index>, WAVL_MAX_INDICES> indices;  // those it has come first
 
   // A node that has its place in one index shall not lack the memory for one in another.
@@ -251,6 +275,15 @@ tree_state *state_with(const wavl_tree *tree, uint32_t index) {
   tree_state *state = state_of(tree);
   if (state == nullptr || index >= WAVL_MAX_INDICES) return nullptr;
   return state->indices[index] != nullptr ? state : nullptr;
+}
+
+// With the lock. Not inlined: what a step in a walk takes has no need of its registers.
+[[gnu::noinline]] void *node_behind(const wavl_tree *tree, const void *node, uint32_t index) {
+  const tree_state *state = state_with(tree, index);
+  if (state == nullptr || node == nullptr) return nullptr;
+  const std::shared_lock hold(state->lock);
+  latest_step = state->indices[index]->after(node, state, index);
+  return latest_step.node;
 }
 
 }  // namespace
@@ -327,21 +360,26 @@ uint32_t wavl_walk(wavl_tree *tree, uint32_t index, wavl_callback callback, void
 }
 
 void *wavl_get_first(wavl_tree *tree, uint32_t index) {
-  tree_state *state = state_with(tree, index);
+  const tree_state *state = state_with(tree, index);
   if (state == nullptr) return nullptr;
   const ordered_index &nodes = *state->indices[index];
+  walk_position begun = nodes.beginning(state, index);
   void *found = nullptr;
-  if (nodes.try_first(found)) return found;
+  if (begun.version % 2 == 0 && begun.try_move(begun.place, found)) {
+    latest_step = begun;
+    return found;
+  }
   const std::shared_lock hold(state->lock);
-  return nodes.first();
+  latest_step = nodes.first(state, index);
+  return latest_step.node;
 }
 
 void *wavl_get_next(wavl_tree *tree, const void *node, uint32_t index) {
-  tree_state *state = state_with(tree, index);
-  if (state == nullptr || node == nullptr) return nullptr;
-  const ordered_index &nodes = *state->indices[index];
+  walk_position &from = latest_step;
   void *found = nullptr;
-  if (nodes.try_after(node, found)) return found;
-  const std::shared_lock hold(state->lock);
-  return nodes.after(node);
+  if (node != nullptr && from.node == node && from.index == index && from.tree == state_of(tree) &&
+      from.try_move(from.place + 1, found)) {
+    return found;
+  }
+  return node_behind(tree, node, index);
 }

@@ -237,6 +237,50 @@ TEST_F(trees, each_step_leads_to_the_key_behind_whatever_happened_since_the_last
   }
 }
 
+// The same key twice, the next ones, and any, in both indices in turn, between changes.
+TEST_F(trees, each_search_finds_what_is_there_wherever_the_last_one_ended) {
+  std::vector<item> items;
+  for (uint32_t k = 0; k < 60; ++k) items.push_back(make(k, 60 - k));
+  std::set<uint32_t> in;
+  std::mt19937 random(5);
+  uint32_t k = 0;
+  for (int step = 0; step < 20000; ++step) {
+    if (random() % 8 == 0) {
+      if (in.erase(k) == 1) {
+        ASSERT_TRUE(wavl_delete(&tree, &items[k]));
+      } else {
+        ASSERT_TRUE(wavl_insert_thread(&tree, 0, &items[k]));
+        ASSERT_TRUE(wavl_insert_thread(&tree, 1, &items[k]));
+        in.insert(k);
+      }
+    }
+    const uint32_t next = random() % 4;
+    k = next == 0 ? random() % items.size() : (k + next - 1) % items.size();
+    const item key = make(k, 60 - k);
+    ASSERT_EQ(wavl_search(&tree, &key, random() % 2), in.contains(k) ? &items[k] : nullptr);
+  }
+}
+
+// A thread's latest step and search are of the tree, not of its record's address.
+TEST(trees_setup, a_tree_where_another_was_is_another) {
+  item one = make(1, 1), two = make(2, 2);
+  for (const bool is_second : {false, true}) {
+    wavl_tree tree = {};
+    ASSERT_EQ(wavl_init(&tree, 1, offsetof(item, links), by_first), 0u);
+    EXPECT_EQ(wavl_search(&tree, &two, 0), nullptr);
+    ASSERT_TRUE(wavl_insert_thread(&tree, 0, &one));
+    if (is_second) {
+      EXPECT_EQ(wavl_get_next(&tree, &one, 0), nullptr);
+      break;
+    }
+    ASSERT_TRUE(wavl_insert_thread(&tree, 0, &two));
+    EXPECT_EQ(wavl_search(&tree, &two, 0), &two);
+    EXPECT_EQ(wavl_get_first(&tree, 0), &one);
+    one = make(1, 1);
+    two = make(2, 2);
+  }
+}
+
 // A key node is not in the tree, and stands where its key would.
 TEST_F(trees, a_step_from_a_key_node_leads_to_the_key_behind) {
   std::vector<item> items;

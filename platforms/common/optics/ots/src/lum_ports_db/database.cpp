@@ -207,10 +207,14 @@ static int by_port_handle(const void *first, const void *second) {
 // The node that a thread's searches look for, zero but for the one key while a search lasts: to
 // clear a whole node for each would take longer than the search.
 static constinit thread_local lum_port_node_info sought_node = {};
+// Where it is, which takes a call to find out.
+[[gnu::tls_model(
+    "initial-exec")]] static constinit thread_local lum_port_node_info *sought_by_thread = nullptr;
 
 static lum_port_node_info *search(std::uint32_t index, std::uint32_t lum_port_node_info::*key,
                                   std::uint32_t value) {
-  lum_port_node_info &sought = sought_node;
+  if (sought_by_thread == nullptr) sought_by_thread = &sought_node;
+  lum_port_node_info &sought = *sought_by_thread;
   sought.*key = value;
   void *found = wavl_search(&lum_platform.tree, &sought, index);
   sought.*key = 0;

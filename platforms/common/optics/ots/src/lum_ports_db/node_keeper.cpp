@@ -45,12 +45,13 @@ reader_slot *take_slot() {
 }
 
 // What a thread has of it. Nothing of it is taken down: a section may be opened at the very end.
+// Each look-up comes here twice, so it is where a thread finds it without a call.
 struct thread_reader {
   reader_slot *slot = nullptr;
   unsigned depth = 0;
   bool keeps_slot = false;  // between sections, until the thread ends
 };
-thread_local thread_reader this_reader;
+[[gnu::tls_model("initial-exec")]] constinit thread_local thread_reader this_reader;
 
 void give_slot_back() {
   if (this_reader.slot == nullptr) return;
@@ -133,7 +134,8 @@ ports_reader::ports_reader() {
 ports_reader::~ports_reader() {
   if (--this_reader.depth != 0) return;
   if (this_reader.slot != nullptr) {
-    this_reader.slot->opened_at.store(0);
+    // What the section has read is read before it is closed; nothing is to be seen at once.
+    this_reader.slot->opened_at.store(0, std::memory_order_release);
     if (!this_reader.keeps_slot) give_slot_back();
   } else {
     readers_without_slot.fetch_sub(1);
