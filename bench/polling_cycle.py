@@ -63,13 +63,6 @@ def threads_of(process):
     return found
 
 
-def private_kilobytes(process):
-    for line in pathlib.Path(f"/proc/{process.pid}/status").read_text().splitlines():
-        if line.startswith("RssAnon:"):
-            return int(line.split()[1])
-    return None
-
-
 def measured(node, seconds):
     """Of a cycle: nanoseconds and wake-ups, by the threads' names."""
     cycles, before = node.get("/v1/polling")["cycles"], threads_of(node.process)
@@ -93,7 +86,7 @@ def run(build, ports, backend, seconds):
                                                    for port in found.values()), 90)
             time.sleep(10)  # what is done once after the start is done
             spent, woken = measured(node, seconds)
-            memory = private_kilobytes(node.process)
+            memory = node.private_kilobytes()
     cost = sum(spent.values()) / 1000 / ports
     parts = sorted(((ns / 1000 / ports, name) for name, ns in spent.items()), reverse=True)
     return {"ports": ports, "modules": backend, "us_a_port_and_cycle": round(cost, 2),

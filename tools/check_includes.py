@@ -38,7 +38,6 @@ HEAVY = {
     "api/http_message.h": f"{LUMD}/api/http_session.h",
     "api/http_session.h": f"{LUMD}/api/http_server.cpp",
     "CLI/": f"{LUMD}/command_line.cpp",
-    "prometheus/": f"{LUMD}/metrics/",
 }
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^">]+)[">]', re.MULTILINE)

@@ -20,6 +20,7 @@
 #include "node/log.h"
 #include "open_api.h"
 #include "reload_signal.h"
+#include "spare_memory.h"
 #include "stop_signal.h"
 #include "unit_filters.h"
 #include "watchdog.h"
@@ -101,6 +102,7 @@ int run(const lum_linux::node_description &as_read, const command_line &chosen) 
   }
   server->serve([&driver = *node](const http_request &request) {
     renew_memory_reserve();
+    const answer_memory taken;
     return answer(driver, request);
   });
   node->events().on_more([server] { server->wake_streams(); });
@@ -125,6 +127,7 @@ int run(const lum_linux::node_description &as_read, const command_line &chosen) 
 int main(int argc, char **argv) {
   fill_standard_descriptors();
   ignore_needless_signals();
+  spare_memory();
   keep_memory_reserve();
   int status = 0;
   try {

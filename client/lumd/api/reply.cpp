@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "api/problem.h"
+#include "json/document.h"
 #include "node/find_port.h"
 #include "words/schema.h"
 
@@ -59,9 +60,13 @@ http_reply to_http(api_reply reply) {
     return result;
   }
   if (reply.status >= 400) result.content_type = problem_type;
-  // Module texts may hold any bytes; JSON holds UTF-8 only.
-  const json document = versioned(std::move(reply.body));
-  result.body = document.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
+  result.body = lum_client::dumped(versioned(std::move(reply.body)));
+  if (!reply.member_name.empty()) {
+    // Behind the schema's number.
+    result.body.insert(result.body.find_first_of(",}"),
+                       fmt::format(",\"{}\":{}", reply.member_name, reply.member_text));
+  }
+  result.body += '\n';
   return result;
 }
 

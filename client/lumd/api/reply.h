@@ -34,6 +34,9 @@ bool is_queried(const api_request &request, const std::string &key, std::string 
 struct api_reply {
   unsigned status = 200;
   json body = nullptr;
+  // A member of the body that is text already; it comes first.
+  std::string member_name = {};
+  std::string member_text = {};
   // What goes out instead of the body when it has a type.
   std::string text = {};
   std::string text_type = {};

@@ -8,15 +8,19 @@
 namespace lumd {
 namespace {
 
+api_reply reply_of(ports_view shown) {
+  return {200, std::move(shown.rest), "ports", std::move(shown.ports)};
+}
+
 // With ?existing only the ports that exist, else also those that are only described.
 api_reply get_ports(driver &node, const api_request &request) {
   std::string wrong;
   const bool existing_only = is_queried(request, "existing", wrong);
   if (!wrong.empty()) return refuse(400, wrong);
-  return {200, show_ports(node, existing_only)};
+  return reply_of(show_ports(node, existing_only));
 }
 
-api_reply get_shelf(driver &node, const api_request &) { return {200, show_shelf(node)}; }
+api_reply get_shelf(driver &node, const api_request &) { return reply_of(show_shelf(node)); }
 
 api_reply get_port(driver &node, const api_request &request) {
   const port_place place = find_place(node.node(), request.parameters[0]);

@@ -18,9 +18,9 @@ namespace {
 
 void add_driver(driver &node, metrics_page &page) {
   page.fact("lum_build_info", "The driver's version and its node; always 1",
-            {{"version",
-              fmt::format("{}.{}.{}", LUM_VERSION_MAJOR, LUM_VERSION_MINOR, LUM_VERSION_PATCH)},
-             {"node", node.node().name}});
+            metric_labels("version", fmt::format("{}.{}.{}", LUM_VERSION_MAJOR, LUM_VERSION_MINOR,
+                                                 LUM_VERSION_PATCH))
+                .with("node", node.node().name));
   page.gauge("lum_warm_start", "1 when the driver went on with an earlier one's checkpoints", {},
              node.restarted() ? 1 : 0);
   page.gauge("lum_controllers", "Controllers that the library takes for created", {},
@@ -70,8 +70,7 @@ void add_events(driver &node, metrics_page &page) {
   const auto counts = node.events().counts();
   for (const std::string_view kind : event_kinds()) {
     const auto found = counts.find(kind);
-    page.counter("lum_events_total", "Events since the driver started",
-                 {{"kind", std::string(kind)}},
+    page.counter("lum_events_total", "Events since the driver started", {"kind", kind},
                  found == counts.end() ? 0 : static_cast<double>(found->second));
   }
   page.counter("lum_events_lost_total", "Those of them that will not be kept", {},
@@ -87,7 +86,7 @@ void add_interface_manager(driver &node, metrics_page &page) {
   };
   const auto accepted = [&page](const char *operation, uint64_t value) {
     page.counter("lum_im_batches_total", "Batches that the interface manager has accepted",
-                 {{"operation", operation}}, static_cast<double>(value));
+                 {"operation", operation}, static_cast<double>(value));
   };
   accepted("create", statistics.create_batches);
   accepted("delete", statistics.delete_batches);
@@ -115,7 +114,7 @@ void add_checkpoints(metrics_page &page) {
   for (const auto &one : store.troubled) ++records[one.trouble];
   for (const auto &[trouble, count] : records) {
     page.gauge("lum_store_records", "Records of settings that something is wrong with",
-               {{"trouble", trouble_name(trouble)}}, count);
+               {"trouble", trouble_name(trouble)}, count);
   }
   if (store.open) {
     page.gauge("lum_checkpoint_entries", "Records in the checkpoint store", {},
@@ -129,7 +128,7 @@ void add_checkpoints(metrics_page &page) {
 
 void add_traces(metrics_page &page) {
   for (const auto &channel : lum_linux::traces_status()) {
-    const metric_labels labels = {{"channel", channel.name}};
+    const metric_labels labels("channel", channel.name);
     page.counter("lum_trace_lines_total", "Lines written to the trace channel", labels,
                  static_cast<double>(channel.lines));
     page.counter("lum_trace_failures_total", "Lines that could not be written", labels,

@@ -26,15 +26,10 @@ using lum_linux::port_description;
 using lum_words::reading_unit;
 using lum_words::readings;
 
-metric_labels with(metric_labels labels, const char *name, std::string value) {
-  labels[name] = std::move(value);
-  return labels;
-}
-
 void add_states(const metric_labels &port, port_state current, metrics_page &page) {
   for (const auto &[state, name] : lum_words::port_states) {
-    page.gauge("lum_port_state", "1 for the state that the port is in, 0 for the others",
-               with(port, "state", std::string(name)), state == current ? 1 : 0);
+    page.gauge("lum_port_state", "1 for the state that the port is in, 0 for the others", port,
+               {"state", name}, state == current ? 1 : 0);
   }
 }
 
@@ -65,13 +60,13 @@ void add_transfers(const driver &node, const metric_labels &port, const module_s
 void add_identity(const metric_labels &port, uint32_t rsip, const lum_vendor_info &vendor,
                   metrics_page &page) {
   metric_labels labels = port;
-  labels["rack"] = std::to_string(rsip >> 24);
-  labels["slot"] = std::to_string(rsip >> 16 & 0xFF);
-  labels["slot_instance"] = std::to_string(rsip >> 8 & 0xFF);
-  labels["number"] = std::to_string(rsip & 0xFF);
-  labels["vendor"] = text_of(vendor.vendor_name);
-  labels["part"] = text_of(vendor.vendor_part_number);
-  labels["serial"] = text_of(vendor.vendor_serial_number);
+  labels.add({"rack", std::to_string(rsip >> 24)});
+  labels.add({"slot", std::to_string(rsip >> 16 & 0xFF)});
+  labels.add({"slot_instance", std::to_string(rsip >> 8 & 0xFF)});
+  labels.add({"number", std::to_string(rsip & 0xFF)});
+  labels.add({"vendor", text_of(vendor.vendor_name)});
+  labels.add({"part", text_of(vendor.vendor_part_number)});
+  labels.add({"serial", text_of(vendor.vendor_serial_number)});
   page.fact("lum_port_info", "Where the port is and which module is in it; always 1", labels);
 }
 
@@ -80,12 +75,12 @@ void add_readings(const metric_labels &sub_port, const lum_dom_area &area, metri
   constexpr const char *reading_help = "The other readings, in the module's units";
   for (std::size_t i = 0; i < readings.size(); ++i) {
     const uint16_t raw = area.readings[i];
-    const metric_labels labels = with(sub_port, "reading", std::string(readings[i].name));
+    const metric_label which = {"reading", readings[i].name};
     if (readings[i].unit == reading_unit::dbm) {
-      page.gauge("lum_power_dbm", power_help, labels, power_dbm(raw));
-      page.gauge("lum_power_watts", power_help, labels, power_watts(raw));
+      page.gauge("lum_power_dbm", power_help, sub_port, which, power_dbm(raw));
+      page.gauge("lum_power_watts", power_help, sub_port, which, power_watts(raw));
     } else {
-      page.gauge("lum_reading", reading_help, labels, reading_value(raw));
+      page.gauge("lum_reading", reading_help, sub_port, which, reading_value(raw));
     }
   }
 }
@@ -94,8 +89,7 @@ void add_alarms(const metric_labels &labels, std::size_t sub_port,
                 const lum_linux::ptah_interface &stored, metrics_page &page) {
   for (const lum_words::alarm &kind : lum_words::alarms) {
     if (!belongs_to(kind, sub_port)) continue;
-    page.gauge("lum_alarm", "1 while the alarm is raised",
-               with(labels, "alarm", std::string(kind.name)),
+    page.gauge("lum_alarm", "1 while the alarm is raised", labels, {"alarm", kind.name},
                (stored.all.bitmap & bit_of(kind)) != 0 ? 1 : 0);
   }
   page.counter("lum_alarm_changes_total", "How often the alarms have changed", labels,
@@ -108,8 +102,8 @@ void add_injections(const metric_labels &labels, const lum_test_injection &test,
   const bool raised = std::any_of(std::begin(offsets), std::end(offsets),
                                   [](uint16_t offset) { return offset != 0; });
   const auto add = [&](const char *kind, bool injected) {
-    page.gauge("lum_injected", "1 while a test forces alarms or raises what is monitored",
-               with(labels, "kind", kind), injected ? 1 : 0);
+    page.gauge("lum_injected", "1 while a test forces alarms or raises what is monitored", labels,
+               {"kind", kind}, injected ? 1 : 0);
   };
   add("alarms", test.test_alarm_bits != 0);
   add("readings", raised);
@@ -120,7 +114,7 @@ void add_sub_port(driver &node, const metric_labels &port, const port_snapshot &
                   std::size_t number, metrics_page &page) {
   const port_copy &copy = *at.copy;
   const lum_sub_port_intf &controller = copy.data.sub_port[number];
-  const metric_labels labels = with(port, "sub_port", std::to_string(number));
+  const metric_labels labels = port.with("sub_port", std::to_string(number));
   page.gauge("lum_controller_created", "1 when the controller of the sub-port exists", labels,
              controller.created != 0 ? 1 : 0);
   add_injections(labels, copy.data.test[number], page);
@@ -168,7 +162,7 @@ void add_led(driver &node, const metric_labels &port, uint32_t rsip, metrics_pag
 
 void add_port(driver &node, const port_description &port, const port_snapshot &at,
               metrics_page &page) {
-  const metric_labels labels = {{"port", port.name}};
+  const metric_labels labels("port", port.name);
   add_states(labels, at.state, page);
   page.gauge("lum_port_state_since_timestamp_seconds",
              "Since when the port has been in its state, since the epoch", labels,
@@ -192,7 +186,7 @@ void add_troubles(driver &node, metrics_page &page) {
   for (const auto &[key, count] : counts) {
     page.gauge("lum_port_trouble",
                "1 while the port's LED cannot be set, or its bus or folder cannot be reached",
-               {{"port", key.first}, {"kind", std::string(key.second)}}, count);
+               metric_labels("port", key.first).with("kind", key.second), count);
   }
 }
 
@@ -206,8 +200,8 @@ void add_findings(driver &node, const std::map<uint32_t, port_snapshot> &snapsho
   }
   for (const finding &one : findings_of(node, snapshots)) ++counts[one.kind];
   for (const auto &[kind, count] : counts) {
-    page.gauge("lum_findings", "What is wrong with the node now, by what it is",
-               {{"kind", std::string(kind)}}, count);
+    page.gauge("lum_findings", "What is wrong with the node now, by what it is", {"kind", kind},
+               count);
   }
 }
 

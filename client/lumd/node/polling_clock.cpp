@@ -97,6 +97,12 @@ polling_report polling_clock::report() {
           last_rsip_, current_, last_};
 }
 
+std::chrono::steady_clock::duration polling_clock::last_pass() {
+  std::lock_guard lock(mutex_);
+  end_when_quiet(clock::now());
+  return last_ ? last_->ended - last_->started : clock::duration();
+}
+
 std::optional<module_poll> polling_clock::last_poll(uint32_t rsip) {
   std::lock_guard lock(mutex_);
   end_when_quiet(clock::now());

@@ -51,6 +51,9 @@ class polling_clock {
 
   polling_report report();
 
+  // How long the latest cycle took that has ended; 0 before.
+  std::chrono::steady_clock::duration last_pass();
+
   // The latest good poll of a port's module; nothing before the first. What the library stored
   // then is in its database, unless it has been cleared since.
   std::optional<module_poll> last_poll(uint32_t rsip);

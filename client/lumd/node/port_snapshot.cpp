@@ -42,9 +42,7 @@ bool last_transfer_failed(const module_status &module) {
 
 // A pass over all modules may take its time; three of them are more than that.
 bool is_stale(driver &node, clock::duration unpolled) {
-  const auto cycle = node.polling().report();
-  const auto pass = cycle.last ? cycle.last->ended - cycle.last->started : clock::duration();
-  return unpolled > stale_after + 3 * pass;
+  return unpolled > stale_after + 3 * node.polling().last_pass();
 }
 
 // How long the module that is there has not been polled.

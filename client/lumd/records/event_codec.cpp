@@ -14,7 +14,7 @@ std::string encode_details(const std::vector<event::detail> &details) {
   for (const auto &[name, value] : details) {
     std::visit([&, &key = name](const auto &given) { document[key] = given; }, value);
   }
-  return document.dump(-1, ' ', false, json::error_handler_t::replace);
+  return lum_client::dumped(document);
 }
 
 std::vector<event::detail> decode_details(const std::string &text) {

@@ -306,6 +306,18 @@ json show_port(driver &node, const lum_linux::port_description &port, const port
   return shown;
 }
 
+class text_array {
+ public:
+  void add(const json &one) {
+    text_ += text_.empty() ? '[' : ',';
+    text_ += lum_client::dumped(one);
+  }
+  std::string take() { return text_.empty() ? "[]" : std::move(text_) + "]"; }
+
+ private:
+  std::string text_;
+};
+
 }  // namespace
 
 json show_port(driver &node, const lum_linux::port_description &port) {
@@ -314,27 +326,26 @@ json show_port(driver &node, const lum_linux::port_description &port) {
   return shown;
 }
 
-json show_ports(driver &node, bool existing_only) {
+ports_view show_ports(driver &node, bool existing_only) {
   const auto store = lum_linux::checkpoints_status();
   const auto snapshots = look_at_ports(node);
-  json shown = json::array();
+  text_array shown;
   for (const lum_linux::port_description *port : node.node().ports()) {
     const port_snapshot &at = snapshots.at(port->rsip);
     if (existing_only && !at.copy) continue;
-    shown.push_back(show_port(node, *port, at, store));
+    shown.add(show_port(node, *port, at, store));
   }
-  return object({{"ports", std::move(shown)},
-                 {"store", show_store(store, node.node())},
-                 {"halt", show_halt(node)}});
+  return {shown.take(),
+          object({{"store", show_store(store, node.node())}, {"halt", show_halt(node)}})};
 }
 
-json show_shelf(driver &node) {
+ports_view show_shelf(driver &node) {
   const auto snapshots = look_at_ports(node);
-  json shown = json::array();
+  text_array shown;
   for (const lum_linux::port_description *port : node.node().ports()) {
-    shown.push_back(show_brief_port(node, *port, snapshots.at(port->rsip)));
+    shown.add(show_brief_port(node, *port, snapshots.at(port->rsip)));
   }
-  return object({{"ports", std::move(shown)}});
+  return {shown.take(), json::object()};
 }
 
 }  // namespace lumd
