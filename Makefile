@@ -64,6 +64,7 @@ bench:
 	cmake --build build -j $(JOBS) --target lumd lum-module-image
 	python3 bench/polling_cycle.py --build build
 	python3 bench/answers.py --build build
+	python3 bench/bus_time.py --build build
 	python3 bench/viewers.py --build build
 	/usr/bin/python3 bench/drawing.py --build build
 
