@@ -4,6 +4,7 @@
 
 #include <sys/un.h>
 
+#include <chrono>
 #include <filesystem>
 #include <string>
 #include <system_error>
@@ -23,6 +24,9 @@ class unix_address {
   // Good for as long as this lives.
   const std::string &path() const { return path_; }
   sockaddr_un socket_address() const;
+  // A stream connected to it, which the caller closes; -1 with `error` when that fails, as when the
+  // other side takes no connection for as long as `bound`.
+  int connect_within(std::chrono::milliseconds bound, std::error_code &error) const;
 
  private:
   descriptor folder_;

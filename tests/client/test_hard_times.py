@@ -48,6 +48,29 @@ class HardTimes(Actions):
             self.everybody_asks(port)
         self.is_served(port)
 
+    def test_strangers_who_take_every_connection_of_theirs_leave_the_owner_served(self):
+        """They ask for much and read nothing, so that none of them gives way to another."""
+        self.start("http_port = 0")
+        self.wait_for_state(self.first, "up")
+        port = int(re.search(r"http://127\.0\.0\.1:(\d+)/", self.driver.log.read_text()).group(1))
+        much = b"GET /v1/openapi.json HTTP/1.1\r\nHost: localhost\r\n\r\n" * 100
+        with contextlib.ExitStack() as strangers:
+            for _ in range(64):
+                one = strangers.enter_context(socket.socket())
+                one.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4096)
+                one.connect(("127.0.0.1", port))
+                one.sendall(much)
+            self.assertTrue(self.driver.wait_for(lambda _: self.is_refused(port), 10))
+            self.assertIn(self.first.name, self.driver.ports())
+            self.driver.lumctl("show", "node")
+
+    @staticmethod
+    def is_refused(port):
+        """Whether one more of them finds no place."""
+        with socket.create_connection(("127.0.0.1", port), timeout=5) as one:
+            one.sendall(b"GET /healthz HTTP/1.1\r\nHost: localhost\r\n\r\n")
+            return b" 503 " in one.recv(64)
+
     def status(self):
         with open(f"/proc/{self.driver.process.pid}/status", encoding="ascii") as status:
             return status.read()

@@ -8,6 +8,8 @@
 
 #include <filesystem>
 
+#include "api/look_up.h"
+
 namespace lumctl {
 namespace {
 
@@ -17,14 +19,23 @@ constexpr mode_t permissions = 07777;
 constexpr const char *other_socket = "Another socket: --socket or LUMD_SOCKET";
 constexpr const char *other_port = "Its description has the port, as http_port";
 
+// Whoever knows the names may be a machine elsewhere.
+constexpr std::chrono::seconds patience_for_names(1);
+
 std::string name_of_user(uid_t user) {
-  const passwd *known = ::getpwuid(user);
-  return known != nullptr ? known->pw_name : fmt::format("user {}", user);
+  const auto found = look_up_within(patience_for_names, [user] {
+    const passwd *known = ::getpwuid(user);
+    return std::string(known != nullptr ? known->pw_name : "");
+  });
+  return found && !found->empty() ? *found : fmt::format("user {}", user);
 }
 
 std::string name_of_group(gid_t group) {
-  const ::group *known = ::getgrgid(group);
-  return known != nullptr ? known->gr_name : fmt::format("group {}", group);
+  const auto found = look_up_within(patience_for_names, [group] {
+    const ::group *known = ::getgrgid(group);
+    return std::string(known != nullptr ? known->gr_name : "");
+  });
+  return found && !found->empty() ? *found : fmt::format("group {}", group);
 }
 
 // The socket, or the folder nearest to it that can be seen from here: it is the one that bars the

@@ -45,6 +45,13 @@ std::string why_no_address(const destination &node, const std::string &reason) {
   return fmt::format("there is no address for {}: {}", node.url, reason);
 }
 
+std::string why_no_address(const destination &node, std::chrono::milliseconds patience) {
+  return fmt::format(
+      "nobody has said within {} s which address {} has: the name server of this machine does not "
+      "answer. A longer wait: --timeout SECONDS, or none with the address itself",
+      std::chrono::duration<double>(patience).count(), node.url);
+}
+
 std::string why_no_node(const destination &node, const std::error_code &error,
                         std::chrono::milliseconds patience) {
   if (error == std::errc::timed_out) {

@@ -18,6 +18,7 @@ struct tls_findings {
 
 // In one line each. Its name is not known here.
 std::string why_no_address(const destination &node, const std::string &reason);
+std::string why_no_address(const destination &node, std::chrono::milliseconds patience);
 // `error` is what the attempt to reach it and to read its answer has come to.
 std::string why_no_node(const destination &node, const std::error_code &error,
                         std::chrono::milliseconds patience);

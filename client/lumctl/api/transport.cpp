@@ -14,6 +14,7 @@
 #include <boost/beast/ssl.hpp>
 #include <memory>
 
+#include "api/look_up.h"
 #include "api/no_driver.h"
 #include "api/no_node.h"
 #include "base/tls_context.h"
@@ -27,6 +28,7 @@ namespace beast = boost::beast;
 namespace http = boost::beast::http;
 using boost::system::error_code;
 using local = net::local::stream_protocol;
+using clock = std::chrono::steady_clock;
 using tls_stream = beast::ssl_stream<beast::tcp_stream>;
 
 constexpr std::size_t answer_limit = std::size_t{64} * 1024 * 1024;
@@ -90,14 +92,17 @@ raw_answer ask_socket(const destination &to, const question &asked,
   const std::string &socket = to.socket;
   const lum_client::unix_address address(socket);
   if (address.problem()) return unanswered(why_no_driver(socket, address.problem(), patience));
+  const auto end = clock::now() + patience;
+  std::error_code not_connected;
+  const int connection = address.connect_within(patience, not_connected);
+  if (connection < 0) return unanswered(why_no_driver(socket, not_connected, patience));
   talk now;
   prepare(now, asked, "lumd");
   net::io_context loop;
   beast::basic_stream<local> stream(loop);
-  stream.expires_after(patience);
-  stream.async_connect(local::endpoint(address.path()), [&](error_code failed) {
-    if (!(now.result = failed)) ask(stream, now);
-  });
+  stream.socket().assign(local(), connection);
+  stream.expires_at(end);
+  ask(stream, now);
   loop.run();
   if (!now.result) return answer_of(now);
   if (is_of_the_answer(now.result)) {
@@ -158,10 +163,16 @@ void want_identity(tls_stream &stream, const std::string &host, tls_findings &fo
 
 using addresses = net::ip::tcp::resolver::results_type;
 
-void ask_plainly(net::io_context &loop, const addresses &there, std::chrono::milliseconds patience,
-                 talk &now) {
+std::pair<addresses, error_code> addresses_of(const std::string &host, const std::string &port) {
+  net::io_context loop;
+  error_code unknown;
+  addresses found = net::ip::tcp::resolver(loop).resolve(host, port, unknown);
+  return {std::move(found), unknown};
+}
+
+void ask_plainly(net::io_context &loop, const addresses &there, clock::time_point end, talk &now) {
   beast::tcp_stream stream(loop);
-  stream.expires_after(patience);
+  stream.expires_at(end);
   stream.async_connect(there, [&](error_code failed, const auto &) {
     if (!(now.result = failed)) ask(stream, now);
   });
@@ -169,8 +180,8 @@ void ask_plainly(net::io_context &loop, const addresses &there, std::chrono::mil
 }
 
 void ask_by_tls(net::io_context &loop, tls_stream &stream, const addresses &there,
-                std::chrono::milliseconds patience, talk &now) {
-  beast::get_lowest_layer(stream).expires_after(patience);
+                clock::time_point end, talk &now) {
+  beast::get_lowest_layer(stream).expires_at(end);
   beast::get_lowest_layer(stream).async_connect(there, [&](error_code failed, const auto &) {
     if ((now.result = failed)) return;
     stream.async_handshake(net::ssl::stream_base::client, [&](error_code not_met) {
@@ -181,7 +192,7 @@ void ask_by_tls(net::io_context &loop, tls_stream &stream, const addresses &ther
 }
 
 raw_answer ask_securely(const destination &to, const node_address &node, const addresses &there,
-                        std::chrono::milliseconds patience, net::io_context &loop, talk &now) {
+                        clock::time_point end, net::io_context &loop, talk &now) {
   std::string wrong;
   const auto own = lum_client::tls_context::of_client(
       {to.certificate, to.key.empty() ? to.certificate : to.key, to.ca}, wrong);
@@ -191,7 +202,7 @@ raw_answer ask_securely(const destination &to, const node_address &node, const a
   tls_stream stream(loop, context);
   tls_findings found;
   want_identity(stream, node.host, found);
-  ask_by_tls(loop, stream, there, patience, now);
+  ask_by_tls(loop, stream, there, end, now);
   if (now.result.category() == net::error::get_ssl_category()) {
     found.failure = static_cast<unsigned>(now.result.value());
     return unanswered(why_no_tls(to, found));
@@ -216,15 +227,18 @@ raw_answer ask_from_afar(const destination &to, const question &asked,
   }
   talk now;
   prepare(now, asked, node.authority);
-  net::io_context loop;
-  error_code unknown;
-  const auto there = net::ip::tcp::resolver(loop).resolve(node.host, node.port, unknown);
+  const auto end = clock::now() + patience;
+  const auto found = look_up_within(
+      patience, [host = node.host, port = node.port] { return addresses_of(host, port); });
+  if (!found) return unanswered(why_no_address(to, patience));
+  const auto &[there, unknown] = *found;
   if (unknown) return unanswered(why_no_address(to, unknown.message()));
+  net::io_context loop;
   if (node.tls) {
-    raw_answer failed = ask_securely(to, node, there, patience, loop, now);
+    raw_answer failed = ask_securely(to, node, there, end, loop, now);
     if (!failed.error.empty()) return failed;
   } else {
-    ask_plainly(loop, there, patience, now);
+    ask_plainly(loop, there, end, now);
   }
   return judge(to, now, patience);
 }

@@ -15,7 +15,7 @@ struct question {
   std::string body = {};
 };
 
-// All of it within `patience`, but for the look for a name's addresses, which comes before.
+// All of it within `patience`, the look for a name's addresses among it.
 raw_answer exchange(const destination &to, const question &asked,
                     std::chrono::milliseconds patience);
 

@@ -68,6 +68,19 @@ inline std::string list_of(const http::fields &fields, http::field header) {
 // What a reader of a stream gives back.
 inline constexpr const char *last_event_id = "Last-Event-ID";
 
+// What a handler is to know of it; who asks is not in it.
+template <typename Message>
+http_request request_of(const Message &message) {
+  http_request request;
+  request.method = std::string(message.method_string());
+  request.target = std::string(message.target());
+  request.body = message.body();
+  request.accept = list_of(message, http::field::accept);
+  request.if_none_match = list_of(message, http::field::if_none_match);
+  request.last_event_id = std::string(message[last_event_id]);
+  return request;
+}
+
 // Whether a header is given with anything but `known`.
 inline bool has_other(const http::fields &fields, http::field header, const char *known) {
   const auto [first, last] = fields.equal_range(header);

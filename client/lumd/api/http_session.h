@@ -171,13 +171,7 @@ class http_session : public std::enable_shared_from_this<http_session<Stream, Co
 
   template <typename Message>
   http_request request_in(const Message &message) {
-    http_request request;
-    request.method = std::string(message.method_string());
-    request.target = std::string(message.target());
-    request.body = message.body();
-    request.accept = list_of(message, http::field::accept);
-    request.if_none_match = list_of(message, http::field::if_none_match);
-    request.last_event_id = std::string(message[last_event_id]);
+    http_request request = request_of(message);
     if (request.method != "GET" && request.method != "HEAD") tell_peer(request);
     return request;
   }

@@ -2,12 +2,12 @@
 
 #include <sys/socket.h>
 #include <sys/time.h>
-#include <unistd.h>
 
 #include <array>
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 #include "base/unix_address.h"
 
@@ -18,22 +18,16 @@ constexpr const char *own_target = "/v1/polling";
 constexpr std::string_view good = "HTTP/1.1 200";
 
 // A connected socket, or -1. The bound holds for connecting, sending and receiving each.
-int connect_within(std::chrono::seconds bound, const sockaddr_un &address) {
-  const auto *const to = reinterpret_cast<const sockaddr *>(&address);
-  const int connection = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (connection < 0) return -1;
+int connect_to(const std::filesystem::path &socket, std::chrono::seconds bound) {
+  std::error_code ignored;
+  const int connection = lum_client::unix_address(socket).connect_within(bound, ignored);
   timeval limit = {};
   limit.tv_sec = bound.count();
-  ::setsockopt(connection, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-  ::setsockopt(connection, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-  if (::connect(connection, to, sizeof address) == 0) return connection;
-  ::close(connection);
-  return -1;
-}
-
-int connect_to(const std::filesystem::path &socket, std::chrono::seconds bound) {
-  const lum_client::unix_address place(socket);
-  return place.problem() ? -1 : connect_within(bound, place.socket_address());
+  if (connection >= 0) {
+    ::setsockopt(connection, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+    ::setsockopt(connection, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+  }
+  return connection;
 }
 
 bool answers_within(const http_server &api, std::chrono::seconds bound) {

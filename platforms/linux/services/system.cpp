@@ -14,11 +14,13 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <mutex>
 
 #include "bounded_copy.h"
 #include "cerr.h"
 #include "chkpt.h"
+#include "lum_linux/outlet.h"
 #include "ptd.h"
 #include "services/immortal.h"
 #include "tern.h"
@@ -44,6 +46,27 @@ log_outlet &outlet() {
   return *the_outlet;
 }
 
+constexpr std::string_view log_socket = "/dev/log";
+
+// In the form of syslog(3), which itself waits for as long as nobody reads the log.
+void send_to_log(int priority, std::string_view line) {
+  constexpr std::chrono::milliseconds patience(200);
+  constexpr std::array<const char *, 12> months = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                                   "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+  if ((priority & LOG_FACMASK) == 0) priority |= LOG_USER;
+  const std::time_t now = std::time(nullptr);
+  std::tm local = {};
+  ::localtime_r(&now, &local);
+  std::array<char, 2048> text;
+  const int length = std::snprintf(
+      text.data(), text.size(), "<%d>%s %2d %02d:%02d:%02d %s: %.*s", priority,
+      months[static_cast<std::size_t>(local.tm_mon)], local.tm_mday, local.tm_hour, local.tm_min,
+      local.tm_sec, program_invocation_short_name, static_cast<int>(line.size()), line.data());
+  if (length < 0) return;
+  const auto whole = std::min(static_cast<std::size_t>(length), text.size() - 1);
+  lum_linux::send_within(patience, log_socket, {text.data(), whole});
+}
+
 void write_log(int priority, std::string_view line) {
   while (!line.empty() && line.back() == '\n') line.remove_suffix(1);
   {
@@ -53,7 +76,7 @@ void write_log(int priority, std::string_view line) {
       return;
     }
   }
-  syslog(priority, "%.*s", static_cast<int>(line.size()), line.data());
+  send_to_log(priority, line);
 }
 
 // ---- Deadlock-monitor marks

@@ -13,7 +13,9 @@
 
 namespace lum_linux {
 
-// Where lines for the system log go instead of syslog(3); an empty function goes back to it. The
+// Where lines for the system log go instead of the socket that syslog(3) writes to, /dev/log; an
+// empty function goes back to that, where each is under the program's name, and is dropped when
+// nobody takes it within 200 ms. The
 // sink runs on the logging thread and must not log. Returns once an earlier sink is not running.
 void system_log_set_sink(std::function<void(std::string_view line)> sink);
 
