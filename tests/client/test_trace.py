@@ -293,12 +293,11 @@ class Killed(Actions):
         self.begin()
         folder = self.shelf.folder / "traces"
         self.does("port", "update", self.first.name, "up")
-        self.shelf.driver.kill()
-        self.shelf.driver.wait()
+        self.driver.kill()
         last = self.rings("-n", "5", folder)
         self.assertEqual(len(last), 5)
         self.assertEqual(last, self.rings(folder)[-5:])
-        self.shelf.start()
+        self.start()
         written = "".join(file.read_text() for file in folder.glob("*.log"))
         for one in last:
             self.assertEqual(written.count(one + "\n"), 1, one)
