@@ -23,13 +23,13 @@ JOBS ?= $(shell nproc)
 demo:
 	tools/setup test
 	cmake --preset release >/dev/null
-	cmake --build build -j $(JOBS) --target lumd lumctl lum-module-image
+	cmake --build build -j $(JOBS) --target lumd lumctl lum-module-image lum-trace
 	python3 tools/demo --build build $(if $(MODULES),--modules "$(MODULES)")
 
 demo-network:
 	tools/setup test
 	cmake --preset release >/dev/null
-	cmake --build build -j $(JOBS) --target lumd lumctl lum-module-image
+	cmake --build build -j $(JOBS) --target lumd lumctl lum-module-image lum-trace
 	python3 tools/demo_network --build build $(if $(NODES),--nodes "$(NODES)")
 
 shelf:
@@ -79,7 +79,7 @@ check-fast:
 check-long:
 	tools/setup test
 	cmake --preset release >/dev/null
-	cmake --build build -j $(JOBS) --target schedules_test attacks_test lumd lumctl lum-module-image
+	cmake --build build -j $(JOBS) --target schedules_test attacks_test lumd lumctl lum-module-image lum-trace
 	LUM_SCHEDULES=$${LUM_SCHEDULES:-100000} build/schedules_test --gtest_filter='*whatever*'
 	LUM_ATTACK_STRIDE=1 build/attacks_test
 	cd tests/client && LUM_MEMORY_TRIALS=1000000 LUM_BUILD=$(CURDIR)/build python3 -m unittest -v test_without_memory

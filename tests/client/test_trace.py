@@ -279,3 +279,31 @@ class Running(Actions):
         self.assertNotIn("ports DB delete done", mine)
         self.assertEqual(self.says("trace", self.first.name, "--since", "1h"), self.says("trace", "0/1/0/1", "--since", "1h"))
         self.assertIn("no port", self.fails(1, "trace", "0/1/0/9"))
+
+
+class Killed(Actions):
+    """The traces of a driver that had no time to write them."""
+
+    def rings(self, *words):
+        done = run(BUILD / "lum-trace", *words)
+        self.assertEqual((done.returncode, done.stderr), (0, ""), done)
+        return done.stdout.splitlines()
+
+    def test_what_was_traced_last_is_in_the_rings_and_in_the_files_after_the_next_start(self):
+        self.begin()
+        folder = self.shelf.folder / "traces"
+        self.does("port", "update", self.first.name, "up")
+        self.driver.kill()
+        last = self.rings("-n", "5", folder)
+        self.assertEqual(len(last), 5)
+        self.assertEqual(last, self.rings(folder)[-5:])
+        self.start()
+        written = "".join(file.read_text() for file in folder.glob("*.log"))
+        for one in last:
+            self.assertEqual(written.count(one + "\n"), 1, one)
+
+    def test_what_is_no_ring_is_said(self):
+        for place in (self.shelf.folder / "nowhere", "/dev/null", self.shelf.folder):
+            done = run(BUILD / "lum-trace", place)
+            self.assertEqual((done.returncode, done.stdout), (1, ""), done)
+            self.assertEqual(done.stderr.count("\n"), 1, done)

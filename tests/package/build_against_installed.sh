@@ -48,11 +48,11 @@ LUM_STORE=$folder/conformance-store "$folder/own-platform/conformance" texts tre
   >"$folder/out" 2>&1 || { cat "$folder/out"; exit 1; }
 
 [ "$(pkg-config --modversion lum)" = "$(sed -n 's/^project(lum VERSION \([0-9.]*\).*/\1/p' "$source/CMakeLists.txt")" ]
-for file in sbin/lumd bin/lumctl bin/lum-module-image lib/systemd/system/lumd.service \
+for file in sbin/lumd bin/lumctl bin/lum-module-image bin/lum-trace lib/systemd/system/lumd.service \
             share/man/man8/lumd.8 share/man/man1/lumctl.1 share/bash-completion/completions/lumctl \
             share/zsh/site-functions/_lumctl share/fish/vendor_completions.d/lumctl.fish \
             lib/sysusers.d/lumd.conf lib/udev/rules.d/70-lumd.rules \
-            share/man/man1/lum-module-image.1 share/doc/lum/examples/node.toml share/doc/lum/examples/lumd-network.conf \
+            share/man/man1/lum-module-image.1 share/man/man1/lum-trace.1 share/doc/lum/examples/node.toml share/doc/lum/examples/lumd-network.conf \
             share/doc/lum/examples/minimal_driver.c share/doc/lum/examples/own_platform/CMakeLists.txt \
             share/doc/lum/examples/simulated/node.toml; do
   [ -s "$prefix/$file" ] || { echo "$file was not installed"; exit 1; }

@@ -36,6 +36,11 @@ struct trace_channel_status {
 };
 std::vector<trace_channel_status> traces_status();
 
+// Writes to the channels' files what has been traced so far, as ctrace_dump() does for one: lines
+// are put into a ring and written by a thread of the platform's. Waits for the disk, for two seconds
+// a channel.
+void traces_flush();
+
 // Tries the channels again that could not be written, each with a line that says how many were
 // lost: to be called every few seconds, for nothing may be traced for long. Waits for the disk.
 void traces_tend();
