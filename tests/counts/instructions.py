@@ -14,14 +14,15 @@ import sys
 import tempfile
 
 TIMES = 100  # as the program makes each call
+OF_CALLER = "on its caller's thread"  # of whatever is so called other threads' work is not counted
 
 
-def counted(program):
-    """Instructions of each call, by what it is."""
+def dumped(program, separate):
+    """Instructions of each call, by what it is: on all threads, or on that alone which makes it."""
     with tempfile.TemporaryDirectory(prefix="lum-instructions-") as folder:
         subprocess.run(
             ["valgrind", "--tool=callgrind", f"--callgrind-out-file={folder}/out",
-             "--separate-threads=no", program],
+             f"--separate-threads={separate}", program],
             check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=300)
         found = {}
         for dump in pathlib.Path(folder).iterdir():
@@ -31,6 +32,11 @@ def counted(program):
             if what and summary:
                 found[what.group(1)] = round(int(summary.group(1)) / TIMES)
         return found
+
+
+def counted(program):
+    everywhere, on_one = dumped(program, "no"), dumped(program, "yes")
+    return {what: (on_one if what.endswith(OF_CALLER) else everywhere)[what] for what in everywhere}
 
 
 def on_record(file):

@@ -1,4 +1,4 @@
-// The traces of the library, read from their files.
+// The traces of the library, read from their files, and the latest from their rings.
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -98,8 +98,13 @@ class tracer {
   }
 
   int show() {
+    std::vector<std::vector<std::string>> latest;
+    for (const trace_channel &channel : channels_) latest.push_back(channel.latest());
     std::vector<std::vector<trace_line>> read = read_on();
-    for (std::size_t i = 0; i < read.size(); ++i) channels_[i].end_line(read[i]);
+    for (std::size_t i = 0; i < read.size(); ++i) {
+      channels_[i].end_line(read[i]);
+      channels_[i].add_latest(latest[i], read[i]);
+    }
     const std::vector<trace_line> lines = wanted_lines(std::move(read));
     if (as_json_) {
       json all = json::array();

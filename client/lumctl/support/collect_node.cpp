@@ -76,8 +76,10 @@ void collect_description(const support_wish &wanted, driver_findings &found, bun
   if (found.trace_folder.empty()) found.trace_folder = read.node->trace_directory;
 }
 
-// The end of a channel, out of both its files, from the beginning of a line on.
+// The end of a channel, out of both its files, from the beginning of a line on, and of its ring
+// what they do not have.
 void collect_channel(const fs::path &folder, const std::string &channel, bundle &into) {
+  const std::vector<std::string> latest = trace_channel(folder, channel).latest();
   std::string why;
   std::string text = end_of_file(folder / (channel + ".log"), longest_trace, why);
   std::string older_why;
@@ -85,13 +87,16 @@ void collect_channel(const fs::path &folder, const std::string &channel, bundle 
     text.insert(0,
                 end_of_file(folder / (channel + ".1.log"), longest_trace - text.size(), older_why));
   }
+  for (const std::string &line : latest) {
+    if (text.find(line) == std::string::npos) text += line + "\n";
+  }
   const std::string name = "traces/" + channel + ".log";
   if (!why.empty() && text.empty()) {
     into.miss(name, fmt::format("{}: {}", (folder / (channel + ".log")).string(), why));
     return;
   }
   std::string_view shown = text;
-  if (shown.size() == longest_trace) {
+  if (shown.size() >= longest_trace) {
     shown.remove_prefix(std::min(shown.find('\n') + 1, shown.size()));
   }
   into.add(name, shown, why);

@@ -8,8 +8,11 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <set>
 #include <utility>
+
+#include "lum_linux/trace_rings.h"
 
 namespace lumctl {
 namespace {
@@ -133,6 +136,28 @@ void trace_channel::end_line(std::vector<trace_line> &lines) {
   lines.push_back(read_trace_line(unfinished_, name_, last_));
   last_ = lines.back().time;
   unfinished_.clear();
+}
+
+std::vector<std::string> trace_channel::latest() const {
+  std::vector<std::string> lines;
+  const auto ring = lum_linux::read_trace_ring(folder_ / (name_ + lum_linux::trace_ring_ending));
+  for (const lum_linux::trace_record &record : ring.records) {
+    if (!record.is_written) lines.push_back(record.line);
+  }
+  return lines;
+}
+
+void trace_channel::add_latest(const std::vector<std::string> &latest,
+                               std::vector<trace_line> &lines) const {
+  std::set<std::string_view> written;
+  for (const trace_line &line : lines) {
+    if (!latest.empty() && line.whole >= latest.front()) written.insert(line.whole);
+  }
+  std::vector<trace_line> added;
+  for (const std::string &line : latest) {
+    if (!written.contains(line)) added.push_back(read_trace_line(line, name_, last_));
+  }
+  std::ranges::move(added, std::back_inserter(lines));
 }
 
 void trace_channel::close_file() {

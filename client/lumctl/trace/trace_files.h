@@ -27,6 +27,10 @@ class trace_channel {
   const std::string &name() const { return name_; }
   // What has come since the last time.
   std::vector<trace_line> read_on();
+  // What its ring has and its files have not yet, which is asked before the files are read, and put
+  // behind what they had: both ways a line stands there once.
+  std::vector<std::string> latest() const;
+  void add_latest(const std::vector<std::string> &latest, std::vector<trace_line> &lines) const;
   // What stands behind the last line end, for who does not wait for its rest.
   void end_line(std::vector<trace_line> &lines);
   // Why its files cannot be read, with the file's name; else empty.

@@ -13,6 +13,8 @@ class signals_blocked {
   signals_blocked() {
     sigset_t all;
     sigfillset(&all);
+    // Those that a thread brings upon itself end the process where they are blocked.
+    for (const int own : {SIGBUS, SIGFPE, SIGILL, SIGSEGV}) sigdelset(&all, own);
     pthread_sigmask(SIG_SETMASK, &all, &before_);
   }
   ~signals_blocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }

@@ -193,18 +193,23 @@ bool render_text(std::span<const uint64_t> words, std::string &text, bool &cut) 
   return true;
 }
 
-std::string printable_line(uint32_t point, std::string_view text, bool cut) {
+std::string printable_text(std::string_view text) {
   constexpr std::string_view digits = "0123456789abcdef";
-  std::string line = "#" + std::to_string(point) + " ";
-  while (!text.empty() && text.back() == '\n') text.remove_suffix(1);
+  std::string shown;
   for (const char c : text) {
     if (c >= 0x20 && c < 0x7f) {
-      line += c;
+      shown += c;
       continue;
     }
     const auto byte = static_cast<unsigned char>(c);
-    line.append("\\x").append(1, digits[byte >> 4]).append(1, digits[byte & 15]);
+    shown.append("\\x").append(1, digits[byte >> 4]).append(1, digits[byte & 15]);
   }
+  return shown;
+}
+
+std::string printable_line(uint32_t point, std::string_view text, bool cut) {
+  while (!text.empty() && text.back() == '\n') text.remove_suffix(1);
+  std::string line = "#" + std::to_string(point) + " " + printable_text(text);
   if (cut) line += end_mark;
   return line;
 }

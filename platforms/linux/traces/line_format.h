@@ -30,6 +30,9 @@ bool render(std::string_view format, std::string_view signature, std::span<const
 // As above of a text that the caller has made.
 bool render_text(std::span<const uint64_t> words, std::string &text, bool &cut);
 
+// One line of printable ASCII: all other bytes spelled out.
+std::string printable_text(std::string_view text);
+
 // "#18 text", one line of printable ASCII: line ends at its own end are dropped, all other bytes
 // spelled out.
 std::string printable_line(uint32_t point, std::string_view text, bool cut);

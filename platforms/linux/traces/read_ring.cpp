@@ -11,6 +11,7 @@
 #include <ctime>
 
 #include "lum_linux/trace_rings.h"
+#include "traces/line_format.h"
 #include "traces/ring_reader.h"
 
 namespace lum_linux {
@@ -85,9 +86,9 @@ trace_ring read_trace_ring(const std::filesystem::path &file) {
     return all;
   }
   ring_reader reader(words, words[units_at]);
-  all.channel = reader.name(channel_at, channel_words);
-  all.process = reader.name(process_at, process_words);
-  all.digest = reader.name(digest_at, digest_words);
+  all.channel = printable_text(reader.name(channel_at, channel_words));
+  all.process = printable_text(reader.name(process_at, process_words));
+  all.digest = printable_text(reader.name(digest_at, digest_words));
   all.points = static_cast<uint32_t>(words[points_at]);
   const uint64_t head = reader.head(), end = units_of(head);
   const uint64_t written = units_of(reader.written());

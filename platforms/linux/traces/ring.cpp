@@ -97,8 +97,14 @@ ring::ring(uint32_t bytes, const ring_names &names, std::string why)
 }
 
 ring::~ring() {
+  guard_.reset();
   ::munmap(words_, first_words() * word_bytes);
+  give_up_file();
+}
+
+void ring::give_up_file() {
   if (file_ >= 0) ::close(file_);
+  file_ = -1;
 }
 
 void ring::map(const std::filesystem::path &file) {
@@ -133,6 +139,13 @@ bool ring::map_file(int descriptor) {
   void *const place = ::mmap(nullptr, first_words() * word_bytes, PROT_READ | PROT_WRITE,
                              MAP_SHARED | MAP_POPULATE, descriptor, 0);
   if (place == MAP_FAILED) return false;
+  guard_.emplace(place, first_words() * word_bytes);
+  if (!guard_->is_guarded()) {
+    guard_.reset();
+    ::munmap(place, first_words() * word_bytes);
+    errno = EMFILE;
+    return false;
+  }
   words_ = static_cast<uint64_t *>(place);
   return true;
 }
@@ -162,6 +175,8 @@ void ring::put_name(size_t at, size_t words, const std::string &text) {
   }
 }
 
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
 bool ring::put(uint32_t point, uint32_t nargs, const char *signature, const char *format,
                va_list arguments) {
   std::array<uint64_t, most_words> record;
@@ -190,6 +205,7 @@ bool ring::put(uint32_t point, uint32_t nargs, const char *signature, const char
   commit(record, writer.size());
   return true;
 }
+#pragma GCC diagnostic pop
 
 void ring::commit(std::array<uint64_t, most_words> &record, size_t words) {
   const uint64_t length = (words + unit_words - 1) / unit_words;

@@ -7,8 +7,10 @@
 #include <cstdint>
 #include <filesystem>
 #include <mutex>
+#include <optional>
 #include <string>
 
+#include "traces/guarded_mapping.h"
 #include "traces/line_format.h"
 #include "traces/ring_reader.h"
 
@@ -35,6 +37,10 @@ class ring {
 
   // Why it is in memory alone, else empty.
   const std::string &problem() const { return problem_; }
+  // Whether somebody has cut its file short: what it held is gone, and what is added too.
+  bool is_lost() const { return guard_ && guard_->is_lost(); }
+  // Lets others have its file, from then on.
+  void give_up_file();
   void name_process(const std::string &process);
 
   // Adds a record, from any thread: waits for nothing, and overwrites the oldest. False when the
@@ -70,7 +76,8 @@ class ring {
   uint64_t units_;
   uint64_t *words_ = nullptr;
   std::atomic<uint64_t> *head_ = nullptr;
-  int file_ = -1;  // locked as long as it is open
+  int file_ = -1;                         // locked as long as it is open
+  std::optional<guarded_mapping> guard_;  // where there is a file
   std::string problem_;
   std::mutex lock_;  // guards the adding of formats
   size_t next_format_ = 0;

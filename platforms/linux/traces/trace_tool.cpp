@@ -38,30 +38,16 @@ std::vector<fs::path> rings_at(const fs::path &place) {
   return files;
 }
 
-// Rings hold any bytes, of which only what is printable goes to a terminal.
-std::string printable(const std::string &text) {
-  std::string shown;
-  for (const char c : text) {
-    if (c >= 0x20 && c < 0x7f) {
-      shown += c;
-    } else {
-      shown += fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
-    }
-  }
-  return shown;
-}
-
 void add_lines(const trace_ring &ring, bool only_unwritten, std::vector<shown_line> &lines) {
   const auto missing = [&](uint64_t count) {
-    return fmt::format("{}: {} missing here", printable(ring.channel),
-                       lum_wording::counted(count, "line"));
+    return fmt::format("{}: {} missing here", ring.channel, lum_wording::counted(count, "line"));
   };
   int64_t last = 0;
   for (const trace_record &record : ring.records) {
     if (only_unwritten && record.is_written) continue;
     last = record.time_ns;
     if (record.missing > 0) lines.push_back({last, missing(record.missing)});
-    lines.push_back({last, printable(record.line)});
+    lines.push_back({last, record.line});
   }
   if (ring.missing_at_end > 0) lines.push_back({last, missing(ring.missing_at_end)});
 }
@@ -76,7 +62,7 @@ int show(const std::vector<std::string> &places, bool only_unwritten, std::size_
         add_lines(ring, only_unwritten, lines);
         continue;
       }
-      fmt::print(stderr, "lum-trace: {}\n", printable(ring.problem));
+      fmt::print(stderr, "lum-trace: {}\n", ring.problem);
       status = failed;
     }
   }

@@ -38,49 +38,25 @@
 #include "lum_linux/trace_rings.h"
 #include "services/immortal.h"
 #include "services/signals_blocked.h"
-#include "traces/ring.h"
+#include "traces/channel.h"
 
 namespace {
 
-using lum_linux::system_log;
-using lum_linux::trace_channel_status;
+using lum_linux::channel;
+using lum_linux::is_before;
+using lum_linux::is_behind;
+using lum_linux::name_process;
+using lum_linux::open_channel;
+using lum_linux::renew_ring;
+using lum_linux::ring;
+using lum_linux::write_next;
 using std::chrono::steady_clock;
 
 constexpr size_t longest_name = 64;
 constexpr uint32_t smallest_size = 32768;  // bytes of a channel; smaller ones are enlarged
-constexpr std::chrono::seconds look_after{5};
 constexpr std::chrono::milliseconds between_rounds{20};  // of the writer, while lines come
-constexpr std::chrono::milliseconds patience{1000};  // with a record that is not finished, a disk
-
-// What is at a path; no file at all is the same everywhere.
-struct file_identity {
-  dev_t device = 0;
-  ino_t number = 0;
-  bool operator==(const file_identity &) const = default;
-};
-
-file_identity identity_of(const std::filesystem::path &file) {
-  struct stat found = {};
-  if (::stat(file.c_str(), &found) != 0) return {};
-  return {found.st_dev, found.st_ino};
-}
-
-// One channel, for as long as it is open. `files` is held while the disk is written, and taken
-// before `state`, which is held for moments.
-struct channel {
-  std::mutex state;
-  trace_channel_status status;  // name, file, size, points and digest stay as they are
-  bool configurable = false;
-
-  std::timed_mutex files;  // guards all below
-  std::string process_name;
-  std::unique_ptr<spdlog::sinks::rotating_file_sink_st> sink;  // null after a failure
-  file_identity file;                                          // that the sink writes to
-  steady_clock::time_point look_at;  // when to look for the file, or to open it again
-  std::unique_ptr<lum_linux::ring> lines;
-  uint64_t next = 0;                                      // the place that is written next
-  std::optional<steady_clock::time_point> waiting_since;  // for a record that is not finished
-};
+constexpr std::chrono::milliseconds patience{1500};      // with a disk
+constexpr std::chrono::seconds look_again{10};           // where patience has ended
 
 // The place of a channel. A handle is the place's number, from 1, and how often the place had been
 // used before: the handle of a channel that is closed means nothing.
@@ -92,7 +68,7 @@ struct channel_slot {
   std::atomic<uint32_t> off_in = 0;
   // What callers need, without the lock: the ring of the channel and the use that it is of. A ring
   // that is taken away is kept until no caller is left.
-  std::atomic<lum_linux::ring *> lines = nullptr;
+  std::atomic<ring *> lines = nullptr;
   std::atomic<uint32_t> used_in = 0;
   std::atomic<uint32_t> callers = 0;
   std::shared_ptr<channel> open;
@@ -107,8 +83,9 @@ struct trace_facility {
   std::mutex lock;  // guards all below; taken before a slot's
   std::map<std::string, std::filesystem::path> directories;
   std::string process_name;
-  std::atomic<pid_t> writer_of = 0;    // the process whose writer runs
-  std::atomic<uint32_t> sleeping = 0;  // whether it waits to be woken
+  std::atomic<pid_t> writer_of = 0;            // the process whose writer runs
+  std::atomic<uint32_t> sleeping = 0;          // whether it waits to be woken
+  std::atomic<steady_clock::rep> gave_up = 0;  // when a flush did; 0: none has
 };
 
 trace_facility &facility() {
@@ -163,72 +140,18 @@ class used_ring {
   used_ring(const used_ring &) = delete;
   used_ring &operator=(const used_ring &) = delete;
   explicit operator bool() const { return lines_ != nullptr; }
-  lum_linux::ring *operator->() const { return lines_; }
+  ring *operator->() const { return lines_; }
 
  private:
   channel_slot *slot_;
-  lum_linux::ring *lines_ = nullptr;
+  ring *lines_ = nullptr;
 };
-
-std::unique_ptr<spdlog::formatter> line_formatter(const std::string &process_name,
-                                                  const std::string &channel_name) {
-  std::string fixed;
-  for (const char c : fmt::format("[{}] {}", process_name, channel_name)) {
-    fixed.append(c == '%' ? 2 : 1, c);
-  }
-  return std::make_unique<spdlog::pattern_formatter>("%Y-%m-%dT%H:%M:%S.%fZ " + fixed + " %v",
-                                                     spdlog::pattern_time_type::utc);
-}
 
 bool usable_name(const char *name) {
   if (name == nullptr) return false;
   const std::string_view text(name, strnlen(name, longest_name));
   return !text.empty() && text.size() < longest_name && text.front() != '.' &&
          text.find('/') == std::string_view::npos;
-}
-
-// Opens the channel's files. May throw.
-void open_files(channel &to_open) {
-  trace_channel_status &status = to_open.status;
-  // Either would hold up whoever traces, for long or until somebody reads.
-  if (lum_linux::folder_is_waited_for(status.file.parent_path())) {
-    throw spdlog::spdlog_ex("the disk of " + status.file.parent_path().string() +
-                            " does not answer");
-  }
-  std::error_code ignored;
-  if (std::filesystem::is_fifo(status.file, ignored)) {
-    throw spdlog::spdlog_ex(status.file.string() + " is a pipe");
-  }
-  // The current file and the one before it share the size.
-  to_open.sink = std::make_unique<spdlog::sinks::rotating_file_sink_st>(status.file.string(),
-                                                                        status.size / 2, 1);
-  to_open.sink->set_formatter(line_formatter(to_open.process_name, status.name));
-  to_open.file = identity_of(status.file);
-}
-
-// Does without files that failed; they are opened again some time later. Told when it begins, and
-// over when a line has been written: a file on a full disk can be opened.
-void give_up_files(channel &failing, const char *reason) {
-  failing.sink.reset();
-  const std::lock_guard hold(failing.state);
-  if (std::exchange(failing.status.reason, reason).empty()) {
-    system_log("trace channel " + failing.status.name + " cannot be written: " + reason);
-  }
-}
-
-// Looks now and then whether the files can be had, and whether they are still where they were:
-// lines in a file that was taken away are lost.
-void look_after_files(channel &tended) {
-  const auto now = steady_clock::now();
-  if (now < tended.look_at) return;
-  tended.look_at = now + look_after;
-  try {
-    if (tended.sink != nullptr && identity_of(tended.status.file) == tended.file) return;
-    tended.sink.reset();
-    open_files(tended);
-  } catch (const std::exception &failure) {
-    give_up_files(tended, failure.what());
-  }
 }
 
 ctrace_handle put_into_slot(std::shared_ptr<channel> opened) {
@@ -244,86 +167,23 @@ ctrace_handle put_into_slot(std::shared_ptr<channel> opened) {
   return 0;
 }
 
-std::chrono::system_clock::time_point moment(int64_t time_ns) {
-  return std::chrono::system_clock::time_point(
-      std::chrono::duration_cast<std::chrono::system_clock::duration>(
-          std::chrono::nanoseconds(time_ns)));
-}
-
-// The rest holds `files`.
-bool put(channel &to, std::chrono::system_clock::time_point time, spdlog::string_view_t line) {
-  look_after_files(to);
-  if (to.sink == nullptr) return false;
-  try {
-    to.sink->log({time, spdlog::source_loc{}, {}, spdlog::level::info, line});
-    to.sink->flush();
-    const std::lock_guard hold(to.state);
-    to.status.reason.clear();
-    return true;
-  } catch (const std::exception &failure) {
-    give_up_files(to, failure.what());
-    return false;
+// Has the channel's callers add to that ring from now on, and waits until none uses another.
+void have_callers_use(ring *lines, const channel &of) {
+  for (channel_slot &slot : facility().slots) {
+    const std::lock_guard hold(slot.lock);
+    if (slot.open.get() != &of) continue;
+    slot.lines.store(lines, std::memory_order_seq_cst);
+    while (slot.callers.load(std::memory_order_seq_cst) != 0) std::this_thread::yield();
   }
 }
 
-void write_line(channel &to, int64_t time_ns, const std::string &line) {
-  const bool is_written = put(to, moment(time_ns), line);
-  const std::lock_guard hold(to.state);
-  ++(is_written ? to.status.lines : to.status.failures);
-}
-
-std::string missing_lines(uint64_t count) {
-  return fmt::format("#0 [traces] {} lines are missing here: more came than could be written",
-                     count);
-}
-
-void write_missing(channel &to, int64_t time_ns, uint64_t count) {
-  if (count == 0) return;
-  put(to, moment(time_ns), missing_lines(count));
-  const std::lock_guard hold(to.state);
-  to.status.failures += count;
-}
-
-// Whether to go on without a record that is not there yet: one that is being written will be.
-bool is_given_up(channel &from) {
-  const auto now = steady_clock::now();
-  if (!from.waiting_since) from.waiting_since = now;
-  return now - *from.waiting_since > patience;
-}
-
-// Writes the ring's next line to the files. False when there is none, or none that is whole.
-bool write_next(channel &to) {
-  using namespace lum_linux::rings;
-  lum_linux::ring_reader reader = to.lines->reader();
-  const uint64_t head = to.lines->head(), end = units_of(head);
-  if (to.next == head) return false;
-  const uint64_t oldest = reader.oldest(head);
-  const uint64_t unit = std::max(units_of(to.next), oldest);
-  lum_linux::ring_line line;
-  if (!reader.read(unit, end, line)) {
-    const bool is_overrun = unit != units_of(to.next);
-    if (!is_overrun && !is_given_up(to)) return false;
-    if (!reader.find(unit, end, line)) {
-      line.time_ns =
-          std::chrono::system_clock::now().time_since_epoch() / std::chrono::nanoseconds(1);
-      line.count = count_of(head);
-      line.next = head;
+// Writes what there is, with the files held. Returns whether something is left.
+bool write_all(channel &one) {
+  try {
+    if (one.lines->is_lost()) {
+      const std::unique_ptr<ring> lost = renew_ring(one);
+      have_callers_use(one.lines.get(), one);
     }
-  }
-  to.waiting_since.reset();
-  write_missing(to, line.time_ns, (line.count - count_of(to.next)) & count_mask);
-  if (!line.text.empty()) write_line(to, line.time_ns, line.text);
-  to.next = line.next;
-  to.lines->set_written(to.next);
-  return true;
-}
-
-bool is_behind(const channel &one) { return one.next != one.lines->head(); }
-
-// Writes what there is. Returns whether something is left.
-bool drain(channel &one) {
-  const std::lock_guard hold(one.files);
-  try {
     while (write_next(one)) {
     }
   } catch (const std::exception &) {  // no memory; the next round
@@ -331,16 +191,46 @@ bool drain(channel &one) {
   return is_behind(one);
 }
 
-// Waits until what has been traced so far is in the files, or for a while.
+bool drain(channel &one) {
+  const std::lock_guard hold(one.files);
+  return write_all(one);
+}
+
+// A disk that has just kept somebody waiting is not waited for again.
+steady_clock::duration patience_now() {
+  const steady_clock::rep gave_up = facility().gave_up.load();
+  const steady_clock::time_point last{steady_clock::duration(gave_up)};
+  const bool is_patient = gave_up == 0 || steady_clock::now() - last > look_again;
+  return is_patient ? patience : steady_clock::duration();
+}
+
+void wake_writer() {
+  std::atomic<uint32_t> &sleeping = facility().sleeping;
+  if (sleeping.load(std::memory_order_seq_cst) == 0) return;
+  if (sleeping.exchange(0, std::memory_order_seq_cst) != 0) sleeping.notify_one();
+}
+
+bool has_writer() { return facility().writer_of.load() == ::getpid(); }
+
+// Waits until the writer has had its turn with what has been traced so far, or for a while.
 void flush(channel &one) {
-  const auto end = steady_clock::now() + patience + patience;
+  if (!has_writer()) {
+    drain(one);
+    return;
+  }
+  const auto end = steady_clock::now() + patience_now();
+  std::optional<uint64_t> wanted;
   for (;;) {
-    std::unique_lock hold(one.files, patience);
-    if (!hold) return;
-    while (write_next(one)) {
+    wake_writer();
+    if (const std::unique_lock hold(one.files, end); hold) {
+      if (!wanted) wanted = one.lines->head();
+      if (!is_before(one.next, *wanted)) return;
     }
-    if (!is_behind(one) || steady_clock::now() > end) return;
-    hold.unlock();
+    const auto now = steady_clock::now();
+    if (now >= end) {
+      facility().gave_up = now.time_since_epoch().count();
+      return;
+    }
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
 }
@@ -369,12 +259,6 @@ void write_on() {
   }
 }
 
-void wake_writer() {
-  std::atomic<uint32_t> &sleeping = facility().sleeping;
-  if (sleeping.load(std::memory_order_seq_cst) == 0) return;
-  if (sleeping.exchange(0, std::memory_order_seq_cst) != 0) sleeping.notify_one();
-}
-
 // A forked process has no writer until it opens a channel. Without a thread for it, lines are
 // written when the channels are tended.
 void start_writer() {
@@ -386,67 +270,6 @@ void start_writer() {
   } catch (const std::system_error &) {
     facility().writer_of = 0;
   }
-}
-
-std::filesystem::path ring_file(const channel &of) {
-  return of.status.file.parent_path() / (of.status.name + lum_linux::trace_ring_ending);
-}
-
-// Writes to the files what a process that ended without a word left in the channel's ring. Returns
-// why the ring's file has to stay as it is, else nothing.
-std::string recover(channel &into) {
-  const auto file = ring_file(into);
-  const int opened =
-      ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW);
-  if (opened < 0) return {};
-  const bool is_ours = ::flock(opened, LOCK_EX | LOCK_NB) == 0;
-  std::string problem;
-  if (is_ours) {
-    const lum_linux::trace_ring left = lum_linux::read_trace_ring(file);
-    into.sink->set_formatter(std::make_unique<spdlog::pattern_formatter>("%v"));
-    for (const auto &record : left.records) {
-      if (record.is_written || !problem.empty()) continue;
-      if (!put(into, moment(record.time_ns), record.line)) problem = into.status.reason;
-    }
-    if (into.sink) into.sink->set_formatter(line_formatter(into.process_name, into.status.name));
-  } else {
-    problem = "another process traces there";
-  }
-  ::close(opened);
-  return problem;
-}
-
-// Files first: without them the ring is in memory.
-void open_ring(channel &to_open) {
-  const trace_channel_status &status = to_open.status;
-  const lum_linux::ring_names names = {status.name, to_open.process_name, status.digest,
-                                       status.points};
-  if (to_open.sink == nullptr) {
-    to_open.lines = std::make_unique<lum_linux::ring>(status.size, names, "no files");
-    return;
-  }
-  if (std::string problem = recover(to_open); !problem.empty()) {
-    to_open.lines = std::make_unique<lum_linux::ring>(status.size, names, problem);
-  } else {
-    to_open.lines = std::make_unique<lum_linux::ring>(ring_file(to_open), status.size, names);
-  }
-  if (to_open.lines->problem().empty()) return;
-  system_log("trace channel " + status.name +
-             " keeps its latest lines in memory alone, where they end with the process: " +
-             to_open.lines->problem());
-}
-
-// Only a line that can be written shows that lines can, and this one says what is missing. May
-// throw.
-void try_again(channel &failing) {
-  std::string text;
-  {
-    const std::lock_guard hold(failing.state);
-    text = fmt::format("[traces] {} lines were not written so far, the latest: {}",
-                       failing.status.failures, failing.status.reason);
-  }
-  failing.look_at = {};
-  put(failing, std::chrono::system_clock::now(), lum_linux::printable_line(0, text, false));
 }
 
 }  // namespace
@@ -468,13 +291,7 @@ cerrno ctrace_open_internal(ctrace_handle *handle, const char *name, uint32_t si
     opened->status.points = points;
     opened->status.digest = digest;
     opened->process_name = facility().process_name;
-    try {
-      open_files(*opened);
-    } catch (const spdlog::spdlog_ex &failure) {
-      give_up_files(*opened, failure.what());
-    }
-    opened->look_at = steady_clock::now() + look_after;
-    open_ring(*opened);
+    open_channel(*opened);
     start_writer();
     const ctrace_handle placed = put_into_slot(std::move(opened));
     if (placed == 0) return EMFILE;
@@ -504,9 +321,7 @@ void ctrace_set_process_name(const char *name) {
       flush(*one);
       const std::unique_lock hold_files(one->files, patience);
       if (!hold_files) continue;
-      one->process_name = name;
-      one->lines->name_process(name);
-      if (one->sink != nullptr) one->sink->set_formatter(line_formatter(name, one->status.name));
+      name_process(*one, name);
     }
   } catch (const std::exception &) {  // the old name stays
   }
@@ -546,10 +361,9 @@ void ctrace_close(ctrace_handle handle) {
     slot->off_in = 0;
     closed = std::move(slot->open);
   }
-  try {
-    flush(*closed);
-  } catch (const std::exception &) {  // no memory for the last lines
-  }
+  // The writer does not come to it any more.
+  const std::unique_lock hold(closed->files, patience_now());
+  if (hold) write_all(*closed);
 }
 
 namespace lum_linux {
@@ -577,13 +391,14 @@ cerrno traces_enable(std::string_view channel_name, bool on) {
 void traces_tend() {
   try {
     for (const auto &one : open_channels()) {
-      if (facility().writer_of.load() != ::getpid()) drain(*one);
+      if (!has_writer()) drain(*one);
       {
         const std::lock_guard hold(one->state);
         if (!one->status.enabled || one->status.reason.empty()) continue;
       }
-      const std::lock_guard hold(one->files);
-      try_again(*one);
+      const std::unique_lock hold(one->files,
+                                  std::try_to_lock);  // the writer may wait for the disk
+      if (hold) try_again(*one);
     }
   } catch (const std::exception &) {  // the next time
   }

@@ -179,6 +179,35 @@ TEST_F(trace_rings, may_hold_anything) {
   }
 }
 
+// As somebody does who wants his disk back, with the channel open.
+TEST_F(trace_rings, whose_file_is_cut_short_cost_their_lines_and_nothing_else) {
+  const ctrace_handle handle = open();
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(ctrace_internal(handle, 1, 1, 1, "d", "before %d", i), 0u);
+    ctrace_dump(handle);
+    fs::resize_file(file, i == 1 ? 4096 : 0);
+    for (int line = 0; line < 50; ++line) {
+      EXPECT_EQ(ctrace_internal(handle, 1, 1, 1, "d", "with nothing there %d", line), 0u);
+    }
+    while (lines().back().find("cut the ring's file short") == std::string::npos) {
+      EXPECT_EQ(ctrace_internal(handle, 1, 0, 1, "", "more"), 0u);
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      if (lines().back().ends_with(" more")) break;
+    }
+    EXPECT_EQ(ctrace_internal(handle, 1, 1, 1, "d", "after %d", i), 0u);
+    ctrace_dump(handle);
+    const auto ring = read_trace_ring(file);
+    EXPECT_EQ(ring.problem, "");
+    ASSERT_FALSE(ring.records.empty());
+    EXPECT_TRUE(ring.records.back().line.ends_with("#1 after " + std::to_string(i)));
+  }
+  ctrace_close(handle);
+  const std::string written = contents(folder / "traces/lum_info.log");
+  for (const char *kept : {"#1 before 0", "#1 after 0", "#1 before 2", "#1 after 2"}) {
+    EXPECT_NE(written.find(kept), std::string::npos) << kept;
+  }
+}
+
 TEST_F(trace_rings, that_cannot_be_had_are_in_memory_and_that_is_said) {
   fs::create_directories(file);
   log_capture log;

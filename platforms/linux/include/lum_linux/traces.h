@@ -37,8 +37,8 @@ struct trace_channel_status {
 std::vector<trace_channel_status> traces_status();
 
 // Writes to the channels' files what has been traced so far, as ctrace_dump() does for one: lines
-// are put into a ring and written by a thread of the platform's. Waits for the disk, for two seconds
-// a channel.
+// are put into a ring and written by a thread of the platform's. Waits for the disk, for a second
+// and a half, and not again for ten seconds after that was in vain.
 void traces_flush();
 
 // Tries the channels again that could not be written, each with a line that says how many were
