@@ -2,7 +2,7 @@
 """What a polling cycle costs the whole driver while nobody looks and nothing happens: processor time
 by thread, wake-ups and private memory, beside the two reads of a module's pages that a poll stands on.
 
-usage: bench/polling_cycle.py --build BUILD [--seconds S] [--json FILE]
+usage: bench/polling_cycle.py --build BUILD [--seconds S] [--only PORTS:KIND ...] [--json FILE]
 """
 
 import argparse
@@ -99,12 +99,14 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n\n", 1)[0])
     parser.add_argument("--build", type=pathlib.Path, required=True)
     parser.add_argument("--seconds", type=int, default=40)
+    parser.add_argument("--only", nargs="+", metavar="PORTS:KIND",
+                        default=[f"{ports}:{backend}" for ports, backend in KINDS])
     parser.add_argument("--json", type=pathlib.Path)
     wanted = parser.parse_args()
     print("ports  modules    us a port and cycle  beside two preads  wake-ups a cycle  private kB")
     rows = []
-    for ports, backend in KINDS:
-        row = run(wanted.build.resolve(), ports, backend, wanted.seconds)
+    for ports, backend in (kind.split(":") for kind in wanted.only):
+        row = run(wanted.build.resolve(), int(ports), backend, wanted.seconds)
         rows.append(row)
         print(f"{ports:5}  {backend:9}  {row['us_a_port_and_cycle']:19.2f}  {row['ratio']:16.2f}x  "
               f"{row['wakeups_a_cycle']:16.1f}  {row['private_kb']:10}", flush=True)

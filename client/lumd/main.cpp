@@ -110,6 +110,7 @@ int run(const lum_linux::node_description &as_read, const command_line &chosen) 
   node->bring_up();
   reload_signal::listen([node, server, file = std::filesystem::absolute(chosen.config)] {
     reload_description(*node, *server, file);
+    node->look_soon();
   });
 
   watchdog guard(*node, *server);

@@ -25,7 +25,7 @@ class Surroundings(Actions):
 
     def test_its_threads_have_their_names(self):
         self.begin()
-        for name in ("lumd-cages", "lumd-feed", "lum-store", "lum_dom_thread"):
+        for name in ("lumd-look", "lum-store", "lum_dom_thread"):
             self.assertIn(name, self.threads())
 
     @unittest.skipIf(os.environ.get("LUM_SANITIZE") == "thread",

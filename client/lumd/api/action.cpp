@@ -1,6 +1,7 @@
 #include "api/action.h"
 
 #include "lum_linux/lanes.h"
+#include "node/driver.h"
 #include "node/hold_up.h"
 #include "views/action_view.h"
 
@@ -39,7 +40,12 @@ std::string post_work(action_lane lane, std::function<void()> work) {
 
 api_reply act(driver &node, action_lane lane, std::chrono::milliseconds bound,
               std::function<api_reply()> work) {
-  const auto task = std::make_shared<std::packaged_task<api_reply()>>(std::move(work));
+  const auto task =
+      std::make_shared<std::packaged_task<api_reply()>>([&node, work = std::move(work)] {
+        api_reply reply = work();
+        node.look_soon();
+        return reply;
+      });
   std::future<api_reply> reply = task->get_future();
   if (const auto refused = post_work(lane, [task] { (*task)(); }); !refused.empty()) {
     return refuse(503, refused);

@@ -6,6 +6,7 @@
 #include "api/entity_tag.h"
 #include "api/query.h"
 #include "json/read.h"
+#include "node/driver.h"
 #include "node/split.h"
 
 namespace lumd {
@@ -53,7 +54,9 @@ api_reply answer_by(driver &node, const route &chosen,
   if (const auto wrong = read_request(request, chosen, query_text, parsed); !wrong.empty()) {
     return refuse(400, wrong);
   }
-  return chosen.handle(node, parsed);
+  api_reply reply = chosen.handle(node, parsed);
+  if (request.method != "GET") node.look_soon();
+  return reply;
 }
 
 // What `allow` names is what a path takes that the method is not among.

@@ -58,7 +58,7 @@ std::string hand_on(driver &node, const lum_linux::port_description &port,
     return "it shows once the port's module has been polled" +
            (at.reason.empty() ? "" : ": " + at.reason);
   }
-  const cerrno rc = node.feed().hand_on(*at.copy, place.sub_port, *at.polled, true);
+  const cerrno rc = node.feed().hand_on_for_test(*at.copy, place.sub_port, *at.polled);
   return CERR_IS_OK(rc) ? "" : "it shows with the next polling cycle";
 }
 

@@ -1,6 +1,5 @@
 #include "node/cages.h"
 
-#include <algorithm>
 #include <chrono>
 
 #include "lum.h"
@@ -16,18 +15,13 @@ using clock = std::chrono::steady_clock;
 constexpr unsigned most_attempts = 5;
 constexpr std::chrono::seconds between_attempts(2);
 
-// What the library knows of a port whose module may be told of.
-const port_facts *find_settled(const std::vector<port_facts> &ports, uint32_t rsip) {
-  const auto found = std::lower_bound(ports.begin(), ports.end(), rsip,
-                                      [](const auto &one, uint32_t key) { return one.rsip < key; });
-  const bool is_there = found != ports.end() && found->rsip == rsip;
-  return is_there && found->created && !found->going ? &*found : nullptr;
+bool is_read_by_halves(const cage &seen) {
+  return seen.incomplete && seen.attempts < most_attempts;
 }
 
 // What could not be read is read again once the module answers.
-bool is_to_be_read_again(const cage &seen, const lum_linux::module_status &module) {
-  return seen.incomplete && seen.attempts < most_attempts &&
-         module.statistics.last_success > module.statistics.last_failure &&
+bool is_to_be_read_again(const cage &seen, const lum_linux::module_glimpse &module) {
+  return is_read_by_halves(seen) && !module.failed_last &&
          clock::now() - seen.begun > between_attempts;
 }
 
@@ -66,10 +60,14 @@ void cage_watch::renew_all() {
   for (auto &[rsip, one] : cages_) one.begun = clock::now();
 }
 
-void cage_watch::look(const lum_linux::node_description &node) {
-  modules_.look();
-  const auto facts = facts_of_ports();
-  for (const lum_linux::port_description *port : node.ports()) look_at(*port, facts);
+bool cage_watch::compare(const lum_linux::node_description &node,
+                         const std::vector<port_words> &words) {
+  bool is_under_way = false;
+  for (const lum_linux::port_description *port : node.ports()) {
+    const port_words *known = find_words(words, port->rsip);
+    is_under_way = look_at(*port, known ? *known : port_words()) || is_under_way;
+  }
+  return is_under_way;
 }
 
 cage cage_watch::seen(uint32_t rsip) const {
@@ -80,38 +78,43 @@ cage cage_watch::seen(uint32_t rsip) const {
   return result;
 }
 
-void cage_watch::look_at(const lum_linux::port_description &port,
-                         const std::vector<port_facts> &facts) {
-  const uint32_t rsip = port.rsip;
-  const auto module = modules_.status(rsip);
-  if (module) tell_way(port, module->way);
-  const port_facts *known = find_settled(facts, rsip);
-  if (!module || !module->is_known() || !known) return;
-  if (readers_.in_lane(rsip) > 0) return;
-
-  const cage before = seen(rsip);
-  const bool is_another = module->present && module->insertion != before.insertion;
-  // The library takes a cage for filled each time its controllers are confirmed, so what it
-  // believes is compared, not only what has changed in the cage.
-  const bool believed = known->inserted;
-  const bool has_gone = believed && (!module->present || is_another);
-  const bool has_come = module->present && (!believed || is_another);
-  const bool to_be_read = has_come || (module->present && is_to_be_read_again(before, *module));
-  if (has_gone || to_be_read) {
-    // Whoever was reading it may have ended since the facts were gathered.
-    const auto copy = copy_port(rsip);
-    if (!copy || (copy->data.inserted != 0) != believed) return;
-    tell_library(rsip, has_gone, to_be_read);
-  }
-
+std::chrono::steady_clock::time_point cage_watch::begun(uint32_t rsip) const {
   std::lock_guard lock(mutex_);
-  cage &now = cages_[rsip];
-  if (has_gone || to_be_read) now.begun = clock::now();
-  if (to_be_read) now.attempts = has_come ? 1 : now.attempts + 1;
-  now.present = module->present;
+  const auto found = cages_.find(rsip);
+  return found == cages_.end() ? clock::time_point() : found->second.begun;
 }
 
-void cage_watch::tell_way(const lum_linux::port_description &port, const std::string &way) {
+bool cage_watch::look_at(const lum_linux::port_description &port, const port_words &words) {
+  const uint32_t rsip = port.rsip;
+  const auto module = modules_.glimpse(rsip);
+  tell_way(port, module.way);
+  if (!module.known || !words.facts.created || words.facts.going) return false;
+
+  std::unique_lock lock(mutex_);
+  const cage before = cages_[rsip];
+  lock.unlock();
+  const bool is_another = module.present && module.insertion != before.insertion;
+  // The library takes a cage for filled each time its controllers are confirmed, so what it
+  // believes is compared, not only what has changed in the cage.
+  const bool believed = words.facts.inserted;
+  const bool has_gone = believed && (!module.present || is_another);
+  const bool has_come = module.present && (!believed || is_another);
+  const bool to_be_read = has_come || (module.present && is_to_be_read_again(before, module));
+  if (!has_gone && !to_be_read) return module.present && is_read_by_halves(before);
+  if (readers_.in_lane(rsip) > 0) return true;
+
+  // Whoever was reading it may have ended since the words were gathered.
+  const auto copy = copy_port(rsip);
+  if (!copy || (copy->data.inserted != 0) != believed) return true;
+  tell_library(rsip, has_gone, to_be_read);
+  lock.lock();
+  cage &now = cages_[rsip];
+  now.begun = clock::now();
+  if (to_be_read) now.attempts = has_come ? 1 : now.attempts + 1;
+  return true;
+}
+
+void cage_watch::tell_way(const lum_linux::port_description &port, std::string_view way) {
   if (way.empty() || ways_[port.rsip] == way) return;
   ways_[port.rsip] = way;
   say("port {}: {} is read by {}", port.name, port.module.i2c_bus.native(), way);

@@ -7,6 +7,7 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "lum_linux/modules.h"
@@ -19,7 +20,6 @@ namespace lumd {
 struct cage {
   // Polls from then on are of the module that is there, and nothing has cleared what they stored.
   std::chrono::steady_clock::time_point begun{};
-  bool present = true;      // until it has been looked into
   uint64_t insertion = 0;   // of the module whose identity was asked for last
   bool being_read = false;  // the identity of a module that has just come
   // Not all of that could be read: which memory map the module has is not known either.
@@ -41,23 +41,25 @@ class cage_watch {
   void forget_all();
   void renew_all();
 
-  // Looks at every cage once. Waits a moment for modules that do not answer; what the library reads
-  // of a module that has come or gone, it reads on a thread of its own. One thread at a time.
-  // `node` has the ports' names as they are now.
-  void look(const lum_linux::node_description &node);
+  // Compares what is known of every cage with what the library takes it for; what the library reads
+  // of a module that has come or gone, it reads on a thread of its own. Returns whether something
+  // of that is under way. One thread at a time. `node` has the ports' names as they are now.
+  bool compare(const lum_linux::node_description &node, const std::vector<port_words> &words);
 
   cage seen(uint32_t rsip) const;
+  // Of that, from when on polls count.
+  std::chrono::steady_clock::time_point begun(uint32_t rsip) const;
 
  private:
-  void look_at(const lum_linux::port_description &port, const std::vector<port_facts> &facts);
-  void tell_way(const lum_linux::port_description &port, const std::string &way);
+  bool look_at(const lum_linux::port_description &port, const port_words &words);
+  void tell_way(const lum_linux::port_description &port, std::string_view way);
   void tell_library(uint32_t rsip, bool has_gone, bool to_be_read);
 
   lum_linux::modules &modules_;
   mutable std::mutex mutex_;  // guards the cages, and is never held while waiting
   std::map<uint32_t, cage> cages_;
-  std::map<uint32_t, std::string> ways_;  // told last; of the one thread that looks
-  mutable lum_linux::lanes readers_;      // a lane for each port
+  std::map<uint32_t, std::string_view> ways_;  // told last; of the one thread that looks
+  mutable lum_linux::lanes readers_;           // a lane for each port
 };
 
 }  // namespace lumd

@@ -9,6 +9,9 @@
 namespace lumd {
 namespace {
 
+// A batch has been counted by then.
+constexpr std::chrono::milliseconds counting_bound(900);
+
 // Those that exist and stay: the ports of a deletion are not polled any more.
 std::size_t controllers_to_poll() {
   const auto ports = copy_ports();
@@ -24,10 +27,13 @@ uint8_t counted_controllers() {
   return __atomic_load_n(&lum_get_ctx()->controller_count, __ATOMIC_RELAXED);
 }
 
-void controller_count_watch::look() {
+bool controller_count_watch::look() {
   const std::size_t existing = counted_controllers() == 0 ? controllers_to_poll() : 0;
   const bool seen = existing != 0;
-  if (seen && seen_before_ && !halted_) {
+  const auto now = std::chrono::steady_clock::now();
+  if (!seen) seen_since_.reset();
+  if (seen && !seen_since_) seen_since_ = now;
+  if (seen && now - *seen_since_ >= counting_bound && !halted_) {
     halted_ = true;
     say("the library counts no controllers although there are {}: no module is polled; a replay "
         "ends that, or with 128 ports the deletion of one",
@@ -37,7 +43,7 @@ void controller_count_watch::look() {
     say("the library counts {} controllers: {}", counted_controllers(),
         counted_controllers() == 0 ? "there are none left to poll" : "modules are polled again");
   }
-  seen_before_ = seen;
+  return seen;
 }
 
 }  // namespace lumd

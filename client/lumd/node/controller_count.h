@@ -3,7 +3,9 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <optional>
 
 namespace lumd {
 
@@ -12,15 +14,16 @@ uint8_t counted_controllers();
 class controller_count_watch {
  public:
   // Compares the count with the ports there are, and says when polling halts and when it goes on.
-  // To be called every second or so, from one thread at a time: the library counts a batch a moment
-  // after it has been sent, so only what holds twice in a row is taken for halted.
-  void look();
+  // From one thread at a time. The library counts a batch a moment after it has been sent, so only
+  // what has held for about a second is taken for halted. Returns whether the next look is wanted
+  // by then.
+  bool look();
 
   // Nothing is polled: the count is 0, and there are ports that ought to be polled.
   bool halts_polling() const { return halted_; }
 
  private:
-  bool seen_before_ = false;
+  std::optional<std::chrono::steady_clock::time_point> seen_since_;
   std::atomic<bool> halted_{false};
 };
 

@@ -9,6 +9,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <vector>
 
 #include "cerr.h"
 #include "node/polling_clock.h"
@@ -28,19 +29,19 @@ class data_feed {
  public:
   explicit data_feed(driver &node) : node_(node) {}
 
-  // Feeds the controllers of every module that has been polled since it was fed last: a module that
-  // is not polled, or fails, adds nothing to the averages. Waits for nothing: what is not fed while
-  // somebody holds the feed, is fed with the next call. One thread at a time.
-  void feed_polled();
+  // Gathers the ports' words, and feeds the controllers of every module that has been polled since
+  // it was fed last: a module that is not polled, or fails, adds nothing to the averages. Waits for
+  // nothing: what is not fed while somebody holds the feed, is fed with the next call. Returns
+  // whether all that was polled has been fed. One thread at a time. May throw std::bad_alloc.
+  bool feed_polled(std::vector<port_words> &words);
 
   // Nothing is fed while this is held: what the library has polled is being cleared, or a test
   // changes what it adds to it.
   [[nodiscard]] std::unique_lock<std::mutex> hold() { return std::unique_lock(feeding_); }
 
-  // Hands on to one controller what `poll` has stored. The caller holds the feed. What goes out for
-  // a test is marked as that, also when the test adds nothing.
-  cerrno hand_on(const port_copy &port, std::size_t sub_port, const module_poll &poll,
-                 bool for_test = false);
+  // Hands on to one controller what `poll` has stored. The caller holds the feed. What goes out is
+  // marked as a test's, also when the test adds nothing.
+  cerrno hand_on_for_test(const port_copy &port, std::size_t sub_port, const module_poll &poll);
 
   // How often anything has been handed on.
   uint64_t handed_on() const { return handed_on_; }
@@ -49,7 +50,9 @@ class data_feed {
   std::optional<fed_poll> fed(uint32_t ifhandle) const;
 
  private:
-  void forget_all_but(const std::map<uint32_t, port_copy> &ports);
+  cerrno hand_on(const port_words::controller &to, const module_poll &poll, bool for_test);
+  void feed(const port_words &port, bool is_at_rest);
+  void forget_all_but(const std::vector<port_words> &ports);
 
   driver &node_;
   std::mutex feeding_;

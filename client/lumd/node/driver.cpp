@@ -1,5 +1,6 @@
 #include "node/driver.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <thread>
@@ -19,14 +20,15 @@ namespace {
 
 using lum_linux::periodic;
 
-constexpr const char *cage_thread_name = "lumd-cages";
-constexpr const char *feed_thread_name = "lumd-feed";
-constexpr std::chrono::seconds cage_period(1);
-constexpr unsigned rounds_of_a_led = 5;  // those that are well are read in every such round
-constexpr const char *event_thread_name = "lumd-events";
+using std::chrono::milliseconds;
+
+constexpr const char *look_thread_name = "lumd-look";
+// Between two looks while anything is under way or a cage has no module, and at most while not.
+constexpr milliseconds look_period(1000);
+constexpr milliseconds long_look_period(6000);
+constexpr milliseconds led_period(4500);  // of those that are well; less than a polling cycle
+constexpr std::chrono::seconds lively_for(3);
 constexpr const char *records_name = "records.db";
-constexpr std::chrono::seconds feed_period(1);
-constexpr std::chrono::seconds event_period(1);
 // So long may the disk keep the driver from what earlier events were, and at its end from the last.
 constexpr std::chrono::milliseconds reading_limit(2000);
 constexpr std::chrono::milliseconds keeping_limit(300);
@@ -89,20 +91,46 @@ void driver::bring_up() {
                             lum_wording::counted(node().ports().size(), "port"),
                             restarted_ ? "warm" : "cold");
   events_.add(std::move(starts), "driver");
-  event_watch_.look();  // what is wrong from the start is told first
-  cage_thread_ = std::make_unique<periodic>(cage_thread_name, cage_period, [this] {
-    cages_.look(node());
-    if (cage_rounds_++ % rounds_of_a_led == 0 || platform_->leds().in_trouble()) {
-      platform_->leds().look();
-    }
-  });
-  feed_thread_ = std::make_unique<periodic>(feed_thread_name, feed_period, [this] {
-    feed_.feed_polled();
-    count_.look();
-  });
-  event_thread_ = std::make_unique<periodic>(
-      event_thread_name, event_period, [this] { event_watch_.look(); }, event_period);
+  gather_words(words_);
+  event_watch_.look(words_);  // what is wrong from the start is told first
+  look_thread_ = new periodic(
+      look_thread_name, [this] { return look(); }, look_period);
   std::thread([this] { create_ports_whatever_happens(); }).detach();
+}
+
+// One pass over the ports: cages, the feed, LEDs, and what of all that is told. Returns how long
+// the next one can wait: until the next polling cycle has ended, when nothing else is to be seen.
+milliseconds driver::look() {
+  lum_linux::modules &modules = platform_->modules();
+  modules.look();
+  bool is_under_way = !feed_.feed_polled(words_);
+  is_under_way = cages_.compare(node(), words_) || is_under_way;
+  is_under_way = count_.look() || is_under_way;
+  look_at_leds();
+  is_under_way = event_watch_.look(words_) || is_under_way;
+  if (const uint64_t last = events_.last(); last != kept_up_to_) {
+    kept_up_to_ = last;
+    records_.hasten();
+  }
+  const auto now = std::chrono::steady_clock::now();
+  const auto due = polling_.next_end();
+  if (is_under_way || !brought_up_ || !due || now < lively_until_.load()) return look_period;
+  const auto rest = std::min(std::chrono::ceil<milliseconds>(*due - now), long_look_period);
+  const bool is_known_until_then = modules.unasked_for() > rest && !platform_->leds().in_trouble();
+  return is_known_until_then ? rest : std::min(rest, look_period);
+}
+
+void driver::look_at_leds() {
+  const auto now = std::chrono::steady_clock::now();
+  const bool due = !leds_looked_at_ || now - *leds_looked_at_ >= led_period;
+  if (!due && !platform_->leds().in_trouble()) return;
+  leds_looked_at_ = now;
+  platform_->leds().look();
+}
+
+void driver::look_soon() {
+  lively_until_ = std::chrono::steady_clock::now() + lively_for;
+  if (periodic *thread = look_thread_) thread->hasten();
 }
 
 // Without memory for it, what is missing is created a little later.
@@ -139,15 +167,13 @@ std::chrono::system_clock::time_point driver::started() const {
 
 std::map<std::string, std::chrono::steady_clock::duration> driver::rounds() const {
   std::map<std::string, std::chrono::steady_clock::duration> ages;
-  if (cage_thread_) ages[cage_thread_name] = cage_thread_->since_round();
-  if (feed_thread_) ages[feed_thread_name] = feed_thread_->since_round();
-  if (event_thread_) ages[event_thread_name] = event_thread_->since_round();
+  if (const periodic *thread = look_thread_) ages[look_thread_name] = thread->since_round();
   return ages;
 }
 
 // Once nothing adds to them any more but what is left behind.
 void driver::end_events() {
-  if (event_thread_ && !event_thread_->stop()) return;
+  if (periodic *thread = look_thread_; thread && !thread->stop()) return;
   event stops;
   stops.kind = name_of(lum_words::events, lum_words::event_id::driver_stopped);
   stops.text = "the driver has been told to stop";
@@ -164,8 +190,6 @@ void driver::stop() {
     say("port {}: a transfer has not ended for {} s; it is left to the kernel", port->name,
         std::chrono::duration_cast<std::chrono::seconds>(module->busy_for).count());
   }
-  if (cage_thread_) cage_thread_->stop();
-  if (feed_thread_) feed_thread_->stop();
   end_events();
   platform_->stop(std::chrono::seconds(2));
   for (const ctrace_handle channel : {ct_err, ct_info, ct_debug, ct_periodic}) {

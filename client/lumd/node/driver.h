@@ -6,7 +6,9 @@
 #include <chrono>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "lum_linux/periodic.h"
 #include "lum_linux/platform.h"
@@ -78,6 +80,10 @@ class driver {
   // Every port of the description has been asked for since the start.
   bool is_brought_up() const { return brought_up_; }
 
+  // Something has been done to the node: what came of it is looked at at once, and each second for
+  // a while. Any thread; waits for nothing but a short lock.
+  void look_soon();
+
   // How long ago each of the driver's own threads came round, by its name.
   std::map<std::string, std::chrono::steady_clock::duration> rounds() const;
 
@@ -87,6 +93,8 @@ class driver {
 
  private:
   driver(std::unique_ptr<lum_linux::platform> platform, const lum_linux::node_description &as_read);
+  std::chrono::milliseconds look();
+  void look_at_leds();
   void create_ports_whatever_happens();
   void create_ports();
   void end_events();
@@ -108,10 +116,12 @@ class driver {
   reading_history history_;
   record_keeper records_;
   event_watch event_watch_;
-  unsigned cage_rounds_ = 0;  // of the cages' thread
-  std::unique_ptr<lum_linux::periodic> cage_thread_;
-  std::unique_ptr<lum_linux::periodic> feed_thread_;
-  std::unique_ptr<lum_linux::periodic> event_thread_;
+  // Of the thread that looks, and of the one that starts it before that.
+  std::vector<port_words> words_;
+  std::optional<std::chrono::steady_clock::time_point> leds_looked_at_;
+  uint64_t kept_up_to_ = 0;  // the number of the last event that the keeper was told of
+  std::atomic<std::chrono::steady_clock::time_point> lively_until_{};
+  std::atomic<lum_linux::periodic *> look_thread_{nullptr};  // lives until the process ends
 };
 
 }  // namespace lumd

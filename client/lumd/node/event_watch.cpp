@@ -26,6 +26,10 @@ constexpr std::chrono::seconds late_limit(2);
 // Ports that have not come up by then are told as what they are.
 constexpr std::chrono::seconds settling_limit(30);
 constexpr std::chrono::seconds comparing_period(5);
+constexpr std::chrono::seconds long_comparing_period(60);
+// Polling that is quiet for longer stands still.
+constexpr std::chrono::seconds standing_limit(8);
+constexpr uint64_t lively_cycles = 3;
 // As many events of a kind may be told in one look, each on a line of its own.
 constexpr std::size_t most_lines = 10;
 constexpr std::size_t most_names = 20;
@@ -88,44 +92,71 @@ std::string place_of(const event &one) {
 event_watch::event_watch(driver &node, event_log &events)
     : node_(node), events_(events), outlets_(node.node()) {}
 
-void event_watch::look() {
-  auto now = outline_now();
-  if (!is_at_rest(now)) {
-    outline_ = std::move(now);
+bool event_watch::look(const std::vector<port_words> &words) {
+  gather(words, now_);
+  const bool has_changed = now_ != outline_;
+  std::swap(outline_, now_);
+  const uint64_t cycles = node_.polling().standing().cycles;
+  if (has_changed) changed_in_ = cycles;
+  const bool under_way = is_under_way(outline_);
+  if (has_changed || under_way || is_to_be_compared()) {
     compared_at_ = clock::now();
-    compare();
+    compared_in_ = cycles;
+    handed_on_ = node_.feed().handed_on();
+    compare_ports();
   }
+  see_findings(findings_beside_ports(node_), others_);
+  see_interface_manager();
+  see_polling();
   events_.sum_up();
   tell();
+  return has_changed || under_way || events_.holds_back();
 }
 
-event_watch::outline event_watch::outline_now() {
-  outline now;
-  now.ports = facts_of_ports();
+void event_watch::gather(const std::vector<port_words> &words, outline &now) const {
+  now.ports.clear();
+  now.alarms.clear();
+  for (const port_words &port : words) {
+    now.ports.push_back(port.facts);
+    for (const auto &one : port.controllers) {
+      now.alarms.push_back(lum_linux::ptah_bitmap(one.ifhandle));
+    }
+  }
+  now.modules.clear();
+  now.upgrades.clear();
   for (const port_description *port : node_.node().ports()) {
     now.modules.push_back(node_.platform().modules().glimpse(port->rsip));
     now.upgrades.push_back(node_.platform().fw_upgrade(port->rsip));
   }
   now.manager = node_.platform().im().statistics();
-  const polling_report polling = node_.polling().report();
-  now.cycles = polling.cycles;
-  now.paused = polling.paused;
-  now.handed_on = node_.feed().handed_on();
+  now.halted = node_.count().halts_polling();
+  now.paused = node_.polling().report().paused;
   now.led_trouble = node_.platform().leds().in_trouble();
-  return now;
 }
 
-// Nothing has changed, nothing is under way, and what only time changes can wait.
-bool event_watch::is_at_rest(const outline &now) const {
+bool event_watch::is_under_way(const outline &now) const {
   const auto passes = [](const port_facts &port) { return !port.created || port.going; };
-  return settled_ && now == outline_ && now.manager.pending == 0 &&
-         std::none_of(now.ports.begin(), now.ports.end(), passes) &&
-         std::none_of(now.modules.begin(), now.modules.end(),
-                      [](const auto &module) { return module.busy || !module.known; }) &&
-         clock::now() - *compared_at_ < comparing_period;
+  return !settled_ || now.manager.pending != 0 ||
+         std::any_of(now.ports.begin(), now.ports.end(), passes) ||
+         std::any_of(now.modules.begin(), now.modules.end(),
+                     [](const auto &module) { return module.busy || !module.known; });
 }
 
-void event_watch::compare() {
+// A port that has come needs a few cycles until all is known of it; what then changes with time
+// alone is polling that stands, which is told at once, and ports that it passes by.
+bool event_watch::is_to_be_compared() {
+  const auto since = compared_at_ ? clock::now() - *compared_at_ : clock::duration::max();
+  if (since >= long_comparing_period) return true;
+  const auto polling = node_.polling().report();
+  if (polling.quiet_for > standing_limit || outline_.led_trouble) {
+    return since >= comparing_period;
+  }
+  if (polling.cycles > changed_in_ + lively_cycles) return false;
+  return polling.cycles != compared_in_ || node_.feed().handed_on() != handed_on_ ||
+         since >= comparing_period;
+}
+
+void event_watch::compare_ports() {
   const auto snapshots = look_at_ports(node_);
   for (const port_description *port : node_.node().ports()) {
     const port_snapshot &at = snapshots.at(port->rsip);
@@ -135,9 +166,7 @@ void event_watch::compare() {
     see_alarms(*port, at, known);
   }
   see_settled(snapshots);
-  see_findings(findings_of(node_, snapshots));
-  see_interface_manager();
-  see_polling();
+  see_findings(findings_of_ports(node_, snapshots), findings_);
 }
 
 void event_watch::tell_the_rest() {
@@ -227,7 +256,9 @@ void event_watch::see_alarms(const port_description &port, const port_snapshot &
 }
 
 // A finding is known again by what it is of: its reason may tell how long it has lasted.
-void event_watch::see_findings(const std::vector<finding> &found) {
+void event_watch::see_findings(const std::vector<finding> &found,
+                               std::map<std::string, finding> &known) {
+  if (found.empty() && known.empty()) return;
   std::map<std::string, finding> now;
   for (const finding &one : found) {
     if (is_told_otherwise(one)) continue;
@@ -236,19 +267,19 @@ void event_watch::see_findings(const std::vector<finding> &found) {
     now.emplace(std::move(key), one);
   }
   for (const auto &[key, one] : now) {
-    if (findings_.contains(key)) continue;
+    if (known.contains(key)) continue;
     event began = make_event(one.kind, one.how_bad, fmt::format("{}: {}", one.kind, one.reason));
     began.port = one.port;
     events_.add(std::move(began), "finding " + key);
   }
-  for (const auto &[key, one] : findings_) {
+  for (const auto &[key, one] : known) {
     if (now.contains(key)) continue;
     event over = make_event(event_id::over, severity::ok, fmt::format("{} is over", one.kind));
     over.port = one.port;
     over.details = {{"finding", std::string(one.kind)}};
     events_.add(std::move(over), "finding " + key);
   }
-  findings_ = std::move(now);
+  known = std::move(now);
 }
 
 void event_watch::see_interface_manager() {
@@ -314,6 +345,7 @@ void event_watch::see_settled(const std::map<uint32_t, port_snapshot> &snapshots
 // Of many that say the same of many ports, the ports alone.
 void event_watch::tell() {
   const auto fresh = events_.untold();
+  if (fresh.empty()) return;
   std::map<std::string, std::vector<const event *>> alike;
   for (const event &one : fresh) alike[one.kind + " " + one.text].push_back(&one);
   for (const event &one : fresh) {

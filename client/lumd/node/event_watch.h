@@ -24,9 +24,11 @@ class event_watch {
   // Both must live as long as the watch.
   event_watch(driver &node, event_log &events);
 
-  // Compares the node with what it was at the last look, and tells what has come in since then. A
-  // node whose outline is as it was is compared every five seconds only.
-  void look();
+  // Compares the node with what it was at the last look, and tells what has come in since then.
+  // What is not a port's own is compared each time; the ports of a node whose outline is as it was,
+  // each minute, and each cycle for some cycles behind a change. `words` are the ports' as they are
+  // now. Returns whether something is under way, so that the next look is wanted within a second.
+  bool look(const std::vector<port_words> &words);
 
   // Tells what has come in, and all that has been held back because it came too fast.
   void tell_the_rest();
@@ -45,25 +47,26 @@ class event_watch {
     std::vector<port_facts> ports;
     std::vector<lum_linux::module_glimpse> modules;  // of the description's ports
     std::vector<uint32_t> upgrades;
+    std::vector<uint64_t> alarms;  // of the ports' controllers, as stored
     lum_linux::im_statistics manager;
-    uint64_t cycles = 0;
-    uint64_t handed_on = 0;
+    bool halted = false;  // the library's count keeps it from polling
     bool paused = false;
     bool led_trouble = false;
 
     bool operator==(const outline &) const = default;
   };
 
-  outline outline_now();
-  bool is_at_rest(const outline &now) const;
-  void compare();
+  void gather(const std::vector<port_words> &words, outline &now) const;
+  bool is_under_way(const outline &now) const;
+  bool is_to_be_compared();
+  void compare_ports();
   void see_module(const lum_linux::port_description &port, const port_snapshot &at,
                   known_port &known);
   void see_state(const lum_linux::port_description &port, const port_snapshot &at,
                  known_port &known);
   void see_alarms(const lum_linux::port_description &port, const port_snapshot &at,
                   known_port &known);
-  void see_findings(const std::vector<finding> &found);
+  void see_findings(const std::vector<finding> &found, std::map<std::string, finding> &known);
   void see_interface_manager();
   void see_polling();
   void see_settled(const std::map<uint32_t, port_snapshot> &snapshots);
@@ -71,11 +74,16 @@ class event_watch {
 
   driver &node_;
   event_log &events_;
-  outline outline_;  // before the node was compared last
-  std::optional<std::chrono::steady_clock::time_point> compared_at_;
+  outline outline_;                                                   // at the last look
+  outline now_;                                                       // and at this one
+  std::optional<std::chrono::steady_clock::time_point> compared_at_;  // the ports
+  uint64_t compared_in_ = 0;                                          // with so many cycles ended
+  uint64_t handed_on_ = 0;                                            // and so much handed on
+  uint64_t changed_in_ = 0;  // cycles ended when the outline was another last
   event_outlets outlets_;
   std::map<uint32_t, known_port> ports_;     // by rsip
-  std::map<std::string, finding> findings_;  // by kind, port and place among those
+  std::map<std::string, finding> findings_;  // of ports, by kind, port and place among those
+  std::map<std::string, finding> others_;    // and of the rest
   lum_linux::im_statistics manager_;
   std::chrono::steady_clock::time_point answered_at_ = std::chrono::steady_clock::now();
   bool unanswered_ = false;

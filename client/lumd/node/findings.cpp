@@ -139,10 +139,25 @@ void add_troubles(driver &node, collection &found) {
 std::vector<finding> findings_of(driver &node) { return findings_of(node, look_at_ports(node)); }
 
 std::vector<finding> findings_of(driver &node, const std::map<uint32_t, port_snapshot> &snapshots) {
+  auto all = findings_beside_ports(node);
+  for (finding &one : findings_of_ports(node, snapshots)) all.push_back(std::move(one));
+  std::stable_sort(all.begin(), all.end(),
+                   [](const finding &a, const finding &b) { return a.how_bad > b.how_bad; });
+  return all;
+}
+
+std::vector<finding> findings_beside_ports(driver &node) {
   collection found;
   add_driver(node, found);
   add_store(node, found);
   add_records(node, found);
+  add_traces(found);
+  return found.all;
+}
+
+std::vector<finding> findings_of_ports(driver &node,
+                                       const std::map<uint32_t, port_snapshot> &snapshots) {
+  collection found;
   for (const port_description *port : node.node().ports()) {
     const port_snapshot &at = snapshots.at(port->rsip);
     // A place that cannot be reached is told as what it is.
@@ -150,9 +165,6 @@ std::vector<finding> findings_of(driver &node, const std::map<uint32_t, port_sna
     add_alarms(node, *port, at, found);
   }
   add_troubles(node, found);
-  add_traces(found);
-  std::stable_sort(found.all.begin(), found.all.end(),
-                   [](const finding &a, const finding &b) { return a.how_bad > b.how_bad; });
   return found.all;
 }
 

@@ -29,5 +29,10 @@ struct finding {
 std::vector<finding> findings_of(driver &node);
 // The same, of ports that have been looked at just now.
 std::vector<finding> findings_of(driver &node, const std::map<uint32_t, port_snapshot> &snapshots);
+// Of those, what is not a port's own: of the driver, the stores and the traces. In no order.
+std::vector<finding> findings_beside_ports(driver &node);
+// And the rest, of ports that have been looked at just now. In no order.
+std::vector<finding> findings_of_ports(driver &node,
+                                       const std::map<uint32_t, port_snapshot> &snapshots);
 
 }  // namespace lumd

@@ -18,6 +18,8 @@ constexpr std::chrono::seconds period(5);
 // it read, then for that moment the poll before is shown with the age of this one.
 constexpr std::chrono::milliseconds quiet(300);
 constexpr std::chrono::milliseconds long_quiet(4500);
+// By so much may a cycle end later than the pace of the last two says.
+constexpr std::chrono::milliseconds quiet_slack(200);
 // A visit ends with its first failed transfer; after two good ones it stores what it has read.
 constexpr unsigned blocks_of_a_poll = 2;
 
@@ -101,6 +103,21 @@ std::chrono::steady_clock::duration polling_clock::last_pass() {
   std::lock_guard lock(mutex_);
   end_when_quiet(clock::now());
   return last_ ? last_->ended - last_->started : clock::duration();
+}
+
+polling_standing polling_clock::standing() {
+  std::lock_guard lock(mutex_);
+  end_when_quiet(clock::now());
+  return {cycles_, running_};
+}
+
+std::optional<polling_clock::clock::time_point> polling_clock::next_end() {
+  std::lock_guard lock(mutex_);
+  const auto now = clock::now();
+  end_when_quiet(now);
+  if (running_ || !last_ || !last_->lateness) return std::nullopt;
+  const auto known_at = last_->ended + period + *last_->lateness + quiet + quiet_slack;
+  return known_at > now ? std::optional(known_at) : std::nullopt;
 }
 
 std::optional<module_poll> polling_clock::last_poll(uint32_t rsip) {

@@ -42,6 +42,14 @@ struct polling_report {
   std::optional<polling_cycle> last;  // the latest that has ended
 };
 
+// How far polling is.
+struct polling_standing {
+  uint64_t cycles = 0;  // ended
+  bool running = false;
+
+  bool operator==(const polling_standing &) const = default;
+};
+
 // All calls may come from any threads and wait for nothing but a short lock.
 class polling_clock {
  public:
@@ -50,6 +58,12 @@ class polling_clock {
   lum_platform_cbs watch(const lum_platform_cbs &callbacks);
 
   polling_report report();
+  // A part of it that asks no file.
+  polling_standing standing();
+
+  // When the end of the next cycle will be known, by the pace of the last two; nothing while one is
+  // running or late, or the pace is not known.
+  std::optional<std::chrono::steady_clock::time_point> next_end();
 
   // How long the latest cycle took that has ended; 0 before.
   std::chrono::steady_clock::duration last_pass();

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstddef>
+#include <iterator>
 #include <new>
 #include <utility>
 
@@ -47,15 +48,33 @@ port_facts facts_of(const lum_port_node_info &node) {
   return facts;
 }
 
-struct gathered_facts {
-  std::vector<port_facts> ports;
+port_words words_of(const lum_port_node_info &node) {
+  const lum_port_data &data = node.data;
+  port_words words;
+  words.facts = facts_of(node);
+  for (std::size_t i = 0; i < words.controllers.size(); ++i) {
+    port_words::controller &one = words.controllers[i];
+    copy_words<uint32_t>(&one.ifhandle, &data.sub_port[i].ifhandle, sizeof one.ifhandle);
+    one.created = is_set(data.sub_port[i].created);
+    copy_words<uint16_t>(one.readings.data(), data.dom[i].readings, sizeof one.readings);
+    copy_words<uint64_t>(&one.forced_alarms, &data.test[i].test_alarm_bits,
+                         sizeof one.forced_alarms);
+    const auto &offsets = data.test[i].pm_test_offsets;
+    one.tested = std::any_of(std::begin(offsets), std::end(offsets),
+                             [](const uint16_t &offset) { return is_set(offset); });
+  }
+  return words;
+}
+
+struct gathered_words {
+  std::vector<port_words> &ports;
   bool memory_ended = false;
 };
 
-int add_to_facts(void *node, void *context) {
-  auto &gathered = *static_cast<gathered_facts *>(context);
+int add_words(void *node, void *context) {
+  auto &gathered = *static_cast<gathered_words *>(context);
   try {
-    gathered.ports.push_back(facts_of(*static_cast<const lum_port_node_info *>(node)));
+    gathered.ports.push_back(words_of(*static_cast<const lum_port_node_info *>(node)));
   } catch (const std::bad_alloc &) {
     gathered.memory_ended = true;
   }
@@ -112,13 +131,24 @@ std::optional<port_copy> copy_port(uint32_t rsip) {
   return wanted.found;
 }
 
-std::vector<port_facts> facts_of_ports() {
-  gathered_facts gathered;
-  lum_ports_db_walk_via_rsip(add_to_facts, &gathered);
+void gather_words(std::vector<port_words> &into) {
+  const auto is_before = [](const port_words &a, const port_words &b) {
+    return a.facts.rsip < b.facts.rsip;
+  };
+  into.clear();
+  gathered_words gathered{into};
+  lum_ports_db_walk_via_rsip(add_words, &gathered);
   if (gathered.memory_ended) throw std::bad_alloc();
-  std::sort(gathered.ports.begin(), gathered.ports.end(),
-            [](const auto &a, const auto &b) { return a.rsip < b.rsip; });
-  return std::move(gathered.ports);
+  if (!std::is_sorted(into.begin(), into.end(), is_before)) {
+    std::sort(into.begin(), into.end(), is_before);
+  }
+}
+
+const port_words *find_words(const std::vector<port_words> &all, uint32_t rsip) {
+  const auto found =
+      std::lower_bound(all.begin(), all.end(), rsip,
+                       [](const port_words &one, uint32_t key) { return one.facts.rsip < key; });
+  return found != all.end() && found->facts.rsip == rsip ? &*found : nullptr;
 }
 
 bool has_work_for_polling() {

@@ -1,6 +1,7 @@
 // What the library knows of its ports, copied while it goes on working.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <cstring>
 #include <map>
@@ -10,6 +11,7 @@
 
 #include "lum.h"
 #include "lum_linux/node_description.h"
+#include "records/reading_history.h"
 
 namespace lumd {
 
@@ -36,8 +38,25 @@ struct port_facts {
   bool operator==(const port_facts &) const = default;
 };
 
-// Of every port, by rsip: as copy_ports(), at a small part of its cost.
-std::vector<port_facts> facts_of_ports();
+// The words of a port's data that the driver looks at after each polling cycle.
+struct port_words {
+  port_facts facts;
+  struct controller {
+    uint32_t ifhandle = 0;
+    bool created = false;
+    bool tested = false;         // a test adds to its readings
+    uint64_t forced_alarms = 0;  // bits that a test raised
+    sub_port_readings readings{};
+  };
+  std::array<controller, LUM_SUB_PORTS> controllers;
+};
+
+// Of every port, by rsip, into what the last call left: as copy_ports(), at a small part of its
+// cost. May throw std::bad_alloc.
+void gather_words(std::vector<port_words> &into);
+
+// The port's among them; null when it is not there.
+const port_words *find_words(const std::vector<port_words> &all, uint32_t rsip);
 
 // A deletion of the port was asked for.
 inline bool is_going(const port_copy &port) { return port.data.deletion_asked != 0; }

@@ -95,6 +95,12 @@ void event_log::take(event happened) {
   events_.pop_front();
 }
 
+bool event_log::holds_back() const {
+  const std::lock_guard lock(mutex_);
+  return std::any_of(series_.begin(), series_.end(),
+                     [](const auto &one) { return one.second.held_back != 0; });
+}
+
 event_log::selection event_log::after(uint64_t number, std::size_t most) const {
   const std::lock_guard lock(mutex_);
   selection found;
@@ -136,6 +142,11 @@ std::vector<event> event_log::unkept(std::size_t most) const {
 void event_log::kept(uint64_t number) {
   const std::lock_guard lock(mutex_);
   kept_ = std::max(kept_, number);
+}
+
+bool event_log::is_all_kept() const {
+  const std::lock_guard lock(mutex_);
+  return kept_ + 1 >= next_;
 }
 
 uint64_t event_log::lost() const {

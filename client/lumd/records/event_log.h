@@ -38,6 +38,8 @@ class event_log {
 
   // Takes in what windows that have ended have held back. Now and then.
   void sum_up(clock::time_point now = clock::now());
+  // Whether anything is held back.
+  bool holds_back() const;
   // All that is held back, at once.
   void sum_up_all() { sum_up(clock::time_point::max()); }
 
@@ -58,6 +60,7 @@ class event_log {
   // Those not kept yet, the earliest first.
   std::vector<event> unkept(std::size_t most) const;
   void kept(uint64_t number);  // that one and all before it
+  bool is_all_kept() const;
 
   // Events that will never be kept, since the start.
   uint64_t lost() const;

@@ -14,6 +14,7 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr milliseconds period(1000);
+constexpr milliseconds long_period(15000);  // while nothing is to be kept
 constexpr std::chrono::seconds pause_between_openings(10);
 constexpr std::chrono::minutes pause_between_histories(1);
 constexpr std::size_t most_in_one_go = 1000;
@@ -26,7 +27,8 @@ record_keeper::record_keeper(event_log &events, reading_history &history,
       history_(history),
       path_(std::move(file)),
       problem_("what was kept is still being read") {
-  thread_ = std::make_unique<lum_linux::periodic>("lumd-records", period, [this] { look(); });
+  thread_ = std::make_unique<lum_linux::periodic>(
+      "lumd-records", [this] { return look(); }, period);
 }
 
 void record_keeper::wait_until_read(milliseconds bound) {
@@ -55,9 +57,10 @@ bool record_keeper::stop(milliseconds bound) {
 }
 
 // Whatever there is no memory for now is kept with the next look.
-void record_keeper::look() {
+milliseconds record_keeper::look() {
   if (!file_) open();
   if (file_) write(false);
+  return file_ && events_.is_all_kept() ? long_period : period;
 }
 
 void record_keeper::open() {

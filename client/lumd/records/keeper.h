@@ -1,6 +1,6 @@
 // Keeps over a restart what has happened and what was measured: on a thread of its own, whatever is
-// new goes into the file, events once a second, readings and bins once a minute. A disk that hangs,
-// is full or cannot be written holds up nobody else.
+// new goes into the file, events within a second of hasten(), readings and bins once a minute. A
+// disk that hangs, is full or cannot be written holds up nobody else.
 #pragma once
 
 #include <chrono>
@@ -27,6 +27,9 @@ class record_keeper {
   // then may get another number later.
   void wait_until_read(std::chrono::milliseconds bound);
 
+  // There are new events. Waits for nothing but a short lock.
+  void hasten() { thread_->hasten(); }
+
   // Why what happens now is not being kept; empty while it is.
   std::string problem() const;
 
@@ -35,7 +38,7 @@ class record_keeper {
   bool stop(std::chrono::milliseconds bound);
 
  private:
-  void look();
+  std::chrono::milliseconds look();
   void open();
   void write(bool is_last);
   record_change changes(bool is_last);

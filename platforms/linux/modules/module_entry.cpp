@@ -182,6 +182,7 @@ module_glimpse module_entry::glimpse() {
   result.insertion = insertion_;
   result.failed = statistics_.failed;
   result.failed_last = statistics_.last_failure > statistics_.last_success;
+  result.way = way_;
   return result;
 }
 
@@ -190,6 +191,13 @@ void module_entry::look() {
   lock held(mutex_);
   ask_presence(held, true);
   looking_ = false;
+}
+
+std::chrono::milliseconds module_entry::unasked_for() {
+  const lock held(mutex_);
+  if (has_lines() || stopped_ || !has_just_answered()) return std::chrono::milliseconds(0);
+  return std::chrono::duration_cast<std::chrono::milliseconds>(statistics_.last_success +
+                                                               trusted_for - clock::now());
 }
 
 bool module_entry::has_just_answered() const {

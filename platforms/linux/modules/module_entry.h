@@ -33,6 +33,9 @@ class module_entry {
   // Asks the memory whether there is a module, unless a transfer has told so just now. Waits a
   // moment for the memory, and for as long as it takes to answer.
   void look();
+  // How long no look has anything to ask: a transfer has told of the module, and no line may tell
+  // otherwise. 0: a look has.
+  std::chrono::milliseconds unasked_for();
   bool is_being_looked_at() const { return looking_.load(std::memory_order_relaxed); }
   // As known last.
   module_status status();
@@ -64,6 +67,7 @@ class module_entry {
   cerrno with_memory(const std::function<cerrno()> &use, std::string *why);
   cerrno wait_for_memory(lock &held);
   bool has_just_answered() const;
+  bool has_lines() const { return line_ || reset_ || low_power_; }
   void ask_presence(lock &held, bool trusts_transfers);
   void ask_line(lock &held);
   void ask_control_lines(lock &held);

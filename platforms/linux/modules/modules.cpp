@@ -1,5 +1,6 @@
 #include "lum_linux/modules.h"
 
+#include <algorithm>
 #include <new>
 #include <utility>
 
@@ -122,10 +123,16 @@ cerrno modules::write_byte(uint32_t slot, uint32_t instance, uint32_t port, uint
 void modules::look() const {
   const auto round = std::make_shared<look_round>();
   for (const auto &[key, found] : entries_) {
-    if (found.entry->is_being_looked_at()) continue;
+    if (found.entry->is_being_looked_at() || found.entry->unasked_for().count() > 0) continue;
     round->looks.push_back([entry = found.entry] { entry->look(); });
   }
   round->run(*lookers_);
+}
+
+std::chrono::milliseconds modules::unasked_for() const {
+  auto least = std::chrono::milliseconds::max();
+  for (const auto &[key, found] : entries_) least = std::min(least, found.entry->unasked_for());
+  return least;
 }
 
 std::vector<uint32_t> modules::ports() const {

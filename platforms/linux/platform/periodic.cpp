@@ -14,24 +14,29 @@
 namespace lum_linux {
 
 struct periodic::core {
-  std::function<void()> work;
+  std::function<milliseconds()> work;
+  milliseconds otherwise{};
   std::jthread thread;
   std::atomic<std::chrono::steady_clock::time_point> ended_at{std::chrono::steady_clock::now()};
 
-  std::mutex mutex;  // guards ended
+  std::mutex mutex;  // guards the rest
   std::condition_variable_any changed;
+  bool hastened = false;
   bool ended = false;
 
-  void run(const std::stop_token &stop, milliseconds period, milliseconds before_first) {
+  void run(const std::stop_token &stop, milliseconds before_first) {
     std::unique_lock lock(mutex);
-    const auto is_due = [&](milliseconds pause) {
-      changed.wait_for(lock, stop, pause, [] { return false; });
+    milliseconds pause = before_first;
+    const auto is_due = [&] {
+      changed.wait_for(lock, stop, pause, [this] { return hastened; });
+      hastened = false;
       return !stop.stop_requested();
     };
-    for (bool due = is_due(before_first); due; due = is_due(period)) {
+    while (is_due()) {
       lock.unlock();
+      pause = otherwise;
       try {
-        work();
+        pause = work();
       } catch (const std::exception &) {
         // No memory for it, most likely: it is done again after the pause.
       }
@@ -45,21 +50,37 @@ struct periodic::core {
 
 periodic::periodic(const std::string &name, milliseconds period, std::function<void()> work,
                    milliseconds before_first)
+    : periodic(
+          name,
+          [work = std::move(work), period] {
+            work();
+            return period;
+          },
+          period, before_first) {}
+
+periodic::periodic(const std::string &name, std::function<milliseconds()> work,
+                   milliseconds otherwise, milliseconds before_first)
     : core_(std::make_shared<core>()) {
   core_->work = std::move(work);
+  core_->otherwise = otherwise;
   const signals_blocked until_started;
-  core_->thread =
-      std::jthread([state = core_, period, before_first, name](const std::stop_token &stop) {
-        // From here: another thread's name is a file, which a process may not be allowed to write.
-        pthread_setname_np(pthread_self(), name.c_str());
-        state->run(stop, period, before_first);
-      });
+  core_->thread = std::jthread([state = core_, before_first, name](const std::stop_token &stop) {
+    // From here: another thread's name is a file, which a process may not be allowed to write.
+    pthread_setname_np(pthread_self(), name.c_str());
+    state->run(stop, before_first);
+  });
 }
 
 periodic::~periodic() { stop(); }
 
 std::chrono::steady_clock::duration periodic::since_round() const {
   return std::chrono::steady_clock::now() - core_->ended_at.load();
+}
+
+void periodic::hasten() {
+  const std::lock_guard lock(core_->mutex);
+  core_->hastened = true;
+  core_->changed.notify_all();
 }
 
 bool periodic::stop(milliseconds bound) {

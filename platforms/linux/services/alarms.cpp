@@ -130,6 +130,12 @@ std::optional<ptah_interface> ptah_find(uint32_t ifhandle) {
   return found->second;
 }
 
+uint64_t ptah_bitmap(uint32_t ifhandle) {
+  const std::lock_guard hold(store().lock);
+  const auto found = store().ports.find(ifhandle);
+  return found == store().ports.end() ? 0 : found->second.all.bitmap;
+}
+
 void ptah_forget_all() {
   const std::lock_guard hold(store().lock);
   store().ports.clear();

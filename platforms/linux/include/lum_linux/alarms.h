@@ -34,6 +34,8 @@ struct ptah_interface {
 
 std::vector<ptah_interface> ptah_interfaces();
 std::optional<ptah_interface> ptah_find(uint32_t ifhandle);
+// Of that, the stored bitmap; 0 for an interface that is not there.
+uint64_t ptah_bitmap(uint32_t ifhandle);
 void ptah_forget_all();
 
 }  // namespace lum_linux

@@ -10,6 +10,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "lum_linux/image.h"
@@ -66,7 +67,7 @@ struct module_status {
 };
 
 // What of module_status does not change with a good transfer, in a few words, by which it is seen
-// that a module is as it was. Its lines and the way to it are not in it.
+// that a module is as it was. Its lines are not in it.
 struct module_glimpse {
   bool known = false;
   bool present = false;
@@ -75,6 +76,7 @@ struct module_glimpse {
   uint64_t insertion = 0;
   uint64_t failed = 0;  // transfers
   bool failed_last = false;
+  std::string_view way;  // what it points to stays
 
   bool operator==(const module_glimpse &) const = default;
 };
@@ -128,8 +130,10 @@ class modules {
   // Looks into every cage, on threads of its own, and returns when all have been looked into or
   // those left over have not answered for a quarter of a second. Those go on, and are not asked
   // again meanwhile. A transfer tells of its module's presence too: one that has answered within
-  // the last seconds is not asked besides.
+  // the last seconds is not asked besides; where all have, no thread wakes.
   void look() const;
+  // How long no cage needs a look while nothing else happens to the modules; 0: one does.
+  std::chrono::milliseconds unasked_for() const;
   // Whether there was a module in the port's cage when it was last known. Waits for nothing.
   bool present(uint32_t rsip) const;
   // What is known of a module; nothing for an unknown port. Waits for nothing.

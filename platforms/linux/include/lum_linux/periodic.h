@@ -18,6 +18,10 @@ class periodic {
   // std::system_error when there is no thread, and std::bad_alloc.
   periodic(const std::string &name, milliseconds period, std::function<void()> work,
            milliseconds before_first = {});
+  // The same for `work` that returns how long it may rest; where it throws, it rests for
+  // `otherwise`.
+  periodic(const std::string &name, std::function<milliseconds()> work, milliseconds otherwise,
+           milliseconds before_first = {});
   // As stop() with its default bound.
   ~periodic();
   periodic(const periodic &) = delete;
@@ -25,6 +29,10 @@ class periodic {
 
   // How long ago the latest run ended, or the thread began.
   std::chrono::steady_clock::duration since_round() const;
+
+  // The work runs again as soon as it can, and at least once from its start on. Waits for nothing
+  // but a short lock; any thread.
+  void hasten();
 
   // Ends the thread. Returns false when `work` was still running after `bound`; the thread is then
   // left behind.
