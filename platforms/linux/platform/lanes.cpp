@@ -13,7 +13,9 @@
 namespace lum_linux {
 namespace {
 
-constexpr std::chrono::seconds linger(5);  // of a thread without work
+// Of a thread without work: longer than from one polling cycle to the next, so that what is done once
+// a cycle finds its thread.
+constexpr std::chrono::seconds linger(12);
 
 using work = std::function<void()>;
 

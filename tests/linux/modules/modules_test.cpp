@@ -136,6 +136,19 @@ TEST(Modules, GlimpseIsTheSameAsLongAsTransfersSucceed) {
   EXPECT_EQ(rack->glimpse(0), module_glimpse());
 }
 
+TEST(Modules, ModuleThatHasJustAnsweredIsNotAskedForAWhile) {
+  const auto rack = simulated_rack();
+  EXPECT_EQ(rack->unasked_for().count(), 0);
+  uint8_t value = 0;
+  EXPECT_EQ(rack->read_byte(slot, instance, port, 0, 0, &value), 0u);
+  EXPECT_GT(rack->unasked_for().count(), 0);
+  EXPECT_EQ(rack->read_byte(slot, instance, port, 9, 128, &value), 5u);
+  EXPECT_EQ(rack->unasked_for().count(), 0);
+  EXPECT_EQ(rack->read_byte(slot, instance, port, 0, 0, &value), 0u);
+  EXPECT_EQ(rack->remove(rsip), 0u);
+  EXPECT_EQ(rack->unasked_for().count(), 0);
+}
+
 TEST(Modules, ModuleNeverAskedHasNothingCounted) {
   const module_statistics counted = statistics(*simulated_rack());
   EXPECT_EQ(counted.attempted, 0u);

@@ -56,6 +56,67 @@ TEST(Periodic, WaitsBeforeItsFirstRunAndStopsMeanwhile) {
   EXPECT_EQ(seen.count, 0);
 }
 
+TEST(Periodic, RestsForAsLongAsItsWorkSays) {
+  rounds seen(3);
+  periodic thread(
+      "test",
+      [&] {
+        seen();
+        return seen.count < 3 ? milliseconds(1) : milliseconds(never);
+      },
+      never);
+  EXPECT_TRUE(seen.come());
+  EXPECT_TRUE(thread.stop(soon));
+  EXPECT_EQ(seen.count, 3);
+}
+
+TEST(Periodic, RestsOtherwiseWhereItsWorkThrows) {
+  rounds seen(2);
+  periodic thread(
+      "test",
+      [&]() -> milliseconds {
+        seen();
+        throw std::runtime_error("no memory");
+      },
+      milliseconds(1));
+  EXPECT_TRUE(seen.come());
+  EXPECT_TRUE(thread.stop(soon));
+}
+
+TEST(Periodic, IsHastenedOutOfItsRestAndBeforeItsFirstRun) {
+  rounds seen(1);
+  rounds again(2);
+  periodic thread(
+      "test", never,
+      [&] {
+        seen();
+        again();
+      },
+      never);
+  thread.hasten();
+  EXPECT_TRUE(seen.come());
+  thread.hasten();
+  EXPECT_TRUE(again.come());
+  EXPECT_TRUE(thread.stop(soon));
+}
+
+TEST(Periodic, RunsOnceMoreWhenHastenedDuringARun) {
+  std::promise<void> begun, go;
+  rounds seen(2);
+  periodic thread("test", never, [&] {
+    if (seen.count == 0) {
+      begun.set_value();
+      go.get_future().wait();
+    }
+    seen();
+  });
+  begun.get_future().wait();
+  thread.hasten();
+  go.set_value();
+  EXPECT_TRUE(seen.come());
+  EXPECT_TRUE(thread.stop(soon));
+}
+
 TEST(Periodic, GoesOnAfterWorkThatThrows) {
   rounds seen(3);
   periodic thread("test", milliseconds(1), [&] {
