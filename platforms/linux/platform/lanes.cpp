@@ -13,8 +13,8 @@
 namespace lum_linux {
 namespace {
 
-// Of a thread without work: longer than from one polling cycle to the next, so that what is done once
-// a cycle finds its thread.
+// Of a thread without work: longer than from one polling cycle to the next, so that what is done
+// once a cycle finds its thread.
 constexpr std::chrono::seconds linger(12);
 
 using work = std::function<void()>;
