@@ -64,7 +64,8 @@ def threads_of(process):
 
 
 def measured(node, seconds):
-    """Of a cycle: nanoseconds and wake-ups, by the threads' names."""
+    """Of a cycle: nanoseconds and wake-ups, by the threads' names. What threads that have ended
+    meanwhile did is not in it."""
     cycles, before = node.get("/v1/polling")["cycles"], threads_of(node.process)
     time.sleep(seconds)
     after = threads_of(node.process)
@@ -92,7 +93,8 @@ def run(build, ports, backend, seconds):
     return {"ports": ports, "modules": backend, "us_a_port_and_cycle": round(cost, 2),
             "reference_us": round(reference, 2), "ratio": round(cost / reference, 2),
             "wakeups_a_cycle": round(sum(woken.values()), 1), "private_kb": memory,
-            "threads": {name: round(us, 2) for us, name in parts if us >= 0.05}}
+            "threads": {name: round(us, 2) for us, name in parts if us >= 0.05},
+            "wakeups": {name: round(count, 1) for name, count in woken.items() if count >= 0.05}}
 
 
 def main():
@@ -110,7 +112,9 @@ def main():
         rows.append(row)
         print(f"{ports:5}  {backend:9}  {row['us_a_port_and_cycle']:19.2f}  {row['ratio']:16.2f}x  "
               f"{row['wakeups_a_cycle']:16.1f}  {row['private_kb']:10}", flush=True)
-        print("       " + ", ".join(f"{name} {us}" for name, us in row["threads"].items()), flush=True)
+        print("       " + ", ".join(f"{name} {us}" for name, us in row["threads"].items()))
+        print("       wake-ups: " + ", ".join(f"{name} {count}" for name, count
+                                              in row["wakeups"].items()), flush=True)
     if wanted.json:
         wanted.json.write_text(json.dumps({"rows": rows}, indent=1) + "\n")
 
