@@ -1,12 +1,12 @@
 /* Preloaded into lumd by the tests: the seconds that the library sleeps between polling cycles are
  * as long as LUM_TEST_SECOND_MS says, and it sleeps on for as long as the file of LUM_TEST_HOLD is
  * there. Everything else keeps the real time. The switch that pauses all polling is not the
- * machine's but the file of LUM_TEST_PAUSE. With LUM_TEST_HANG set, whoever opens a file hangs
- * for as long as there is another of its name and ".hangs", as on a bus that does not answer, and
- * whoever takes away something from a folder in the same way; whoever reads or writes at a place of
- * one that is open hangs while there is another of its name and ".stalls". Whoever looks for
- * anything in the folder of LUM_TEST_DEAD_DISK hangs while there is a file of its name and
- * ".hangs", as on a disk that does not answer. */
+ * machine's but the file of LUM_TEST_PAUSE. With LUM_TEST_HANG set, whoever opens or looks for a
+ * file hangs for as long as there is another of its name and ".hangs", as on a bus that does not
+ * answer, and whoever takes away something from a folder in the same way; whoever reads or writes
+ * at a place of one that is open hangs while there is another of its name and ".stalls". Whoever
+ * looks for anything in the folder of LUM_TEST_DEAD_DISK hangs while there is a file of that name
+ * and ".hangs", as on a disk that does not answer. */
 #define _GNU_SOURCE
 #include <dirent.h>
 #include <dlfcn.h>
@@ -95,6 +95,16 @@ LOOKS(int, rename, (const char *path, const char *to), path, to)
 LOOKS(DIR *, opendir, (const char *path), path)
 LOOKS(FILE *, fopen, (const char *restrict path, const char *restrict how), path, how)
 LOOKS(FILE *, fopen64, (const char *restrict path, const char *restrict how), path, how)
+
+/* The looks for modules' files too. */
+int statx(int folder, const char *restrict path, int flags, unsigned mask,
+          struct statx *restrict found) {
+  static int (*real)(int, const char *restrict, int, unsigned, struct statx *restrict) = NULL;
+  if (real == NULL) *(void **)&real = dlsym(RTLD_NEXT, "statx");
+  hang_on_dead_disk(path);
+  if (getenv("LUM_TEST_HANG") != NULL) hang_for(path);
+  return real(folder, path, flags, mask, found);
+}
 
 static mode_t mode_in(va_list *arguments) { return va_arg(*arguments, mode_t); }
 

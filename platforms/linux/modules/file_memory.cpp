@@ -12,6 +12,7 @@
 #include <optional>
 #include <utility>
 
+#include "modules/kept_file.h"
 #include "modules/unique_fd.h"
 
 namespace lum_linux {
@@ -45,6 +46,7 @@ class file_memory final : public module_memory {
   std::string trouble() const override;
 
  private:
+  int kept(cerrno &code);
   unique_fd open(int flags, cerrno &code) const;
   cerrno read_part(int fd, std::optional<uint32_t> page, std::size_t position,
                    std::span<uint8_t> out);
@@ -58,6 +60,8 @@ class file_memory final : public module_memory {
 
   std::filesystem::path file_;
   std::optional<missing_part> missing_;  // by the last access
+  kept_file kept_;
+  std::optional<uint64_t> accessed_;  // the number of the file of a read that was not asked for yet
 };
 
 // Whether the end of the file came first.
@@ -85,16 +89,17 @@ cerrno read_at(int fd, std::size_t position, std::span<uint8_t> out, end_of_file
 cerrno file_memory::read(uint32_t page, uint32_t offset, std::span<uint8_t> out) {
   missing_.reset();
   cerrno rc = module_ok;
-  const unique_fd fd = open(O_RDONLY, rc);
-  if (!fd) return rc;
+  const int fd = kept(rc);
+  if (fd < 0) return rc;
   const std::size_t lower =
       offset < module_page_size ? std::min<std::size_t>(out.size(), module_page_size - offset) : 0;
   rc = module_ok;
-  if (lower > 0) rc = read_part(fd.get(), {}, offset, out.first(lower));
+  if (lower > 0) rc = read_part(fd, {}, offset, out.first(lower));
   if (rc == module_ok && out.size() > lower) {
     const uint32_t upper = offset + static_cast<uint32_t>(lower);
-    rc = read_part(fd.get(), page, eeprom_position(page, upper), out.subspan(lower));
+    rc = read_part(fd, page, eeprom_position(page, upper), out.subspan(lower));
   }
+  if (rc != module_ok) kept_.close();
   return rc;
 }
 
@@ -123,6 +128,7 @@ std::string file_memory::trouble() const {
 
 cerrno file_memory::write(uint32_t page, uint32_t offset, uint8_t value) {
   missing_.reset();
+  accessed_.reset();
   cerrno code = module_ok;
   const unique_fd fd = open(O_RDWR, code);
   if (!fd) return code;
@@ -148,11 +154,13 @@ cerrno file_memory::write(uint32_t page, uint32_t offset, uint8_t value) {
 
 bool file_memory::present() {
   cerrno code = module_ok;
-  const unique_fd fd = open(O_RDONLY, code);
-  if (!fd) return code != module_absent && place_code() == module_ok;
+  const int fd = kept(code);
+  if (fd < 0) return code != module_absent && place_code() == module_ok;
   uint8_t first = 0;
   end_of_file end = end_of_file::not_met;
-  return read_at(fd.get(), 0, {&first, 1}, end) != module_absent;
+  code = read_at(fd, 0, {&first, 1}, end);
+  if (code != module_ok) kept_.close();
+  return code != module_absent;
 }
 
 cerrno file_memory::place_code() {
@@ -162,22 +170,23 @@ cerrno file_memory::place_code() {
   return module_ok;
 }
 
-// A file put in another's place has another inode or, where the number is used again, another time
-// of birth.
+// Of an access the file that it was made to; else asked for.
 uint64_t file_memory::insertion() {
-  struct statx info = {};
-  if (::statx(AT_FDCWD, file_.c_str(), 0, STATX_INO | STATX_BTIME, &info) != 0) return 0;
-  uint64_t number = info.stx_ino;
-  const auto mix = [&number](uint64_t value) {
-    number = (number ^ value) * 0x9E3779B97F4A7C15ull;
-    number ^= number >> 29;
-  };
-  mix(uint64_t{info.stx_dev_major} << 32 | info.stx_dev_minor);
-  if (info.stx_mask & STATX_BTIME) {
-    mix(static_cast<uint64_t>(info.stx_btime.tv_sec));
-    mix(info.stx_btime.tv_nsec);
+  if (const auto accessed = std::exchange(accessed_, std::nullopt)) return *accessed;
+  return number_of_file(file_).value_or(0);
+}
+
+// For reading, of the file that is at the path now.
+int file_memory::kept(cerrno &code) {
+  int error = 0;
+  const int fd = kept_.open(file_, error);
+  accessed_.reset();
+  if (fd < 0) {
+    code = error == EIO ? module_failing : code_of(error);
+  } else {
+    accessed_ = kept_.number();
   }
-  return number;
+  return fd;
 }
 
 // O_NONBLOCK: whatever stands in the file's place must not hold up the caller.

@@ -31,7 +31,7 @@ struct channel {
   trace_channel_status status;  // name, file, size, points and digest stay as they are
   bool configurable = false;
 
-  std::timed_mutex files;  // guards all below
+  std::mutex files;  // guards all below
   std::string process_name;
   std::unique_ptr<spdlog::sinks::rotating_file_sink_st> sink;  // null after a failure
   file_identity file;                                          // that the sink writes to

@@ -204,6 +204,16 @@ steady_clock::duration patience_now() {
   return is_patient ? patience : steady_clock::duration();
 }
 
+// The files, waiting a while for whoever has them: the writer, with a disk that takes its time.
+std::unique_lock<std::mutex> hold_files(channel &one, steady_clock::time_point end) {
+  std::unique_lock hold(one.files, std::try_to_lock);
+  while (!hold && steady_clock::now() < end) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    if (hold.try_lock()) break;
+  }
+  return hold;
+}
+
 void wake_writer() {
   std::atomic<uint32_t> &sleeping = facility().sleeping;
   if (sleeping.load(std::memory_order_seq_cst) == 0) return;
@@ -222,7 +232,7 @@ void flush(channel &one) {
   std::optional<uint64_t> wanted;
   for (;;) {
     wake_writer();
-    if (const std::unique_lock hold(one.files, end); hold) {
+    if (const auto hold = hold_files(one, end); hold) {
       if (!wanted) wanted = one.lines->head();
       if (!is_before(one.next, *wanted)) return;
     }
@@ -319,8 +329,8 @@ void ctrace_set_process_name(const char *name) {
     facility().process_name = name;
     for (const auto &one : open_channels()) {
       flush(*one);
-      const std::unique_lock hold_files(one->files, patience);
-      if (!hold_files) continue;
+      const auto files = hold_files(*one, steady_clock::now() + patience);
+      if (!files) continue;
       name_process(*one, name);
     }
   } catch (const std::exception &) {  // the old name stays
@@ -362,7 +372,7 @@ void ctrace_close(ctrace_handle handle) {
     closed = std::move(slot->open);
   }
   // The writer does not come to it any more.
-  const std::unique_lock hold(closed->files, patience_now());
+  const auto hold = hold_files(*closed, steady_clock::now() + patience_now());
   if (hold) write_all(*closed);
 }
 
