@@ -7,6 +7,7 @@ usage: instructions.py PROGRAM FILE            fails when a count is not on reco
        instructions.py PROGRAM --accept FILE   puts what is counted on record
 """
 
+import os
 import pathlib
 import re
 import subprocess
@@ -14,6 +15,8 @@ import sys
 import tempfile
 
 TIMES = 100  # as the program makes each call
+# The C library's plainest way with bytes, whatever the processor has better ones for.
+PLAIN = "glibc.cpu.hwcaps=-AVX,-AVX2,-AVX512F,-AVX512VL,-AVX512BW,-ERMS,-FSRM"
 OF_CALLER = "on its caller's thread"  # of whatever is so called other threads' work is not counted
 
 
@@ -23,7 +26,8 @@ def dumped(program, separate):
         subprocess.run(
             ["valgrind", "--tool=callgrind", f"--callgrind-out-file={folder}/out",
              f"--separate-threads={separate}", program],
-            check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=300)
+            check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=300,
+            env=dict(os.environ, GLIBC_TUNABLES=PLAIN))
         found = {}
         for dump in pathlib.Path(folder).iterdir():
             text = dump.read_text(errors="replace")
