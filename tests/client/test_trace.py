@@ -12,6 +12,7 @@ from support import BUILD, LUMCTL, run
 
 FIRST = datetime.datetime(2026, 1, 31, 8, 0, 0)
 SMALL = {"TZ": "UTC"}
+WRITTEN_AT = 16 * 8  # in a ring: up to where the text file has had its turn
 
 
 def line(second, channel, point, message, area="lum_api", tag="LUM_INFO"):
@@ -301,6 +302,23 @@ class Killed(Actions):
         written = "".join(file.read_text() for file in folder.glob("*.log"))
         for one in last:
             self.assertEqual(written.count(one + "\n"), 1, one)
+
+    def test_lumctl_shows_what_the_files_do_not_have_yet_and_each_line_once(self):
+        self.begin()
+        folder = self.shelf.folder / "traces"
+        self.driver.stop(10)
+        shown = [LUMCTL, "trace", "--directory", folder, "--channel", "lum_info"]
+        before = run(*shown).stdout
+        ring = folder / "lum_info.ring"
+        words = bytearray(ring.read_bytes())
+        words[WRITTEN_AT:WRITTEN_AT + 8] = bytes(8)  # as if none had been written
+        ring.write_bytes(words)
+        self.assertEqual(run(*shown).stdout, before)
+        for file in folder.glob("lum_info*.log"):
+            file.unlink()
+        latest = run(*shown).stdout
+        self.assertTrue(latest)
+        self.assertTrue(before.endswith(latest))
 
     def test_what_is_no_ring_is_said(self):
         for place in (self.shelf.folder / "nowhere", "/dev/null", self.shelf.folder):
