@@ -21,7 +21,7 @@ bool is_plain(std::string_view text) {
   return std::ranges::all_of(text, [](char c) { return c >= ' ' && c <= '~'; });
 }
 
-// Quotes and backslashes are escaped; printable() has spelt out what ends a line.
+// Quotes and backslashes are escaped; printable() has replaced what would end a line.
 void append_escaped(std::string_view value, std::string &text) {
   for (std::size_t special = value.find_first_of("\"\\"); special != std::string_view::npos;
        special = value.find_first_of("\"\\")) {
@@ -46,7 +46,7 @@ void append_label(const metric_label &label, std::string &text) {
 }
 
 // Whole numbers, which most are, without the search for the shortest text that says the same.
-void append_number(double value, std::string &text) {
+void append_value(double value, std::string &text) {
   constexpr double largest_exact = 1LL << 53;
   if (std::abs(value) <= largest_exact && value == std::trunc(value)) {
     const fmt::format_int whole(static_cast<long long>(value));
@@ -56,6 +56,7 @@ void append_number(double value, std::string &text) {
   } else {
     text += std::isnan(value) ? "NaN" : value > 0 ? "+Inf" : "-Inf";
   }
+  text += '\n';
 }
 
 }  // namespace
@@ -94,8 +95,7 @@ void metrics_page::gauge(std::string_view name, std::string_view help, const met
   if (!behind.empty()) text += ',';
   text += behind;
   text += "} ";
-  append_number(value, text);
-  text += '\n';
+  append_value(value, text);
 }
 
 void metrics_page::add(std::string_view name, std::string_view help, std::string_view type,
@@ -107,8 +107,7 @@ void metrics_page::add(std::string_view name, std::string_view help, std::string
     text += '}';
   }
   text += ' ';
-  append_number(value, text);
-  text += '\n';
+  append_value(value, text);
 }
 
 std::string &metrics_page::begin(std::string_view name, std::string_view help,

@@ -54,6 +54,16 @@ class trees : public testing::Test {
         &found);
     return found;
   }
+  // Out of both indices where it is in them, else into them; `in` has the keys that are.
+  void move(item &one, std::set<uint32_t> &in) {
+    if (in.erase(one.first_key) == 1) {
+      ASSERT_TRUE(wavl_delete(&tree, &one));
+      return;
+    }
+    ASSERT_TRUE(wavl_insert_thread(&tree, 0, &one));
+    ASSERT_TRUE(wavl_insert_thread(&tree, 1, &one));
+    in.insert(one.first_key);
+  }
   wavl_tree tree = {};
 };
 
@@ -214,13 +224,7 @@ TEST_F(trees, each_step_leads_to_the_key_behind_whatever_happened_since_the_last
   for (int step = 0; step < 20000; ++step) {
     const uint32_t k = random() % items.size();
     if (random() % 4 == 0) {
-      if (in.erase(k) == 1) {
-        ASSERT_TRUE(wavl_delete(&tree, &items[k]));
-      } else {
-        ASSERT_TRUE(wavl_insert_thread(&tree, 0, &items[k]));
-        ASSERT_TRUE(wavl_insert_thread(&tree, 1, &items[k]));
-        in.insert(k);
-      }
+      ASSERT_NO_FATAL_FAILURE(move(items[k], in));
     }
     if (walker == nullptr) {
       walker = wavl_get_first(&tree, 0);
@@ -246,13 +250,7 @@ TEST_F(trees, each_search_finds_what_is_there_wherever_the_last_one_ended) {
   uint32_t k = 0;
   for (int step = 0; step < 20000; ++step) {
     if (random() % 8 == 0) {
-      if (in.erase(k) == 1) {
-        ASSERT_TRUE(wavl_delete(&tree, &items[k]));
-      } else {
-        ASSERT_TRUE(wavl_insert_thread(&tree, 0, &items[k]));
-        ASSERT_TRUE(wavl_insert_thread(&tree, 1, &items[k]));
-        in.insert(k);
-      }
+      ASSERT_NO_FATAL_FAILURE(move(items[k], in));
     }
     const uint32_t next = random() % 4;
     k = next == 0 ? random() % items.size() : (k + next - 1) % items.size();
