@@ -17,6 +17,7 @@
 #include <system_error>
 #include <utility>
 
+#include "modules/kept_file.h"
 #include "modules/look_round.h"
 #include "modules/unique_fd.h"
 
@@ -86,18 +87,64 @@ cerrno write_text(const fs::path &file, std::string_view text, int flags = 0) {
   return 0;
 }
 
-cerrno read_number(const fs::path &file, uint32_t &number) {
-  std::string text;
-  const cerrno rc = read_text(file, text);
-  if (rc != 0) return rc;
+cerrno number_in(std::string_view text, uint32_t &number) {
   const auto [end, code] = std::from_chars(text.data(), text.data() + text.size(), number);
   const bool is_all = end == text.data() + text.size() || *end == '\n';
   return code == std::errc() && is_all ? 0 : EIO;
 }
 
-cerrno is_lit(const fs::path &led, bool &lit) {
+cerrno read_number(const fs::path &file, uint32_t &number) {
+  std::string text;
+  const cerrno rc = read_text(file, text);
+  return rc != 0 ? rc : number_in(text, number);
+}
+
+// How much is asked before a file that is open is taken for the LED's.
+enum class trust : uint8_t { its_name, the_path };
+
+// One of a pair. What it shows is read in each polling cycle, so that file stays open.
+struct single_led {
+  explicit single_led(fs::path at) : folder(std::move(at)), brightness(folder / "brightness") {}
+
+  cerrno read_brightness(uint32_t &number, trust in);
+
+  const fs::path folder;
+  const fs::path brightness;
+
+ private:
+  ssize_t read_kept(trust in, std::array<char, 64> &buffer, int &error);
+
+  kept_file kept_;
+};
+
+// Below 0 with the errno on failure; whatever is at the path is opened anew then.
+ssize_t single_led::read_kept(trust in, std::array<char, 64> &buffer, int &error) {
+  const int fd = in == trust::the_path ? kept_.open(brightness, error)
+                                       : kept_.open_while_named(brightness, error);
+  if (fd < 0) return -1;
+  ssize_t count = 0;
+  do {
+    count = ::pread(fd, buffer.data(), buffer.size(), 0);
+  } while (count < 0 && errno == EINTR);
+  if (count >= 0) return count;
+  error = errno;
+  kept_.close();
+  return count;
+}
+
+// A kernel's LED that has gone fails in its own way while its file is open: the path tells.
+cerrno single_led::read_brightness(uint32_t &number, trust in) {
+  std::array<char, 64> buffer;
+  int error = 0;
+  ssize_t count = read_kept(in, buffer, error);
+  if (count < 0 && error == ENODEV) count = read_kept(in, buffer, error);
+  if (count < 0) return static_cast<cerrno>(error);
+  return number_in({buffer.data(), static_cast<std::size_t>(count)}, number);
+}
+
+cerrno is_lit(single_led &led, trust in, bool &lit) {
   uint32_t brightness = 0;
-  const cerrno rc = read_number(led / "brightness", brightness);
+  const cerrno rc = led.read_brightness(brightness, in);
   if (rc == 0) lit = brightness != 0;
   return rc;
 }
@@ -112,16 +159,16 @@ cerrno take_from_trigger(const fs::path &led) {
   return write_text(led / "trigger", "none\n");
 }
 
-cerrno light(const fs::path &led, bool lit) {
-  cerrno rc = take_from_trigger(led);
+cerrno light(single_led &led, bool lit) {
+  cerrno rc = take_from_trigger(led.folder);
   if (rc != 0) return rc;
   uint32_t target = 0;
-  if (lit && read_number(led / "max_brightness", target) != 0) target = default_brightness;
+  if (lit && read_number(led.folder / "max_brightness", target) != 0) target = default_brightness;
   uint32_t now = 0;
-  rc = read_number(led / "brightness", now);
+  rc = led.read_brightness(now, trust::the_path);
   if (rc == 0 && now == target) return 0;
   if (rc != 0 && rc != EIO) return rc;  // EIO: nonsense in the file, to be overwritten
-  return write_text(led / "brightness", std::to_string(target) + "\n");
+  return write_text(led.brightness, std::to_string(target) + "\n");
 }
 
 bool is_led_class(const fs::path &root) {
@@ -139,6 +186,7 @@ void make_led(const fs::path &led) {
 
 constexpr std::chrono::milliseconds patience(250);  // with whoever has a pair
 constexpr std::chrono::seconds hung_after(2);
+constexpr unsigned looks_by_path = 12;  // one of so many, which is once a minute
 
 std::map<uint32_t, std::string> names_of(const node_description &node) {
   std::map<uint32_t, std::string> names;
@@ -160,8 +208,8 @@ struct leds::pair_of_leds {
   void look();
   led_status status() const;
 
-  const fs::path green;
-  const fs::path red;
+  single_led green;  // the two of them belong to whoever has the files
+  single_led red;
   bool to_make;  // below an ordinary folder, until they have been made
   std::atomic<bool> looked_at{false};
 
@@ -169,11 +217,12 @@ struct leds::pair_of_leds {
   class use;  // has the files while it lives
 
   cerrno set(uint32_t state);
-  cerrno get(uint32_t &state);
+  cerrno get(uint32_t &state, trust in);
   void note_set(cerrno rc, const fs::path &led, uint32_t state);
   void note_seen(cerrno rc, const fs::path &led, uint32_t state);
 
   std::timed_mutex files_;
+  unsigned looks_ = 0;        // under files_
   mutable std::mutex facts_;  // guards the rest; never held while a file is used
   std::optional<clock::time_point> busy_since_;
   std::optional<uint32_t> wanted_;
@@ -206,21 +255,21 @@ cerrno leds::pair_of_leds::set_state(uint32_t state) {
   }
   const use files(*this);
   if (files) return set(state);
-  note_set(EBUSY, green, state);  // so that the next look sets it
+  note_set(EBUSY, green.folder, state);  // so that the next look sets it
   return EBUSY;
 }
 
 cerrno leds::pair_of_leds::get_state(uint32_t &state) {
   const use files(*this);
-  return files ? get(state) : EBUSY;
+  return files ? get(state, trust::the_path) : EBUSY;
 }
 
 void leds::pair_of_leds::look() {
   const use files(*this);
   if (!files) return;
   if (std::exchange(to_make, false)) {
-    make_led(green);
-    make_led(red);
+    make_led(green.folder);
+    make_led(red.folder);
   }
   std::optional<uint32_t> to_set;
   {
@@ -228,7 +277,8 @@ void leds::pair_of_leds::look() {
     if (known_.trouble) to_set = wanted_;
   }
   uint32_t state = 0;
-  to_set ? set(*to_set) : get(state);
+  const trust in = looks_++ % looks_by_path == 0 ? trust::the_path : trust::its_name;
+  to_set ? set(*to_set) : get(state, in);
 }
 
 led_status leds::pair_of_leds::status() const {
@@ -236,21 +286,21 @@ led_status leds::pair_of_leds::status() const {
   led_status now = known_;
   if (busy_since_ && clock::now() - *busy_since_ > hung_after) {
     now.state.reset();
-    now.trouble = {green, ETIMEDOUT, wanted_};
+    now.trouble = {green.folder, ETIMEDOUT, wanted_};
   }
   return now;
 }
 
-cerrno leds::pair_of_leds::get(uint32_t &state) {
+cerrno leds::pair_of_leds::get(uint32_t &state, trust in) {
   bool is_green = false;
   bool is_red = false;
-  const fs::path *led = &green;
-  cerrno rc = is_lit(green, is_green);
-  if (rc == 0) rc = is_lit(*(led = &red), is_red);
+  single_led *led = &green;
+  cerrno rc = is_lit(green, in, is_green);
+  if (rc == 0) rc = is_lit(*(led = &red), in, is_red);
   for (const look_of_pair &known : looks) {
     if (rc == 0 && known.green == is_green && known.red == is_red) state = known.state;
   }
-  note_seen(rc, *led, state);
+  note_seen(rc, led->folder, state);
   return rc;
 }
 
@@ -259,7 +309,7 @@ cerrno leds::pair_of_leds::set(uint32_t state) {
   const cerrno of_green = light(green, looks[state].green);
   const cerrno of_red = light(red, looks[state].red);
   const cerrno rc = of_green != 0 ? of_green : of_red;
-  note_set(rc, of_green != 0 ? green : red, state);
+  note_set(rc, of_green != 0 ? green.folder : red.folder, state);
   return rc;
 }
 

@@ -54,4 +54,10 @@ int kept_file::open(const std::filesystem::path &file, int &error) {
   return fd_.get();
 }
 
+int kept_file::open_while_named(const std::filesystem::path &file, int &error) {
+  struct stat info = {};
+  const bool is_named = fd_ && ::fstat(fd_.get(), &info) == 0 && info.st_nlink != 0;
+  return is_named ? fd_.get() : open(file, error);
+}
+
 }  // namespace lum_linux

@@ -20,6 +20,10 @@ class kept_file {
   // Its descriptor for reading, of the file that is at the path now; below 0 with the errno when it
   // cannot be had, and EIO for what is no ordinary file. The descriptor stays the kept file's.
   int open(const std::filesystem::path &file, int &error);
+  // The same while the file that was opened last has a name still, whatever is at the path: so one
+  // that was deleted or replaced is noticed without a search for the path, and a folder on its way
+  // that was moved is not.
+  int open_while_named(const std::filesystem::path &file, int &error);
   // The number of the file that is open.
   uint64_t number() const { return number_; }
   // After a read that has failed: whatever is at the path is opened anew.

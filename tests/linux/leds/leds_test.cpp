@@ -59,6 +59,20 @@ TEST_F(Leds, StateIsWhatIsThereNotWhatWasSet) {
   EXPECT_EQ(state(), 3u);
 }
 
+// The file that is read in each cycle stays open; whatever has come in its place is read all the same.
+TEST_F(Leds, AnotherFileInThePlaceOfOneIsRead) {
+  EXPECT_EQ(state(), 0u);
+  write_file(root / "another", "1\n");
+  std::filesystem::rename(root / "another", green / "brightness");
+  EXPECT_EQ(state(), 1u);
+  std::filesystem::rename(green, root / "put away");
+  EXPECT_EQ(state(ENOENT), 77u);
+  std::filesystem::create_directory(green);
+  write_file(green / "brightness", "0\n");
+  write_file(root / "put away" / "brightness", "1\n");
+  EXPECT_EQ(state(), 0u);
+}
+
 TEST_F(Leds, SurviveARestart) {
   EXPECT_EQ(all->set_state(rsip, 3), 0u);
   all = open();
