@@ -26,6 +26,16 @@ class HungBuses(Actions):
             self.assertIsNone(port["module"]["present"])
             self.assertNotIn("known_age_s", port["module"])
 
+    def test_from_the_start_no_port_waits_for_the_cage_of_another(self):
+        """Also not for one of its own slot, nor one of a slot before its own."""
+        beside = self.add_file(slot=1)
+        marker = self.hang(beside)
+        self.addCleanup(lambda: marker.unlink(missing_ok=True))
+        self.start()
+        for cage in (self.first, self.second, self.other, *self.hung):
+            self.wait_for_state(cage, "up")
+        self.assertIsNone(self.port(beside)["module"]["present"])
+
     def test_while_it_runs(self):
         """Every answer comes from what is known, and says how old that is."""
         self.begin()

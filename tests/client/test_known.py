@@ -227,7 +227,7 @@ class Leds(Actions):
             lambda now: all(now[cage.name]["led"]["name"] == "normal"
                             for cage in (self.first, self.second)), 20))
         file = self.shelf.folder / "leds" / f"{self.first.led}:green:status" / "brightness"
-        marker = file.with_name("brightness.hangs")
+        marker = file.with_name("brightness.stalls")
         marker.touch()
         self.addCleanup(lambda: marker.exists() and marker.unlink())
         shown = self.driver.wait_for(

@@ -9,7 +9,6 @@
 #include "lum_linux/leds.h"
 #include "lum_linux/modules.h"
 #include "lum_linux/services.h"
-#include "node/lifecycle.h"
 #include "node/log.h"
 #include "node/port_snapshot.h"
 #include "wording/numbers.h"
@@ -68,6 +67,7 @@ driver::driver(std::unique_ptr<lum_linux::platform> platform,
     : platform_(std::move(platform)),
       described_(platform_->node(), as_read),
       cages_(platform_->node(), platform_->modules()),
+      creations_(*this),
       feed_(*this),
       records_(events_, history_, platform_->node().state_directory / records_name),
       event_watch_(*this, events_) {}
@@ -95,7 +95,7 @@ void driver::bring_up() {
   event_watch_.look(words_);  // what is wrong from the start is told first
   look_thread_ = new periodic(
       look_thread_name, [this] { return look(); }, look_period);
-  std::thread([this] { create_ports_whatever_happens(); }).detach();
+  std::thread([this] { create_ports(); }).detach();
 }
 
 // One pass over the ports: cages, the feed, LEDs, and what of all that is told. Returns how long
@@ -114,7 +114,7 @@ milliseconds driver::look() {
   }
   const auto now = std::chrono::steady_clock::now();
   const auto due = polling_.next_end();
-  if (is_under_way || !brought_up_ || !due || now < lively_until_.load()) return look_period;
+  if (is_under_way || !is_brought_up() || !due || now < lively_until_.load()) return look_period;
   const auto rest = std::min(std::chrono::ceil<milliseconds>(*due - now), long_look_period);
   const bool is_known_until_then = modules.unasked_for() > rest && !platform_->leds().in_trouble();
   return is_known_until_then ? rest : std::min(rest, look_period);
@@ -134,26 +134,14 @@ void driver::look_soon() {
 }
 
 // Without memory for it, what is missing is created a little later.
-void driver::create_ports_whatever_happens() {
+void driver::create_ports() {
   for (;;) {
     try {
-      return create_ports();
+      return creations_.begin();
     } catch (const std::exception &) {
       std::this_thread::sleep_for(std::chrono::seconds(1));
     }
   }
-}
-
-void driver::create_ports() {
-  bool good = true;
-  for (const auto &slot : node().slots) {
-    const auto turn = turns_.take({slot.number}, std::chrono::hours(1));
-    for (const auto &instance : slot.instances) {
-      good = CERR_IS_OK(create_missing_ports(*this, slot.number, instance)) && good;
-    }
-  }
-  brought_up_ = true;
-  if (!good) say("the node is not complete; the API shows what there is");
 }
 
 // Does not follow the clock's small corrections: whoever sees it change takes that for a start.
@@ -183,6 +171,7 @@ void driver::end_events() {
 }
 
 void driver::stop() {
+  creations_.stop();
   platform_->modules().stop();
   for (const auto *port : node().ports()) {
     const auto module = platform_->modules().status(port->rsip);

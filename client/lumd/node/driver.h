@@ -18,6 +18,7 @@
 #include "node/described_node.h"
 #include "node/event_watch.h"
 #include "node/polling_clock.h"
+#include "node/port_creations.h"
 #include "node/state_log.h"
 #include "node/turns.h"
 #include "records/event_log.h"
@@ -78,7 +79,7 @@ class driver {
   const controller_count_watch &count() const { return count_; }
 
   // Every port of the description has been asked for since the start.
-  bool is_brought_up() const { return brought_up_; }
+  bool is_brought_up() const { return creations_.have_ended(); }
 
   // Something has been done to the node: what came of it is looked at at once, and each second for
   // a while. Any thread; waits for nothing but a short lock.
@@ -95,20 +96,19 @@ class driver {
   driver(std::unique_ptr<lum_linux::platform> platform, const lum_linux::node_description &as_read);
   std::chrono::milliseconds look();
   void look_at_leds();
-  void create_ports_whatever_happens();
   void create_ports();
   void end_events();
 
   std::unique_ptr<lum_linux::platform> platform_;
   described_node described_;
   bool restarted_ = false;
-  std::atomic<bool> brought_up_{false};
   mutable std::atomic<std::chrono::system_clock::time_point> started_{
       std::chrono::system_clock::now()};
   std::chrono::steady_clock::time_point started_at_ = std::chrono::steady_clock::now();
   slot_turns turns_;
   cage_watch cages_;
   state_log states_;
+  port_creations creations_;
   data_feed feed_;
   controller_count_watch count_;
   polling_clock polling_;

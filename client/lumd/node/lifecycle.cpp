@@ -277,25 +277,34 @@ void close_empty(driver &node, const std::vector<place> &places) {
 
 }  // namespace
 
-cerrno create_missing_ports(driver &node, uint32_t slot, const instance_description &instance) {
-  std::vector<lum_port_props> missing;
-  for (const port_description &port : instance.ports) {
-    if (copy_port(port.rsip)) continue;
+std::vector<lum_port_props> props_of(const port_list &ports) {
+  std::vector<lum_port_props> all;
+  for (const port_description *port : ports) {
     lum_port_props props = {};
-    props.rsip = port.rsip;
-    props.port_index = port.number;
-    props.port_handle = port.handle;
-    missing.push_back(props);
+    props.rsip = port->rsip;
+    props.port_index = port->number;
+    props.port_handle = port->handle;
+    all.push_back(props);
   }
-  if (missing.size() == instance.ports.size()) {
-    if (const cerrno rc = open_instance(node, slot, instance); !CERR_IS_OK(rc)) return rc;
-  }
+  return all;
+}
+
+cerrno open_when_empty(driver &node, uint32_t slot, const instance_description &instance) {
+  const bool is_empty =
+      std::none_of(instance.ports.begin(), instance.ports.end(),
+                   [](const port_description &port) { return copy_port(port.rsip).has_value(); });
+  return is_empty ? open_instance(node, slot, instance) : 0;
+}
+
+cerrno create_listed(driver &node, uint32_t slot, uint32_t instance,
+                     const std::vector<lum_port_props> &ports) {
+  std::vector<lum_port_props> missing = ports;
+  std::erase_if(missing, [](const lum_port_props &one) { return copy_port(one.rsip).has_value(); });
   if (missing.empty()) return 0;
   for (const lum_port_props &props : missing) node.cages().begin(props.rsip);
   const cerrno rc = lum_create_ports(static_cast<uint32_t>(missing.size()), missing.data());
   if (!CERR_IS_OK(rc)) {
-    say("the ports of slot {} instance {} were not created: {}", slot, instance.number,
-        cerr_strerror(rc));
+    say("the ports of slot {} instance {} were not created: {}", slot, instance, cerr_strerror(rc));
   }
   for (const lum_port_props &props : missing) node.cages().renew(props.rsip);
   return rc;
@@ -322,7 +331,10 @@ outcome<lifecycle_report> create_ports(driver &node, uint32_t slot,
   im_request request(node, "creation");
   cerrno rc = 0;
   for (const place &place : places) {
-    const cerrno one = create_missing_ports(node, place.slot, *place.instance);
+    cerrno one = open_when_empty(node, place.slot, *place.instance);
+    if (CERR_IS_OK(one)) {
+      one = create_listed(node, place.slot, place.instance->number, props_of(ports_of({place})));
+    }
     if (CERR_IS_OK(rc)) rc = one;
   }
   request.sent(rc);

@@ -7,6 +7,7 @@
 #include <optional>
 #include <vector>
 
+#include "lum.h"
 #include "lum_linux/node_description.h"
 #include "node/outcome.h"
 #include "node/port_snapshot.h"
@@ -15,11 +16,17 @@ namespace lumd {
 
 using port_list = std::vector<const lum_linux::port_description *>;
 
-// Creates those ports of an instance that do not exist, and opens the instance when it has none.
-// Returns 0 or the code of the first call that failed, after saying so. Called in a
-// turn at the slot. Waits for the bus and the disk.
-cerrno create_missing_ports(driver &node, uint32_t slot,
-                            const lum_linux::instance_description &instance);
+// As the library is told of them.
+std::vector<lum_port_props> props_of(const port_list &ports);
+
+// The two together create what an instance does not have. Called in a turn at the slot; they
+// return 0 or the library's code, after saying so. The first opens an instance that has no port.
+cerrno open_when_empty(driver &node, uint32_t slot,
+                       const lum_linux::instance_description &instance);
+// Creates those of the ports that do not exist, all of one instance. Waits for the bus and the
+// disk. Several threads may call it for different ports.
+cerrno create_listed(driver &node, uint32_t slot, uint32_t instance,
+                     const std::vector<lum_port_props> &ports);
 
 // The rest waits for the library and the interface manager, but not much longer than `wait`.
 using wait_time = std::chrono::milliseconds;
