@@ -5,9 +5,12 @@
 
 namespace lumd {
 
+// So many times in a row memory may be refused to the process before one of its allocations fails.
+inline constexpr int memory_failures_outlived = 4;
+
 // To be called once, before any thread is started. From then on an allocation that fails is tried
-// again with a first part of the reserve given up, and after that fails for good with the second
-// given up, for what its refusal takes.
+// again with a part of the reserve given up, and, once these are used up, fails for good with the
+// last one given up, for what its refusal takes.
 void keep_memory_reserve();
 
 // Takes back what was given up, as far as there is memory. Any thread; to be called now and then.

@@ -1,7 +1,8 @@
-/* Preloaded into lumd by the tests: one of its allocations fails, the one whose number stands in
- * the file of LUM_TEST_MEMORY. The file holds three numbers of 64 bits, in the machine's order:
- * which allocation fails, 0 for none; how many there have been; how many of them have failed.
- * Whoever writes it counts from anew by setting the second to 0. */
+/* Preloaded into lumd by the tests: some of its allocations fail, from the one on whose number
+ * stands in the file of LUM_TEST_MEMORY. The file holds four numbers of 64 bits, in the machine's
+ * order: which allocation fails, 0 for none; how many fail in a row from it on; how many there have
+ * been; how many of them have failed. Whoever writes it counts from anew by setting the third
+ * to 0. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
@@ -20,6 +21,7 @@ void *__libc_realloc(void *block, size_t size);
 
 struct plan {
   _Atomic uint64_t fails;
+  _Atomic uint64_t in_a_row;
   _Atomic uint64_t asked;
   _Atomic uint64_t failed;
 };
@@ -48,7 +50,8 @@ sighandler_t signal(int number, sighandler_t handler) {
 static int fails(void) {
   if (!driver_has_begun) return 0;
   if (plan == NULL || plan->fails == 0) return 0;
-  if (atomic_fetch_add(&plan->asked, 1) + 1 != plan->fails) return 0;
+  const uint64_t number = atomic_fetch_add(&plan->asked, 1) + 1;
+  if (number < plan->fails || number - plan->fails >= plan->in_a_row) return 0;
   atomic_fetch_add(&plan->failed, 1);
   errno = ENOMEM;
   return 1;

@@ -1,21 +1,28 @@
-"""The driver while one of its allocations fails: at its start, and in each of its answers.
+"""The driver while some of its allocations fail: at its start, in each of its answers, and while it
+takes a connection.
 
 Of all allocations some are tried, spread over them, LUM_MEMORY_TRIALS of each kind; which ones moves
 on from day to day.
 """
 
-import json
+import contextlib
 import mmap
 import os
+import re
+import socket
 import struct
 import time
 import unittest
+import urllib.parse
 
 import support
 from support import BUILD, CLOCK, ShelfTest, UnixConnection
 
 NEVER = 1 << 62
 TRIALS = int(os.environ.get("LUM_MEMORY_TRIALS", "20"))
+RESERVED = 4  # so many failures in a row the driver's reserve makes up for
+IN_A_ROW = (1, 2, 3, RESERVED)
+STARTS = 300  # at most, of those with several in a row: each takes a while
 
 
 @unittest.skipIf(os.environ.get("LUM_SANITIZE"), "the sanitizers have an allocator of their own")
@@ -24,27 +31,28 @@ class WithoutMemory(ShelfTest):
         super().setUp()
         self.cage = self.add_module("iivi-new-map")
         self.shelf.write_description()
+        self.shelf.description.write_text("http_port = 0\n" + self.shelf.description.read_text())
         plan = self.shelf.folder / "memory"
-        plan.write_bytes(bytes(24))
+        plan.write_bytes(bytes(32))
         with open(plan, "r+b") as file:
-            self.plan = mmap.mmap(file.fileno(), 24)
+            self.plan = mmap.mmap(file.fileno(), 32)
         self.driver = support.driver.Driver(
             BUILD, self.shelf, LD_PRELOAD=f"{CLOCK} {BUILD / 'lum_test_memory.so'}",
             LUM_TEST_SECOND_MS="300", LUM_TEST_MEMORY=str(plan))
         self.tried = self.survived = 0
 
-    def let_fail(self, number):
-        """That allocation from now on fails; 0: none."""
-        self.plan[:] = struct.pack("=QQQ", number, 0, 0)
+    def let_fail(self, number, in_a_row=1):
+        """That allocation from now on fails, and so many behind it; 0: none."""
+        self.plan[:] = struct.pack("=QQQQ", number, in_a_row, 0, 0)
 
     def asked(self):
-        return struct.unpack("=QQQ", self.plan[:])[1]
+        return struct.unpack("=QQQQ", self.plan[:])[2]
 
-    def ask(self, method, target, body=None):
+    def ask(self, method, target):
         """The status of an answer; None when the connection was given up."""
         connection = UnixConnection(self.shelf.socket)
         try:
-            connection.request(method, target, body=json.dumps(body) if body else None)
+            connection.request(method, target)
             answer = connection.getresponse()
             answer.read()
             return answer.status
@@ -65,9 +73,9 @@ class WithoutMemory(ShelfTest):
         raise self.failureException(f"neither up nor ended: {self.driver.log.read_text()}")
 
     @staticmethod
-    def spread(count):
-        """Numbers from 1 to `count`, as many as are to be tried."""
-        step = max(1, count // TRIALS)
+    def spread(count, trials=TRIALS):
+        """Numbers from 1 to `count`, so many of them."""
+        step = max(1, count // trials)
         return range(1 + int(time.time() // 86400) % step, count + 1, step)
 
     def tell(self, what, count):
@@ -82,52 +90,102 @@ class WithoutMemory(ShelfTest):
         self.assertTrue(self.wait_until_up())
         count = self.asked()
         self.driver.kill()
-        for number in self.spread(count):
-            with self.subTest(allocation=number):
-                self.tried += 1
-                self.driver.log.write_text("")
-                self.shelf.socket.unlink(missing_ok=True)
-                self.let_fail(number)
-                self.driver.start()
-                if not self.wait_until_up():
-                    log = self.driver.log.read_text()
-                    if "Assertion `" not in log:  # liblum's own, as its headers say
-                        self.assertGreater(self.driver.process.returncode, 0, log)
-                        self.assertNotEqual(log.strip(), "")
-                self.driver.kill()
-                self.survived += 1
-        self.tell("start", count)
+        for in_a_row in IN_A_ROW:
+            for number in self.spread(count, TRIALS if in_a_row == 1 else min(TRIALS, STARTS)):
+                with self.subTest(allocation=number, in_a_row=in_a_row):
+                    self.start_without(number, in_a_row)
+            self.tell(f"start, {in_a_row} in a row", count)
         self.assertEqual(self.survived, self.tried)
 
-    def test_while_it_serves(self):
-        """An answer may fail; the driver stays, and answers the next time."""
+    def start_without(self, number, in_a_row):
+        self.tried += 1
+        self.driver.log.write_text("")
+        self.shelf.socket.unlink(missing_ok=True)
+        self.let_fail(number, in_a_row)
+        self.driver.start()
+        if not self.wait_until_up():
+            log = self.driver.log.read_text()
+            if "Assertion `" not in log:  # liblum's own, as its headers say
+                self.assertGreater(self.driver.process.returncode, 0, log)
+                self.assertNotEqual(log.strip(), "")
+        self.driver.kill()
+        self.survived += 1
+
+    def begin(self):
         self.let_fail(0)
         self.driver.__enter__()
         self.addCleanup(self.driver.__exit__)
         self.assertTrue(self.wait_until_up())
-        name = self.cage.name
+
+    def test_while_it_serves(self):
+        """An answer may fail; the driver stays, and answers the next time."""
+        self.begin()
+        name = urllib.parse.quote(self.cage.name, safe="")
         requests = [
-            ("GET", "/v1/ports", None),
-            ("GET", f"/v1/ports/{name}", None),
-            ("GET", "/v1/settings", None),
-            ("GET", "/v1/events", None),
-            ("GET", "/v1/health", None),
-            ("GET", "/metrics", None),
-            ("POST", "/v1/replay", None),
+            ("GET", "/v1/ports", 200),
+            ("GET", f"/v1/ports/{name}", 200),
+            ("GET", "/v1/settings", 200),
+            ("GET", "/v1/events", 200),
+            ("GET", "/v1/health", 200),
+            ("GET", "/metrics", 200),
+            ("POST", "/v1/controllers/replay", 200),
         ]
-        for request in requests:
-            good = self.ask(*request)
+        for method, target, good in requests:
+            self.assertEqual(self.ask(method, target), good)
             self.let_fail(NEVER)
-            self.assertEqual(self.ask(*request), good)
+            self.assertEqual(self.ask(method, target), good)
             count = self.asked()
-            for number in self.spread(count):
-                with self.subTest(request=request, allocation=number):
-                    self.tried += 1
-                    self.let_fail(number)
-                    self.ask(*request)
-                    self.let_fail(0)
-                    self.assertIsNone(self.driver.process.poll(), self.driver.log.read_text())
-                    self.assertEqual(self.ask(*request), good)
-                    self.survived += 1
-            self.tell(" ".join(request[:2]), count)
+            for in_a_row in IN_A_ROW:
+                for number in self.spread(count):
+                    with self.subTest(target=target, allocation=number, in_a_row=in_a_row):
+                        self.tried += 1
+                        self.let_fail(number, in_a_row)
+                        self.ask(method, target)
+                        self.let_fail(0)
+                        self.assertIsNone(self.driver.process.poll(), self.driver.log.read_text())
+                        self.assertEqual(self.ask(method, target), good)
+                        self.survived += 1
+            self.tell(f"{method} {target}", count)
+        self.assertEqual(self.survived, self.tried)
+
+    def connect_owner(self):
+        connection = UnixConnection(self.shelf.socket)
+        connection.connect()
+        return connection.sock
+
+    def connect_stranger(self):
+        port = re.search(r"http://127\.0\.0\.1:(\d+)/", self.driver.log.read_text()).group(1)
+        return socket.create_connection(("127.0.0.1", int(port)), timeout=20)
+
+    @staticmethod
+    def says_nothing(connection):
+        """Waits until the driver has closed a connection on which nothing comes."""
+        with connection:
+            with contextlib.suppress(OSError):  # it has closed it already
+                connection.shutdown(socket.SHUT_WR)
+            with contextlib.suppress(ConnectionError):
+                while connection.recv(4096):
+                    pass
+
+    def test_a_connection_that_finds_no_memory_is_closed_and_the_next_one_is_served(self):
+        """So many allocations fail in a row that the driver's reserve does not help."""
+        self.begin()
+        for connect in (self.connect_owner, self.connect_stranger):
+            self.says_nothing(connect())
+            self.let_fail(NEVER)
+            self.says_nothing(connect())
+            count = self.asked()
+            for in_a_row in (RESERVED + 1, 2 * RESERVED):
+                for number in range(1, count + 1):
+                    with self.subTest(connect=connect.__name__, allocation=number,
+                                      in_a_row=in_a_row):
+                        self.tried += 1
+                        self.let_fail(number, in_a_row)
+                        self.says_nothing(connect())
+                        self.let_fail(0)
+                        self.assertIsNone(self.driver.process.poll(), self.driver.log.read_text())
+                        self.says_nothing(connect())
+                        self.assertEqual(self.ask("GET", "/healthz"), 200)
+                        self.survived += 1
+            self.tell(connect.__name__, count)
         self.assertEqual(self.survived, self.tried)

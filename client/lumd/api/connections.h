@@ -13,7 +13,9 @@ class connections {
   // One of them, waiting for a request or at work on one.
   struct one {
     virtual ~one() = default;
-    virtual void give_way() = 0;  // on any thread, waiting for nothing; ends it if it still waits
+    // Ends what it waits for. On the connections' own thread, waiting for nothing and taking no
+    // memory.
+    virtual void give_way() = 0;
 
     std::list<one *>::iterator place;
     std::chrono::steady_clock::time_point waits_since{};  // the clock's epoch: it does not wait

@@ -48,14 +48,25 @@ struct http_server::core : std::enable_shared_from_this<http_server::core> {
         // As many as there can be requests: nobody waits for another's.
         handlers("lumd-http", {4 * chosen.connections, 0}) {}  // a thread outlives its reply
 
+  // Where connections of one kind come in.
+  template <typename Protocol>
+  struct door {
+    explicit door(net::io_context &loop) : acceptor(loop), pause(loop) {}
+
+    net::basic_socket_acceptor<Protocol> acceptor;
+    net::steady_timer pause;  // runs while none can be taken
+  };
+
   const http_options options;
   connections owners;
   connections strangers;
   lum_linux::lanes handlers;
   std::atomic<std::uint64_t> next_lane{0};
-  net::io_context loop;
-  net::local::stream_protocol::acceptor local{loop};
-  net::ip::tcp::acceptor tcp{loop};
+  // Run by one thread. A strand for each connection would let several run it; where there is no
+  // memory to pass a strand on, what waits in it waits for ever, or the process ends.
+  net::io_context loop{1};
+  door<net::local::stream_protocol> local{loop};
+  door<net::ip::tcp> tcp{loop};
   net::ip::tcp::endpoint tcp_at;  // once it is open
   std::vector<std::string> lacks;
   unix_listener listener;
@@ -70,8 +81,8 @@ struct http_server::core : std::enable_shared_from_this<http_server::core> {
 
   std::mutex mutex;  // guards running
   std::condition_variable ended;
-  unsigned running = 0;
-  std::vector<std::thread> threads;
+  bool running = false;
+  std::thread thread;
 
   bool is_called(const std::string &host, const std::string &address) {
     const std::lock_guard lock(calls_mutex);
@@ -93,9 +104,13 @@ struct http_server::core : std::enable_shared_from_this<http_server::core> {
   bool add_stream(const std::shared_ptr<waiting_stream> &added);
   void run();
   template <typename Protocol>
-  void accept(net::basic_socket_acceptor<Protocol> &acceptor);
+  void open(door<Protocol> &at);
   template <typename Protocol>
-  void begin(net::basic_socket_acceptor<Protocol> &acceptor);
+  void wait_at(door<Protocol> &at);
+  template <typename Protocol>
+  bool take(door<Protocol> &at);
+  template <typename Protocol>
+  void rest(door<Protocol> &at);
   void meet(net::local::stream_protocol::socket socket);
   void meet(net::ip::tcp::socket socket);
 };
@@ -109,7 +124,7 @@ bool http_server::core::open_local(std::string &error) {
                     "SupplementaryGroups=");
   }
   error_code failure;
-  local.assign(net::local::stream_protocol(), fd, failure);
+  local.acceptor.assign(net::local::stream_protocol(), fd, failure);
   if (failure) error = options.socket.native() + ": " + failure.message();
   return !failure;
 }
@@ -124,10 +139,11 @@ bool http_server::core::add_stream(const std::shared_ptr<waiting_stream> &added)
 
 // A node is up before its network may be: it then listens where its address is going to be.
 void http_server::core::bind_tcp(const net::ip::tcp::endpoint &endpoint, error_code &failure) {
-  tcp.bind(endpoint, failure);
+  tcp.acceptor.bind(endpoint, failure);
   if (failure != boost::system::errc::address_not_available) return;
-  tcp.set_option(net::detail::socket_option::boolean<IPPROTO_IP, IP_FREEBIND>(true), failure);
-  if (!failure) tcp.bind(endpoint, failure);
+  tcp.acceptor.set_option(net::detail::socket_option::boolean<IPPROTO_IP, IP_FREEBIND>(true),
+                          failure);
+  if (!failure) tcp.acceptor.bind(endpoint, failure);
   lacks.push_back("this machine does not have the address " + endpoint.address().to_string() +
                   " (http_address in the description) now: nobody reaches the driver there until "
                   "it has");
@@ -137,13 +153,13 @@ bool http_server::core::open_tcp(std::string &error) {
   error_code failure;
   const auto address = net::ip::make_address(options.tcp_address, failure);
   const net::ip::tcp::endpoint endpoint(address, *options.tcp_port);
-  if (!failure) tcp.open(endpoint.protocol(), failure);
+  if (!failure) tcp.acceptor.open(endpoint.protocol(), failure);
   if (!failure && address.is_v6())
-    tcp.set_option(net::ip::v6_only(!address.is_unspecified()), failure);
-  if (!failure) tcp.set_option(net::socket_base::reuse_address(true), failure);
+    tcp.acceptor.set_option(net::ip::v6_only(!address.is_unspecified()), failure);
+  if (!failure) tcp.acceptor.set_option(net::socket_base::reuse_address(true), failure);
   if (!failure) bind_tcp(endpoint, failure);
-  if (!failure) tcp.listen(net::socket_base::max_listen_connections, failure);
-  if (!failure) tcp_at = tcp.local_endpoint(failure);
+  if (!failure) tcp.acceptor.listen(net::socket_base::max_listen_connections, failure);
+  if (!failure) tcp_at = tcp.acceptor.local_endpoint(failure);
   if (failure) error = why_not_listening(endpoint, failure);
   return !failure;
 }
@@ -169,30 +185,54 @@ void http_server::core::meet(net::ip::tcp::socket socket) {
 
 // Whatever goes wrong with one connection, a lack of memory included, the next one is waited for.
 template <typename Protocol>
-void http_server::core::accept(net::basic_socket_acceptor<Protocol> &acceptor) {
+void http_server::core::open(door<Protocol> &at) {
+  if (!at.acceptor.is_open()) return;
+  at.acceptor.non_blocking(true);
+  wait_at(at);
+}
+
+// A connection is waited for and taken in two steps: asio's one for both, where there is no memory
+// for what it has taken, drops whoever waits together with it.
+template <typename Protocol>
+void http_server::core::wait_at(door<Protocol> &at) {
   for (;;) {
     try {
-      return begin(acceptor);
+      return at.acceptor.async_wait(net::socket_base::wait_read, [this, &at](error_code error) {
+        if (error == net::error::operation_aborted) return;
+        if (error || !take(at)) return rest(at);
+        wait_at(at);
+      });
     } catch (const std::exception &) {
       std::this_thread::sleep_for(out_of_memory_pause);
     }
   }
 }
 
+// False when there is no memory or no descriptor for it. A connection that is taken and not served
+// is closed.
 template <typename Protocol>
-void http_server::core::begin(net::basic_socket_acceptor<Protocol> &acceptor) {
-  acceptor.async_accept(net::make_strand(loop),
-                        [this, &acceptor](error_code error, typename Protocol::socket socket) {
-                          if (error == net::error::operation_aborted) return;
-                          try {
-                            if (!error) meet(std::move(socket));
-                          } catch (const std::exception &) {
-                            error = net::error::no_memory;
-                          }
-                          // Out of descriptors, most likely: some may come free.
-                          if (error) std::this_thread::sleep_for(out_of_memory_pause);
-                          accept(acceptor);
-                        });
+bool http_server::core::take(door<Protocol> &at) {
+  try {
+    error_code error;
+    typename Protocol::socket socket(loop);
+    at.acceptor.accept(socket, error);
+    if (!error) meet(std::move(socket));
+    return !error || error == net::error::would_block || error == net::error::connection_aborted;
+  } catch (const std::exception &) {
+    return false;
+  }
+}
+
+// Some may come free meanwhile.
+template <typename Protocol>
+void http_server::core::rest(door<Protocol> &at) {
+  try {
+    at.pause.expires_after(out_of_memory_pause);
+    at.pause.async_wait([this, &at](const error_code &) { wait_at(at); });
+  } catch (const std::exception &) {
+    std::this_thread::sleep_for(out_of_memory_pause);
+    wait_at(at);
+  }
 }
 
 void http_server::core::run() {
@@ -205,7 +245,7 @@ void http_server::core::run() {
     }
   }
   std::lock_guard lock(mutex);
-  --running;
+  running = false;
   ended.notify_all();
 }
 
@@ -266,12 +306,10 @@ bool http_server::comes_round(const http_request &request, std::chrono::millisec
 
 void http_server::serve(http_handler handler) {
   core_->handler = std::move(handler);
-  if (core_->local.is_open()) core_->accept(core_->local);
-  if (core_->tcp.is_open()) core_->accept(core_->tcp);
-  core_->running = core_->options.threads;
-  for (unsigned i = 0; i < core_->options.threads; ++i) {
-    core_->threads.emplace_back([state = core_] { state->run(); });
-  }
+  core_->open(core_->local);
+  core_->open(core_->tcp);
+  core_->running = true;
+  core_->thread = std::thread([state = core_] { state->run(); });
 }
 
 void http_server::wake_streams() noexcept {
@@ -290,16 +328,14 @@ bool http_server::stop(std::chrono::milliseconds bound) {
   core_->loop.stop();
   core_->handlers.stop();
   std::unique_lock lock(core_->mutex);
-  const bool all = core_->ended.wait_for(lock, bound, [this] { return core_->running == 0; });
+  const bool all = core_->ended.wait_for(lock, bound, [this] { return !core_->running; });
   lock.unlock();
-  for (std::thread &thread : core_->threads) {
-    if (all) {
-      thread.join();
-    } else {
-      thread.detach();
-    }
+  if (!core_->thread.joinable()) return all;
+  if (all) {
+    core_->thread.join();
+  } else {
+    core_->thread.detach();
   }
-  core_->threads.clear();
   return all;
 }
 

@@ -35,8 +35,8 @@ struct http_request {
 // A reply without an end.
 struct http_stream {
   virtual ~http_stream() = default;
-  // What is to go out now; empty: nothing yet. On a thread of the server, one at a time; must wait
-  // for nothing.
+  // What is to go out now; empty: nothing yet. On the thread of all connections; must wait for
+  // nothing.
   virtual std::string next() = 0;
 };
 
@@ -50,7 +50,7 @@ struct http_reply {
   std::shared_ptr<http_stream> stream;  // instead of the body
 };
 
-// Runs on a thread of the server, several at a time. An exception becomes a 500.
+// Runs on a thread of the request's own, several at a time. An exception becomes a 500.
 using http_handler = std::function<http_reply(const http_request &)>;
 
 struct http_options {
@@ -61,7 +61,6 @@ struct http_options {
   std::string tcp_address = "127.0.0.1";               // of IPv4 or IPv6; "::" is every one of both
   std::shared_ptr<const lum_client::tls_context> tls;  // null: the TCP port speaks none
   std::vector<std::string> names = {};  // that the TCP port may be called by, in small letters
-  unsigned threads = 2;                 // for connections; each request has one of its own
   std::size_t header_limit = std::size_t{8} * 1024;
   std::size_t body_limit = std::size_t{256} * 1024;
   std::size_t connections = 64;   // on each of the two
@@ -110,8 +109,8 @@ class http_server {
   // There may be more to go out on the streams. Any thread; waits for nothing.
   void wake_streams() noexcept;
 
-  // Removes the socket and ends the server's threads; a handler that still runs goes on, and its
-  // reply is dropped. Returns false when a thread had not ended after `bound`; it is left behind.
+  // Removes the socket and ends the server's thread; a handler that still runs goes on, and its
+  // reply is dropped. Returns false when the thread had not ended after `bound`; it is left behind.
   bool stop(std::chrono::milliseconds bound = std::chrono::milliseconds(500));
 
  private:

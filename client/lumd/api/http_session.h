@@ -144,11 +144,7 @@ class http_session : public std::enable_shared_from_this<http_session<Stream, Co
   }
 
   // The clock runs out for it, as it would have later.
-  void give_way() override {
-    net::post(stream_.get_executor(), [weak = this->weak_from_this()] {
-      if (const auto self = weak.lock()) self->wire().cancel();
-    });
-  }
+  void give_way() override { wire().cancel(); }
 
   void on_read(const error_code &error) {
     from_.waits(*this, false);
@@ -273,22 +269,35 @@ class http_session : public std::enable_shared_from_this<http_session<Stream, Co
                             });
   }
 
+  // A stream that has no memory to go on ends: whoever reads it asks again.
   void send_text() {
     is_sending_ = true;
-    wire().expires_after(core_->options.idle);
-    net::async_write(stream_, net::buffer(text_),
-                     [self = this->shared_from_this()](error_code error, std::size_t) {
-                       self->is_sending_ = false;
-                       if (error) return self->end_stream();
-                       self->send_more();
-                     });
+    try {
+      wire().expires_after(core_->options.idle);
+      net::async_write(stream_, net::buffer(text_),
+                       [self = this->shared_from_this()](error_code error, std::size_t) {
+                         self->is_sending_ = false;
+                         if (error) return self->end_stream();
+                         self->send_more();
+                       });
+    } catch (const std::exception &) {
+      end_stream();
+    }
   }
 
   void send_more() {
     if (!told_) return;
     if (is_outdated()) return end_stream();
-    text_ = told_->next();
-    if (!text_.empty()) return send_text();
+    try {
+      text_ = told_->next();
+      if (!text_.empty()) return send_text();
+      wait_for_more();
+    } catch (const std::exception &) {
+      end_stream();
+    }
+  }
+
+  void wait_for_more() {
     timer_->expires_after(sign_of_life);
     timer_->async_wait([weak = this->weak_from_this()](error_code error) {
       const auto self = weak.lock();
