@@ -42,6 +42,18 @@ class Manual(ExampleNode):
             self.assertEqual(run.returncode, 0, f"{command}\n{run.stdout}")
         self.assertEqual((self.folder / "port3.eeprom").read_bytes()[10], 2)
 
+    def test_the_trace_tools(self):
+        self.start_driver("lumd --config node.toml")
+        for command in examples("lum-trace.1"):
+            run = self.shell(command.replace("/var/log/lumd", "run/traces"))
+            self.assertEqual(run.returncode, 0, f"{command}\n{run.stdout}")
+            self.assertTrue("--unwritten" in command or "lum_error" in command or "LUM_API: entry" in run.stdout, command)
+
+    def test_every_page_has_examples_that_are_run(self):
+        """A page that comes needs a test here."""
+        pages = {page.name for page in (SOURCE / "docs/man").iterdir()}
+        self.assertEqual(pages, {"lumd.8", "lumctl.1", "lum-module-image.1", "lum-trace.1"})
+
 
 if __name__ == "__main__":
     unittest.main()

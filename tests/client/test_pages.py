@@ -1,4 +1,4 @@
-"""Every command of lumd, lumctl and lum-module-image that README and docs show comes to a good end."""
+"""Every command of our programs that README and docs show comes to a good end."""
 
 import re
 import shlex
@@ -13,35 +13,60 @@ from shelf.network import free_ports
 
 PAGES = [SOURCE / "README.md", SOURCE / "CONTRIBUTING.md", *sorted((SOURCE / "docs").rglob("*.md"))]
 BLOCK = re.compile(r"^ *```.*?\n(.*?)^ *```", re.MULTILINE | re.DOTALL)
-COMMAND = re.compile(r"(?:build/)?(lumd|lumctl|lum-module-image) (?=-?-?[a-zA-Z])(.*)")
+PROGRAMS = ("lumd", "lumctl", "lum-module-image", "lum-trace")
+COMMAND = re.compile(rf"(?:build/)?({'|'.join(PROGRAMS)}) (?=-{{0,2}}[a-zA-Z]|/)(.*)")
+# Wherever it stands, that is no prose.
+UNMISTAKABLE = r"(?<![\w.-])(?:lumd --\w|lum-(?:module-image|trace) (?:--?\w|\S*[./])|lumctl (?:--\w|(?:{})\b))"
 
 # What is on the example node where a page speaks of something else.
 HERE = {
     "NAME": "west", "[NAME]": "west", "SLOT": "1", "STATE": "failing", "KIND": "alarm-raised",
-    "FILE.tar.gz": "node.tar.gz",
+    "FILE.tar.gz": "node.tar.gz", "FOLDER": "run/traces", "/var/log/lumd": "run/traces",
+    "DESCRIPTION": "modules/iivi-new-map.toml",
     "0/1/0/3:0": "west:0", "0/1/0/3:1": "west:1", "x#Ots0_1_0_3_1#1#11#1": "x#Ots0_1_0_0_1#1#11#1",
     "/etc/lumd/node.toml": "node.toml", "examples/run/lumd.sock": "run/lumd.sock",
     "examples/node.toml": "node.toml", "examples/modules/iivi-new-map.toml": "modules/iivi-new-map.toml",
 }
-FILES = {"lumd": "node.toml", "lumctl": "port3.eeprom"}
+FILES = {"lumd": "node.toml", "lumctl": "port3.eeprom", "lum-module-image": "port3.eeprom"}
 # These come last, in this order, wherever they are shown.
 LAST = ("", "module insert", "port delete", "port create")
 # It tells what is wrong with the node, which may be something.
 ENDS = {"check": (0, 1, 2)}
 
 
+def command_in(line):
+    return COMMAND.fullmatch(line.split(" #")[0].strip(" &$"))
+
+
+def lines_of(page, helps):
+    """The lines of blocks and the spans, each with the command that it is or None, and the prose between them."""
+    text = page.read_text()
+    for block in BLOCK.findall(text):
+        for line in re.split(r"&&|\n", block):
+            yield line, command_in(line)
+    for number, part in enumerate(BLOCK.sub("", text).split("`")):
+        words = part.split()
+        if number % 2 == 0:
+            yield " ".join(words), None
+            continue
+        named = tuple(words[:2]) in helps and len(words) > 2  # as in: `show port NAME` tells
+        line = " ".join(["lumctl", *words] if named else words)
+        yield line, command_in(line)
+
+
 def shown(helps):
     """Each command, without its program's folder, and the page that shows it."""
     for page in PAGES:
-        text = page.read_text()
-        lines = [part for block in BLOCK.findall(text) for part in re.split(r"&&|\n", block)]
-        for span in re.findall(r"`([^`]+)`", BLOCK.sub("", text)):
-            words = span.split()
-            named = tuple(words[:2]) in helps and len(words) > 2  # as in: `show port NAME` tells
-            lines.append(" ".join(["lumctl", *words] if named else words))
-        for line in lines:
-            if found := COMMAND.fullmatch(line.split(" #")[0].strip(" &$")):
+        for _, found in lines_of(page, helps):
+            if found:
                 yield f"{found.group(1)} {found.group(2)}", page.name
+
+
+def passed_over(pages, helps):
+    """Lines with a command of ours that are none for shown()."""
+    commands = "|".join(path[0] for path in helps if len(path) == 1)
+    looks = re.compile(UNMISTAKABLE.format(commands))
+    return [line for page in pages for line, found in lines_of(page, helps) if looks.search(line) and not found]
 
 
 def turn(command):
@@ -122,6 +147,22 @@ class Pages(ExampleNode):
             words = self.as_here(command)
             done = self.lumctl(words)
             self.assertIn(done.returncode, ENDS.get(words[0], (0,)), f"{command} in {page}\n{done.stdout}")
+
+    def test_the_trace_tools(self):
+        self.start_driver("lumd --config node.toml")
+        commands = self.of("lum-trace")
+        self.assertGreater(len(commands), 1)
+        for command, page in commands:
+            done = self.shell(shlex.join(["lum-trace", *self.as_here(command)]))
+            self.assertEqual(done.returncode, 0, f"{command} in {page}\n{done.stdout}")
+            self.assertIn("LUM_API: entry", done.stdout, command)
+
+    def test_none_is_passed_over(self):
+        self.assertEqual(passed_over(PAGES, self.helps), [])
+        page = self.folder / "page.md"
+        for hidden in ("sudo lumctl show ports", "`cd build; lumd --check`", "say lumctl trace west", "x | lum-trace -n 1 y"):
+            page.write_text(f"```\n{hidden}\n```\n" if "`" not in hidden else hidden)
+            self.assertEqual(len(passed_over([page], self.helps)), 1, hidden)
 
     def test_the_image_tools(self):
         self.assertGreater(self.make_images(), 2)

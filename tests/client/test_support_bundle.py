@@ -10,6 +10,7 @@ import subprocess
 import tarfile
 import threading
 
+import rings
 from actions import Actions
 from support import LUMCTL, run
 
@@ -206,6 +207,36 @@ class Bundles(BundleTest):
         self.assertTrue("".join(rows).endswith(kept))
         self.assertTrue(kept.startswith("line "))
         self.assertIn("no ordinary file", self.manifest()["traces/lum_error.log"][1])
+
+    def test_what_the_rings_have_and_the_files_have_not(self):
+        self.begin()
+        self.driver.stop(20)
+        folder = self.shelf.folder / "traces"
+        log, ring = folder / "lum_info.log", folder / "lum_info.ring"
+        lines = log.read_text().splitlines(keepends=True)
+        self.assertGreater(len(lines), 20)
+        rings.set_back(ring)
+        self.assertEqual(self.info()[0], "".join(lines))  # each once
+        log.write_text("".join(lines[:-10]))
+        self.assertEqual(self.info()[0], "".join(lines))
+        log.write_text("".join(lines[:-10]) + lines[-10][:40])  # as the disk was full within a line
+        self.assertEqual(self.info()[0], "".join(lines[:-10]) + lines[-10][:40] + "\n" + "".join(lines[-10:]))
+        log.unlink()
+        text, note = self.info()
+        self.assertEqual(text, "".join(lines))
+        self.assertIn("No such file", note)
+        older = [f"2020-01-01T00:00:00.{number:06}Z older\n" for number in range(50_000)]
+        log.write_text("".join(older))
+        text, _ = self.info()
+        self.assertLessEqual(len(text), 1024 * 1024)
+        self.assertGreater(len(text), 1000 * 1024)
+        self.assertTrue("".join(older + lines).endswith(text))
+        self.assertTrue(text.startswith("2020-"))
+
+    def info(self):
+        """The channel's end as a new bundle has it, without a driver, and what the manifest says of it."""
+        self.make(3, "--force", "--config", self.shelf.description)
+        return self.read()["traces/lum_info.log"], self.manifest()["traces/lum_info.log"][1]
 
     def test_its_items_as_json(self):
         self.begin()

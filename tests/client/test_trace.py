@@ -6,13 +6,13 @@ import os
 import subprocess
 import time
 
+import rings
 import support
 from actions import Actions
 from support import BUILD, LUMCTL, run
 
 FIRST = datetime.datetime(2026, 1, 31, 8, 0, 0)
 SMALL = {"TZ": "UTC"}
-WRITTEN_AT = 16 * 8  # in a ring: up to where the text file has had its turn
 
 
 def line(second, channel, point, message, area="lum_api", tag="LUM_INFO"):
@@ -285,7 +285,7 @@ class Running(Actions):
 class Killed(Actions):
     """The traces of a driver that had no time to write them."""
 
-    def rings(self, *words):
+    def latest(self, *words):
         done = run(BUILD / "lum-trace", *words)
         self.assertEqual((done.returncode, done.stderr), (0, ""), done)
         return done.stdout.splitlines()
@@ -295,9 +295,9 @@ class Killed(Actions):
         folder = self.shelf.folder / "traces"
         self.does("port", "update", self.first.name, "up")
         self.driver.kill()
-        last = self.rings("-n", "5", folder)
+        last = self.latest("-n", "5", folder)
         self.assertEqual(len(last), 5)
-        self.assertEqual(last, self.rings(folder)[-5:])
+        self.assertEqual(last, self.latest(folder)[-5:])
         self.start()
         written = "".join(file.read_text() for file in folder.glob("*.log"))
         for one in last:
@@ -309,10 +309,7 @@ class Killed(Actions):
         self.driver.stop(10)
         shown = [LUMCTL, "trace", "--directory", folder, "--channel", "lum_info"]
         before = run(*shown).stdout
-        ring = folder / "lum_info.ring"
-        words = bytearray(ring.read_bytes())
-        words[WRITTEN_AT:WRITTEN_AT + 8] = bytes(8)  # as if none had been written
-        ring.write_bytes(words)
+        rings.set_back(folder / "lum_info.ring")
         self.assertEqual(run(*shown).stdout, before)
         for file in folder.glob("lum_info*.log"):
             file.unlink()

@@ -120,6 +120,8 @@ def run_service(steps, root):
                 "CapBnd:\t0000000000000000" in limits and "NoNewPrivs:\t1" in limits, limits)
     root.run("lumctl", "set", "west:1", "p2-setting=25")
     steps.check("a setting is taken", setting(root) == 25, str(setting(root)))
+    traced = root.run("lum-trace", "/var/log/lumd")
+    steps.check("lum-trace shows what was traced of it", "saved chkpt entry" in traced, traced[-2000:])
     open_to_others = root.run("find", "/var/lib/lumd", "/var/log/lumd", "-type", "f", "-perm", "/077")
     steps.check("what it writes is its own", not open_to_others.strip(), open_to_others)
     steps.check("it stops in time", service.stop() == 0, service.said())

@@ -76,6 +76,23 @@ void collect_description(const support_wish &wanted, driver_findings &found, bun
   if (found.trace_folder.empty()) found.trace_folder = read.node->trace_directory;
 }
 
+// The lines, but for those that the text has. Both are in the order of their times, which they
+// begin with.
+std::string missing_in(std::string_view text, const std::vector<std::string> &lines) {
+  if (lines.empty()) return {};
+  std::set<std::string_view> there;
+  while (!text.empty()) {
+    const std::string_view line = text.substr(0, text.find('\n'));
+    if (line >= lines.front()) there.insert(line);
+    text.remove_prefix(std::min(line.size() + 1, text.size()));
+  }
+  std::string missing;
+  for (const std::string &line : lines) {
+    if (!there.contains(line)) missing += line + "\n";
+  }
+  return missing;
+}
+
 // The end of a channel, out of both its files, from the beginning of a line on, and of its ring
 // what they do not have.
 void collect_channel(const fs::path &folder, const std::string &channel, bundle &into) {
@@ -87,9 +104,9 @@ void collect_channel(const fs::path &folder, const std::string &channel, bundle 
     text.insert(0,
                 end_of_file(folder / (channel + ".1.log"), longest_trace - text.size(), older_why));
   }
-  for (const std::string &line : latest) {
-    if (text.find(line) == std::string::npos) text += line + "\n";
-  }
+  const std::string missing = missing_in(text, latest);
+  if (!missing.empty() && !text.empty() && text.back() != '\n') text += '\n';
+  text += missing;
   const std::string name = "traces/" + channel + ".log";
   if (!why.empty() && text.empty()) {
     into.miss(name, fmt::format("{}: {}", (folder / (channel + ".log")).string(), why));
@@ -97,6 +114,7 @@ void collect_channel(const fs::path &folder, const std::string &channel, bundle 
   }
   std::string_view shown = text;
   if (shown.size() >= longest_trace) {
+    shown.remove_prefix(shown.size() - longest_trace);
     shown.remove_prefix(std::min(shown.find('\n') + 1, shown.size()));
   }
   into.add(name, shown, why);

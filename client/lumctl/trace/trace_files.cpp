@@ -21,6 +21,7 @@ namespace fs = std::filesystem;
 
 constexpr std::string_view rotated_ending = ".1.log";
 constexpr std::string_view ending = ".log";
+constexpr std::string_view ring_ending = lum_linux::trace_ring_ending;
 
 // Longer ones are no lines of a trace.
 constexpr std::size_t longest_line = std::size_t{1024} * 1024;
@@ -169,7 +170,7 @@ std::vector<std::string> channels_in(const fs::path &folder) {
   std::set<std::string> names;
   for (const fs::directory_entry &entry : fs::directory_iterator(folder)) {
     const std::string file = entry.path().filename().string();
-    for (const std::string_view tail : {rotated_ending, ending}) {
+    for (const std::string_view tail : {rotated_ending, ending, ring_ending}) {
       if (!file.ends_with(tail) || file.size() == tail.size()) continue;
       names.insert(file.substr(0, file.size() - tail.size()));
       break;
