@@ -62,6 +62,7 @@ bench:
 	cmake --build build/bench -j $(JOBS) --target bench
 	cmake --preset release >/dev/null
 	cmake --build build -j $(JOBS) --target lumd lum-module-image
+	python3 bench/bring_up.py --build build
 	python3 bench/polling_cycle.py --build build
 	python3 bench/answers.py --build build
 	python3 bench/bus_time.py --build build
