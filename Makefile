@@ -62,10 +62,10 @@ bench:
 	cmake --build build/bench -j $(JOBS) --target bench
 	cmake --preset release >/dev/null
 	cmake --build build -j $(JOBS) --target lumd lum-module-image
-	python3 bench/bring_up.py --build build
-	python3 bench/polling_cycle.py --build build
-	python3 bench/answers.py --build build
-	python3 bench/bus_time.py --build build
+	python3 bench/bring_up.py --build build --json build/bench/bring_up.json
+	python3 bench/polling_cycle.py --build build --json build/bench/polling_cycle.json
+	python3 bench/answers.py --build build --json build/bench/answers.json
+	python3 bench/bus_time.py --build build --json build/bench/bus_time.json
 	python3 bench/viewers.py --build build
 	/usr/bin/python3 bench/drawing.py --build build
 
