@@ -1,8 +1,8 @@
 /* Preloaded into lumd by the tests: some of its allocations fail, from the one on whose number
- * stands in the file of LUM_TEST_MEMORY. The file holds four numbers of 64 bits, in the machine's
+ * stands in the file of LUM_TEST_MEMORY. The file holds five numbers of 64 bits, in the machine's
  * order: which allocation fails, 0 for none; how many fail in a row from it on; how many there have
- * been; how many of them have failed. Whoever writes it counts from anew by setting the third
- * to 0. */
+ * been; how many of them have failed; how often what is free has been given back. Whoever writes it
+ * counts from anew by setting the third to 0. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
@@ -24,6 +24,7 @@ struct plan {
   _Atomic uint64_t in_a_row;
   _Atomic uint64_t asked;
   _Atomic uint64_t failed;
+  _Atomic uint64_t given_back;
 };
 static struct plan *plan = NULL;
 
@@ -60,3 +61,10 @@ static int fails(void) {
 void *malloc(size_t size) { return fails() ? NULL : __libc_malloc(size); }
 void *calloc(size_t count, size_t size) { return fails() ? NULL : __libc_calloc(count, size); }
 void *realloc(void *block, size_t size) { return fails() ? NULL : __libc_realloc(block, size); }
+
+int malloc_trim(size_t pad) {
+  static int (*real)(size_t) = NULL;
+  if (real == NULL) *(void **)&real = dlsym(RTLD_NEXT, "malloc_trim");
+  if (plan != NULL) atomic_fetch_add(&plan->given_back, 1);
+  return real(pad);
+}

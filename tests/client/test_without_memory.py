@@ -1,5 +1,5 @@
 """The driver while some of its allocations fail: at its start, in each of its answers, and while it
-takes a connection.
+takes a connection; and what it does with what answers have taken.
 
 Of all allocations some are tried, spread over them, LUM_MEMORY_TRIALS of each kind; which ones moves
 on from day to day.
@@ -11,6 +11,7 @@ import os
 import re
 import socket
 import struct
+import threading
 import time
 import unittest
 import urllib.parse
@@ -18,6 +19,7 @@ import urllib.parse
 import support
 from support import BUILD, CLOCK, ShelfTest, UnixConnection
 
+PLAN = struct.Struct("=QQQQQ")  # as memory.c has it
 NEVER = 1 << 62
 TRIALS = int(os.environ.get("LUM_MEMORY_TRIALS", "20"))
 RESERVED = 4  # so many failures in a row the driver's reserve makes up for
@@ -33,9 +35,9 @@ class WithoutMemory(ShelfTest):
         self.shelf.write_description()
         self.shelf.description.write_text("http_port = 0\n" + self.shelf.description.read_text())
         plan = self.shelf.folder / "memory"
-        plan.write_bytes(bytes(32))
+        plan.write_bytes(bytes(PLAN.size))
         with open(plan, "r+b") as file:
-            self.plan = mmap.mmap(file.fileno(), 32)
+            self.plan = mmap.mmap(file.fileno(), PLAN.size)
         self.driver = support.driver.Driver(
             BUILD, self.shelf, LD_PRELOAD=f"{CLOCK} {BUILD / 'lum_test_memory.so'}",
             LUM_TEST_SECOND_MS="300", LUM_TEST_MEMORY=str(plan))
@@ -43,10 +45,14 @@ class WithoutMemory(ShelfTest):
 
     def let_fail(self, number, in_a_row=1):
         """That allocation from now on fails, and so many behind it; 0: none."""
-        self.plan[:] = struct.pack("=QQQQ", number, in_a_row, 0, 0)
+        self.plan[:] = PLAN.pack(number, in_a_row, 0, 0, 0)
 
     def asked(self):
-        return struct.unpack("=QQQQ", self.plan[:])[2]
+        return PLAN.unpack(self.plan[:])[2]
+
+    def given_back(self):
+        """How often the driver has given back what is free."""
+        return PLAN.unpack(self.plan[:])[4]
 
     def ask(self, method, target):
         """The status of an answer; None when the connection was given up."""
@@ -147,6 +153,20 @@ class WithoutMemory(ShelfTest):
                         self.survived += 1
             self.tell(f"{method} {target}", count)
         self.assertEqual(self.survived, self.tried)
+
+    def test_what_several_answers_at_once_have_taken_is_given_back(self):
+        self.begin()
+        for _ in range(20):
+            self.assertEqual(self.ask("GET", "/metrics"), 200)
+        self.assertEqual(self.given_back(), 0, "one after the other")
+        end = time.monotonic() + 60
+        while self.given_back() == 0 and time.monotonic() < end:
+            readers = [threading.Thread(target=self.ask, args=("GET", "/metrics")) for _ in range(8)]
+            for reader in readers:
+                reader.start()
+            for reader in readers:
+                reader.join()
+        self.assertGreater(self.given_back(), 0)
 
     def connect_owner(self):
         connection = UnixConnection(self.shelf.socket)

@@ -94,26 +94,25 @@ lum_platform_cbs polling_clock::watch(const lum_platform_cbs &callbacks) {
 polling_report polling_clock::report() {
   const bool paused = ::access(pause_switch, F_OK) == 0;
   std::lock_guard lock(mutex_);
-  end_when_quiet(clock::now());
-  return {cycles_,    running_, inside_, paused, clock::now() - last_activity_,
-          last_rsip_, current_, last_};
+  end_when_quiet(now_());
+  return {cycles_, running_, inside_, paused, now_() - last_activity_, last_rsip_, current_, last_};
 }
 
 std::chrono::steady_clock::duration polling_clock::last_pass() {
   std::lock_guard lock(mutex_);
-  end_when_quiet(clock::now());
+  end_when_quiet(now_());
   return last_ ? last_->ended - last_->started : clock::duration();
 }
 
 polling_standing polling_clock::standing() {
   std::lock_guard lock(mutex_);
-  end_when_quiet(clock::now());
+  end_when_quiet(now_());
   return {cycles_, running_};
 }
 
 std::optional<polling_clock::clock::time_point> polling_clock::next_end() {
   std::lock_guard lock(mutex_);
-  const auto now = clock::now();
+  const auto now = now_();
   end_when_quiet(now);
   if (running_ || !last_ || !last_->lateness) return std::nullopt;
   const auto known_at = last_->ended + period + *last_->lateness + quiet + quiet_slack;
@@ -122,21 +121,21 @@ std::optional<polling_clock::clock::time_point> polling_clock::next_end() {
 
 std::optional<module_poll> polling_clock::last_poll(uint32_t rsip) {
   std::lock_guard lock(mutex_);
-  end_when_quiet(clock::now());
+  end_when_quiet(now_());
   const auto found = polls_.find(rsip);
   return found == polls_.end() ? std::nullopt : std::optional(found->second);
 }
 
 uint64_t polling_clock::polls() {
   std::lock_guard lock(mutex_);
-  end_when_quiet(clock::now());
+  end_when_quiet(now_());
   return stored_;
 }
 
 // The ports are visited in ascending order, so one that does not follow the last begins a cycle.
 void polling_clock::visit(uint32_t rsip) {
   std::lock_guard lock(mutex_);
-  const auto now = clock::now();
+  const auto now = now_();
   end_when_quiet(now);
   const bool had_one = last_.has_value() || running_;
   const bool begins = !had_one || rsip <= last_rsip_ || now - last_activity_ > long_quiet;
@@ -165,7 +164,7 @@ void polling_clock::enter() {
 void polling_clock::leave() {
   std::lock_guard lock(mutex_);
   inside_ = false;
-  last_activity_ = clock::now();
+  last_activity_ = now_();
   current_.ended = last_activity_;
 }
 

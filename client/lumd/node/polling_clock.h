@@ -53,6 +53,11 @@ struct polling_standing {
 // All calls may come from any threads and wait for nothing but a short lock.
 class polling_clock {
  public:
+  // `now` tells the time, from any thread.
+  explicit polling_clock(
+      std::chrono::steady_clock::time_point (*now)() = &std::chrono::steady_clock::now)
+      : now_(now) {}
+
   // A copy of `callbacks` that tells this clock of the calls. One clock at a time; it must live
   // until the process ends.
   lum_platform_cbs watch(const lum_platform_cbs &callbacks);
@@ -88,6 +93,7 @@ class polling_clock {
   void end();
   void end_visit();
 
+  clock::time_point (*const now_)();
   std::mutex mutex_;  // guards the rest
   uint64_t cycles_ = 0;
   bool running_ = false;
@@ -98,7 +104,7 @@ class polling_clock {
   unsigned blocks_read_ = 0;  // by the visit under way
   uint64_t stored_ = 0;
   std::map<uint32_t, module_poll> polls_;  // by rsip
-  clock::time_point last_activity_ = clock::now();
+  clock::time_point last_activity_ = now_();
   polling_cycle current_;
   std::optional<polling_cycle> last_;
 };

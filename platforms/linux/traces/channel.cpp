@@ -147,12 +147,37 @@ std::string missing_in(const trace_ring &of, const trace_record &behind) {
   return fmt::format("{} [{}] {} {}", time, of.process, of.channel, missing_lines(behind.missing));
 }
 
+// Read alone where it cannot be written, or -1.
+int open_left_ring(const std::filesystem::path &file) {
+  constexpr int how = O_CLOEXEC | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW;
+  const int opened = ::open(file.c_str(), O_RDWR | how);
+  return opened >= 0 ? opened : ::open(file.c_str(), O_RDONLY | how);
+}
+
+// In the ring's file: whoever opens the channel after this process goes on behind it. A ring that
+// cannot be written has its lines written again then.
+void mark_written(int ring_file, uint64_t place) {
+  const ssize_t ignored =
+      ::pwrite(ring_file, &place, sizeof place, static_cast<off_t>(written_at * word_bytes));
+  static_cast<void>(ignored);
+}
+
+// Returns why the rest has to stay in the ring, else nothing.
+std::string write_left(channel &into, const trace_ring &left, int ring_file) {
+  for (const auto &record : left.records) {
+    if (record.is_written) continue;
+    if (record.missing > 0) put(into, moment(record.time_ns), missing_in(left, record));
+    if (!put(into, moment(record.time_ns), record.line)) return into.status.reason;
+    mark_written(ring_file, record.end);
+  }
+  return {};
+}
+
 // Writes to the files what a process that ended without a word left in the channel's ring. Returns
 // why the ring's file has to stay as it is, else nothing.
 std::string recover(channel &into) {
   const auto file = ring_file(into);
-  const int opened =
-      ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW);
+  const int opened = open_left_ring(file);
   if (opened < 0) return {};
   const bool is_ours = ::flock(opened, LOCK_EX | LOCK_NB) == 0;
   std::string problem;
@@ -160,11 +185,7 @@ std::string recover(channel &into) {
     const trace_ring left = read_trace_ring(file);
     tell_of_unreadable(file, left);
     into.sink->set_formatter(std::make_unique<spdlog::pattern_formatter>("%v"));
-    for (const auto &record : left.records) {
-      if (record.is_written || !problem.empty()) continue;
-      if (record.missing > 0) put(into, moment(record.time_ns), missing_in(left, record));
-      if (!put(into, moment(record.time_ns), record.line)) problem = into.status.reason;
-    }
+    problem = write_left(into, left, opened);
     if (into.sink) into.sink->set_formatter(line_formatter(into.process_name, into.status.name));
   } else {
     problem = "another process traces there";

@@ -103,6 +103,7 @@ trace_ring read_trace_ring(const std::filesystem::path &file) {
     at = units_of(line.next);
     count = count_of(line.next);
     record.is_written = at <= written;
+    record.end = line.next;
     record.line =
         utc_time(line.time_ns) + " [" + all.process + "] " + all.channel + " " + line.text;
     all.records.push_back(std::move(record));

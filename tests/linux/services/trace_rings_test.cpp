@@ -2,6 +2,7 @@
 #include "lum_linux/trace_rings.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -90,6 +91,34 @@ TEST_F(trace_rings, of_a_killed_process_are_in_the_text_files_once_they_are_open
   for (size_t i = 0; i < written.size(); ++i) EXPECT_EQ(written[i], ring.records[i].line);
   ctrace_close(open());
   EXPECT_EQ(lines().size(), 300u) << "each once";
+}
+
+// Where the process that writes them is stopped in the middle, by a file that may not grow.
+TEST_F(trace_rings, of_a_killed_process_are_in_the_text_files_once_though_writing_them_was_cut) {
+  constexpr int many = 300;
+  trace_and_be_killed(many);
+  log_capture log;
+  rlimit before = {};
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+  for (const rlim_t room : {rlim_t{4000}, rlim_t{9000}}) {
+    const auto no_signal = std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit little = {room, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &little), 0);
+    ctrace_close(open());
+    setrlimit(RLIMIT_FSIZE, &before);
+    std::signal(SIGXFSZ, no_signal);
+    const size_t written = lines().size();
+    EXPECT_GT(written, 10u);
+    EXPECT_LT(written, many * 1u);
+  }
+  ctrace_close(open());
+  const std::string all = contents(folder / "traces/lum_info.log");
+  for (int i = 0; i < many; ++i) {
+    const std::string line = "[tid:" + std::to_string(i) + "]LUM_INFO:last words\n";
+    const size_t at = all.find(line);
+    ASSERT_NE(at, std::string::npos) << line;
+    EXPECT_EQ(all.find(line, at + 1), std::string::npos) << "twice: " << line;
+  }
 }
 
 #pragma GCC diagnostic push

@@ -17,6 +17,7 @@ struct trace_record {
   uint32_t point = 0;       // of the caller's catalogue
   uint64_t missing = 0;     // lines right before it that the ring no longer has whole
   bool is_written = false;  // the text file has had its turn with it
+  uint64_t end = 0;         // the place in the ring behind it
   std::string line;         // as it stands in the text file, printable, without its end
 };
 
