@@ -20,6 +20,8 @@ sources() { git ls-files '*.c' '*.h' '*.cpp' '*.hpp'; }
 
 check_format() {
   sources | xargs clang-format-14 --dry-run -Werror
+  # What says what it is run by can be run; scripts of a package's own are its tools' to run.
+  git ls-files -s -- ':!packaging' | awk '$1 == "100644"' | cut -f2 | xargs awk 'FNR == 1 && /^#!/ { print FILENAME ": not executable" } { nextfile }' | report
 }
 
 # The analyser, most of the time, looks at the library here, and at whatever has changed in lint-changed.

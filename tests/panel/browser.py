@@ -109,6 +109,10 @@ class Browser:
         """What it says, in one go: the page may put another in its place meanwhile."""
         return self.run("return document.querySelector(arguments[0])?.innerText ?? null", selector)
 
+    def says(self, selector, what):
+        """Whether it is there and has this among what it says."""
+        return what in (self.text(selector) or "")
+
     def attribute(self, selector, name):
         return self.run("return document.querySelector(arguments[0])?.getAttribute(arguments[1])",
                         selector, name)

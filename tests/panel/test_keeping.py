@@ -43,7 +43,7 @@ class Keeping(Panel):
             "link.focus(); list.scrollTop = 120;"
             "return link.closest('li').dataset.number")
         cages.poke(pushing.module, FLAG_BYTE, FLAG_BITS)
-        self.shows(lambda: f"{pushing.name}:0" in self.browser.text(".events"))
+        self.shows(lambda: self.browser.says(".events", f"{pushing.name}:0"))
         self.assertEqual(self.browser.run(
             "return [document.activeElement.closest('li').dataset.number,"
             "        document.querySelector('.events').scrollTop]"), [number, 120])
@@ -56,7 +56,7 @@ class Keeping(Panel):
                         "Page.removeScriptToEvaluateOnNewDocument", script)
         self.open("#/port/0%2F1%2F0%2F1")
         self.assertGreater(self.browser.run("return Date.now()") / 1000, time.time() + AHEAD_S - 60)
-        self.shows(lambda: "the last 5 min" in self.browser.text(".history"), 90)
+        self.shows(lambda: self.browser.says(".history", "the last 5 min"), 90)
         last = ("const set = Chart.getChart(document.querySelector('.plot canvas'));"
                 "return [set.scales.x.max, set.data.datasets[0].data.at(-1).x]")
         first = self.browser.run(last)[1]
@@ -78,7 +78,7 @@ class Keeping(Panel):
         self.driver.start()
         self.shows(lambda: self.browser.text("#head .live") == "live")
         cages.poke(cage.module, FLAG_BYTE, FLAG_BITS)
-        self.shows(lambda: "alarm flag-10 raised" in self.browser.text(".events"))
+        self.shows(lambda: self.browser.says(".events", "alarm flag-10 raised"))
         numbers = self.browser.run("return [...document.querySelectorAll('.events li')]"
                                    ".map((one) => one.dataset.number)")
         self.assertEqual(sorted(numbers), sorted(set(numbers)))
