@@ -173,6 +173,26 @@ class Events(Watched):
         self.assertEqual(self.kinds()[0], kinds[0])
         self.assertIn("module-out", self.kinds())
 
+    def test_what_a_disk_has_left_is_left_to_the_settings(self):
+        self.begin()
+        self.wait_for_event("ports-settled")
+        self.assertIsNotNone(self.driver.wait_for(
+            lambda _: self.driver.get("/v1/events")["kept"], 20))
+        full = self.shelf.folder / "state.full"
+        full.touch()
+        self.does("module", "remove", self.first.name)
+        gone = self.wait_for_event("module-out")
+        self.assertIsNotNone(self.driver.wait_for(
+            lambda _: not self.driver.get("/v1/events")["kept"], 20))
+        self.log_with("which are left to the settings")
+        self.does("set", self.second.name, "threshold=5")
+        self.assertTrue(self.driver.get("/v1/node")["store"]["usable"])
+        full.unlink()
+        self.assertIsNotNone(self.driver.wait_for(
+            lambda _: self.driver.get("/v1/events")["kept"], 20))
+        self.restart(kill=True)
+        self.assertIn(gone, self.events())
+
     def test_the_query(self):
         self.begin()
         self.wait_for_event("ports-settled")
