@@ -6,7 +6,8 @@
  * answer, and whoever takes away something from a folder in the same way; whoever reads or writes
  * at a place of one that is open hangs while there is another of its name and ".stalls". Whoever
  * looks for anything in the folder of LUM_TEST_DEAD_DISK hangs while there is a file of that name
- * and ".hangs", as on a disk that does not answer. */
+ * and ".hangs", as on a disk that does not answer. A folder's disk has a block left to whoever asks
+ * while there is a file of the folder's name and ".full". */
 #define _GNU_SOURCE
 #include <dirent.h>
 #include <dlfcn.h>
@@ -17,6 +18,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -95,6 +97,18 @@ LOOKS(int, rename, (const char *path, const char *to), path, to)
 LOOKS(DIR *, opendir, (const char *path), path)
 LOOKS(FILE *, fopen, (const char *restrict path, const char *restrict how), path, how)
 LOOKS(FILE *, fopen64, (const char *restrict path, const char *restrict how), path, how)
+
+int statvfs(const char *restrict path, struct statvfs *restrict found) {
+  static int (*real)(const char *restrict, struct statvfs *restrict) = NULL;
+  if (real == NULL) *(void **)&real = dlsym(RTLD_NEXT, "statvfs");
+  const int result = real(path, found);
+  char marker[PATH_MAX];
+  const int length = snprintf(marker, sizeof marker, "%s.full", path);
+  if (result == 0 && length < (int)sizeof marker && real_access(marker, F_OK) == 0) {
+    found->f_bavail = 1;
+  }
+  return result;
+}
 
 /* The looks for modules' files too. */
 int statx(int folder, const char *restrict path, int flags, unsigned mask,

@@ -1,9 +1,11 @@
 """What has happened: kept, shown, streamed, and told once on standard error."""
 
+import contextlib
 import json
 import os
 import pwd
 import socket
+import sqlite3
 import subprocess
 import time
 
@@ -173,6 +175,26 @@ class Events(Watched):
         self.assertEqual(self.kinds()[0], kinds[0])
         self.assertIn("module-out", self.kinds())
 
+    def test_what_a_disk_has_left_is_left_to_the_settings(self):
+        self.begin()
+        self.wait_for_event("ports-settled")
+        self.assertIsNotNone(self.driver.wait_for(
+            lambda _: self.driver.get("/v1/events")["kept"], 20))
+        full = self.shelf.folder / "state.full"
+        full.touch()
+        self.does("module", "remove", self.first.name)
+        gone = self.wait_for_event("module-out")
+        self.assertIsNotNone(self.driver.wait_for(
+            lambda _: not self.driver.get("/v1/events")["kept"], 20))
+        self.log_with("which are left to the settings")
+        self.does("set", self.second.name, "threshold=5")
+        self.assertTrue(self.driver.get("/v1/node")["store"]["usable"])
+        full.unlink()
+        self.assertIsNotNone(self.driver.wait_for(
+            lambda _: self.driver.get("/v1/events")["kept"], 20))
+        self.restart(kill=True)
+        self.assertIn(gone, self.events())
+
     def test_the_query(self):
         self.begin()
         self.wait_for_event("ports-settled")
@@ -253,6 +275,26 @@ class EventStreams(Watched):
         # A number from another record begins anew.
         self.assertIn("event: driver-started", self.read_until(
             self.open_stream(**{"Last-Event-ID": str(last + 1000)}), "event: ports-settled"))
+
+    def test_who_comes_back_too_late_learns_what_is_missed(self):
+        self.begin()
+        self.wait_for_event("ports-settled")
+        self.does("module", "remove", self.first.name)
+        kept = self.wait_for_event("module-out")["number"]
+        self.assertIsNotNone(self.driver.wait_for(
+            lambda _: self.driver.get("/v1/events")["kept"], 20))
+        self.driver.process.terminate()
+        self.driver.process.wait(10)
+        record = self.shelf.folder / "state" / "records.db"
+        with contextlib.closing(sqlite3.connect(record, isolation_level=None)) as database:
+            database.execute("DELETE FROM events WHERE number<?", (kept,))
+        self.driver.start()
+        self.wait_for_event("ports-settled")
+        text = self.read_until(self.open_stream(**{"Last-Event-ID": "1"}), f"id: {kept}\n")
+        told = text[text.index("event: missed"):].split("\n")[1]
+        self.assertEqual(json.loads(told.removeprefix("data: ")), {"after": 1, "before": kept})
+        text = self.read_until(self.open_stream(**{"Last-Event-ID": str(kept - 1)}), f"id: {kept}\n")
+        self.assertNotIn("missed", text)
 
     def test_streams_have_a_budget_of_their_own(self):
         self.begin()
