@@ -187,7 +187,7 @@ class Node(Actions):
                    if channel["failures"] > 0]
         self.assertEqual([channel["name"] for channel in failing], ["lum_info"])
         self.assertRegex(self.says("show", "node"),
-                         r"lum_info\.log: \d+ lines, [1-9]\d* could not be written, "
+                         r"lum_info\.log: \d+ lines?, [1-9]\d* could not be written, "
                          r"it cannot be written now: ")
 
     def trace(self, name):

@@ -57,6 +57,10 @@ class Keeping(Panel):
         self.open("#/port/0%2F1%2F0%2F1")
         self.assertGreater(self.browser.run("return Date.now()") / 1000, time.time() + AHEAD_S - 60)
         self.shows(lambda: self.browser.says(".history", "the last 5 min"), 90)
+        # The frame is there before what draws in it has come.
+        self.shows(lambda: self.browser.run(
+            "return typeof Chart !== 'undefined' && "
+            "Chart.getChart(document.querySelector('.plot canvas'))?.data.datasets[0].data.length > 0"), 90)
         last = ("const set = Chart.getChart(document.querySelector('.plot canvas'));"
                 "return [set.scales.x.max, set.data.datasets[0].data.at(-1).x]")
         first = self.browser.run(last)[1]
