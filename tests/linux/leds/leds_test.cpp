@@ -59,7 +59,8 @@ TEST_F(Leds, StateIsWhatIsThereNotWhatWasSet) {
   EXPECT_EQ(state(), 3u);
 }
 
-// The file that is read in each cycle stays open; whatever has come in its place is read all the same.
+// The file that is read in each cycle stays open; whatever has come in its place is read all the
+// same.
 TEST_F(Leds, AnotherFileInThePlaceOfOneIsRead) {
   EXPECT_EQ(state(), 0u);
   write_file(root / "another", "1\n");
