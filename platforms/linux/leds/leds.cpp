@@ -381,18 +381,41 @@ bool leds::in_trouble() const {
                      [](const auto &one) { return one.second && one.second->status().trouble; });
 }
 
+// Which pair is looked at: until the look has ended, or is dropped because no thread came for it.
+class leds::one_look {
+ public:
+  explicit one_look(std::shared_ptr<pair_of_leds> pair) : pair_(std::move(pair)) {}
+  ~one_look() { end(); }
+  one_look(const one_look &) = delete;
+  one_look &operator=(const one_look &) = delete;
+
+  // False where it is looked at already.
+  bool begin() { return is_mine_ = !pair_->looked_at.exchange(true); }
+  void run() {
+    try {
+      pair_->look();
+    } catch (const std::bad_alloc &) {
+      // The next look may have the memory.
+    }
+    end();
+  }
+
+ private:
+  void end() {
+    if (std::exchange(is_mine_, false)) pair_->looked_at = false;
+  }
+
+  std::shared_ptr<pair_of_leds> pair_;
+  bool is_mine_ = false;
+};
+
 void leds::look() {
   const auto round = std::make_shared<look_round>();
   for (const auto &[rsip, pair] : pairs_) {
-    if (!pair || pair->looked_at.exchange(true)) continue;
-    round->looks.push_back([pair = pair] {
-      try {
-        pair->look();
-      } catch (const std::bad_alloc &) {
-        // The next look may have the memory.
-      }
-      pair->looked_at = false;
-    });
+    if (!pair) continue;
+    auto look = std::make_shared<one_look>(pair);
+    if (!look->begin()) continue;
+    round->looks.push_back([look = std::move(look)] { look->run(); });
   }
   round->run(*lookers_);
 }

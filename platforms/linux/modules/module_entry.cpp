@@ -188,9 +188,11 @@ module_glimpse module_entry::glimpse() {
 
 void module_entry::look() {
   if (looking_.exchange(true)) return;
+  // Also where it ends for want of memory.
+  const std::unique_ptr<std::atomic<bool>, void (*)(std::atomic<bool> *)> mark(
+      &looking_, [](std::atomic<bool> *looking) { *looking = false; });
   lock held(mutex_);
   ask_presence(held, true);
-  looking_ = false;
 }
 
 std::chrono::milliseconds module_entry::unasked_for() {

@@ -65,6 +65,7 @@ class leds {
 
  private:
   struct pair_of_leds;
+  class one_look;
 
   pair_of_leds *find(uint32_t rsip) const;
 
