@@ -36,6 +36,14 @@ class HungBuses(Actions):
             self.wait_for_state(cage, "up")
         self.assertIsNone(self.port(beside)["module"]["present"])
 
+    def test_from_the_start_no_port_waits_for_a_module_that_shows_and_does_not_answer(self):
+        hangs = self.add_module("iivi-new-map", slot=1, faults="hang")
+        self.start()
+        for cage in (self.first, self.second, self.other, *self.hung):
+            self.wait_for_state(cage, "up")
+        self.does("module", "release", hangs.name)
+        self.wait_for_state(hangs, "up")
+
     def test_while_it_runs(self):
         """Every answer comes from what is known, and says how old that is."""
         self.begin()

@@ -33,21 +33,20 @@ cage_watch::cage_watch(const lum_linux::node_description &node, lum_linux::modul
 }
 
 void cage_watch::begin(uint32_t rsip) {
-  const auto module = modules_.status(rsip);
+  const auto module = modules_.glimpse(rsip);
   std::lock_guard lock(mutex_);
   cage &now = cages_[rsip];
   now.begun = clock::now();
-  if (!module) return;
-  now.insertion = module->insertion;
-  now.failed_transfers = module->statistics.failed;
+  now.insertion = module.insertion;
+  now.failed_transfers = module.failed;
 }
 
 void cage_watch::renew(uint32_t rsip) {
-  const auto module = modules_.status(rsip);
+  const auto module = modules_.glimpse(rsip);
   std::lock_guard lock(mutex_);
   cage &now = cages_[rsip];
   now.begun = clock::now();
-  now.incomplete = module && module->statistics.failed != now.failed_transfers;
+  now.incomplete = module.failed != now.failed_transfers;
 }
 
 void cage_watch::forget_all() {

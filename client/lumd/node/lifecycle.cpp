@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <exception>
 #include <map>
 #include <set>
 
@@ -275,6 +276,15 @@ void close_empty(driver &node, const std::vector<place> &places) {
   }
 }
 
+// What it is told for is not undone by a lack of memory for the telling.
+void tell_of_creation(uint32_t slot, uint32_t instance, cerrno rc) noexcept {
+  try {
+    say("the ports of slot {} instance {} were not created: {}", slot, instance, cerr_strerror(rc));
+  } catch (const std::exception &) {
+    // The API shows that they are not there.
+  }
+}
+
 }  // namespace
 
 std::vector<lum_port_props> props_of(const port_list &ports) {
@@ -303,10 +313,8 @@ cerrno create_listed(driver &node, uint32_t slot, uint32_t instance,
   if (missing.empty()) return 0;
   for (const lum_port_props &props : missing) node.cages().begin(props.rsip);
   const cerrno rc = lum_create_ports(static_cast<uint32_t>(missing.size()), missing.data());
-  if (!CERR_IS_OK(rc)) {
-    say("the ports of slot {} instance {} were not created: {}", slot, instance, cerr_strerror(rc));
-  }
   for (const lum_port_props &props : missing) node.cages().renew(props.rsip);
+  if (!CERR_IS_OK(rc)) tell_of_creation(slot, instance, rc);
   return rc;
 }
 
