@@ -77,6 +77,7 @@ class Shelf:
         self.alarmed = self.shelf.cages[4]
         tour.cages.poke(self.alarmed.module, tour.FLAG_BYTE, tour.FLAG_BITS)
         self.filled = list(described)
+        self.handles = {}  # as they are shown
         self.driver = support.Driver(build, self.shelf, ("--alarm-tests",), support.QUICK)
 
     def __enter__(self):
@@ -86,8 +87,10 @@ class Shelf:
             if self.driver.wait_for(self.is_up, 60) is None:
                 raise RuntimeError("the shelf does not come up")
             self.driver.poll_once()
-            if self.driver.wait_for(self.is_settled, 60) is None:
+            settled = self.driver.wait_for(self.is_settled, 60)
+            if settled is None:
                 raise RuntimeError("the shelf is not polled well")
+            self.number_handles(settled)
         except BaseException:
             self.driver.__exit__()
             raise
@@ -95,6 +98,13 @@ class Shelf:
 
     def __exit__(self, *_):
         self.driver.__exit__()
+
+    def number_handles(self, ports):
+        """Those ports that do not answer get their handles in the order in which they give up."""
+        theirs = [sub["ifhandle"] for cage in (self.empty, self.failing)
+                  for sub in ports[cage.name]["sub_ports"]]
+        self.handles = {f"0x{now:08x}": f"0x{shown:08x}"
+                        for now, shown in zip(theirs, sorted(theirs))}
 
     def is_up(self, ports):
         return (ports[self.empty.name]["state"] == "empty"
@@ -114,7 +124,9 @@ class Shelf:
             env=dict(os.environ, LUMD_SOCKET=str(self.shelf.socket), COLUMNS=columns))
         if done.returncode != 0:
             raise RuntimeError(f"lumctl {command}: {done.stderr.strip()}")
-        return normal(done.stdout, self.folder)
+        shown = re.sub(r"\b0x[0-9a-f]{8}\b", lambda found: self.handles.get(found[0], found[0]),
+                       done.stdout)
+        return normal(shown, self.folder)
 
 
 def refreshed(page, shelf):
