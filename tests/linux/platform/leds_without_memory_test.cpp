@@ -38,6 +38,9 @@ bool are_seen_after_a_look_that_failed(uint64_t served, const test_folder &folde
 }
 
 TEST(LedsWithoutMemory, AreLookedAtTheNextTime) {
+#ifdef LUM_SANITIZERS_NEW
+  GTEST_SKIP() << "memory does not run out here";
+#endif
   const test_folder folder;
   uint64_t served = 0;
   while (are_seen_after_a_look_that_failed(served, folder)) ++served;
