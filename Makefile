@@ -13,7 +13,7 @@
 #   make deb                  the Debian packages, in build/deb
 #   make test-deb             these in a fresh Debian: installed, run, upgraded, built against, purged; as root
 #   make dist                 the source archive and its bill of materials, in build/dist
-#   make check                format, lint, catalogue, binary interface, sanitizers, coverage, the real kernel, short fuzz runs
+#   make check                format, lint, catalogue, binary interface, sanitizers, coverage, attacks, the real kernel, short fuzz runs
 
 JOBS ?= $(shell nproc)
 

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Format, includes, catalogue, headers, reference, exports, binary interface, presets, lint,
-# sanitizers, coverage, the real kernel and short fuzz runs. Stops at the first failure.
+# sanitizers, coverage, attacks, the real kernel and short fuzz runs. Stops at the first failure.
 #
 # usage: tools/check.sh [STEP ...]   (no argument: all)
 #        tools/check.sh fast         what takes no second build, over what has changed
@@ -163,6 +163,18 @@ check_sanitizer() {
 check_asan() { check_sanitizer asan; }
 check_tsan() { check_sanitizer tsan; }
 
+# What the sanitizers' builds leave out, with what was tried and survived: some three minutes of
+# schedules, every 20th allocation and every call on the store, and the driver without memory.
+check_attacks() {
+  build_client
+  cmake --build --preset release -j "$jobs" --target schedules_test attacks_test lum_test_memory >/dev/null
+  LUM_SCHEDULES=${LUM_SCHEDULES:-40000} build/schedules_test --gtest_filter='*whatever*' | grep -E 'tried|FAILED|eed' &
+  local schedules=$!
+  build/attacks_test | grep -E 'tried|FAILED|ailure'
+  (cd tests/client && LUM_BUILD=$PWD/../../build python3 -m unittest -v test_without_memory 2>&1) | grep -vE '^$|^-'
+  wait "$schedules"
+}
+
 # The fuzzers stand in the build of asan.
 check_fuzz() {
   cmake --preset asan >/dev/null
@@ -238,7 +250,7 @@ fast_steps=(format includes catalogue headers reference exports abi lint-changed
 check_fast() { tools/check.sh "${fast_steps[@]}"; }
 
 steps=("$@")
-[ ${#steps[@]} -gt 0 ] || steps=(format includes catalogue headers reference exports abi presets counts lint asan tsan coverage kernel fuzz)
+[ ${#steps[@]} -gt 0 ] || steps=(format includes catalogue headers reference exports abi presets counts lint asan tsan coverage attacks kernel fuzz)
 times=()
 for step in "${steps[@]}"; do
   declare -F "check_$step" >/dev/null || { echo "tools/check.sh: no step is called $step" >&2; exit 2; }
