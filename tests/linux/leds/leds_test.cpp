@@ -74,6 +74,19 @@ TEST_F(Leds, AnotherFileInThePlaceOfOneIsRead) {
   EXPECT_EQ(state(), 0u);
 }
 
+TEST_F(Leds, ALookSeesAnotherFileAtOnceAndAnotherFolderWithinAMinuteOfLooks) {
+  all->look();
+  write_file(root / "another", "1\n");
+  std::filesystem::rename(root / "another", green / "brightness");
+  all->look();
+  EXPECT_EQ(all->status(rsip)->state, 1u);
+  std::filesystem::rename(green, root / "put away");
+  std::filesystem::create_directory(green);
+  write_file(green / "brightness", "0\n");
+  for (int looks = 0; looks < 12; ++looks) all->look();
+  EXPECT_EQ(all->status(rsip)->state, 0u);
+}
+
 TEST_F(Leds, SurviveARestart) {
   EXPECT_EQ(all->set_state(rsip, 3), 0u);
   all = open();
