@@ -183,7 +183,6 @@ void http_server::core::meet(net::ip::tcp::socket socket) {
   }
 }
 
-// Whatever goes wrong with one connection, a lack of memory included, the next one is waited for.
 template <typename Protocol>
 void http_server::core::open(door<Protocol> &at) {
   if (!at.acceptor.is_open()) return;
@@ -191,6 +190,7 @@ void http_server::core::open(door<Protocol> &at) {
   wait_at(at);
 }
 
+// Whatever goes wrong with one connection, a lack of memory included, the next one is waited for.
 // A connection is waited for and taken in two steps: asio's one for both, where there is no memory
 // for what it has taken, drops whoever waits together with it.
 template <typename Protocol>
