@@ -19,6 +19,7 @@
 #include <string>
 
 #include "one_life.h"
+#include "stated_ends.h"
 #include "test_folder.h"
 
 namespace {
@@ -78,8 +79,8 @@ class Attacks : public testing::Test {
     if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return {};
     std::stringstream said;
     said << std::ifstream(errors).rdbuf();
-    const bool is_fatal = WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT &&
-                          said.str().find("Assertion `") != std::string::npos;
+    const bool is_fatal =
+        WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT && support::is_stated_end(said.str());
     if (is_fatal) return "fatal";
     return "status " + std::to_string(status) + ": " + said.str();
   }

@@ -20,6 +20,7 @@
 #include "blocks.h"
 #include "controllers.h"
 #include "lum_api/lum_api.h"
+#include "stated_ends.h"
 
 namespace failing_platform_test {
 
@@ -342,7 +343,7 @@ TEST_F(failing_platform, whatever_call_of_it_fails_the_next_ones_work) {
       const int ended = in_process([&, &call = operate] { return try_one(call, nth); }, said);
       if (ended == not_met) break;
       ++tried;
-      const bool is_fatal = ended == -SIGABRT && said.find("Assertion `") != std::string::npos;
+      const bool is_fatal = ended == -SIGABRT && is_stated_end(said);
       fatal += is_fatal ? 1 : 0;
       if (ended == went_well || is_fatal) {
         ++survived;
