@@ -83,7 +83,8 @@ check-long:
 	cmake --build build -j $(JOBS) --target schedules_test attacks_test lumd lumctl lum-module-image lum-trace
 	LUM_SCHEDULES=$${LUM_SCHEDULES:-100000} build/schedules_test --gtest_filter='*whatever*'
 	LUM_ATTACK_STRIDE=1 build/attacks_test
-	cd tests/client && LUM_MEMORY_TRIALS=1000000 LUM_BUILD=$(CURDIR)/build python3 -m unittest -v test_without_memory
+	cd tests/client && seq -f %g/4 4 | LUM_MEMORY_TRIALS=1000000 LUM_BUILD=$(CURDIR)/build xargs -P 4 -I+ \
+		env LUM_MEMORY_PART=+ python3 -m unittest -v test_without_memory
 
 deb:
 	tools/setup deb

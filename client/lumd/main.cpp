@@ -109,12 +109,14 @@ int run(const lum_linux::node_description &as_read, const command_line &chosen) 
   report_ready(*server, description);
   node->bring_up();
   reload_signal::listen([node, server, file = std::filesystem::absolute(chosen.config)] {
+    renew_memory_reserve();
     reload_description(*node, *server, file);
     node->look_soon();
   });
 
   watchdog guard(*node, *server);
   stop.wait();
+  renew_memory_reserve();
   guard.stop();
   say("stopping");
   server->stop();
@@ -147,10 +149,10 @@ int main(int argc, char **argv) {
     return run(*description, *chosen);
   } catch (const std::system_error &error) {
     const bool no_thread = error.code() == std::errc::resource_unavailable_try_again;
-    say("{}{}", error.what(), no_thread ? ": the system gives no more threads, see ulimit -u" : "");
+    say_failed(error.what(), no_thread ? ": the system gives no more threads, see ulimit -u" : "");
     leave(exit_failed);
   } catch (const std::exception &error) {
-    say("{}", error.what());
+    say_failed(error.what(), "");
     leave(exit_failed);
   }
 }

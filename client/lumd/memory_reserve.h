@@ -13,7 +13,8 @@ inline constexpr int memory_failures_outlived = 4;
 // last one given up, for what its refusal takes.
 void keep_memory_reserve();
 
-// Takes back what was given up, as far as there is memory. Any thread; to be called now and then.
+// Takes back what was given up, as far as there is memory. Any thread; to be called before anything
+// that takes memory: a request, a description that is read again, the end.
 void renew_memory_reserve();
 
 }  // namespace lumd

@@ -28,7 +28,7 @@ sigset_t reload_signals() {
     try {
       reload();
     } catch (const std::exception &error) {
-      say("the description was not read again: {}", error.what());
+      say_failed("the description was not read again: ", error.what());
     }
   }
 }

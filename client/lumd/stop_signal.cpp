@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "command_line.h"
-#include "node/log.h"
+#include "lum_linux/system.h"
 
 namespace lumd {
 namespace {
@@ -38,7 +38,7 @@ void stop_signal::take() {
   come_ = true;
   come_.notify_all();
   std::this_thread::sleep_for(bound);
-  say("something does not end; leaving it behind");
+  lum_linux::say_line("lumd: something does not end; leaving it behind\n");  // takes no memory
   _exit(exit_failed);
 }
 

@@ -1,8 +1,9 @@
 /* Preloaded into lumd by the tests: some of its allocations fail, from the one on whose number
- * stands in the file of LUM_TEST_MEMORY. The file holds five numbers of 64 bits, in the machine's
+ * stands in the file of LUM_TEST_MEMORY. The file holds six numbers of 64 bits, in the machine's
  * order: which allocation fails, 0 for none; how many fail in a row from it on; how many there have
- * been; how many of them have failed; how often what is free has been given back. Whoever writes it
- * counts from anew by setting the third to 0. */
+ * been; how many of them have failed; how often what is free has been given back; how many blocks
+ * are taken and not freed. Whoever writes it counts from anew by setting the third to 0. What the
+ * system maps, stacks of threads among it, is left alone. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
@@ -18,6 +19,8 @@
 void *__libc_malloc(size_t size);
 void *__libc_calloc(size_t count, size_t size);
 void *__libc_realloc(void *block, size_t size);
+void *__libc_memalign(size_t alignment, size_t size);
+void __libc_free(void *block);
 
 struct plan {
   _Atomic uint64_t fails;
@@ -25,6 +28,7 @@ struct plan {
   _Atomic uint64_t asked;
   _Atomic uint64_t failed;
   _Atomic uint64_t given_back;
+  _Atomic int64_t blocks;
 };
 static struct plan *plan = NULL;
 
@@ -58,9 +62,34 @@ static int fails(void) {
   return 1;
 }
 
-void *malloc(size_t size) { return fails() ? NULL : __libc_malloc(size); }
-void *calloc(size_t count, size_t size) { return fails() ? NULL : __libc_calloc(count, size); }
-void *realloc(void *block, size_t size) { return fails() ? NULL : __libc_realloc(block, size); }
+static void *counted(void *block) {
+  if (plan != NULL && block != NULL) atomic_fetch_add(&plan->blocks, 1);
+  return block;
+}
+
+void *malloc(size_t size) { return fails() ? NULL : counted(__libc_malloc(size)); }
+void *calloc(size_t count, size_t size) {
+  return fails() ? NULL : counted(__libc_calloc(count, size));
+}
+void *realloc(void *block, size_t size) {
+  if (fails()) return NULL;
+  void *moved = __libc_realloc(block, size);
+  return block == NULL ? counted(moved) : moved;
+}
+void *memalign(size_t alignment, size_t size) {
+  return fails() ? NULL : counted(__libc_memalign(alignment, size));
+}
+void *aligned_alloc(size_t alignment, size_t size) { return memalign(alignment, size); }
+int posix_memalign(void **block, size_t alignment, size_t size) {
+  void *taken = memalign(alignment, size);
+  if (taken == NULL) return ENOMEM;
+  *block = taken;
+  return 0;
+}
+void free(void *block) {
+  if (plan != NULL && block != NULL) atomic_fetch_sub(&plan->blocks, 1);
+  __libc_free(block);
+}
 
 int malloc_trim(size_t pad) {
   static int (*real)(size_t) = NULL;

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <string_view>
 
 #include "lum_linux/system.h"
@@ -17,7 +18,15 @@ void say(fmt::format_string<Arguments...> format, Arguments &&...arguments) {
       fmt::format("lumd: {}\n", fmt::format(format, std::forward<Arguments>(arguments)...)));
 }
 
-// The same, behind the priority (of syslog(3), 0 to 7) that a journal sorts lines by; a terminal's
+// What failed and why, without memory too. Both may be cut.
+inline void say_failed(const char *what, const char *why) {
+  char line[512];
+  const auto end = fmt::format_to_n(line, sizeof line - 1, "lumd: {}{}", what, why).out;
+  *end = '\n';
+  lum_linux::say_line({line, static_cast<std::size_t>(end - line) + 1});
+}
+
+// As say(), behind the priority (of syslog(3), 0 to 7) that a journal sorts lines by; a terminal's
 // reader is spared it.
 inline void say_at(int priority, std::string_view text) {
   static const bool is_terminal = ::isatty(STDERR_FILENO) == 1;

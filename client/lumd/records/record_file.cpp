@@ -5,9 +5,11 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
 
+#include <new>
 #include <stdexcept>
 #include <system_error>
 
+#include "lum_linux/database_change.h"
 #include "records/record_tables.h"
 
 namespace lumd {
@@ -73,10 +75,11 @@ int version_of(SQLite::Database &database) {
 }
 
 void set_up(SQLite::Database &database, const std::string &tables) {
-  SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
+  database.exec("BEGIN IMMEDIATE");
+  const lum_linux::database_change whole(database.getHandle());
   database.exec(tables + fmt::format("PRAGMA application_id={};PRAGMA user_version={}", file_mark,
                                      file_version));
-  transaction.commit();
+  database.exec("COMMIT");
 }
 
 void check_kind(SQLite::Database &database, bool may_change) {
@@ -175,11 +178,13 @@ std::string record_file::take(const record_change &change) {
   if (auto why = why_no_room(file_); !why.empty()) return why;
   try {
     SQLite::Database &database = connection_->database;
-    SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
+    if (!lum_linux::undo_change(database.getHandle())) throw std::bad_alloc();
+    database.exec("BEGIN IMMEDIATE");
+    const lum_linux::database_change whole(database.getHandle());
     write_events(database, change, most_events_);
     write_samples(database, change.samples);
     write_bins(database, change.bins);
-    transaction.commit();
+    database.exec("COMMIT");
     return {};
   } catch (const SQLite::Exception &failure) {
     return fmt::format("{}: {}", file_.native(), failure.what());

@@ -127,10 +127,12 @@ cerrno checkpoint_store::remove(uint32_t kind, uint64_t id) {
   if (const cerrno rc = key_of(kind, id, change.record.key); rc != 0) return rc;
   const cerrno rc = attempt([&]() -> cerrno {
     sync_commits(true);
-    SQLite::Transaction both(connection_->database, SQLite::TransactionBehavior::IMMEDIATE);
+    SQLite::Database &database = connection_->database;
+    database.exec("BEGIN IMMEDIATE");
+    const database_change both(database.getHandle());
     use(connection_->prepared->remove, kind, id)->exec();
     use(connection_->prepared->removed, change.number, kind, change.record.key)->exec();
-    both.commit();
+    database.exec("COMMIT");
     return 0;
   });
   if (rc != 0) return rc;

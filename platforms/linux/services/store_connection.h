@@ -4,9 +4,11 @@
 
 #include <sqlite3.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <optional>
 
+#include "lum_linux/database_change.h"
 #include "services/checkpoint_store.h"
 #include "services/store_files.h"
 #include "services/store_sql.h"
@@ -64,6 +66,10 @@ struct checkpoint_store::connection {
 template <typename Call>
 cerrno checkpoint_store::attempt(Call call) {
   try {
+    if (connection_ != nullptr && !undo_change(connection_->database.getHandle())) {
+      failure_ = "a change cannot be undone";
+      return ENOMEM;
+    }
     return call();
   } catch (const SQLite::Exception &failure) {
     if (refusal_ && (failure.getErrorCode() & 0xff) == SQLITE_READONLY) {

@@ -4,6 +4,7 @@
 
 #include <optional>
 
+#include "lum_linux/database_change.h"
 #include "services/store_record.h"
 
 namespace lum_linux {
@@ -116,14 +117,15 @@ store_verdict judge_store(SQLite::Database &database, const store_owner &owner, 
 }
 
 void set_up_store(SQLite::Database &database, const store_owner &owner) {
-  SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
+  database.exec("BEGIN IMMEDIATE");
+  const database_change whole(database.getHandle());
   database.exec(schema);
   SQLite::Statement insert(database,
                            "INSERT INTO application(name, version, store) VALUES(?, ?, random())");
   insert.bind(1, owner.name);
   insert.bind(2, owner.version);
   insert.exec();
-  transaction.commit();
+  database.exec("COMMIT");
 }
 
 void rewrite_mark(SQLite::Database &database) {
@@ -131,11 +133,12 @@ void rewrite_mark(SQLite::Database &database) {
 }
 
 void renew_store(SQLite::Database &database) {
-  SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
+  database.exec("BEGIN IMMEDIATE");
+  const database_change whole(database.getHandle());
   database.exec(additions);
   database.exec("UPDATE application SET store=random()");
   carry_over(database);
-  transaction.commit();
+  database.exec("COMMIT");
 }
 
 }  // namespace lum_linux
