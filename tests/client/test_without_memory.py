@@ -283,20 +283,29 @@ class WhileItServes(FailingMemory):
     def test_a_stream_of_events(self):
         """One may end, or bring nothing; the next one brings what has happened."""
         self.begin()
+        self.try_without("a stream", self.follow)
+
+    def test_a_description_that_is_read_again(self):
+        """It may not be; the next time it is."""
+        self.begin()
+        self.try_without("a description read again", self.read_again)
+
+    def try_without(self, what, is_done):
+        """Tries what is to be done within so many seconds, and then again with memory."""
         self.let_fail(NEVER)
-        self.assertTrue(self.follow(20))
+        self.assertTrue(is_done(20))
         count = self.asked()
         for in_a_row in IN_A_ROW:
             for number in self.spread(count):
                 with self.subTest(allocation=number, in_a_row=in_a_row):
                     self.let_fail(number, in_a_row)
-                    self.follow(1)
+                    is_done(0.5)
                     was_met = self.met()
                     self.let_fail(0)
                     self.assertIsNone(self.driver.process.poll(), self.driver.log.read_text())
-                    self.assertTrue(self.follow(20))
+                    self.assertTrue(is_done(20), self.driver.log.read_text())
                     self.survived += was_met
-        self.tell("a stream", count)
+        self.tell(what, count)
 
     def follow(self, patience):
         """Whether the first event has come."""
@@ -311,24 +320,6 @@ class WhileItServes(FailingMemory):
                     return any(line.startswith(b"id: 1") for line in stream)
             except OSError:
                 return False
-
-    def test_a_description_that_is_read_again(self):
-        """It may not be; the next time it is."""
-        self.begin()
-        self.let_fail(NEVER)
-        self.assertTrue(self.read_again(20))
-        count = self.asked()
-        for in_a_row in IN_A_ROW:
-            for number in self.spread(count):
-                with self.subTest(allocation=number, in_a_row=in_a_row):
-                    self.let_fail(number, in_a_row)
-                    self.read_again(0.2)
-                    was_met = self.met()
-                    self.let_fail(0)
-                    self.assertIsNone(self.driver.process.poll(), self.driver.log.read_text())
-                    self.assertTrue(self.read_again(20), self.driver.log.read_text())
-                    self.survived += was_met
-        self.tell("a description read again", count)
 
     def read_again(self, patience):
         """Whether the driver says so."""
