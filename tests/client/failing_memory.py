@@ -146,7 +146,7 @@ class FailingMemory(ShelfTest):
         return range(1 + int(time.time() // 86400) % step, count + 1, step)[PART - 1::PARTS]
 
     def tell(self, what, count, more=""):
-        print(f"{what}: {count} allocations, {self.tried} made to fail, {self.survived} survived"
+        print(f"{what}: {count} allocations, {self.tried} tried, {self.survived} survived"
               f"{f', {self.too_late} not met' if self.too_late else ''}{more}", flush=True)
         self.assertEqual(self.survived, self.tried)
         self.tried = self.survived = self.too_late = 0

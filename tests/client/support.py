@@ -1,11 +1,13 @@
 """A small shelf of simulated modules and a driver on it, for one test each."""
 
+import json
 import os
 import pathlib
 import subprocess
 import sys
 import tempfile
 import unittest
+import urllib.parse
 
 BUILD = pathlib.Path(os.environ["LUM_BUILD"])
 SOURCE = pathlib.Path(__file__).resolve().parents[2]
@@ -31,6 +33,16 @@ def run(*arguments, **environment):
         arguments, env=dict(os.environ, **environment),
         capture_output=True, text=True, check=False, timeout=30,
     )
+
+
+def changes(name):
+    """The target of every request that may change something, of that port where it is one's."""
+    place = urllib.parse.quote(name, safe="")
+    document = json.loads((SOURCE / "client/lumd/api/openapi.json").read_text())
+    found = [path.replace("{name}", place).replace("{operation}", "delete")
+             for path, ways in document["paths"].items() if ways.keys() & {"post", "put", "delete"}]
+    assert len(found) > 15, found
+    return found
 
 
 def full_pipe(test):

@@ -114,9 +114,10 @@ class Tls(Secured):
 
     def test_nothing_is_changed(self):
         self.begin()
-        status, body = self.ask("POST", "/v1/controllers/replay")
-        self.assertEqual(status, 403, body)
-        self.assertIn("only the driver's own socket", json.loads(body)["detail"])
+        for target in support.changes(self.cage.name):
+            status, body = self.ask("POST", target)
+            self.assertEqual(status, 403, (target, body))
+            self.assertIn("only the driver's own socket", json.loads(body)["detail"])
 
     def test_several_requests_on_one_connection(self):
         self.begin()
@@ -484,10 +485,15 @@ class SocketGroup(support.ShelfTest):
         found = self.shelf.socket.stat()
         self.assertEqual((stat.S_IMODE(found.st_mode), found.st_gid), (0o660, self.group))
         self.assertIn(self.cage.name, self.lumctl("show", "ports", groups=[self.group]).stdout)
-        change = ("set", f"{self.cage.name}:0", "threshold=20")
-        done = self.lumctl(*change, groups=[self.group])
-        self.assertEqual(done.returncode, 1)
-        self.assertIn("nobody may only look: changes are for root and root", done.stderr)
+        name = self.cage.name
+        change = ("set", f"{name}:0", "threshold=20")
+        for words in (change, ("replay",), ("resync",), ("port", "delete", name),
+                      ("port", "update", name, "up"), ("module", "remove", name),
+                      ("module", "poke", name, "0", "13", "1"), ("clear", "stats"), ("im", "behave"),
+                      ("inject", "alarm", f"{name}:0", "all", "on"), ("ea", "connect")):
+            done = self.lumctl(*words, groups=[self.group])
+            self.assertEqual(done.returncode, 1, (words, done.stderr))
+            self.assertIn("nobody may only look: changes are for root and root", done.stderr)
         self.assertEqual(run(LUMCTL, "--socket", str(self.shelf.socket), *change).returncode, 0)
         done = self.lumctl("show", "ports", groups=[])
         self.assertEqual(done.returncode, 3)

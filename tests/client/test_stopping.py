@@ -107,6 +107,23 @@ class Stopping(support.ShelfTest):
             self.assertIsNone(self.driver.process.poll())
         self.stop_of(self.driver.process)
 
+    def test_at_any_moment_of_the_start(self):
+        """Also while it creates ports in cages that are empty, and in one whose bus hangs."""
+        for number in range(11):
+            self.shelf.add_cage(1, f"nothing-{number}.eeprom")
+        self.hang(self.add_file())
+        self.shelf.write_description()
+        tried = 0
+        for moment in range(0, 600, 20):
+            driver = support.Driver(support.BUILD, self.shelf, (), support.QUICK)
+            self.addCleanup(driver.__exit__)
+            driver.__enter__()
+            time.sleep(moment / 1000)
+            # In its loader's moments it does not take the signal for itself yet.
+            self.assertIn(self.stop_of(driver.process), (0, -signal.SIGTERM), driver.log.read_text())
+            tried += 1
+        print(f"stops while it starts: {tried} tried, {tried} survived")
+
     def test_with_a_standard_error_that_nobody_reads(self):
         self.add_module("iivi-old-map")
         self.shelf.write_description()
