@@ -49,6 +49,7 @@ test:
 	cmake --preset release
 	cmake --build build -j $(JOBS)
 	ctest --test-dir build -j $$(($(JOBS) * 3)) --output-on-failure
+	tools/attack_counts.py build
 
 test-kernel:
 	tools/setup kernel

@@ -79,12 +79,15 @@ TEST(crash, every_acknowledged_change_survives_a_kill_in_the_library_and_in_the_
 
   const stress::ledger_counts &counts = ledger.counts();
   std::printf(
-      "%lu kills, %lu of them during the start; %lu changes asked for, %lu acknowledged; "
-      "%lu sub-ports judged after restarts: %lu lost, %lu torn, %lu not in the module\n",
-      static_cast<unsigned long>(kills), static_cast<unsigned long>(killed_at_start),
-      static_cast<unsigned long>(counts.asked), static_cast<unsigned long>(counts.acknowledged),
-      static_cast<unsigned long>(counts.recovered), static_cast<unsigned long>(counts.lost),
-      static_cast<unsigned long>(counts.torn), static_cast<unsigned long>(counts.not_in_module));
+      "kills: %lu tried, %lu survived, %lu of them during the start; %lu changes asked for, %lu "
+      "acknowledged; %lu sub-ports judged after restarts: %lu lost, %lu torn, %lu not in the "
+      "module\n",
+      static_cast<unsigned long>(kills),
+      static_cast<unsigned long>(ledger.complaints().empty() ? kills : 0),
+      static_cast<unsigned long>(killed_at_start), static_cast<unsigned long>(counts.asked),
+      static_cast<unsigned long>(counts.acknowledged), static_cast<unsigned long>(counts.recovered),
+      static_cast<unsigned long>(counts.lost), static_cast<unsigned long>(counts.torn),
+      static_cast<unsigned long>(counts.not_in_module));
   for (const std::string &complaint : ledger.complaints()) ADD_FAILURE() << complaint;
   EXPECT_GT(counts.acknowledged, kills);
   EXPECT_EQ(counts.refused, 0u);
