@@ -63,6 +63,17 @@ class WrongDescription(support.ShelfTest):
     def test_not_toml(self):
         self.refuse('name = "test"', "name = = 3")
 
+    def test_every_problem_is_told_at_its_line(self):
+        wrong = ("number = 16", "lde = 2", "handel = 2")
+        said = self.refuse("handle = 2", "\n".join(wrong[1:]), wrong[2])
+        text = self.shelf.description.read_text().replace("number = 1", wrong[0], 1)
+        self.shelf.description.write_text(text)
+        done = run(LUMD, "--config", self.shelf.description)
+        self.assertEqual(done.returncode, 2, done.stderr)
+        for problem in wrong:
+            number = 1 + text.splitlines().index(problem)
+            self.assertIn(f"{self.shelf.description}:{number}: ", done.stderr)
+
     def test_file_missing(self):
         done = run(LUMD, "--config", "/nowhere/node.toml")
         self.assertEqual(done.returncode, 2)

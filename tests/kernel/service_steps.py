@@ -21,6 +21,7 @@ def run(steps, guest):
     write_threshold(steps, guest)
     share_the_bus(steps, guest)
     take_the_group_away(steps, guest)
+    stand_still(steps, guest)
     stop_service(steps, guest)
 
 
@@ -193,6 +194,28 @@ def take_the_group_away(steps, guest):
                 str(port(guest, "west")))
     guest.does(f"chgrp i2c {STUB_BUS}")
     steps.check("with it the port is up again", state(guest, "west", "up") is not None)
+
+
+def stand_still(steps, guest):
+    """A driver that does nothing any more feeds no watchdog; its time is shortened here."""
+    folder = "/run/systemd/system/lumd.service.d"
+    guest.does(f"mkdir -p {folder} && printf '[Service]\\nWatchdogSec=8\\nTimeoutAbortSec=2\\n'"
+               f" >{folder}/watchdog.conf && systemctl daemon-reload && systemctl restart lumd")
+    steps.check("it is up with a watchdog of 8 s", state(guest, "west", "up") is not None)
+    before = main_process(guest)
+    guest.does(f"kill -STOP {before}")
+
+    def another():
+        now = main_process(guest)
+        return now if now not in ("0", before) else None
+    steps.check("systemd ends one that stands still and starts another",
+                guest.wait_for(another, SETTLED) is not None,
+                guest.does("journalctl --no-pager -o cat -u lumd | tail -20"))
+    steps.check("which has the modules up", state(guest, "west", "up") is not None)
+
+
+def main_process(guest):
+    return guest.does("systemctl show --value -p MainPID lumd").strip()
 
 
 def stop_service(steps, guest):
