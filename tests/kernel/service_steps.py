@@ -47,7 +47,12 @@ def load_stub(steps, guest):
 
 def start_service(steps, guest):
     steps.say("The service")
-    group = guest.does(f"stat -c '%G %a' {STUB_BUS} {LED_CLASS}/input0::numlock/brightness"
+    light = f"{LED_CLASS}/input0::numlock/brightness"
+    # Which are the node's.
+    steps.check("the keyboard's LEDs are there",
+                guest.wait_for(lambda: guest.run(f"test -e {light}")[0] == 0, SETTLED),
+                guest.does(f"ls {LED_CLASS} /sys/class/input"))
+    group = guest.does(f"stat -c '%G %a' {STUB_BUS} {light}"
                        f" /sys/bus/i2c/devices/0-{FLAT:04x}/eeprom").split("\n")
     steps.check("udev gives buses to the group i2c, LEDs and eeprom files to the group lumd",
                 group[0] == "i2c 660" and group[1] == "lumd 664" and group[2] == "lumd 660",
