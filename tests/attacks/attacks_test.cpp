@@ -25,6 +25,7 @@
 namespace {
 
 using attacks::attack;
+using attacks::ending;
 using attacks::ledger;
 using attacks::target;
 
@@ -43,7 +44,8 @@ struct count {
   uint64_t survived = 0;
   uint64_t fatal = 0;     // ended as the headers say of them
   uint64_t refused = 0;   // the start was refused
-  int64_t most_left = 0;  // blocks of memory, beyond what a life that nothing befalls leaves
+  uint64_t leaving = 0;   // more blocks of memory than a life that nothing befalls
+  int64_t most_left = 0;  // of such blocks
 };
 
 class Attacks : public testing::Test {
@@ -93,8 +95,10 @@ class Attacks : public testing::Test {
     ++all.tried;
     if (said == "fatal") ++all.fatal;
     if (said.empty() && left_->refused) ++all.refused;
-    if (said.empty() && !left_->refused && !planned.is_last) {
-      all.most_left = std::max(all.most_left, left_->blocks - undisturbed_);
+    if (said.empty() && !left_->refused && planned.how != ending::is_killed) {
+      const int64_t left = left_->blocks - undisturbed_;
+      all.leaving += left > 0 ? 1 : 0;
+      all.most_left = std::max(all.most_left, left);
     }
     left_->refused = false;
     const bool ended_well = said.empty() || said == "fatal";
@@ -105,7 +109,7 @@ class Attacks : public testing::Test {
     } else if (++failures_ <= most_failures_shown) {
       ADD_FAILURE() << attacks::name_of(planned.what) << " " << planned.nth
                     << (planned.from_then_on ? " and all after it" : "") << " with "
-                    << planned.error << ": " << said;
+                    << planned.error << " " << attacks::name_of(planned.how) << ": " << said;
     }
     left_->wrong[0] = '\0';
     return true;
@@ -114,22 +118,24 @@ class Attacks : public testing::Test {
   // Of every `stride` calls one, the first one moving on from day to day.
   count outlives_each(attack planned, uint64_t stride) {
     const auto day = static_cast<uint64_t>(std::time(nullptr) / (24 * 60 * 60));
-    const uint64_t first = 1 + setting("LUM_ATTACK_START", day) % stride;
+    const uint64_t first = setting("LUM_ATTACK_START", 1 + day % stride);
     count all;
     planned.nth = first;
     while (all.tried - all.survived < most_failures_shown && outlives(planned, all)) {
       planned.nth += stride;
-      planned.is_last = planned.from_then_on && !planned.is_last;
     }
     std::printf(
-        "%-8s error %2d %s: every %lu. from the %lu.: %lu tried, %lu survived, of which %lu ended "
-        "as stated and %lu were refused their start; at most %ld blocks of memory left\n",
-        attacks::name_of(planned.what), planned.error,
-        planned.from_then_on ? "from then on" : "once        ", static_cast<unsigned long>(stride),
-        static_cast<unsigned long>(first), static_cast<unsigned long>(all.tried),
+        "%s fails %s with %d, every %lu. from the %lu., %s: %lu tried, %lu survived, of which %lu "
+        "ended as stated and %lu were refused their start; %lu left blocks of memory, at most "
+        "%ld\n",
+        attacks::name_of(planned.what), planned.from_then_on ? "from then on" : "once",
+        planned.error, static_cast<unsigned long>(stride), static_cast<unsigned long>(first),
+        attacks::name_of(planned.how), static_cast<unsigned long>(all.tried),
         static_cast<unsigned long>(all.survived), static_cast<unsigned long>(all.fatal),
-        static_cast<unsigned long>(all.refused), static_cast<long>(all.most_left));
+        static_cast<unsigned long>(all.refused), static_cast<unsigned long>(all.leaving),
+        static_cast<long>(all.most_left));
     std::fflush(stdout);
+    EXPECT_EQ(all.survived, all.tried);
     return all;
   }
 
@@ -143,25 +149,35 @@ class Attacks : public testing::Test {
 }  // namespace
 
 TEST_F(Attacks, a_node_outlives_the_failure_of_any_allocation) {
-  const count all =
-      outlives_each({target::memory, 1, false, ENOMEM}, setting("LUM_ATTACK_STRIDE", 20));
-  EXPECT_EQ(all.survived, all.tried);
-  EXPECT_GT(all.tried, 20u);
-  EXPECT_LT(all.most_left, few_blocks);
+  const uint64_t stride = setting("LUM_ATTACK_STRIDE", 20);
+  for (const ending how : {ending::recovers, ending::stops}) {
+    const count all = outlives_each({target::memory, 1, false, ENOMEM, how}, stride);
+    EXPECT_GT(all.tried, 20u);
+    EXPECT_LT(all.most_left, few_blocks);
+  }
+}
+
+TEST_F(Attacks, a_node_outlives_memory_that_runs_out_anywhere) {
+  const uint64_t stride = setting("LUM_ATTACK_STRIDE", 40);
+  for (const ending how : {ending::recovers, ending::stops, ending::is_killed}) {
+    const count all = outlives_each({target::memory, 1, true, ENOMEM, how}, stride);
+    EXPECT_GT(all.tried, 20u);
+    EXPECT_LT(all.most_left, few_blocks);
+  }
 }
 
 TEST_F(Attacks, no_failing_call_on_the_store_loses_what_was_acknowledged) {
-  count all;
+  uint64_t tried = 0;
+  const uint64_t stride = setting("LUM_ATTACK_STRIDE", 1);
   for (const target what : attacks::disk_targets) {
     for (const int error : {EIO, ENOSPC}) {
-      for (const bool from_then_on : {false, true}) {
-        const count some =
-            outlives_each({what, 1, from_then_on, error}, setting("LUM_ATTACK_STRIDE", 1));
-        all.tried += some.tried;
-        all.survived += some.survived;
+      for (const ending how : {ending::recovers, ending::stops}) {
+        tried += outlives_each({what, 1, false, error, how}, stride).tried;
+      }
+      for (const ending how : {ending::recovers, ending::stops, ending::is_killed}) {
+        tried += outlives_each({what, 1, true, error, how}, stride).tried;
       }
     }
   }
-  EXPECT_EQ(all.survived, all.tried);
-  EXPECT_GT(all.tried, 40u);
+  EXPECT_GT(tried, 40u);
 }

@@ -15,6 +15,7 @@ extern "C" {
 void *__libc_malloc(size_t size);
 void *__libc_calloc(size_t count, size_t size);
 void *__libc_realloc(void *block, size_t size);
+void *__libc_memalign(size_t alignment, size_t size);
 void __libc_free(void *block);
 }
 
@@ -65,6 +66,11 @@ const char *name_of(target what) {
   return names[static_cast<size_t>(what)];
 }
 
+const char *name_of(ending how) {
+  constexpr const char *names[] = {"and recovers", "while it stops too", "and is killed"};
+  return names[static_cast<size_t>(how)];
+}
+
 void attack_files_below(const char *name) { std::strncpy(folder, name, sizeof folder - 1); }
 
 void begin(const attack &planned) {
@@ -104,6 +110,18 @@ void *realloc(void *block, size_t size) {
   if (memory_fails()) return nullptr;
   if (block == nullptr) outstanding.fetch_add(1, std::memory_order_relaxed);
   return __libc_realloc(block, size);
+}
+void *memalign(size_t alignment, size_t size) {
+  if (memory_fails()) return nullptr;
+  outstanding.fetch_add(1, std::memory_order_relaxed);
+  return __libc_memalign(alignment, size);
+}
+void *aligned_alloc(size_t alignment, size_t size) { return memalign(alignment, size); }
+int posix_memalign(void **block, size_t alignment, size_t size) {
+  void *taken = memalign(alignment, size);
+  if (taken == nullptr) return ENOMEM;
+  *block = taken;
+  return 0;
 }
 void free(void *block) {
   if (block != nullptr) outstanding.fetch_sub(1, std::memory_order_relaxed);

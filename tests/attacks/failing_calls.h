@@ -10,12 +10,17 @@ inline constexpr target disk_targets[] = {target::read, target::write, target::s
                                           target::truncate};
 const char *name_of(target what);
 
+// What is attacked recovers when that is over, and stops; or is attacked while it stops as well; or
+// ends in the middle of it, as a process does that is killed.
+enum class ending : uint32_t { recovers, stops, is_killed };
+const char *name_of(ending how);
+
 struct attack {
   target what = target::nothing;
   uint64_t nth = 1;  // of the calls from now on
   bool from_then_on = false;
   int error = 0;
-  bool is_last = false;  // what is attacked does not recover: the process ends in the middle of it
+  ending how = ending::recovers;
 };
 
 // Only files below the folder are attacked; its name is copied.

@@ -2,9 +2,11 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -35,7 +37,7 @@ class life {
   void use();
   void recover();
   void expect_acknowledged();
-  void stop() { platform_.reset(); }
+  void stop();
   bool is_well() const { return left_.wrong[0] == '\0'; }
 
  private:
@@ -48,7 +50,7 @@ class life {
   const lum_port_data *port(uint32_t number) const;
   uint32_t ifhandle(uint32_t number, uint32_t sub_port) const;
   bool has_handles(uint32_t number) const;
-  static bool is_unread(uint32_t number);
+  static bool is_told_as(uint32_t number, lum_linux::record_trouble trouble);
 
   const lum_linux::node_description &node_;
   ledger &left_;
@@ -59,14 +61,20 @@ void life::wrong(const std::string &what) {
   if (is_well()) std::snprintf(left_.wrong, sizeof left_.wrong, "%s", what.c_str());
 }
 
-// False when the start was refused, as it may be while it is attacked. The platform's own start
-// without memory is a test of its own.
+// False when the start was refused, as it may be while it is attacked.
 bool life::start(const attack &planned) {
-  if (planned.what != target::memory) begin(planned);
-  std::string error;
-  platform_ = lum_linux::platform::start(node_, error);
+  // Where there is no memory at all any more, the reader of modules' descriptions ends the process.
+  const bool is_for_good = planned.what == target::memory && planned.from_then_on;
+  if (!is_for_good) begin(planned);
+  try {
+    const struck now;
+    std::string error;
+    platform_ = lum_linux::platform::start(node_, error);
+  } catch (const std::bad_alloc &) {
+    return false;
+  }
   if (!platform_) return false;
-  if (planned.what == target::memory) begin(planned);
+  if (is_for_good) begin(planned);
   lum_infra_params params = {};
   params.evm = platform_->evm();
   params.platform_cbs = &platform_->callbacks();
@@ -99,6 +107,8 @@ void life::delete_port(uint32_t number) {
     lum_delete_ports(0, slot, 0, 1, &number);
   }
   settle();
+  if (port(number) != nullptr || is_told_as(number, lum_linux::record_trouble::undeleted)) return;
+  std::copy_n(left_.asked[number], sub_ports, left_.deleted[number]);
 }
 
 void life::set(uint32_t number, uint32_t sub_port, uint32_t value) {
@@ -142,6 +152,11 @@ bool life::has_handles(uint32_t number) const {
     }
   }
   return true;
+}
+
+void life::stop() {
+  const struck now;
+  platform_.reset();
 }
 
 void life::use() {
@@ -203,19 +218,18 @@ void life::recover() {
     if (port(number)->dom[0].readings[0] == 0) wrong("a port is not polled any more");
     for (uint32_t s = 0; s < sub_ports; ++s) {
       set(number, s, left_.asked[number][s] + 1);
-      if (left_.acknowledged[number][s] != left_.asked[number][s] && !is_unread(number)) {
+      // One that came up without the store is not saved over until the next start.
+      if (left_.acknowledged[number][s] != left_.asked[number][s] &&
+          !is_told_as(number, lum_linux::record_trouble::unread)) {
         wrong("a setting is not taken any more: " + lum_linux::checkpoints_status().last_failure);
       }
     }
   }
 }
 
-// The port came up without the store: its record is there, and is not saved over until the next
-// start.
-bool life::is_unread(uint32_t number) {
+bool life::is_told_as(uint32_t number, lum_linux::record_trouble trouble) {
   for (const lum_linux::troubled_record &each : lum_linux::checkpoints_status().troubled) {
-    const bool is_its_own = each.key == rsip_of(number);
-    if (is_its_own && each.trouble == lum_linux::record_trouble::unread) return true;
+    if (each.key == rsip_of(number) && each.trouble == trouble) return true;
   }
   return false;
 }
@@ -235,6 +249,10 @@ void life::expect_acknowledged() {
       if (kept < left_.acknowledged[number][s] || kept > left_.asked[number][s]) {
         wrong("port " + std::to_string(number) + "." + std::to_string(s) + " has " +
               std::to_string(kept) + ", not " + std::to_string(left_.acknowledged[number][s]));
+      }
+      if (kept != 0 && kept <= left_.deleted[number][s]) {
+        wrong("port " + std::to_string(number) + "." + std::to_string(s) + " has " +
+              std::to_string(kept) + ", which was deleted");
       }
     }
   }
@@ -281,10 +299,16 @@ void live(const lum_linux::node_description &node, const attack &planned, ledger
     return;
   }
   one.use();
-  left.calls = end();
-  if (planned.is_last) _exit(0);
-  one.recover();
+  if (planned.how == ending::is_killed) {
+    left.calls = end();
+    _exit(0);
+  }
+  if (planned.how == ending::recovers) {
+    left.calls = end();
+    one.recover();
+  }
   one.stop();
+  if (planned.how == ending::stops) left.calls = end();
   left.blocks = blocks_outstanding();
 }
 

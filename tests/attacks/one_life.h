@@ -18,6 +18,8 @@ inline constexpr uint32_t sub_ports = 2;
 struct ledger {
   uint32_t asked[ports][sub_ports];         // the latest setting asked for
   uint32_t acknowledged[ports][sub_ports];  // and the latest that the library took
+  uint32_t deleted[ports][sub_ports];       // the latest that went with its port and was not told
+                                            // of as not deleted; it must not come back
   uint64_t calls;                           // of what was attacked
   int64_t blocks;                           // of memory outstanding at the end
   bool refused;                             // the start was, and another had to be made
@@ -27,9 +29,9 @@ struct ledger {
 // The description of a node whose folder has its modules in it.
 lum_linux::node_description small_node_in(const std::filesystem::path &folder);
 
-// To be called once in a process. The attack lasts until the port has been deleted; what was lost
-// to it is made again afterwards, and has to work; or the process ends with the attack, as a killed
-// one does.
+// To be called once in a process. The attack begins with the platform's start and lasts until the
+// port has been deleted; what was lost to it is made again afterwards, and has to work. Or it lasts
+// until the platform has stopped, or the process ends with it, as a killed one does.
 void live(const lum_linux::node_description &node, const attack &planned, ledger &left);
 
 // The next life on the same store: everything that was acknowledged is there.
