@@ -3,7 +3,7 @@
 # many side by side as there are processors. What one finds stays in build/asan/found.
 #
 # usage: tools/fuzz.sh [--grow] [NAME ...]   (no name: all)
-#        --grow   looks for inputs of up to 2 KiB, and puts those that reach further into the
+#        --grow   looks for inputs of up to 1 KiB, and puts those that reach further into the
 #                 corpora, of which as few and as small inputs stay as reach as far; without a name,
 #                 into those that are there
 #
@@ -32,7 +32,7 @@ names() {
 
 run() {
   local name=$1 work tried failed=0 bound=()
-  [ $grow = no ] || bound=(-max_len=2048)  # of inputs that are there too, which are kept whole
+  [ $grow = no ] || bound=(-max_len=1024)  # of inputs that are there too, which are kept whole
   [ -x "build/asan/fuzz_$name" ] || {
     echo "fuzz: there is no fuzzer $name: no build/asan/fuzz_$name" >&2
     return 1
@@ -69,9 +69,9 @@ tell_of_failure() {
 
 # Replaces the corpus by the fewest of its inputs and of the new ones, smallest first.
 take_over() {
-  local name=$1 work=$2 input
-  "build/asan/fuzz_$name" -merge=1 -rss_limit_mb=2048 "$work/grown" \
-    $([ ! -d "$corpora/$name" ] || echo "$corpora/$name") "$work/corpus" >"$work/log" 2>&1 || {
+  local name=$1 work=$2 input from=("$2/corpus")
+  [ ! -d "$corpora/$name" ] || from=("$corpora/$name" "${from[@]}")
+  "build/asan/fuzz_$name" -merge=1 -rss_limit_mb=2048 "$work/grown" "${from[@]}" >"$work/log" 2>&1 || {
     tail -n 100 "$work/log" >&2
     echo "fuzz $name: its corpus cannot be merged and stays as it was" >&2
     return 1
