@@ -97,14 +97,35 @@ file_bytes make_whole() {
 }
 
 // One edit of the input: which file and what is done to it, where, and with which bytes.
-enum class edit : std::uint8_t { overwrite, cut, lengthen, insert, kinds };
+enum class edit : std::uint8_t { overwrite, cut, lengthen, insert, overwrite_record, kinds };
+
+std::string text_of(const record &made) { return {made.begin(), made.end()}; }
+
+// A place in or just before the data of one of the records that the file holds; they are a small
+// part of it.
+std::size_t place_at_record(const std::string &file, std::size_t place) {
+  constexpr std::size_t ahead = 32, kinds_of_data = 2;
+  const std::uint8_t of = place % kinds_of_data == 0 ? first : second;
+  const std::uint32_t key = 1 + place / kinds_of_data % records;
+  const std::size_t data = file.find(text_of(record_of(key, of)));
+  const std::size_t within = place / (kinds_of_data * records) % (ahead + record().size());
+  return data == std::string::npos ? file.size() : data - std::min(data, ahead) + within;
+}
+
+void overwrite(std::string &file, std::size_t from, std::string_view bytes) {
+  file.replace(from, std::min(bytes.size(), file.size() - from),
+               bytes.substr(0, file.size() - from));
+}
 
 void change(std::string &file, edit what, std::size_t place, std::string_view bytes) {
   const std::size_t from = file.empty() ? 0 : place % (file.size() + 1);
   constexpr std::size_t longest = 4096;
   switch (what) {
     case edit::overwrite:
-      file.replace(from, std::min(bytes.size(), file.size() - from), bytes);
+      overwrite(file, from, bytes);
+      break;
+    case edit::overwrite_record:
+      overwrite(file, place_at_record(file, place), bytes);
       break;
     case edit::cut:
       file.resize(from);
