@@ -179,24 +179,8 @@ check_attacks() {
 check_fuzz() {
   cmake --preset asan >/dev/null
   cmake --build --preset asan -j "$jobs" --target fuzzers
-  find build/asan -maxdepth 1 -name 'fuzz_*' -type f -executable |
-    FUZZ_SECONDS=${FUZZ_SECONDS:-10} xargs -P "$jobs" -n 1 bash -c 'run_fuzzer "$1" || exit 255' -
+  tools/fuzz.sh
 }
-
-run_fuzzer() {
-  local work
-  work=$(mktemp -d)
-  mkdir "$work/corpus"
-  cp tests/fuzz/corpora/"$(basename "$1" | sed s/^fuzz_//)"/* "$work/corpus" 2>/dev/null || true
-  "$1" -max_total_time="$FUZZ_SECONDS" -rss_limit_mb=2048 -print_final_stats=1 \
-    -artifact_prefix=build/asan/ "$work/corpus" >"$work/log" 2>&1 || {
-    cat "$work/log" >&2
-    return 1
-  }
-  echo "$(basename "$1"): $(awk '/number_of_executed_units/ {print $2}' "$work/log") runs"
-  rm -rf "$work"
-}
-export -f run_fuzzer
 
 # The unit tests run the library's lines. Counted in what the step asan has left; by itself the step
 # makes and runs the unit tests of that build.

@@ -19,6 +19,25 @@ int depth_of(const nlohmann::ordered_json &document) {
   return deepest + 1;
 }
 
+std::size_t members_of(const nlohmann::ordered_json &document) {
+  std::size_t number = document.is_object() ? document.size() : 0;
+  if (!document.is_structured()) return 0;
+  for (const auto &part : document) number += members_of(part);
+  return number;
+}
+
+// As often as the text names a member, whether it is there already or not.
+std::size_t names_in(std::string_view text) {
+  std::size_t number = 0;
+  const auto count = [&number](int, nlohmann::ordered_json::parse_event_t event,
+                               nlohmann::ordered_json &) {
+    if (event == nlohmann::ordered_json::parse_event_t::key) ++number;
+    return true;
+  };
+  if (nlohmann::ordered_json::parse(text, count, false).is_discarded()) std::abort();
+  return number;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
@@ -28,6 +47,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
   if (document.is_discarded() != !why.empty()) std::abort();
   if (document.is_discarded()) return 0;
   if (depth_of(document) > lum_json::deepest + 1) std::abort();
+  if (members_of(document) != names_in(text)) std::abort();
   const std::string written = document.dump();
   if (lum_json::read(written, why).dump() != written) std::abort();
   return 0;

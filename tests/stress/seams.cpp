@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <condition_variable>
 #include <cstring>
@@ -14,6 +15,8 @@ namespace stress {
 namespace {
 
 constexpr const char *skip_file = "/tmp/skip_dom_fetch";
+
+std::atomic<bool> pauses_yield = true;
 
 struct polling_gate {
   std::mutex mutex;
@@ -75,6 +78,8 @@ bool run_polling_cycle(std::chrono::milliseconds bound) {
   return polling_cycle_ended(bound);
 }
 
+void pause_for_nobody() { pauses_yield = false; }
+
 uint64_t polling_cycles() {
   const std::lock_guard lock(gate().mutex);
   return gate().arrivals == 0 ? 0 : gate().arrivals - 1;
@@ -88,7 +93,7 @@ extern "C" unsigned sleep(unsigned) {
 }
 
 extern "C" int usleep(useconds_t) {
-  std::this_thread::yield();
+  if (stress::pauses_yield) std::this_thread::yield();
   return 0;
 }
 

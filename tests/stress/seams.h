@@ -23,6 +23,10 @@ bool run_polling_cycle(std::chrono::milliseconds bound);
 void begin_polling_cycle();
 bool polling_cycle_ended(std::chrono::milliseconds bound);
 
+// From now on a pause between the attempts of a transfer is none at all. Without this it lets other
+// threads run, which costs the time slices of other processes where these want the processors too.
+void pause_for_nobody();
+
 // Cycles ended so far, the skipped ones included.
 uint64_t polling_cycles();
 
