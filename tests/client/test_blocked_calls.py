@@ -259,6 +259,17 @@ class Life:
 
 
 class BlockedCalls(unittest.TestCase):
+    def test_what_waits_for_a_line_says_so(self):
+        life = Life(self, next(one for one in CALLS if "write to a reset line" in one.name), 1)
+        life.start()
+        life.look(is_well, life.cages)
+        life.stall()
+        with self.assertRaises(RuntimeError) as refused:
+            life.tell(life.blocked.provoke, life.cages[0])
+        self.assertIn(f"it waits for {life.place(life.cages[0])}, which has not taken what it is set "
+                      "to for", str(refused.exception))
+        life.free()
+
     def test_of_one_module_and_of_several_at_each_time(self):
         tried = collections.Counter()
         failed = []
