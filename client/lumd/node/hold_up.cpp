@@ -41,7 +41,7 @@ std::string what_holds_up(driver &node, const std::function<bool(uint32_t)> &con
   if (!names.empty()) {
     return "it waits for a module whose transfer has not ended: that of port " + names;
   }
-  if (const std::string line = hung_line(node, concerns); !line.empty()) return line;
+  if (std::string line = hung_line(node, concerns); !line.empty()) return line;
   return fmt::format(
       "no module hangs that it may want; it waits for the disk of {}, or behind "
       "another action",
