@@ -3,10 +3,9 @@
  * there. Everything else keeps the real time. The switch that pauses all polling is not the
  * machine's but the file of LUM_TEST_PAUSE. With LUM_TEST_HANG set, whoever opens or looks for a
  * file hangs for as long as there is another of its name and ".hangs", as on a bus that does not
- * answer, and whoever takes away something from a folder in the same way; whoever reads or writes
- * at a place of one that is open hangs while there is another of its name and ".stalls". Whoever
- * looks for anything in the folder of LUM_TEST_DEAD_DISK hangs while there is a file of that name
- * and ".hangs", as on a disk that does not answer. A folder's disk has a block left to whoever asks
+ * answer, and whoever takes away something from a folder in the same way. Whoever looks for
+ * anything in the folder of LUM_TEST_DEAD_DISK hangs while there is a file of that name and
+ * ".hangs", as on a disk that does not answer. A folder's disk has a block left to whoever asks
  * while there is a file of the folder's name and ".full". */
 #define _GNU_SOURCE
 #include <dirent.h>
@@ -137,30 +136,6 @@ static mode_t mode_in(va_list *arguments) { return va_arg(*arguments, mode_t); }
 
 OPENS(open)
 OPENS(open64)
-
-/* While there is a file of the open one's name and ".stalls". */
-static void stall_for(int file) {
-  char link[64], marker[PATH_MAX];
-  if (getenv("LUM_TEST_HANG") == NULL) return;
-  snprintf(link, sizeof link, "/proc/self/fd/%d", file);
-  const ssize_t length = readlink(link, marker, sizeof marker - sizeof ".stalls");
-  if (length <= 0 || marker[0] != '/') return;
-  strcpy(marker + length, ".stalls");
-  while (real_access(marker, F_OK) == 0) nap(10);
-}
-
-#define TRANSFERS(name, bytes, offset_type)                                \
-  ssize_t name(int file, bytes *buffer, size_t size, offset_type offset) { \
-    static ssize_t (*real)(int, bytes *, size_t, offset_type) = NULL;      \
-    if (real == NULL) *(void **)&real = dlsym(RTLD_NEXT, #name);           \
-    stall_for(file);                                                       \
-    return real(file, buffer, size, offset);                               \
-  }
-
-TRANSFERS(pread, void, off_t)
-TRANSFERS(pread64, void, off64_t)
-TRANSFERS(pwrite, const void, off_t)
-TRANSFERS(pwrite64, const void, off64_t)
 
 /* In a folder that is a descriptor's. */
 int unlinkat(int folder, const char *path, int flags) {

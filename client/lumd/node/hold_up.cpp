@@ -21,6 +21,19 @@ std::string hung_modules(driver &node, const std::function<bool(uint32_t)> &conc
   return names;
 }
 
+// The line of a cage whose file does not take what it is set to.
+std::string hung_line(driver &node, const std::function<bool(uint32_t)> &concerns) {
+  for (const auto *port : node.node().ports()) {
+    if (!concerns(port->rsip)) continue;
+    const auto module = node.platform().modules().status(port->rsip);
+    if (!module || module->line_being_set.empty() || module->line_set_for <= hung_after) continue;
+    return fmt::format("it waits for {}, which has not taken what it is set to for {:.0f} s",
+                       module->line_being_set,
+                       std::chrono::duration<double>(module->line_set_for).count());
+  }
+  return {};
+}
+
 }  // namespace
 
 std::string what_holds_up(driver &node, const std::function<bool(uint32_t)> &concerns) {
@@ -28,6 +41,7 @@ std::string what_holds_up(driver &node, const std::function<bool(uint32_t)> &con
   if (!names.empty()) {
     return "it waits for a module whose transfer has not ended: that of port " + names;
   }
+  if (std::string line = hung_line(node, concerns); !line.empty()) return line;
   return fmt::format(
       "no module hangs that it may want; it waits for the disk of {}, or behind "
       "another action",

@@ -11,6 +11,8 @@
 #include <atomic>
 #include <cerrno>
 #include <charconv>
+#include <functional>
+#include <future>
 #include <mutex>
 #include <new>
 #include <string_view>
@@ -203,8 +205,14 @@ struct leds::pair_of_leds {
   pair_of_leds(const fs::path &root, const std::string &name, bool make)
       : green(root / (name + ":green:status")), red(root / (name + ":red:fault")), to_make(make) {}
 
+  // By whoever wants the state: before set_state(), and where that was of no use, so that the next
+  // look sets it.
+  void want(uint32_t state);
+  void note_in_vain(uint32_t state);
   cerrno set_state(uint32_t state);
   cerrno get_state(uint32_t &state);
+  // Whoever has the files has had them for so long that waiting for them is of no use.
+  bool is_stuck() const;
   void look();
   led_status status() const;
 
@@ -248,15 +256,27 @@ class leds::pair_of_leds::use {
   std::unique_lock<std::timed_mutex> held_;
 };
 
-cerrno leds::pair_of_leds::set_state(uint32_t state) {
+void leds::pair_of_leds::want(uint32_t state) {
+  const std::lock_guard lock(facts_);
+  wanted_ = state;
+}
+
+void leds::pair_of_leds::note_in_vain(uint32_t state) {
   {
     const std::lock_guard lock(facts_);
-    wanted_ = state;
+    if (known_.state == state && !known_.trouble) return;
   }
+  note_set(ETIMEDOUT, green.folder, state);
+}
+
+bool leds::pair_of_leds::is_stuck() const {
+  const std::lock_guard lock(facts_);
+  return busy_since_ && clock::now() - *busy_since_ > patience;
+}
+
+cerrno leds::pair_of_leds::set_state(uint32_t state) {
   const use files(*this);
-  if (files) return set(state);
-  note_set(EBUSY, green.folder, state);  // so that the next look sets it
-  return EBUSY;
+  return files ? set(state) : EBUSY;
 }
 
 cerrno leds::pair_of_leds::get_state(uint32_t &state) {
@@ -323,6 +343,8 @@ void leds::pair_of_leds::note_set(cerrno rc, const fs::path &led, uint32_t state
   }
   known_.state = state;
   known_.known_at = clock::now();
+  // Another state has been wanted while the files did not answer: the next look sets it.
+  if (wanted_ && *wanted_ != state) known_.trouble = {led, ETIMEDOUT, wanted_};
 }
 
 // An LED that can be read is not one that can be set.
@@ -347,27 +369,48 @@ leds::leds(const fs::path &root, const std::map<uint32_t, std::string> &names) {
     auto &pair = pairs_[rsip];
     if (!name.empty()) pair = std::make_shared<pair_of_leds>(root, name, !is_kernels);
   }
-  // One that gets round, and one for each pair that may hang.
-  lookers_ = std::make_unique<lanes>("lum_leds", lane_limits{pairs_.size() + 1, 1});
+  // One that gets round, and for each pair one that may hang and one that gives up waiting for it.
+  lookers_ = std::make_unique<lanes>("lum_leds", lane_limits{2 * pairs_.size() + 1, 1});
   look();
 }
 
 leds::~leds() = default;
 
+// On another thread, as the files may not answer: who wants the LED, such as the one that polls all
+// modules, waits a moment for the result and goes on without. Without a thread this one does it.
+cerrno leds::within_patience(uint32_t rsip, const pair_of_leds &pair,
+                             std::function<cerrno()> work) {
+  if (pair.is_stuck()) return EBUSY;
+  const auto task = std::make_shared<std::packaged_task<cerrno()>>(std::move(work));
+  std::future<cerrno> result = task->get_future();
+  const lane_verdict verdict = lookers_->post(rsip, [task] { (*task)(); });
+  if (verdict == lane_verdict::full) return EBUSY;
+  if (verdict != lane_verdict::taken) (*task)();
+  return result.wait_for(patience) == std::future_status::ready ? result.get() : EBUSY;
+}
+
 cerrno leds::get_state(uint32_t rsip, uint32_t *state) {
   if (!pairs_.contains(rsip) || !state) return bad_argument;
-  pair_of_leds *pair = find(rsip);
-  return pair ? pair->get_state(*state) : no_led;
+  const auto pair = find(rsip);
+  if (!pair) return no_led;
+  const auto seen = std::make_shared<uint32_t>(*state);
+  const cerrno rc = within_patience(rsip, *pair, [pair, seen] { return pair->get_state(*seen); });
+  if (rc == 0) *state = *seen;
+  return rc;
 }
 
 cerrno leds::set_state(uint32_t rsip, uint32_t state) {
   if (!pairs_.contains(rsip) || state >= looks.size()) return bad_argument;
-  pair_of_leds *pair = find(rsip);
-  return pair ? pair->set_state(state) : 0;
+  const auto pair = find(rsip);
+  if (!pair) return 0;
+  pair->want(state);
+  const cerrno rc = within_patience(rsip, *pair, [pair, state] { return pair->set_state(state); });
+  if (rc == EBUSY) pair->note_in_vain(state);
+  return rc;
 }
 
 std::optional<led_status> leds::status(uint32_t rsip) const {
-  const pair_of_leds *pair = find(rsip);
+  const auto pair = find(rsip);
   return pair ? std::optional(pair->status()) : std::nullopt;
 }
 
@@ -420,9 +463,9 @@ void leds::look() {
   round->run(*lookers_);
 }
 
-leds::pair_of_leds *leds::find(uint32_t rsip) const {
+std::shared_ptr<leds::pair_of_leds> leds::find(uint32_t rsip) const {
   const auto found = pairs_.find(rsip);
-  return found == pairs_.end() ? nullptr : found->second.get();
+  return found == pairs_.end() ? nullptr : found->second;
 }
 
 }  // namespace lum_linux

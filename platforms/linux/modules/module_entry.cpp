@@ -161,6 +161,11 @@ module_status module_entry::status() {
   result.place = line_ ? line_->file().native() : memory_->place();
   result.reset = reset_status_;
   result.low_power = low_power_status_;
+  if (being_set_) {
+    result.line_being_set = being_set_->file().native();
+    result.line_set_for =
+        std::chrono::duration_cast<std::chrono::milliseconds>(clock::now() - set_since_);
+  }
   result.pulled = pulled_;
   result.insertion = insertion_;
   if (busy_) {
@@ -243,10 +248,16 @@ cerrno module_entry::set_line(module_line which, bool on) {
   const bool is_reset = which == module_line::reset;
   const std::optional<control_line> &line = is_reset ? reset_ : low_power_;
   if (!line) return module_unsupported;
+  {
+    const std::lock_guard held(mutex_);
+    being_set_ = &*line;
+    set_since_ = clock::now();
+  }
   const bool was_on = line->read().is_on == true;
   const cerrno rc = line->set(on);
   line_status now = line->read();
   const std::lock_guard held(mutex_);
+  if (being_set_ == &*line) being_set_ = nullptr;
   (is_reset ? reset_status_ : low_power_status_) = std::move(now);
   if (is_reset && was_on && !on && rc == module_ok) {
     ++insertion_;

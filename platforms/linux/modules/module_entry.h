@@ -99,6 +99,8 @@ class module_entry {
   std::string why_;       // what the code of the access under way, or the last one, does not tell
   std::optional<line_status> reset_status_;
   std::optional<line_status> low_power_status_;
+  const control_line *being_set_ = nullptr;  // by the latest caller
+  clock::time_point set_since_{};
   clock::time_point busy_since_{};
   fault_injector faults_;
   module_statistics statistics_;

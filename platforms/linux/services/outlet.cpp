@@ -9,9 +9,18 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <condition_variable>
 #include <cstddef>
 #include <cstring>
 #include <ctime>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <set>
+#include <string>
+
+#include "lum_linux/disks.h"
+#include "services/immortal.h"
 
 namespace lum_linux {
 namespace {
@@ -76,13 +85,9 @@ class outlet {
   int socket_;
 };
 
-}  // namespace
-
-int send_within(std::chrono::milliseconds bound, std::string_view place, std::string_view text) {
-  const clock::time_point end = clock::now() + bound;
+int send_to(std::string_view place, std::string_view text, clock::time_point end) {
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;
-  if (place.empty() || place.size() >= sizeof address.sun_path) return EINVAL;
   std::memcpy(address.sun_path, place.data(), place.size());
   const bool is_abstract = place.front() == '@';
   if (is_abstract) address.sun_path[0] = '\0';
@@ -96,6 +101,80 @@ int send_within(std::chrono::milliseconds bound, std::string_view place, std::st
     if (code != EPROTOTYPE) break;
   }
   return code;
+}
+
+// Places a call to which has not come back within its bound.
+struct silent_places {
+  std::mutex lock;
+  std::condition_variable one_has_answered;
+  std::multiset<std::string, std::less<>> all;
+};
+
+silent_places &silent() {
+  static immortal<silent_places> the_places;
+  return *the_places;
+}
+
+// Waits until no call to the place is left behind, or says that there was no time for it.
+bool answers_by(std::string_view place, clock::time_point end) {
+  std::unique_lock hold(silent().lock);
+  return silent().one_has_answered.wait_until(hold, end,
+                                              [&] { return !silent().all.contains(place); });
+}
+
+// A text under way, kept for the thread that may stay in a call with it.
+class sending {
+ public:
+  sending(std::string_view place, std::string_view text, clock::time_point end)
+      : place_(place), text_(text), end_(end) {}
+
+  void run() {
+    const int code = send_to(place_, text_, end_);
+    const std::lock_guard hold(silent().lock);
+    code_ = code;
+    if (!is_left_) return;
+    silent().all.erase(silent().all.find(place_));
+    silent().one_has_answered.notify_all();
+  }
+  // Its code, or that it is left behind; without memory for its place the next one may be too.
+  int leave() {
+    const std::lock_guard hold(silent().lock);
+    if (code_ != EINPROGRESS) return code_;
+    try {
+      silent().all.insert(place_);
+      is_left_ = true;
+    } catch (const std::bad_alloc &) {
+      is_left_ = false;
+    }
+    return ETIMEDOUT;
+  }
+
+ private:
+  const std::string place_;
+  const std::string text_;
+  const clock::time_point end_;
+  int code_ = EINPROGRESS;
+  bool is_left_ = false;
+};
+
+// What a thread that has noticed the end needs to say so.
+constexpr std::chrono::milliseconds grace(100);
+
+}  // namespace
+
+// On a thread of its own: a call may not come back although it was asked not to wait, as where the
+// socket's folder is on a disk that does not answer. Without a thread or memory this one does it.
+int send_within(std::chrono::milliseconds bound, std::string_view place, std::string_view text) {
+  const clock::time_point end = clock::now() + bound;
+  if (place.empty() || place.size() >= sizeof(sockaddr_un::sun_path)) return EINVAL;
+  if (!answers_by(place, end)) return ETIMEDOUT;
+  try {
+    const auto mine = std::make_shared<sending>(place, text, end);
+    ends_within(bound + grace, [mine] { mine->run(); });
+    return mine->leave();
+  } catch (const std::exception &) {
+    return send_to(place, text, end);
+  }
 }
 
 }  // namespace lum_linux

@@ -225,6 +225,12 @@ void open_channel(channel &to_open) {
   open_ring(to_open);
 }
 
+void open_without_files(channel &to_open, const char *reason) {
+  give_up_files(to_open, reason);
+  to_open.look_at = steady_clock::now() + look_after;
+  open_ring(to_open);
+}
+
 bool write_next(channel &to) {
   ring_reader reader = to.lines->reader();
   const uint64_t head = to.lines->head(), end = units_of(head);

@@ -47,6 +47,9 @@ struct channel {
 // without memory.
 void open_channel(channel &to_open);
 
+// As above where they cannot be had just now: the ring is in memory, and nobody is waited for.
+void open_without_files(channel &to_open, const char *reason);
+
 // The rest holds `files`, and waits for the disk.
 
 // Writes the ring's next line to the files. False when there is none, or none that is whole.

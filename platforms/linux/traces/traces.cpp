@@ -24,9 +24,11 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -43,10 +45,12 @@
 namespace {
 
 using lum_linux::channel;
+using lum_linux::ends_within;
 using lum_linux::is_before;
 using lum_linux::is_behind;
 using lum_linux::name_process;
 using lum_linux::open_channel;
+using lum_linux::open_without_files;
 using lum_linux::renew_ring;
 using lum_linux::ring;
 using lum_linux::write_next;
@@ -282,6 +286,39 @@ void start_writer() {
   }
 }
 
+// Opens it, unless its disk has not answered after a while: whoever opens it then stays behind,
+// with a channel of its own, and false is the answer.
+bool open_in_time(const std::shared_ptr<channel> &opened) {
+  const auto patience_left = patience_now();
+  if (patience_left == steady_clock::duration()) return false;
+  const auto has_failed = std::make_shared<std::atomic<bool>>(false);
+  const bool has_ended = ends_within(
+      std::chrono::duration_cast<std::chrono::milliseconds>(patience_left), [opened, has_failed] {
+        try {
+          open_channel(*opened);
+        } catch (const std::exception &) {
+          *has_failed = true;
+        }
+      });
+  if (!has_ended) facility().gave_up = steady_clock::now().time_since_epoch().count();
+  if (has_ended && *has_failed) throw std::bad_alloc();
+  return has_ended;
+}
+
+// With its files, or without when their disk does not answer. May throw.
+std::shared_ptr<channel> open_described(const std::function<std::shared_ptr<channel>()> &describe) {
+  std::shared_ptr<channel> opened = describe();
+  try {
+    if (open_in_time(opened)) return opened;
+  } catch (const std::system_error &) {  // no thread to do it on
+    open_channel(*opened);
+    return opened;
+  }
+  opened = describe();
+  open_without_files(*opened, "its disk does not answer");
+  return opened;
+}
+
 }  // namespace
 
 // A channel whose files cannot be had is open all the same, and its lines are counted as lost until
@@ -294,14 +331,16 @@ cerrno ctrace_open_internal(ctrace_handle *handle, const char *name, uint32_t si
     const std::lock_guard hold(facility().lock);
     const auto directory = facility().directories.find(directory_key);
     if (directory == facility().directories.end()) return ENOENT;
-    auto opened = std::make_shared<channel>();
-    opened->status.name = name;
-    opened->status.file = directory->second / (std::string(name) + ".log");
-    opened->status.size = std::max(size, smallest_size);
-    opened->status.points = points;
-    opened->status.digest = digest;
-    opened->process_name = facility().process_name;
-    open_channel(*opened);
+    auto opened = open_described([&] {
+      auto described = std::make_shared<channel>();
+      described->status.name = name;
+      described->status.file = directory->second / (std::string(name) + ".log");
+      described->status.size = std::max(size, smallest_size);
+      described->status.points = points;
+      described->status.digest = digest;
+      described->process_name = facility().process_name;
+      return described;
+    });
     start_writer();
     const ctrace_handle placed = put_into_slot(std::move(opened));
     if (placed == 0) return EMFILE;

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -21,7 +22,7 @@ namespace lum_linux {
 // made when the node starts. Any thread may make any call; results are 0, 22 for a port that the
 // node does not have or a state that LEDs cannot show, or the errno of the file operation. A pair
 // whose files do not answer holds up nobody but those who want that pair, and these for a quarter
-// of a second unless they are the first: 16 (EBUSY) then.
+// of a second: 16 (EBUSY) then. The state that was wanted last is set once they answer.
 
 // What is wrong with a port's pair.
 struct led_trouble {
@@ -67,9 +68,10 @@ class leds {
   struct pair_of_leds;
   class one_look;
 
-  pair_of_leds *find(uint32_t rsip) const;
+  std::shared_ptr<pair_of_leds> find(uint32_t rsip) const;
+  cerrno within_patience(uint32_t rsip, const pair_of_leds &pair, std::function<cerrno()> work);
 
-  // By rsip. Does not change after construction; shared with a look that does not end.
+  // By rsip. Does not change after construction; shared with what does not end.
   std::map<uint32_t, std::shared_ptr<pair_of_leds>> pairs_;
   std::unique_ptr<lanes> lookers_;
 };

@@ -59,6 +59,8 @@ struct module_status {
   std::string place;
   std::optional<line_status> reset;  // of a cage that has the line
   std::optional<line_status> low_power;
+  std::string line_being_set;                 // the file of one of the two; empty: none is
+  std::chrono::milliseconds line_set_for{0};  // how long that has been going on
   bool pulled = false;     // taken out with remove() or by a fault, whatever the backend has
   uint64_t insertion = 0;  // differs once another module is in the cage, or the same one again
   std::chrono::milliseconds busy_for{0};  // how long the transfer under way has been
