@@ -124,8 +124,9 @@ bool are_polled() {
 
 // A pulse that is lost ends all provisioning, as its service's header says.
 bool are_provisioned() {
-  const std::vector<std::string> &failed = script.failed_of_any();
-  if (std::find(failed.begin(), failed.end(), "event_send_async") != failed.end()) return true;
+  const std::vector<std::string> &failed_calls = script.failed_of_any();
+  if (std::find(failed_calls.begin(), failed_calls.end(), "event_send_async") != failed_calls.end())
+    return true;
   unsigned provisioned = 0;
   provisioning_step = [&](lum_port_data *, uint32_t) {
     ++provisioned;
