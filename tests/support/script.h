@@ -27,8 +27,8 @@ class script_book {
   void fail_first(std::string_view call, unsigned count, cerrno code, const void *object = nullptr);
   // Every call fails.
   void fail_always(std::string_view call, cerrno code, const void *object = nullptr);
-  // The nth call of any name fails, once or with all after it. Two kinds never do: a tree refuses to
-  // take out only what it does not have (wavl.h), and a mutex that its holder releases is free.
+  // The nth call of any name fails, once or with all after it. Two kinds never do: a tree refuses
+  // to take out only what it does not have (wavl.h), and a mutex that its holder releases is free.
   enum class how_long { once, from_then_on };
   void fail_any(unsigned nth, cerrno code, how_long lasts = how_long::once);
   unsigned calls_of_any() const { return seen_of_any_; }
