@@ -32,7 +32,7 @@ using attacks::target;
 constexpr unsigned stuck_seconds = 200;
 constexpr unsigned most_failures_shown = 5;
 // What a batch that nobody takes leaves, and the words of a trouble that is told.
-constexpr int64_t few_blocks = 64;
+constexpr int64_t few_blocks = 24;
 
 uint64_t setting(const char *name, uint64_t otherwise) {
   const char *text = std::getenv(name);

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -10,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "chkpt.h"
 #include "lum.h"
 #include "lum_linux/checkpoints.h"
 #include "lum_linux/platform.h"
@@ -108,6 +110,8 @@ void life::delete_port(uint32_t number) {
   }
   settle();
   if (port(number) != nullptr || is_told_as(number, lum_linux::record_trouble::undeleted)) return;
+  uint64_t id = 0;  // liblum's trace says where it could not ask for the record
+  if (chkpt_mapkey(lum_get_ctx()->chkpt_table, rsip_of(number), &id, 0) != ENOENT) return;
   std::copy_n(left_.asked[number], sub_ports, left_.deleted[number]);
 }
 
@@ -119,10 +123,15 @@ void life::set(uint32_t number, uint32_t sub_port, uint32_t value) {
   const uint32_t handle = ifhandle(number, sub_port);
   if (!has_handles(number)) return;
   left_.asked[number][sub_port] = value;
-  const struck now;
-  if (lum_set_hw_info_by_ifh(1, &handle, &record, &changed) == 0) {
-    left_.acknowledged[number][sub_port] = value;
+  cerrno rc = 0;
+  {
+    const struck now;
+    rc = lum_set_hw_info_by_ifh(1, &handle, &record, &changed);
   }
+  // Of a port that came up without its record the first change brings back what is saved for it.
+  const lum_port_data *data = port(number);
+  const bool is_in_force = data != nullptr && word(data->port_cfg[sub_port].p2_setting) == value;
+  if (rc == 0 && is_in_force) left_.acknowledged[number][sub_port] = value;
 }
 
 void life::settle() {
@@ -217,6 +226,7 @@ void life::recover() {
   for (uint32_t number = 0; number < ports; ++number) {
     if (port(number)->dom[0].readings[0] == 0) wrong("a port is not polled any more");
     for (uint32_t s = 0; s < sub_ports; ++s) {
+      set(number, s, left_.asked[number][s] + 1);
       set(number, s, left_.asked[number][s] + 1);
       // One that came up without the store is not saved over until the next start.
       if (left_.acknowledged[number][s] != left_.asked[number][s] &&

@@ -26,11 +26,13 @@ void script_book::fail_always(std::string_view call, cerrno code, const void *ob
   fail(call, 0, code, object);
 }
 
-void script_book::fail_any(unsigned nth, cerrno code) {
+void script_book::fail_any(unsigned nth, cerrno code, how_long lasts) {
   const std::lock_guard hold(lock_);
   nth_of_any_ = nth;
   seen_of_any_ = 0;
   code_of_any_ = code;
+  any_lasts_ = lasts;
+  failed_of_any_.clear();
   any_rule.store(true);
 }
 
@@ -40,15 +42,22 @@ void script_book::forget() {
   nth_of_any_ = 0;
 }
 
-static bool may_fail(std::string_view call) {
-  return !call.starts_with("pthread_mutex_") && !call.starts_with("wavl_delete");
+// The library tries a mutex before it waits for it; a waiting without that is another's, such as
+// the test program's own.
+static bool may_fail(std::string_view call, const void *object) {
+  static thread_local const void *tried = nullptr;
+  if (call == "pthread_mutex_trylock") tried = object;
+  if (call == "pthread_mutex_lock") return object == tried;
+  return call != "pthread_mutex_unlock" && !call.starts_with("wavl_delete");
 }
 
 std::optional<cerrno> script_book::verdict(std::string_view call, const void *object) {
   const std::lock_guard hold(lock_);
-  if (nth_of_any_ != 0 && may_fail(call) && ++seen_of_any_ == nth_of_any_) {
-    failed_of_any_ = call;
-    return code_of_any_;
+  if (nth_of_any_ != 0 && may_fail(call, object) && ++seen_of_any_ >= nth_of_any_) {
+    if (seen_of_any_ == nth_of_any_ || any_lasts_ == how_long::from_then_on) {
+      failed_of_any_.emplace_back(call);
+      return code_of_any_;
+    }
   }
   const rule *met = nullptr;
   for (rule &each : rules_) {

@@ -27,11 +27,13 @@ class script_book {
   void fail_first(std::string_view call, unsigned count, cerrno code, const void *object = nullptr);
   // Every call fails.
   void fail_always(std::string_view call, cerrno code, const void *object = nullptr);
-  // The nth call of any name fails, but for those on mutexes, and for a tree's of taking a node
-  // out, which refuses only what it does not have.
-  void fail_any(unsigned nth, cerrno code);
+  // The nth call of any name fails, once or with all after it. Two kinds never do: a tree refuses
+  // to take out only what it does not have (wavl.h), and a mutex that its holder releases is free.
+  enum class how_long { once, from_then_on };
+  void fail_any(unsigned nth, cerrno code, how_long lasts = how_long::once);
   unsigned calls_of_any() const { return seen_of_any_; }
-  const std::string &failed_of_any() const { return failed_of_any_; }
+  // Which were they, the first one first.
+  const std::vector<std::string> &failed_of_any() const { return failed_of_any_; }
   // Nothing fails any more.
   void forget();
 
@@ -58,7 +60,8 @@ class script_book {
   unsigned nth_of_any_ = 0;  // 0: none
   unsigned seen_of_any_ = 0;
   cerrno code_of_any_ = 0;
-  std::string failed_of_any_;
+  how_long any_lasts_ = how_long::once;
+  std::vector<std::string> failed_of_any_;
 };
 
 extern script_book &script;

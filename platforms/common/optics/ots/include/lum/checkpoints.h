@@ -36,8 +36,9 @@ cerrno lum_chkpt_init(lum_ctx *context, uint32_t *restart);
  * @return 0, or the service's code. */
 cerrno lum_chkpt_create(lum_port_data *data);
 
-/** Saves the port's configuration, creating the record first where there is none. One save at a
- * time: waits for other ports' too.
+/** Saves the port's configuration, creating the record first where there is none; as
+ * lum_chkpt_create() does, that takes over what is saved for the port already, and saves it again.
+ * One save at a time: waits for other ports' too.
  * @param[in,out] data  The port; null does nothing.
  * @return 0, also for null, or the service's code. */
 cerrno lum_chkpt_save(lum_port_data *data);
