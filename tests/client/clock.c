@@ -5,8 +5,8 @@
  * file hangs for as long as there is another of its name and ".hangs", as on a bus that does not
  * answer, and whoever takes away something from a folder in the same way. Whoever looks for
  * anything in the folder of LUM_TEST_DEAD_DISK hangs while there is a file of that name and
- * ".hangs", as on a disk that does not answer. A folder's disk has a block left to whoever asks
- * while there is a file of the folder's name and ".full". */
+ * ".hangs", as on a disk that does not answer. While there is a file of a folder's name and ".full"
+ * the folder's disk has as many bytes left as that file is long. */
 #define _GNU_SOURCE
 #include <dirent.h>
 #include <dlfcn.h>
@@ -34,15 +34,20 @@ unsigned sleep(unsigned seconds) {
   return 0;
 }
 
-/* The wall clock stands a day back for as long as the file of LUM_TEST_YESTERDAY is there. */
+/* The wall clock stands a day back for as long as the file of LUM_TEST_YESTERDAY is there, and a
+ * day ahead for as long as that of LUM_TEST_TOMORROW is. */
+static int is_set(const char *variable) {
+  const char *file = getenv(variable);
+  return file != NULL && access(file, F_OK) == 0;
+}
+
 int clock_gettime(clockid_t which, struct timespec *now) {
   static int (*real)(clockid_t, struct timespec *) = NULL;
   if (real == NULL) *(void **)&real = dlsym(RTLD_NEXT, "clock_gettime");
   const int result = real(which, now);
-  const char *yesterday = getenv("LUM_TEST_YESTERDAY");
-  if (result == 0 && which == CLOCK_REALTIME && yesterday != NULL && access(yesterday, F_OK) == 0) {
-    now->tv_sec -= 24 * 60 * 60;
-  }
+  if (result != 0 || which != CLOCK_REALTIME) return result;
+  if (is_set("LUM_TEST_YESTERDAY")) now->tv_sec -= 24 * 60 * 60;
+  if (is_set("LUM_TEST_TOMORROW")) now->tv_sec += 24 * 60 * 60;
   return result;
 }
 
@@ -102,9 +107,11 @@ int statvfs(const char *restrict path, struct statvfs *restrict found) {
   if (real == NULL) *(void **)&real = dlsym(RTLD_NEXT, "statvfs");
   const int result = real(path, found);
   char marker[PATH_MAX];
+  struct stat left;
   const int length = snprintf(marker, sizeof marker, "%s.full", path);
-  if (result == 0 && length < (int)sizeof marker && real_access(marker, F_OK) == 0) {
-    found->f_bavail = 1;
+  if (result == 0 && length < (int)sizeof marker && stat(marker, &left) == 0) {
+    found->f_frsize = 1;
+    found->f_bavail = (fsblkcnt_t)left.st_size;
   }
   return result;
 }

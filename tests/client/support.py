@@ -69,7 +69,8 @@ class Driver(driver.Driver):
                          LUM_TEST_PAUSE=str(self.pause),
                          LUM_TEST_HOLD=str(self.held), LUM_TEST_SECOND_MS=str(second_ms),
                          LUM_TEST_HANG="1",
-                         LUM_TEST_YESTERDAY=str(shelf.folder / "yesterday"))
+                         LUM_TEST_YESTERDAY=str(shelf.folder / "yesterday"),
+                         LUM_TEST_TOMORROW=str(shelf.folder / "tomorrow"))
 
     def hold_polling(self):
         """No polling cycle begins from here on; one that is running goes on."""

@@ -15,9 +15,16 @@ from actions import Actions
 class HardTimes(Actions):
     def test_a_clock_that_is_set_back_changes_no_state(self):
         self.begin()
+        self.set_clock("yesterday")
+
+    def test_a_clock_that_is_set_ahead_changes_no_state(self):
+        self.begin()
+        self.set_clock("tomorrow")
+
+    def set_clock(self, day):
         self.driver.poll_once_more()
         samples = self.samples()
-        (self.shelf.folder / "yesterday").touch()
+        (self.shelf.folder / day).touch()
         self.driver.poll_once_more()
         port = self.port(self.first)
         self.assertEqual(port["state"], "up")

@@ -45,8 +45,11 @@ def is_run(path, name, entries):
     """Whether it is among the entries of the tests, or called by what runs its folder."""
     called = CALLED.get(str(path.parent.relative_to(SOURCE)))
     if called:
-        word = name if path.suffix == ".py" else path.stem.removeprefix("fuzz_")
-        return bool(re.search(rf"\b{word}\b", (path.parent / called).read_text()))
+        calls = (path.parent / called).read_text()
+        if path.suffix == ".cpp":
+            return bool(re.search(rf"\b{path.stem.removeprefix('fuzz_')}\b", calls))
+        calls += path.read_text().replace(f"def {name}(", "")
+        return bool(re.search(rf"\b{name}\b", calls))
     if path.suffix == ".py":
         return f"client.{path.stem.removeprefix('test_')}.{class_of(path, name)}" in entries
     return any(re.search(rf"(^|[./]){name}([./]|$)", entry) for entry in entries)
