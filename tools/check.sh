@@ -170,7 +170,7 @@ check_attacks() {
   cmake --build --preset release -j "$jobs" --target schedules_test attacks_test lum_test_memory >/dev/null
   LUM_SCHEDULES=${LUM_SCHEDULES:-40000} build/schedules_test --gtest_filter='*whatever*' | grep -E 'tried|seed|FAILED|Failure' &
   local schedules=$!
-  build/attacks_test | grep -E 'tried|FAILED|Failure'
+  LUM_STORE_STRIDE=1 build/attacks_test | grep -E 'tried|FAILED|Failure'
   (cd tests/client && LUM_BUILD=$PWD/../../build python3 -m unittest -v test_without_memory 2>&1) | grep -vE '^$|^-'
   wait "$schedules"
 }

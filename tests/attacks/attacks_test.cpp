@@ -1,6 +1,7 @@
 // Every allocation, and every call that reaches the store's files, fails in the life of a node:
 // each time in a process of its own, and the next process finds what was acknowledged. All of them
-// with LUM_ATTACK_STRIDE=1; else one in so many, from another first one each day, which is printed.
+// with LUM_ATTACK_STRIDE=1, of the calls on the store with LUM_STORE_STRIDE=1; else one in so many,
+// from another first one each day or from LUM_ATTACK_START, which is printed.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
@@ -168,7 +169,7 @@ TEST_F(Attacks, a_node_outlives_memory_that_runs_out_anywhere) {
 
 TEST_F(Attacks, no_failing_call_on_the_store_loses_what_was_acknowledged) {
   uint64_t tried = 0;
-  const uint64_t stride = setting("LUM_ATTACK_STRIDE", 1);
+  const uint64_t stride = setting("LUM_ATTACK_STRIDE", setting("LUM_STORE_STRIDE", 4));
   for (const target what : attacks::disk_targets) {
     for (const int error : {EIO, ENOSPC}) {
       for (const ending how : {ending::recovers, ending::stops}) {
