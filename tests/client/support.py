@@ -95,6 +95,8 @@ class Driver(driver.Driver):
 class ShelfTest(unittest.TestCase):
     """Each test has a folder with a shelf in it, at first without ports."""
 
+    PRELOADED = (CLOCK,)  # into the driver
+
     def setUp(self):
         folder = tempfile.TemporaryDirectory(prefix="lum-test-")
         self.addCleanup(folder.cleanup)
@@ -133,6 +135,7 @@ class ShelfTest(unittest.TestCase):
             text = self.shelf.description.read_text()
             self.shelf.description.write_text(f"{extra}\n{text}")
         self.driver = Driver(BUILD, self.shelf, options, second_ms)
+        self.driver.environment["LD_PRELOAD"] = " ".join(map(str, self.PRELOADED))
         if held:
             self.driver.hold_polling()
         self.driver.__enter__()

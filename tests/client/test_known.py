@@ -6,6 +6,7 @@ import re
 import threading
 import time
 
+import stalls
 import support
 from actions import Actions
 from monitored import Monitored
@@ -221,13 +222,15 @@ class Identities(Actions):
 class Leds(Actions):
     """The file of an LED that does not answer holds up nobody else."""
 
+    PRELOADED = (support.CLOCK, stalls.STALLS)
+
     def test_one_that_hangs(self):
         self.begin()
         self.assertIsNotNone(self.driver.wait_for(
             lambda now: all(now[cage.name]["led"]["name"] == "normal"
                             for cage in (self.first, self.second)), 20))
         file = self.shelf.folder / "leds" / f"{self.first.led}:green:status" / "brightness"
-        marker = file.with_name("brightness.stalls")
+        marker = stalls.marker_of(file, "pread")
         marker.touch()
         self.addCleanup(lambda: marker.exists() and marker.unlink())
         shown = self.driver.wait_for(
