@@ -60,6 +60,7 @@ watchdog::watchdog(driver &node, const http_server &api) : node_(node), api_(api
 void watchdog::look() {
   std::string standing = what_stands_still(node_);
   if (standing.empty() && !api_answers(api_, answer_bound)) standing = "the API does not answer";
+  if (stops_) return;
   if (standing.empty()) {
     tell_manager("WATCHDOG=1", moment);
   } else if (!told_) {
@@ -68,6 +69,9 @@ void watchdog::look() {
   told_ = !standing.empty();
 }
 
-void watchdog::stop() { tell_manager("STOPPING=1", moment); }
+void watchdog::stop() {
+  stops_ = true;
+  tell_manager("STOPPING=1", moment);
+}
 
 }  // namespace lumd

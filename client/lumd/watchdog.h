@@ -1,6 +1,7 @@
 // Tells the service manager that the driver is up, that it lives, and that it stops.
 #pragma once
 
+#include <atomic>
 #include <memory>
 
 #include "api/http_server.h"
@@ -19,7 +20,7 @@ class watchdog {
   watchdog(const watchdog &) = delete;
   watchdog &operator=(const watchdog &) = delete;
 
-  // Says that the driver stops.
+  // Says that the driver stops; what it does not do from here on is not told.
   void stop();
 
  private:
@@ -28,6 +29,7 @@ class watchdog {
   driver &node_;
   const http_server &api_;
   bool told_ = false;
+  std::atomic<bool> stops_{false};
   std::unique_ptr<lum_linux::periodic> thread_;
 };
 

@@ -159,7 +159,7 @@ TEST_F(Attacks, a_node_outlives_the_failure_of_any_allocation) {
 }
 
 TEST_F(Attacks, a_node_outlives_memory_that_runs_out_anywhere) {
-  const uint64_t stride = setting("LUM_ATTACK_STRIDE", 40);
+  const uint64_t stride = setting("LUM_ATTACK_STRIDE", 5);
   for (const ending how : {ending::recovers, ending::stops, ending::is_killed}) {
     const count all = outlives_each({target::memory, 1, true, ENOMEM, how}, stride);
     EXPECT_GT(all.tried, 20u);

@@ -65,7 +65,8 @@ void life::wrong(const std::string &what) {
 
 // False when the start was refused, as it may be while it is attacked.
 bool life::start(const attack &planned) {
-  // Where there is no memory at all any more, the reader of modules' descriptions ends the process.
+  // Where there is none for good, the start is refused or ends as stated, or the reader of modules'
+  // descriptions ends it: what comes behind it is tried.
   const bool is_for_good = planned.what == target::memory && planned.from_then_on;
   if (!is_for_good) begin(planned);
   try {
@@ -76,13 +77,16 @@ bool life::start(const attack &planned) {
     return false;
   }
   if (!platform_) return false;
-  if (is_for_good) begin(planned);
   lum_infra_params params = {};
   params.evm = platform_->evm();
   params.platform_cbs = &platform_->callbacks();
   params.pm_alarm_test = 1;
-  const struck now;
-  return lum_lib_init() == 0 && lum_infra_init(&params) == 0;
+  const bool has_started = [&] {
+    const struck now;
+    return lum_lib_init() == 0 && lum_infra_init(&params) == 0;
+  }();
+  if (is_for_good) begin(planned);
+  return has_started;
 }
 
 void life::create(const std::vector<uint32_t> &numbers) {

@@ -285,4 +285,3 @@ class BlockedCalls(unittest.TestCase):
         self.assertFalse(failed, "\n".join(failed))
         for phase, count in tried.items():
             print(f"blocked calls {phase}: {count} tried, {count} survived")
-        print(f"blocked calls: {tried.total()} tried, {tried.total()} survived")
